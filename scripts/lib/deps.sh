@@ -1,0 +1,44 @@
+# Installs the Debian packages the project needs, once. Sourced by the scripts in scripts/.
+# Quick no-op when everything is present: one dpkg-query call, no apt at all.
+
+QUELIX_PACKAGES=(
+  build-essential cmake ninja-build pkg-config clang-format
+  qtbase5-dev qtbase5-dev-tools qttools5-dev qttools5-dev-tools libqt5svg5-dev
+  qtwebengine5-dev qtmultimedia5-dev libqt5multimedia5-plugins
+  libqt5sql5-sqlite libqt5sql5-psql qttranslations5-l10n
+  libqxmpp-dev libcpp-httplib-dev libssl-dev
+  prosody python3-slixmpp
+  xvfb xauth fonts-noto-color-emoji
+  g++-mingw-w64-x86-64-posix
+)
+
+quelix_missing_packages() {
+  local installed
+  installed=$(dpkg-query -W -f='${Package} ${db:Status-Abbrev}\n' "${QUELIX_PACKAGES[@]}" 2>/dev/null |
+    awk '$2 ~ /^ii/ {print $1}')
+  local p
+  for p in "${QUELIX_PACKAGES[@]}"; do
+    grep -qx "$p" <<<"$installed" || echo "$p"
+  done
+}
+
+quelix_install_deps() {
+  local missing
+  missing=$(quelix_missing_packages)
+  [ -z "$missing" ] && return 0
+  echo "quelix: installing missing packages:" $missing
+  local sudo=""
+  [ "$(id -u)" -ne 0 ] && sudo="sudo"
+  export DEBIAN_FRONTEND=noninteractive
+  # Another apt run may hold the lock for a while (a parallel build on the same machine).
+  local tries=0
+  until $sudo apt-get install -y -q --no-install-recommends $missing; do
+    tries=$((tries + 1))
+    if [ $tries -eq 1 ]; then $sudo apt-get update -q || true; fi
+    if [ $tries -ge 5 ]; then echo "quelix: package installation failed" >&2; return 1; fi
+    sleep 5
+  done
+  # Prosody is started privately by the scripts, never as a system service.
+  if command -v systemctl >/dev/null 2>&1; then $sudo systemctl disable --now prosody >/dev/null 2>&1 || true; fi
+  $sudo service prosody stop >/dev/null 2>&1 || true
+}
