@@ -8,7 +8,7 @@ QUELIX_PACKAGES=(
   libqt5sql5-sqlite libqt5sql5-psql qttranslations5-l10n
   libqxmpp-dev libcpp-httplib-dev libssl-dev
   prosody python3-slixmpp
-  xvfb xauth fonts-noto-color-emoji
+  xvfb xauth fonts-noto-color-emoji fonts-wqy-microhei
   g++-mingw-w64-x86-64-posix
 )
 

@@ -1,0 +1,59 @@
+#include <QApplication>
+#include <QDir>
+#include <QTranslator>
+
+#include "base/at_exit.h"
+#include "commandlineswitches.h"
+#include "configstore.h"
+#include "crashdump.h"
+#include "logstream.h"
+#include "logger.h"
+#include "mainwindow.h"
+#include "resources.h"
+#include "screenmetrics.h"
+#ifndef Q_OS_WIN
+#include "quitsignalwatcher.h"
+#endif
+
+int main(int argc, char* argv[]) {
+    QApplication app(argc, argv);
+    quelixInitResources();
+
+    // Installed whether or not they load: a missing catalogue leaves the source texts.
+    QTranslator qtTranslator;
+    qtTranslator.load(QStringLiteral(":/resource/qt_zh_CN.qm"));
+    app.installTranslator(&qtTranslator);
+    QTranslator widgetsTranslator;
+    widgetsTranslator.load(QStringLiteral(":/resource/widgets.qm"));
+    app.installTranslator(&widgetsTranslator);
+    QTranslator webEngineTranslator;
+    webEngineTranslator.load(QStringLiteral(":/resource/qtwebengine_CN.qm"));
+    app.installTranslator(&webEngineTranslator);
+
+    // Declared last so it is destroyed first, before the translators and the application.
+    base::AtExitManager atExitManager;
+
+    ScreenMetrics::instance().init(app.primaryScreen());
+
+    ConfigStore& config = ConfigStore::instance();
+    config.init();
+    const QByteArray dumpFolder = QDir::toNativeSeparators(config.folderPath(ConfigStore::Dump)).toUtf8();
+    crashdump::installCrashHandler(dumpFolder.constData(), 1);
+    QX_LOG << "Quelix " << ConfigStore::kVersion << " started";
+
+    const CommandLineSwitches::Flags flags = CommandLineSwitches::parse(argc, argv);
+
+    // Never deleted: the main window lives until the process ends.
+    auto* mainWindow = new MainWindow(config);
+    MainViewDelegate::setInstance(mainWindow);
+#ifndef Q_OS_WIN
+    QuitSignalWatcher quitWatcher;
+    QObject::connect(&quitWatcher, &QuitSignalWatcher::quitRequested, mainWindow,
+                     [mainWindow] { mainWindow->quitApplication(); });
+#endif
+    mainWindow->start(flags.autoLogin, flags.kicked);
+
+    const int code = app.exec();
+    QX_LOG << "Quelix exits with code " << code;
+    return code;
+}

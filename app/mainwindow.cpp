@@ -1,0 +1,425 @@
+#include "mainwindow.h"
+
+#include <QAction>
+#include <QApplication>
+#include <QButtonGroup>
+#include <QCloseEvent>
+#include <QDesktopServices>
+#include <QFrame>
+#include <QHBoxLayout>
+#include <QJsonObject>
+#include <QLabel>
+#include <QMessageBox>
+#include <QMouseEvent>
+#include <QPushButton>
+#include <QStackedWidget>
+#include <QUrl>
+#include <QVBoxLayout>
+
+#include "configbase_t.h"
+#include "configstore.h"
+#include "functionlistview.h"
+#include "platform/platform.h"
+#include "screenmetrics.h"
+#include "winstylebuttons.h"
+
+namespace {
+const char* const kWidthKey = "mainWinWidth";
+const char* const kHeightKey = "mainWinHeight";
+const char* const kFeedbackAddress = "support@quelix.work";
+
+QWidget* placeholderPage(const QString& picture, const QString& text, QWidget* parent) {
+    auto* page = new QWidget(parent);
+    page->setObjectName(QStringLiteral("placeholderPage"));
+    page->setStyleSheet(QStringLiteral("QWidget#placeholderPage{background-color:#fafafa;}"));
+    auto* layout = new QVBoxLayout(page);
+    layout->addStretch();
+    if (!picture.isEmpty()) {
+        auto* image = new QLabel(page);
+        image->setPixmap(QPixmap(picture));
+        image->setAlignment(Qt::AlignCenter);
+        layout->addWidget(image);
+    }
+    auto* label = new QLabel(text, page);
+    label->setAlignment(Qt::AlignCenter);
+    label->setStyleSheet(QStringLiteral("QLabel{color:#9aa5b1;font-size:%1px;}")
+                             .arg(ScreenMetrics::instance().value(ScreenMetrics::FontSizeNormal)));
+    layout->addWidget(label);
+    layout->addStretch();
+    return page;
+}
+}  // namespace
+
+MainWindow::MainWindow(ConfigStore& store, QWidget* parent)
+    : QMainWindow(parent),
+      store_(store),
+      shakeCounter_(20),
+      shakeSteps_(20),
+      shakeAmplitude_(ScreenMetrics::instance().value(ScreenMetrics::ShakeAmplitude)),
+      shakeInterval_(30) {
+    const ScreenMetrics& m = ScreenMetrics::instance();
+    setWindowFlags(Qt::FramelessWindowHint | Qt::Window);
+    setWindowIcon(QIcon(QStringLiteral(":/resource/240x240.ico")));
+    setWindowTitle(QStringLiteral("Quelix"));
+    setMinimumSize(m.value(ScreenMetrics::MainWinMinWidth), m.value(ScreenMetrics::MainWinMinHeight));
+
+    frame_ = new QFrame(this);
+    frame_->setStyleSheet(
+        QStringLiteral(".QFrame{border:%1px solid gray;}").arg(m.value(ScreenMetrics::BorderWidth)));
+    auto* outer = new QHBoxLayout(frame_);
+    const int border = m.value(ScreenMetrics::BorderWidth);
+    outer->setContentsMargins(border, border, border, border);
+    outer->setSpacing(0);
+    outer->addWidget(buildLeftColumn());
+
+    auto* right = new QWidget(frame_);
+    auto* rightLayout = new QVBoxLayout(right);
+    rightLayout->setContentsMargins(0, 0, 0, 0);
+    rightLayout->setSpacing(0);
+    rightLayout->addWidget(buildTitleStrip());
+    pages_ = new QStackedWidget(right);
+    rightLayout->addWidget(pages_, 1);
+    outer->addWidget(right, 1);
+    setCentralWidget(frame_);
+    buildPages();
+
+    connect(functionList_, SIGNAL(funcListDbclickSignal()), this, SLOT(funcListDbclickSlot()));
+    connect(titleButtons_, SIGNAL(hideSignal()), this, SLOT(hide()));
+    connect(titleButtons_, SIGNAL(windowMiniSignal()), this, SLOT(showMinimized()));
+    connect(titleButtons_, SIGNAL(windowMaxSignal()), this, SLOT(showMaximized()));
+    connect(titleButtons_, SIGNAL(windowNormalSignal()), this, SLOT(showNormal()));
+    // Without a tray icon a hidden window could never be brought back: quit instead.
+    connect(titleButtons_, &WinStyleButtons::hideSignal, this, [this] {
+        if (!trayAvailable_) quitApplication();
+    });
+    connect(this, SIGNAL(feedBackSignal()), this, SLOT(feedBackSlot()));
+
+    auto* exitAction = new QAction(tr("Exit"), this);
+    exitAction->setShortcut(QKeySequence::Quit);
+    exitAction->setObjectName(QStringLiteral("exitAction"));
+    addAction(exitAction);
+    connect(exitAction, SIGNAL(triggered()), qApp, SLOT(quit()));
+
+    shakeTimer_.setInterval(shakeInterval_);
+    connect(&shakeTimer_, SIGNAL(timeout()), this, SLOT(vibrationWindowTimerOut()));
+
+    // Sizes are saved once the user stops resizing, not on every step of the drag.
+    saveSizeTimer_.setSingleShot(true);
+    saveSizeTimer_.setInterval(500);
+    connect(&saveSizeTimer_, &QTimer::timeout, this, &MainWindow::saveWindowSize);
+
+    flasher_ = [this] { platform::flashWindow(std::uintptr_t(winId())); };
+    restoreWindowSize();
+    setPageButtonsEnabled(false);
+}
+
+MainWindow::~MainWindow() {
+    if (saveSizeTimer_.isActive()) saveWindowSize();
+}
+
+QWidget* MainWindow::buildLeftColumn() {
+    const ScreenMetrics& m = ScreenMetrics::instance();
+    leftColumn_ = new QWidget(frame_);
+    leftColumn_->setObjectName(QStringLiteral("leftColumn"));
+    leftColumn_->setFixedWidth(m.value(ScreenMetrics::LeftColumnWidth));
+    leftColumn_->setStyleSheet(QStringLiteral("QWidget#leftColumn{background-color:#243447;}"));
+    leftColumn_->installEventFilter(this);
+
+    auto* layout = new QVBoxLayout(leftColumn_);
+    layout->setContentsMargins(0, 0, 0, 8);
+    layout->setSpacing(6);
+    functionList_ = new FunctionListView(leftColumn_);
+    layout->addWidget(functionList_);
+
+    pageButtons_ = new QButtonGroup(this);
+    pageButtons_->setExclusive(true);
+    const struct {
+        const char* icon;
+        QString tip;
+        int page;
+        const char* slot;
+    } buttons[] = {
+        {"chat", tr("Conversations"), ChatPage, SLOT(chatButtonClcked())},
+        {"org", tr("Organization"), OrgPage, SLOT(allMemberTreeButtonClcked())},
+        {"tribe", tr("Tribes"), TribePage, SLOT(tribeChatButtonClcked())},
+        {"worksycle", tr("Work circle"), WorkCirclePage, SLOT(worksycleButtonClcked())},
+        {"set", tr("Settings"), SettingPage, SLOT(setButtonClcked())},
+    };
+    for (const auto& b : buttons) {
+        QAbstractButton* button = addPageButton(QLatin1String(b.icon), b.tip, b.page);
+        connect(button, SIGNAL(pressed()), this, b.slot);
+        // The settings button sits at the bottom of the column, apart from the pages.
+        if (b.page == SettingPage) layout->addStretch();
+        layout->addWidget(button, 0, Qt::AlignHCenter);
+    }
+    return leftColumn_;
+}
+
+QAbstractButton* MainWindow::addPageButton(const QString& icon, const QString& tip, int page) {
+    const int size = ScreenMetrics::instance().value(ScreenMetrics::PageButtonSize);
+    auto* button = new QPushButton(leftColumn_);
+    button->setObjectName(icon + QStringLiteral("Button"));
+    button->setCheckable(true);
+    button->setFixedSize(size, size);
+    button->setToolTip(tip);
+    button->setFocusPolicy(Qt::NoFocus);
+    button->setStyleSheet(
+        QStringLiteral("QPushButton{image:url(:/resource/MainWindow/%1_normal.png);border:none;"
+                       "border-radius:6px;background:transparent;padding:8px;}"
+                       "QPushButton:hover{background-color:rgba(255,255,255,0.08);}"
+                       "QPushButton:checked{image:url(:/resource/MainWindow/%1_checked.png);"
+                       "background-color:#2d8cf0;}")
+            .arg(icon));
+    pageButtons_->addButton(button, page);
+    return button;
+}
+
+QWidget* MainWindow::buildTitleStrip() {
+    const ScreenMetrics& m = ScreenMetrics::instance();
+    titleStrip_ = new QWidget(frame_);
+    titleStrip_->setObjectName(QStringLiteral("titleStrip"));
+    titleStrip_->setFixedHeight(m.value(ScreenMetrics::TitleHeight));
+    titleStrip_->setStyleSheet(QStringLiteral("QWidget#titleStrip{background-color:#f5f7fa;}"));
+    titleStrip_->installEventFilter(this);
+    auto* layout = new QHBoxLayout(titleStrip_);
+    layout->setContentsMargins(8, 0, 4, 0);
+    layout->addStretch();
+    titleButtons_ = new WinStyleButtons(titleStrip_);
+    layout->addWidget(titleButtons_);
+    return titleStrip_;
+}
+
+void MainWindow::buildPages() {
+    // The login, conversation, organisation and tribe views take these places as they
+    // are built; until then each page says what will be there.
+    pages_->insertWidget(LoginPage, placeholderPage(QStringLiteral(":/resource/app_icon.png"),
+                                                    tr("Sign in to start chatting."), pages_));
+    pages_->insertWidget(ChatPage, placeholderPage(QStringLiteral(":/resource/Chat/default_chat.png"),
+                                                   QStringLiteral("请选择联系人，开始聊天"), pages_));
+    pages_->insertWidget(OrgPage, placeholderPage(
+                                      QStringLiteral(":/resource/style/images/iconfont-zuzhijiagou.png"),
+                                      tr("The organisation appears here once you are signed in."), pages_));
+    pages_->insertWidget(TribePage, placeholderPage(QStringLiteral(":/resource/Chat/tribeIcon_avatar.png"),
+                                                    tr("Your project tribes appear here once you are signed in."),
+                                                    pages_));
+    QWidget* work = placeholderPage(QString(), QString(), pages_);
+    auto* open = new QPushButton(tr("Open the work site"), work);
+    open->setObjectName(QStringLiteral("openWorkSite"));
+    qobject_cast<QVBoxLayout*>(work->layout())->insertWidget(2, open, 0, Qt::AlignHCenter);
+    connect(open, &QPushButton::clicked, this, &MainWindow::openWorkSite);
+    pages_->insertWidget(WorkCirclePage, work);
+    pages_->insertWidget(SettingPage,
+                         placeholderPage(QString(), tr("Settings open here once you are signed in."), pages_));
+    pages_->setCurrentIndex(LoginPage);
+}
+
+void MainWindow::setPageButtonsEnabled(bool enabled) {
+    for (QAbstractButton* b : pageButtons_->buttons()) b->setEnabled(enabled);
+}
+
+// --- MainViewDelegate -------------------------------------------------------------------
+
+void MainWindow::start(bool autoLogin, bool kicked) {
+    startAutoLogin_ = autoLogin;
+    startKicked_ = kicked;
+    showPage(LoginPage);
+    show();
+    emit startSignal(autoLogin, kicked);
+}
+
+void MainWindow::loginSuccess(const QString& ownId) {
+    ownId_ = ownId;
+    setPageButtonsEnabled(true);
+    showPage(ChatPage);
+    emit loginSuccessSignal(ownId);
+}
+
+void MainWindow::loginFailed(const QString& text) { emit loginFailedSignal(text); }
+
+void MainWindow::kicked(const QString& text) {
+    online_ = false;
+    logout();
+    showMainWindow();
+    emit kickedSignal(text);
+    auto* box = new QMessageBox(QMessageBox::Information, QStringLiteral("提示"), text,
+                                QMessageBox::Ok, this);
+    box->setAttribute(Qt::WA_DeleteOnClose);
+    box->open();
+}
+
+void MainWindow::setOnline(bool online) {
+    if (online_ == online) return;
+    online_ = online;
+    emit onlineChangedSignal(online);
+}
+
+void MainWindow::newMessage(const ConversationRecord& record, const QString& text) {
+    if (!text.isEmpty()) emit showMessageSignal(record.displayName(), text);
+    emit talkListUpdateSignal(record, text);
+    if (!record.fromSelf && !record.muted && flasher_) flasher_();
+}
+
+void MainWindow::totalUnread(int count) {
+    setWindowTitle(count > 0 ? QStringLiteral("Quelix (%1)").arg(count) : QStringLiteral("Quelix"));
+}
+
+void MainWindow::showMainWindow() {
+    if (isMinimized()) showNormal();
+    show();
+    raise();
+    activateWindow();
+}
+
+void MainWindow::hideMainWindow() { hide(); }
+
+bool MainWindow::isMainWindowActive() const { return isActiveWindow(); }
+
+void MainWindow::shakeWindow() {
+    if (shakeTimer_.isActive()) return;
+    shakeOrigin_ = pos();
+    shakeCounter_ = shakeSteps_;
+    shakeTimer_.start();
+}
+
+void MainWindow::setTrayAvailable(bool available) { trayAvailable_ = available; }
+
+void MainWindow::logout() {
+    ownId_.clear();
+    setPageButtonsEnabled(false);
+    showPage(LoginPage);
+}
+
+void MainWindow::showPage(int page) {
+    if (page < 0 || page >= pages_->count()) return;
+    pages_->setCurrentIndex(page);
+    if (QAbstractButton* b = pageButtons_->button(page)) b->setChecked(true);
+}
+
+int MainWindow::currentPage() const { return pages_->currentIndex(); }
+
+bool MainWindow::quitApplication() {
+    saveWindowSize();
+    QCoreApplication::quit();
+    return true;
+}
+
+// --- slots ------------------------------------------------------------------------------
+
+void MainWindow::vibrationWindowTimerOut() {
+    if (shakeCounter_ <= 0) {
+        shakeTimer_.stop();
+        move(shakeOrigin_);
+        shakeCounter_ = shakeSteps_;
+        return;
+    }
+    // Round the four sides, with the swing fading as the counter runs down.
+    const int a = qMax(1, shakeAmplitude_ * shakeCounter_ / shakeSteps_);
+    static const QPoint kSides[4] = {QPoint(1, 0), QPoint(0, 1), QPoint(-1, 0), QPoint(0, -1)};
+    move(shakeOrigin_ + kSides[shakeCounter_ % 4] * a);
+    --shakeCounter_;
+}
+
+void MainWindow::funcListDbclickSlot() { openWorkSite(); }
+
+void MainWindow::chatButtonClcked() { showPage(ChatPage); }
+
+void MainWindow::allMemberTreeButtonClcked() { showPage(OrgPage); }
+
+void MainWindow::tribeChatButtonClcked() { showPage(TribePage); }
+
+void MainWindow::worksycleButtonClcked() { showPage(WorkCirclePage); }
+
+void MainWindow::setButtonClcked() { showPage(SettingPage); }
+
+void MainWindow::feedBackSlot() {
+    auto* box = new QMessageBox(QMessageBox::Information, QStringLiteral("提示"),
+                                tr("Send your feedback to %1").arg(QLatin1String(kFeedbackAddress)),
+                                QMessageBox::Ok, this);
+    box->setAttribute(Qt::WA_DeleteOnClose);
+    box->open();
+}
+
+void MainWindow::openWorkSite() {
+    QDesktopServices::openUrl(QUrl(store_.url(UrlTable::UrlHome)));
+}
+
+// --- window behaviour -------------------------------------------------------------------
+
+bool MainWindow::eventFilter(QObject* watched, QEvent* event) {
+    // The frameless window is dragged by its title strip and its left column.
+    if (watched == titleStrip_ || watched == leftColumn_) {
+        switch (event->type()) {
+        case QEvent::MouseButtonPress: {
+            auto* e = static_cast<QMouseEvent*>(event);
+            if (e->button() == Qt::LeftButton && !isMaximized()) {
+                dragging_ = true;
+                dragOffset_ = e->globalPos() - frameGeometry().topLeft();
+            }
+            break;
+        }
+        case QEvent::MouseMove: {
+            auto* e = static_cast<QMouseEvent*>(event);
+            if (dragging_ && (e->buttons() & Qt::LeftButton)) move(e->globalPos() - dragOffset_);
+            break;
+        }
+        case QEvent::MouseButtonRelease:
+            dragging_ = false;
+            break;
+        case QEvent::MouseButtonDblClick:
+            if (watched == titleStrip_) {
+                if (isMaximized()) titleButtons_->windowNormalSlot();
+                else titleButtons_->windowMaxSlot();
+            }
+            break;
+        default:
+            break;
+        }
+    }
+    return QMainWindow::eventFilter(watched, event);
+}
+
+void MainWindow::changeEvent(QEvent* event) {
+    if (event->type() == QEvent::WindowStateChange) titleButtons_->setMaximized(isMaximized());
+    QMainWindow::changeEvent(event);
+}
+
+void MainWindow::closeEvent(QCloseEvent* event) {
+    if (trayAvailable_ && !store_.settings().closeQuit()) {
+        hide();
+        event->ignore();
+        return;
+    }
+    event->accept();
+    quitApplication();
+}
+
+void MainWindow::resizeEvent(QResizeEvent* event) {
+    QMainWindow::resizeEvent(event);
+    if (isVisible() && !isMaximized() && !isMinimized()) saveSizeTimer_.start();
+}
+
+// The window size has no place among the global settings, whose file is rewritten whole
+// from a fixed set of fields; it is kept in a small file of its own beside them.
+QString MainWindow::windowSizeFile(const ConfigStore& store) {
+    return store.folderPath(ConfigStore::Config) + QStringLiteral("/MainWindow.ini");
+}
+
+void MainWindow::restoreWindowSize() {
+    const ScreenMetrics& m = ScreenMetrics::instance();
+    const QString file = windowSizeFile(store_);
+    int w = ConfigStore::readValueAt(file, QLatin1String(kWidthKey)).toInt();
+    int h = ConfigStore::readValueAt(file, QLatin1String(kHeightKey)).toInt();
+    // A size that no longer fits the screen (or was never saved) falls back to the default.
+    if (w < minimumWidth() || w > m.screenSize().width()) w = m.value(ScreenMetrics::MainWinWidth);
+    if (h < minimumHeight() || h > m.screenSize().height()) h = m.value(ScreenMetrics::MainWinHeight);
+    resize(w, h);
+}
+
+void MainWindow::saveWindowSize() {
+    saveSizeTimer_.stop();
+    if (isMaximized()) return;
+    QJsonObject o;
+    o.insert(QLatin1String(kWidthKey), QString::number(width()));
+    o.insert(QLatin1String(kHeightKey), QString::number(height()));
+    quelix::configbase_t::writeFileAtomically(windowSizeFile(store_), quelix::configbase_t::toBytes(o));
+}

@@ -1,0 +1,126 @@
+#pragma once
+
+#include <QMainWindow>
+#include <QPoint>
+#include <QTimer>
+
+#include <functional>
+
+#include "mainviewdelegate.h"
+
+class ConfigStore;
+class FunctionListView;
+class QAbstractButton;
+class QButtonGroup;
+class QFrame;
+class QStackedWidget;
+class WinStyleButtons;
+
+// The client's one top-level window: a frameless frame with its own title strip, the
+// left column (user, page buttons) and the page stack. It is also the hub the rest of the
+// client reaches through MainViewDelegate.
+class MainWindow : public QMainWindow, public MainViewDelegate {
+    Q_OBJECT
+public:
+    explicit MainWindow(ConfigStore& store, QWidget* parent = nullptr);
+    ~MainWindow() override;
+
+    // MainViewDelegate
+    void loginSuccess(const QString& ownId) override;
+    void loginFailed(const QString& text) override;
+    void kicked(const QString& text) override;
+    void setOnline(bool online) override;
+    void newMessage(const ConversationRecord& record, const QString& text) override;
+    void totalUnread(int count) override;
+    void showMainWindow() override;
+    void hideMainWindow() override;
+    bool isMainWindowActive() const override;
+    void shakeWindow() override;
+    void setTrayAvailable(bool available) override;
+    void start(bool autoLogin, bool kicked) override;
+    void logout() override;
+    void showPage(int page) override;
+    int currentPage() const override;
+    bool quitApplication() override;
+
+    // The flags of the last start(), kept for the login view.
+    bool startAutoLogin() const { return startAutoLogin_; }
+    bool startKicked() const { return startKicked_; }
+    bool isOnline() const { return online_; }
+    QString ownId() const { return ownId_; }
+
+    // How the window asks for attention; the task-bar flash by default. Tests count calls.
+    void setFlasher(std::function<void()> flasher) { flasher_ = std::move(flasher); }
+
+    QStackedWidget* pages() const { return pages_; }
+    WinStyleButtons* titleButtons() const { return titleButtons_; }
+    QTimer* shakeTimer() { return &shakeTimer_; }
+    int shakeCounter() const { return shakeCounter_; }
+
+    static QString windowSizeFile(const ConfigStore& store);
+
+signals:
+    void startSignal(bool autoLogin, bool kicked);
+    void loginSuccessSignal(const QString& ownId);
+    void loginFailedSignal(const QString& text);
+    void kickedSignal(const QString& text);
+    void onlineChangedSignal(bool online);
+    // Towards the conversation view: a message to show, and the talk-list update.
+    void showMessageSignal(const QString& name, const QString& text);
+    void talkListUpdateSignal(const ConversationRecord& record, const QString& text);
+    void feedBackSignal();
+
+public slots:
+    void vibrationWindowTimerOut();
+    void funcListDbclickSlot();
+    void chatButtonClcked();
+    void allMemberTreeButtonClcked();
+    void tribeChatButtonClcked();
+    void worksycleButtonClcked();
+    void setButtonClcked();
+    void feedBackSlot();
+
+protected:
+    bool eventFilter(QObject* watched, QEvent* event) override;
+    void changeEvent(QEvent* event) override;
+    void closeEvent(QCloseEvent* event) override;
+    void resizeEvent(QResizeEvent* event) override;
+
+private:
+    QWidget* buildLeftColumn();
+    QWidget* buildTitleStrip();
+    void buildPages();
+    QAbstractButton* addPageButton(const QString& icon, const QString& tip, int page);
+    void setPageButtonsEnabled(bool enabled);
+    void restoreWindowSize();
+    void saveWindowSize();
+    void openWorkSite();
+
+    ConfigStore& store_;
+    QFrame* frame_ = nullptr;
+    FunctionListView* functionList_ = nullptr;
+    WinStyleButtons* titleButtons_ = nullptr;
+    QWidget* titleStrip_ = nullptr;
+    QWidget* leftColumn_ = nullptr;
+    QStackedWidget* pages_ = nullptr;
+    QButtonGroup* pageButtons_ = nullptr;
+
+    // Shake: steps per shake, offset in pixels, interval in milliseconds.
+    QTimer shakeTimer_;
+    int shakeCounter_;
+    const int shakeSteps_;
+    const int shakeAmplitude_;
+    const int shakeInterval_;
+    QPoint shakeOrigin_;
+
+    QTimer saveSizeTimer_;
+    bool dragging_ = false;
+    QPoint dragOffset_;
+
+    bool startAutoLogin_ = true;
+    bool startKicked_ = false;
+    bool online_ = false;
+    bool trayAvailable_ = false;
+    QString ownId_;
+    std::function<void()> flasher_;
+};
