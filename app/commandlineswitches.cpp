@@ -18,8 +18,10 @@ CommandLineSwitches::Flags CommandLineSwitches::parse(const QStringList& argumen
             // The empty slot ends the walk without a match; the argument is ignored.
             if (name.size() == 0) break;
             if (arg.compare(name, Qt::CaseInsensitive) != 0) continue;
-            if (entry == 1) flags.kicked = true;
-            else if (entry == 3) flags.autoLogin = false;
+            if (entry == 1)
+                flags.kicked = true;
+            else if (entry == 3)
+                flags.autoLogin = false;
             // entry 2, "-Console", is accepted and changes nothing.
             break;
         }

@@ -45,13 +45,20 @@ const char* decimal(unsigned long long value, char* buf) {
 // strsignal() may allocate; the handler names the signals it catches itself.
 const char* signalName(int sig) {
     switch (sig) {
-    case SIGSEGV: return "SIGSEGV";
-    case SIGBUS: return "SIGBUS";
-    case SIGFPE: return "SIGFPE";
-    case SIGILL: return "SIGILL";
-    case SIGABRT: return "SIGABRT";
-    case SIGTRAP: return "SIGTRAP";
-    default: return "signal";
+        case SIGSEGV:
+            return "SIGSEGV";
+        case SIGBUS:
+            return "SIGBUS";
+        case SIGFPE:
+            return "SIGFPE";
+        case SIGILL:
+            return "SIGILL";
+        case SIGABRT:
+            return "SIGABRT";
+        case SIGTRAP:
+            return "SIGTRAP";
+        default:
+            return "signal";
     }
 }
 
@@ -73,9 +80,11 @@ void onFatalSignal(int sig, siginfo_t* info, void*) {
     path[0] = '\0';
     std::strncat(path, g_dumpFolder, sizeof path - 1);
     std::strncat(path, "/crash_", sizeof path - std::strlen(path) - 1);
-    std::strncat(path, decimal((unsigned long long)::time(nullptr), number), sizeof path - std::strlen(path) - 1);
+    std::strncat(path, decimal((unsigned long long)::time(nullptr), number),
+                 sizeof path - std::strlen(path) - 1);
     std::strncat(path, "_", sizeof path - std::strlen(path) - 1);
-    std::strncat(path, decimal((unsigned long long)::getpid(), number), sizeof path - std::strlen(path) - 1);
+    std::strncat(path, decimal((unsigned long long)::getpid(), number),
+                 sizeof path - std::strlen(path) - 1);
     std::strncat(path, ".txt", sizeof path - std::strlen(path) - 1);
     const int fd = ::open(path, O_WRONLY | O_CREAT | O_TRUNC, 0644);
     if (fd >= 0) {
@@ -134,7 +143,7 @@ bool installCrashHandler(const char* dumpFolder, int level) {
     ss.ss_size = sizeof altStack;
     ::sigaltstack(&ss, nullptr);
 
-    struct sigaction sa{};
+    struct sigaction sa {};
     sa.sa_sigaction = onFatalSignal;
     sa.sa_flags = SA_SIGINFO | SA_ONSTACK | SA_RESETHAND;
     sigemptyset(&sa.sa_mask);

@@ -38,15 +38,16 @@ bool sameModule(const wchar_t* path, const wchar_t* other) {
     return _wcsicmp(a, b) == 0;
 }
 
-BOOL CALLBACK normalCallback(PVOID, const PMINIDUMP_CALLBACK_INPUT input, PMINIDUMP_CALLBACK_OUTPUT) {
+BOOL CALLBACK normalCallback(PVOID, const PMINIDUMP_CALLBACK_INPUT input,
+                             PMINIDUMP_CALLBACK_OUTPUT) {
     if (!input) return FALSE;
     switch (input->CallbackType) {
-    case ModuleCallback:
-    case ThreadCallback:
-    case ThreadExCallback:
-        return TRUE;
-    default:
-        return FALSE;
+        case ModuleCallback:
+        case ThreadCallback:
+        case ThreadExCallback:
+            return TRUE;
+        default:
+            return FALSE;
     }
 }
 
@@ -95,12 +96,12 @@ bool level1(HANDLE file, EXCEPTION_POINTERS* info) {
 }
 
 bool level2(HANDLE file, EXCEPTION_POINTERS* info) {
-    return writeDump(file, info,
-                     MINIDUMP_TYPE(MiniDumpWithDataSegs | MiniDumpWithHandleData |
-                                   MiniDumpWithUnloadedModules |
-                                   MiniDumpWithPrivateReadWriteMemory |
-                                   MiniDumpWithFullMemoryInfo | MiniDumpWithThreadInfo),
-                     dataSegmentsCallback);
+    return writeDump(
+        file, info,
+        MINIDUMP_TYPE(MiniDumpWithDataSegs | MiniDumpWithHandleData | MiniDumpWithUnloadedModules |
+                      MiniDumpWithPrivateReadWriteMemory | MiniDumpWithFullMemoryInfo |
+                      MiniDumpWithThreadInfo),
+        dataSegmentsCallback);
 }
 
 bool level3(HANDLE file, EXCEPTION_POINTERS* info) {
@@ -123,8 +124,8 @@ LONG WINAPI unhandledException(EXCEPTION_POINTERS* info) {
                GetCurrentProcessId());
     path[MAX_PATH * 2 - 1] = L'\0';
     CreateDirectoryW(g_dumpFolder, nullptr);
-    HANDLE file = CreateFileW(path, GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS,
-                              FILE_ATTRIBUTE_NORMAL, nullptr);
+    HANDLE file =
+        CreateFileW(path, GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
     if (file != INVALID_HANDLE_VALUE) {
         writeCrashDump(g_level, file, info);
         CloseHandle(file);

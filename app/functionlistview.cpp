@@ -15,8 +15,9 @@ FunctionListView::FunctionListView(QWidget* parent) : QWidget(parent) {
     avatar_->setPixmap(QPixmap(QStringLiteral(":/resource/Chat/default_user_icon.png")));
     name_ = new QLabel(tr("Not signed in"), this);
     name_->setAlignment(Qt::AlignCenter);
-    name_->setStyleSheet(QStringLiteral("QLabel{color:#c9d4e2;font-size:%1px;background:transparent;}")
-                             .arg(m.value(ScreenMetrics::FontSizeSmall)));
+    name_->setStyleSheet(
+        QStringLiteral("QLabel{color:#c9d4e2;font-size:%1px;background:transparent;}")
+            .arg(m.value(ScreenMetrics::FontSizeSmall)));
     setToolTip(tr("Double-click to open the work site"));
 
     auto* layout = new QVBoxLayout(this);

@@ -6,8 +6,8 @@
 #include "commandlineswitches.h"
 #include "configstore.h"
 #include "crashdump.h"
-#include "logstream.h"
 #include "logger.h"
+#include "logstream.h"
 #include "mainwindow.h"
 #include "resources.h"
 #include "screenmetrics.h"
@@ -37,7 +37,8 @@ int main(int argc, char* argv[]) {
 
     ConfigStore& config = ConfigStore::instance();
     config.init();
-    const QByteArray dumpFolder = QDir::toNativeSeparators(config.folderPath(ConfigStore::Dump)).toUtf8();
+    const QByteArray dumpFolder =
+        QDir::toNativeSeparators(config.folderPath(ConfigStore::Dump)).toUtf8();
     crashdump::installCrashHandler(dumpFolder.constData(), 1);
     QX_LOG << "Quelix " << ConfigStore::kVersion << " started";
 

@@ -12,9 +12,17 @@
 class MainViewDelegate {
 public:
     // Pages of the main window, for showPage/currentPage.
-    enum Page { LoginPage = 0, ChatPage, OrgPage, TribePage, WorkCirclePage, SettingPage, PageCount };
+    enum Page {
+        LoginPage = 0,
+        ChatPage,
+        OrgPage,
+        TribePage,
+        WorkCirclePage,
+        SettingPage,
+        PageCount
+    };
 
-    virtual void loginSuccess(const QString& ownId) { (void)ownId; }                   // 0
+    virtual void loginSuccess(const QString& ownId) { (void)ownId; }                  // 0
     virtual void loginFailed(const QString& text) { (void)text; }                     // 1
     virtual void kicked(const QString& text) { (void)text; }                          // 2
     virtual void setOnline(bool online) { (void)online; }                             // 3
@@ -35,51 +43,51 @@ public:
         (void)name;
         (void)count;
     }
-    virtual void totalUnread(int count) { (void)count; }                              // 8
-    virtual void startScreenshot() {}                                                 // 9
-    virtual void showMainWindow() {}                                                  // 10
-    virtual void hideMainWindow() {}                                                  // 11
-    virtual bool isMainWindowActive() const { return false; }                         // 12
-    virtual QString currentConversationId() const { return QString(); }               // 13
-    virtual void trayToggleChanged(int side, bool value, int number) {                // 14
+    virtual void totalUnread(int count) { (void)count; }                 // 8
+    virtual void startScreenshot() {}                                    // 9
+    virtual void showMainWindow() {}                                     // 10
+    virtual void hideMainWindow() {}                                     // 11
+    virtual bool isMainWindowActive() const { return false; }            // 12
+    virtual QString currentConversationId() const { return QString(); }  // 13
+    virtual void trayToggleChanged(int side, bool value, int number) {   // 14
         (void)side;
         (void)value;
         (void)number;
     }
-    virtual void openConversation(const QString& id) { (void)id; }                    // 15
-    virtual void shakeWindow() {}                                                     // 16
-    virtual void setTrayAvailable(bool available) { (void)available; }               // 17
-    virtual void updateUserIcon(const QString& userId) { (void)userId; }              // 18
-    virtual void userOnlineChanged(const QString& userId, bool online) {              // 19
+    virtual void openConversation(const QString& id) { (void)id; }        // 15
+    virtual void shakeWindow() {}                                         // 16
+    virtual void setTrayAvailable(bool available) { (void)available; }    // 17
+    virtual void updateUserIcon(const QString& userId) { (void)userId; }  // 18
+    virtual void userOnlineChanged(const QString& userId, bool online) {  // 19
         (void)userId;
         (void)online;
     }
-    virtual void tribeDismissed(const QString& tribeId) { (void)tribeId; }            // 20
-    virtual void tribeMemberQuit(const QString& tribeId, const QString& userId) {     // 21
+    virtual void tribeDismissed(const QString& tribeId) { (void)tribeId; }         // 20
+    virtual void tribeMemberQuit(const QString& tribeId, const QString& userId) {  // 21
         (void)tribeId;
         (void)userId;
     }
-    virtual void tribeMemberJoined(const QString& tribeId, const QString& userId) {   // 22
+    virtual void tribeMemberJoined(const QString& tribeId, const QString& userId) {  // 22
         (void)tribeId;
         (void)userId;
     }
-    virtual void tribeMemberKicked(const QString& tribeId, const QString& userId) {   // 23
+    virtual void tribeMemberKicked(const QString& tribeId, const QString& userId) {  // 23
         (void)tribeId;
         (void)userId;
     }
-    virtual void start(bool autoLogin, bool kicked) {                                 // 24
+    virtual void start(bool autoLogin, bool kicked) {  // 24
         (void)autoLogin;
         (void)kicked;
     }
-    virtual void logout() {}                                                          // 25
-    virtual void showPage(int page) { (void)page; }                                   // 26
-    virtual int currentPage() const { return 0; }                                     // 27
-    virtual int unreadCount(const QString& id) const {                                // 28
+    virtual void logout() {}                            // 25
+    virtual void showPage(int page) { (void)page; }     // 26
+    virtual int currentPage() const { return 0; }       // 27
+    virtual int unreadCount(const QString& id) const {  // 28
         (void)id;
         return 0;
     }
-    virtual void ignoreAllMessages() {}                                               // 29
-    virtual bool quitApplication() { return false; }                                  // 30
+    virtual void ignoreAllMessages() {}               // 29
+    virtual bool quitApplication() { return false; }  // 30
 
     // The process-wide delegate, set by start-up once the main window exists.
     static MainViewDelegate* instance();

@@ -61,11 +61,12 @@ MainWindow::MainWindow(ConfigStore& store, QWidget* parent)
     setWindowFlags(Qt::FramelessWindowHint | Qt::Window);
     setWindowIcon(QIcon(QStringLiteral(":/resource/240x240.ico")));
     setWindowTitle(QStringLiteral("Quelix"));
-    setMinimumSize(m.value(ScreenMetrics::MainWinMinWidth), m.value(ScreenMetrics::MainWinMinHeight));
+    setMinimumSize(m.value(ScreenMetrics::MainWinMinWidth),
+                   m.value(ScreenMetrics::MainWinMinHeight));
 
     frame_ = new QFrame(this);
-    frame_->setStyleSheet(
-        QStringLiteral(".QFrame{border:%1px solid gray;}").arg(m.value(ScreenMetrics::BorderWidth)));
+    frame_->setStyleSheet(QStringLiteral(".QFrame{border:%1px solid gray;}")
+                              .arg(m.value(ScreenMetrics::BorderWidth)));
     auto* outer = new QHBoxLayout(frame_);
     const int border = m.value(ScreenMetrics::BorderWidth);
     outer->setContentsMargins(border, border, border, border);
@@ -194,22 +195,26 @@ void MainWindow::buildPages() {
     // are built; until then each page says what will be there.
     pages_->insertWidget(LoginPage, placeholderPage(QStringLiteral(":/resource/app_icon.png"),
                                                     tr("Sign in to start chatting."), pages_));
-    pages_->insertWidget(ChatPage, placeholderPage(QStringLiteral(":/resource/Chat/default_chat.png"),
-                                                   QStringLiteral("请选择联系人，开始聊天"), pages_));
-    pages_->insertWidget(OrgPage, placeholderPage(
-                                      QStringLiteral(":/resource/style/images/iconfont-zuzhijiagou.png"),
-                                      tr("The organisation appears here once you are signed in."), pages_));
-    pages_->insertWidget(TribePage, placeholderPage(QStringLiteral(":/resource/Chat/tribeIcon_avatar.png"),
-                                                    tr("Your project tribes appear here once you are signed in."),
-                                                    pages_));
+    pages_->insertWidget(ChatPage,
+                         placeholderPage(QStringLiteral(":/resource/Chat/default_chat.png"),
+                                         QStringLiteral("请选择联系人，开始聊天"), pages_));
+    pages_->insertWidget(
+        OrgPage,
+        placeholderPage(QStringLiteral(":/resource/style/images/iconfont-zuzhijiagou.png"),
+                        tr("The organisation appears here once you are signed in."), pages_));
+    pages_->insertWidget(
+        TribePage,
+        placeholderPage(QStringLiteral(":/resource/Chat/tribeIcon_avatar.png"),
+                        tr("Your project tribes appear here once you are signed in."), pages_));
     QWidget* work = placeholderPage(QString(), QString(), pages_);
     auto* open = new QPushButton(tr("Open the work site"), work);
     open->setObjectName(QStringLiteral("openWorkSite"));
     qobject_cast<QVBoxLayout*>(work->layout())->insertWidget(2, open, 0, Qt::AlignHCenter);
     connect(open, &QPushButton::clicked, this, &MainWindow::openWorkSite);
     pages_->insertWidget(WorkCirclePage, work);
-    pages_->insertWidget(SettingPage,
-                         placeholderPage(QString(), tr("Settings open here once you are signed in."), pages_));
+    pages_->insertWidget(
+        SettingPage,
+        placeholderPage(QString(), tr("Settings open here once you are signed in."), pages_));
     pages_->setCurrentIndex(LoginPage);
 }
 
@@ -339,9 +344,7 @@ void MainWindow::feedBackSlot() {
     box->open();
 }
 
-void MainWindow::openWorkSite() {
-    QDesktopServices::openUrl(QUrl(store_.url(UrlTable::UrlHome)));
-}
+void MainWindow::openWorkSite() { QDesktopServices::openUrl(QUrl(store_.url(UrlTable::UrlHome))); }
 
 // --- window behaviour -------------------------------------------------------------------
 
@@ -349,30 +352,33 @@ bool MainWindow::eventFilter(QObject* watched, QEvent* event) {
     // The frameless window is dragged by its title strip and its left column.
     if (watched == titleStrip_ || watched == leftColumn_) {
         switch (event->type()) {
-        case QEvent::MouseButtonPress: {
-            auto* e = static_cast<QMouseEvent*>(event);
-            if (e->button() == Qt::LeftButton && !isMaximized()) {
-                dragging_ = true;
-                dragOffset_ = e->globalPos() - frameGeometry().topLeft();
+            case QEvent::MouseButtonPress: {
+                auto* e = static_cast<QMouseEvent*>(event);
+                if (e->button() == Qt::LeftButton && !isMaximized()) {
+                    dragging_ = true;
+                    dragOffset_ = e->globalPos() - frameGeometry().topLeft();
+                }
+                break;
             }
-            break;
-        }
-        case QEvent::MouseMove: {
-            auto* e = static_cast<QMouseEvent*>(event);
-            if (dragging_ && (e->buttons() & Qt::LeftButton)) move(e->globalPos() - dragOffset_);
-            break;
-        }
-        case QEvent::MouseButtonRelease:
-            dragging_ = false;
-            break;
-        case QEvent::MouseButtonDblClick:
-            if (watched == titleStrip_) {
-                if (isMaximized()) titleButtons_->windowNormalSlot();
-                else titleButtons_->windowMaxSlot();
+            case QEvent::MouseMove: {
+                auto* e = static_cast<QMouseEvent*>(event);
+                if (dragging_ && (e->buttons() & Qt::LeftButton))
+                    move(e->globalPos() - dragOffset_);
+                break;
             }
-            break;
-        default:
-            break;
+            case QEvent::MouseButtonRelease:
+                dragging_ = false;
+                break;
+            case QEvent::MouseButtonDblClick:
+                if (watched == titleStrip_) {
+                    if (isMaximized())
+                        titleButtons_->windowNormalSlot();
+                    else
+                        titleButtons_->windowMaxSlot();
+                }
+                break;
+            default:
+                break;
         }
     }
     return QMainWindow::eventFilter(watched, event);
@@ -411,7 +417,8 @@ void MainWindow::restoreWindowSize() {
     int h = ConfigStore::readValueAt(file, QLatin1String(kHeightKey)).toInt();
     // A size that no longer fits the screen (or was never saved) falls back to the default.
     if (w < minimumWidth() || w > m.screenSize().width()) w = m.value(ScreenMetrics::MainWinWidth);
-    if (h < minimumHeight() || h > m.screenSize().height()) h = m.value(ScreenMetrics::MainWinHeight);
+    if (h < minimumHeight() || h > m.screenSize().height())
+        h = m.value(ScreenMetrics::MainWinHeight);
     resize(w, h);
 }
 
@@ -421,5 +428,6 @@ void MainWindow::saveWindowSize() {
     QJsonObject o;
     o.insert(QLatin1String(kWidthKey), QString::number(width()));
     o.insert(QLatin1String(kHeightKey), QString::number(height()));
-    quelix::configbase_t::writeFileAtomically(windowSizeFile(store_), quelix::configbase_t::toBytes(o));
+    quelix::configbase_t::writeFileAtomically(windowSizeFile(store_),
+                                              quelix::configbase_t::toBytes(o));
 }

@@ -3,6 +3,7 @@
 #include <QFile>
 #include <QJsonDocument>
 #include <QJsonParseError>
+#include <QRegularExpression>
 #include <QSaveFile>
 
 namespace quelix {
@@ -48,8 +49,21 @@ QString configbase_t::flagText(bool value) {
     return value ? QStringLiteral("true") : QStringLiteral("false");
 }
 
+namespace {
+const char kInt64Marker[] = "\x01\x02i64:";
+}
+
+QJsonValue configbase_t::int64Value(qint64 value) {
+    const qint64 exact = qint64(1) << 53;
+    if (value >= -exact && value <= exact) return QJsonValue(value);
+    return QJsonValue(QLatin1String(kInt64Marker) + QString::number(value));
+}
+
 QByteArray configbase_t::toBytes(const QJsonObject& o) {
-    return QJsonDocument(o).toJson(QJsonDocument::Indented);
+    QByteArray bytes = QJsonDocument(o).toJson(QJsonDocument::Indented);
+    if (!bytes.contains("\\u0001\\u0002i64:")) return bytes;
+    static const QRegularExpression marked(QStringLiteral("\"\\\\u0001\\\\u0002i64:(-?[0-9]+)\""));
+    return QString::fromUtf8(bytes).replace(marked, QStringLiteral("\\1")).toUtf8();
 }
 
 bool configbase_t::parseObject(const QByteArray& bytes, QJsonObject* out) {

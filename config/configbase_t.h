@@ -27,6 +27,9 @@ public:
     // Helpers shared by the file objects.
     static bool flag(const QJsonObject& o, const char* key, const char* defaultText);
     static QString flagText(bool value);
+    // Qt writes JSON numbers through a double, which loses 64-bit ids above 2^53. Such
+    // values are stored as a marked string and turned back into exact digits by toBytes.
+    static QJsonValue int64Value(qint64 value);
     static QByteArray toBytes(const QJsonObject& o);
     static bool parseObject(const QByteArray& bytes, QJsonObject* out);
     static bool writeFileAtomically(const QString& path, const QByteArray& bytes);

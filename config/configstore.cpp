@@ -12,11 +12,27 @@
 namespace {
 
 const char* const kFolderNames[ConfigStore::FolderCount] = {
-    ".",      "User Data", "All Users",     "",
-    "Receive", "Config",   "Cache",         "Record",
-    "Config", "Resource",  "Resource/Text", "Resource/HTML",
-    "Resource/Image", "Resource/Image/Emoji", "Resource/Image/Avatar",
-    "Resource/Image/ScreenShot", "Log", "OpenIM", "Dump", "Download", "Update",
+    ".",
+    "User Data",
+    "All Users",
+    "",
+    "Receive",
+    "Config",
+    "Cache",
+    "Record",
+    "Config",
+    "Resource",
+    "Resource/Text",
+    "Resource/HTML",
+    "Resource/Image",
+    "Resource/Image/Emoji",
+    "Resource/Image/Avatar",
+    "Resource/Image/ScreenShot",
+    "Log",
+    "OpenIM",
+    "Dump",
+    "Download",
+    "Update",
 };
 
 struct FileEntry {
@@ -84,8 +100,8 @@ ConfigStore::ConfigStore(const QString& baseFolder) : base_(baseFolder) {
 
 void ConfigStore::init() {
     QCoreApplication::setApplicationVersion(QLatin1String(kVersion));
-    for (int folder : {Config, UserData, AllUsers, ResourceImage, Avatar, ScreenShot, ResourceText,
-                       Update})
+    for (int folder :
+         {Config, UserData, AllUsers, ResourceImage, Avatar, ScreenShot, ResourceText, Update})
         QDir().mkpath(folderPath(folder));
 
     loadHtmlTable();
@@ -107,7 +123,8 @@ void ConfigStore::setUser(quint64 firstId, quint64 secondId) {
     firstId_ = firstId;
     secondId_ = secondId;
     hasUser_ = true;
-    for (int folder : {PerUser, Receive, UserConfig, Cache, Record}) QDir().mkpath(folderPath(folder));
+    for (int folder : {PerUser, Receive, UserConfig, Cache, Record})
+        QDir().mkpath(folderPath(folder));
 
     // Start from defaults: nothing of the previous user may leak into this one.
     talkList_ = quelix::listtalk_t();
@@ -125,32 +142,33 @@ void ConfigStore::setUser(quint64 firstId, quint64 secondId) {
 }
 
 QString ConfigStore::userDataRoot() const {
-    return settings_.userDir().isEmpty() ? base_ + QStringLiteral("/User Data") : settings_.userDir();
+    return settings_.userDir().isEmpty() ? base_ + QStringLiteral("/User Data")
+                                         : settings_.userDir();
 }
 
 QString ConfigStore::folderPath(int folderNo) const {
     switch (folderNo) {
-    case Base:
-        return base_;
-    case UserData:
-        return userDataRoot();
-    case AllUsers:
-        return userDataRoot() + QLatin1Char('/') + QLatin1String(kFolderNames[AllUsers]);
-    case PerUser:
-        // No user yet: no per-user path, so nothing lands in a folder of nobody's.
-        if (!hasUser_) return QString();
-        return userDataRoot() + QLatin1Char('/') + QString::number(firstId_) + QLatin1Char('_') +
-               QString::number(secondId_);
-    case Receive:
-    case UserConfig:
-    case Cache:
-    case Record:
-        if (!hasUser_) return QString();
-        return folderPath(PerUser) + QLatin1Char('/') + QLatin1String(kFolderNames[folderNo]);
-    default:
-        if (folderNo > Record && folderNo < FolderCount)
-            return base_ + QLatin1Char('/') + QLatin1String(kFolderNames[folderNo]);
-        return QString();
+        case Base:
+            return base_;
+        case UserData:
+            return userDataRoot();
+        case AllUsers:
+            return userDataRoot() + QLatin1Char('/') + QLatin1String(kFolderNames[AllUsers]);
+        case PerUser:
+            // No user yet: no per-user path, so nothing lands in a folder of nobody's.
+            if (!hasUser_) return QString();
+            return userDataRoot() + QLatin1Char('/') + QString::number(firstId_) +
+                   QLatin1Char('_') + QString::number(secondId_);
+        case Receive:
+        case UserConfig:
+        case Cache:
+        case Record:
+            if (!hasUser_) return QString();
+            return folderPath(PerUser) + QLatin1Char('/') + QLatin1String(kFolderNames[folderNo]);
+        default:
+            if (folderNo > Record && folderNo < FolderCount)
+                return base_ + QLatin1Char('/') + QLatin1String(kFolderNames[folderNo]);
+            return QString();
     }
 }
 
@@ -163,7 +181,8 @@ QString ConfigStore::filePath(int fileNo) const {
     return folder + QLatin1Char('/') + QLatin1String(f.name);
 }
 
-QString ConfigStore::readValueAt(const QString& path, const QString& key, const QString& defaultValue) {
+QString ConfigStore::readValueAt(const QString& path, const QString& key,
+                                 const QString& defaultValue) {
     const QJsonObject o = readObject(path);
     return o.contains(key) ? o.value(key).toString() : defaultValue;
 }

@@ -85,7 +85,8 @@ public:
     QString filePath(int fileNo) const;
 
     // Key-value files. writeValue replaces the whole file with an object of one key.
-    QString readValue(int fileNo, const QString& key, const QString& defaultValue = QString()) const;
+    QString readValue(int fileNo, const QString& key,
+                      const QString& defaultValue = QString()) const;
     bool writeValue(int fileNo, const QString& key, const QString& value) const;
     static QString readValueAt(const QString& path, const QString& key,
                                const QString& defaultValue = QString());

@@ -12,7 +12,9 @@ public:
     struct Entry {
         QString username;
         QString password;
-        bool operator==(const Entry& o) const { return username == o.username && password == o.password; }
+        bool operator==(const Entry& o) const {
+            return username == o.username && password == o.password;
+        }
     };
 
     QByteArray serialize() const override;

@@ -2,8 +2,8 @@
 
 #include <QJsonArray>
 
-#include <algorithm>
 #include <QVariant>
+#include <algorithm>
 
 #include "configkeys.h"
 
@@ -18,10 +18,10 @@ QByteArray listshield_t::serialize() const {
     QJsonArray list;
     for (const Entry& e : entries) {
         QJsonObject item;
-        item.insert(k(kID), qint64(e.id));
-        item.insert(k(kRole), qint64(e.role));
-        item.insert(QStringLiteral("companyId"), qint64(e.companyId));
-        item.insert(k(kTime), qint64(e.time));
+        item.insert(k(kID), int64Value(qint64(e.id)));
+        item.insert(k(kRole), int64Value(qint64(e.role)));
+        item.insert(QStringLiteral("companyId"), int64Value(qint64(e.companyId)));
+        item.insert(k(kTime), int64Value(qint64(e.time)));
         list.append(item);
     }
     QJsonObject o;

@@ -2,8 +2,8 @@
 
 #include <QJsonArray>
 
-#include <algorithm>
 #include <QVariant>
+#include <algorithm>
 
 #include "configkeys.h"
 
@@ -20,12 +20,12 @@ QByteArray listtalk_t::serialize() const {
     QJsonArray list;
     for (const Entry& e : entries) {
         QJsonObject item;
-        item.insert(k(kKey), qint64(e.key));
-        item.insert(k(kID), qint64(e.id));
-        item.insert(k(kRole), qint64(e.role));
-        item.insert(QStringLiteral("companyId"), qint64(e.companyId));
-        item.insert(k(kLastTime), e.lastTime);
-        item.insert(k(kTime), qint64(e.time));
+        item.insert(k(kKey), int64Value(qint64(e.key)));
+        item.insert(k(kID), int64Value(qint64(e.id)));
+        item.insert(k(kRole), int64Value(qint64(e.role)));
+        item.insert(QStringLiteral("companyId"), int64Value(qint64(e.companyId)));
+        item.insert(k(kLastTime), int64Value(e.lastTime));
+        item.insert(k(kTime), int64Value(qint64(e.time)));
         item.insert(k(kText), e.text);
         list.append(item);
     }
@@ -61,9 +61,9 @@ bool listtalk_t::add(const Entry& entry) {
 
 bool listtalk_t::remove(quint64 id) {
     const int before = entries.size();
-    entries.erase(std::remove_if(entries.begin(), entries.end(),
-                                 [id](const Entry& e) { return e.id == id; }),
-                  entries.end());
+    entries.erase(
+        std::remove_if(entries.begin(), entries.end(), [id](const Entry& e) { return e.id == id; }),
+        entries.end());
     return entries.size() != before;
 }
 

@@ -28,8 +28,9 @@ const FlagField kFlags[] = {
 
 QByteArray userconfig_t::serialize() const {
     QJsonObject o;
-    for (const FlagField& f : kFlags) o.insert(QLatin1String(configKey(f.key)), flagText(this->*f.field));
-    o.insert(QLatin1String(configKey(kThisTime)), thisTime);
+    for (const FlagField& f : kFlags)
+        o.insert(QLatin1String(configKey(f.key)), flagText(this->*f.field));
+    o.insert(QLatin1String(configKey(kThisTime)), int64Value(thisTime));
     return toBytes(o);
 }
 

@@ -21,9 +21,12 @@ QString FunctionTrace::qualifiedName(const char* prettyFunction) {
     int depth = 0;
     for (int i = s.size() - 1; i >= 0; --i) {
         const QChar c = s.at(i);
-        if (c == QLatin1Char('>')) ++depth;
-        else if (c == QLatin1Char('<')) --depth;
-        else if (c == QLatin1Char(' ') && depth == 0) return s.mid(i + 1);
+        if (c == QLatin1Char('>'))
+            ++depth;
+        else if (c == QLatin1Char('<'))
+            --depth;
+        else if (c == QLatin1Char(' ') && depth == 0)
+            return s.mid(i + 1);
     }
     return s;
 }

@@ -21,6 +21,6 @@ private:
     QString name_;
 };
 
-#define QX_TRACE_FUNCTION()                                   \
+#define QX_TRACE_FUNCTION()                             \
     FunctionTrace qxFunctionTrace_(&Logger::instance(), \
                                    FunctionTrace::qualifiedName(__PRETTY_FUNCTION__))

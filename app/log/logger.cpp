@@ -30,7 +30,8 @@ QString Logger::defaultDocumentsFolder() {
 QString Logger::logFolder() const { return documentsFolder_() + QStringLiteral("/Quelix/Log"); }
 
 QString Logger::logFilePath() const {
-    return logFolder() + QLatin1Char('/') + clock_().date().toString(QStringLiteral("yyyy_MM_dd.log"));
+    return logFolder() + QLatin1Char('/') +
+           clock_().date().toString(QStringLiteral("yyyy_MM_dd.log"));
 }
 
 bool Logger::write(const QString& text) {
@@ -40,7 +41,8 @@ bool Logger::write(const QString& text) {
     QMessageLogger(nullptr, 0, nullptr).debug().noquote() << line;
 
     // The folder and name are worked out again for every line: the day may have changed.
-    QFile file(logFolder() + QLatin1Char('/') + now.date().toString(QStringLiteral("yyyy_MM_dd.log")));
+    QFile file(logFolder() + QLatin1Char('/') +
+               now.date().toString(QStringLiteral("yyyy_MM_dd.log")));
     if (!file.open(QIODevice::WriteOnly | QIODevice::Append)) return false;
     QTextStream out(&file);
     out << line << "\r\n";

@@ -17,7 +17,9 @@ int main(int argc, char** argv) {
     QGuiApplication app(argc, argv);
     const QStringList args = app.arguments();
     if (args.size() < 5) {
-        std::fprintf(stderr, "usage: quelix-svgrender in.svg out.(png|ico) width height [--gray] [--tint #rrggbb]\n");
+        std::fprintf(stderr,
+                     "usage: quelix-svgrender in.svg out.(png|ico) width height [--gray] [--tint "
+                     "#rrggbb]\n");
         return 2;
     }
     QSvgRenderer svg(args.at(1));
