@@ -204,7 +204,7 @@ void ConfigStore::loadUrlTable() {
     for (int i = 0; i < UrlTable::Count; ++i) {
         const QString key = QLatin1String(UrlTable::keyName(UrlTable::Key(i)));
         const QJsonValue v = o.value(key);
-        urls_[i] = v.isString() ? v.toString() : UrlTable::defaultUrl(UrlTable::Key(i));
+        urls_[i] = v.isString() ? v.toString() : UrlTable::defaultUrl(UrlTable::Key(i), urlRoot_);
     }
 }
 

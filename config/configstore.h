@@ -92,6 +92,9 @@ public:
                                const QString& defaultValue = QString());
 
     // The URL table, kept whole in memory and in "UrlText.ini".
+    // The host root of the built-in addresses, for keys the file does not name. Set before
+    // init(); an empty root leaves the built-in addresses relative.
+    void setUrlRoot(const QString& root) { urlRoot_ = root; }
     QString url(UrlTable::Key key) const;
     void setUrl(UrlTable::Key key, const QString& value);
     bool saveUrlTable() const;
@@ -111,6 +114,7 @@ private:
     QString userDataRoot() const;
 
     QString base_;
+    QString urlRoot_ = UrlTable::defaultRoot();
     bool hasUser_ = false;
     quint64 firstId_ = 0;
     quint64 secondId_ = 0;

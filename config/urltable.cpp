@@ -34,9 +34,13 @@ const char* keyName(Key key) {
                                    : "";
 }
 
-QString defaultUrl(Key key) {
+QString defaultRoot() { return QStringLiteral("http://") + QLatin1String(kProductionHost); }
+
+QString defaultUrl(Key key, const QString& root) {
     if (key < 0 || key >= Count) return QString();
-    return QStringLiteral("http://") + QLatin1String(kProductionHost) + QLatin1String(kPaths[key]);
+    QString base = root;
+    while (base.endsWith(QLatin1Char('/'))) base.chop(1);
+    return base + QLatin1String(kPaths[key]);
 }
 
 }  // namespace UrlTable

@@ -31,6 +31,9 @@ extern const char* const kProductionHost;
 extern const char* const kTestHost;
 
 const char* keyName(Key key);
-QString defaultUrl(Key key);
+// "http://" + the production host: where the built-in addresses point.
+QString defaultRoot();
+// The built-in address of a key under a host root; an empty root leaves it relative.
+QString defaultUrl(Key key, const QString& root = defaultRoot());
 
 }  // namespace UrlTable
