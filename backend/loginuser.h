@@ -1,0 +1,32 @@
+#pragma once
+
+#include <QJsonObject>
+#include <QString>
+
+// The signed-in user as the back end's log-in reply describes them, with what the IM
+// session needs (the IM account, its own secret and the server's address).
+struct LoginUser {
+    QString id;
+    QString nick;
+    QString username;
+    QString userIcon;
+    QString workNick;
+    QString deptName;
+    QString loginType;
+    QString companyId;
+    QString companyName;
+    QString crmSys;
+    QString email;
+    QString openId;
+    QString iosVersion;
+    QString androidVersion;
+    QString md5Sign;
+    QString imAccount;  // the directory id when the back end names none
+    QString imSecret;
+    QString imHost;
+    QString imDomain;
+    int imPort = 5222;
+
+    // False when the reply lacks what a session cannot do without (the ids).
+    static bool fromJson(const QJsonObject& o, LoginUser* out);
+};
