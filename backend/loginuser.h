@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QJsonObject>
+#include <QMetaType>
 #include <QString>
 
 // The signed-in user as the back end's log-in reply describes them, with what the IM
@@ -30,3 +31,5 @@ struct LoginUser {
     // False when the reply lacks what a session cannot do without (the ids).
     static bool fromJson(const QJsonObject& o, LoginUser* out);
 };
+
+Q_DECLARE_METATYPE(LoginUser)
