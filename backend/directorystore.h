@@ -46,6 +46,7 @@ public:
     struct Tribe {
         QString id;  // the project's id, also the IM tribe's id
         QString name;
+        QString companyId;  // the company that owns the project
     };
 
     enum class SearchMode { Colleagues, Tribes };
@@ -69,6 +70,9 @@ public:
 
     void setSelfId(const QString& id);
     const QString& selfId() const { return selfId_; }
+    // The signed-in user's company, from the log-in reply.
+    void setCompanyId(const QString& id) { companyId_ = id; }
+    const QString& companyId() const { return companyId_; }
     // The signed-in user's signature token, from their own directory entry.
     const QString& md5Sign() const { return md5Sign_; }
 
@@ -105,5 +109,6 @@ private:
     mutable bool orderedValid_ = false;
     QHash<QString, Tribe> tribes_;
     QString selfId_;
+    QString companyId_;
     QString md5Sign_;
 };

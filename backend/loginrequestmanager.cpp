@@ -101,5 +101,6 @@ void LoginRequestManager::fetchToken() {
 
 void LoginRequestManager::fetchOrganisation() {
     store_->setSelfId(user_.id);
+    store_->setCompanyId(user_.companyId);
     directory_->loadOrganisation(user_.id.toULongLong(), user_.companyId.toULongLong());
 }

@@ -1,0 +1,54 @@
+#include "chatlistitemwidget.h"
+
+#include <QApplication>
+#include <QHBoxLayout>
+#include <QLabel>
+#include <QPushButton>
+
+#include "screenmetrics.h"
+
+ChatListItemWidget::ChatListItemWidget(const QString& id, const QString& name, QWidget* parent)
+    : TalkListItemWidget(parent), id_(id) {
+    const ScreenMetrics& m = ScreenMetrics::instance();
+    setAttribute(Qt::WA_Hover);
+    setStyleSheet(QStringLiteral("QWidget::hover{background: rgba(230,233,236, 5%);}"));
+    avatar_ = new QLabel(this);
+    const int size = m.value(ScreenMetrics::AvatarSize) - 4;
+    avatar_->setFixedSize(size, size);
+    avatar_->setScaledContents(true);
+    name_ = new QLabel(name, this);
+    name_->setStyleSheet(
+        QStringLiteral("QLabel{background-color:transparent;border-style:none;font-family:%2;"
+                       "font-size:%1px;color:#444;}")
+            .arg(m.value(ScreenMetrics::FontSizeNormal))
+            .arg(QApplication::font().family()));
+    remove_ = new QPushButton(this);
+    remove_->setObjectName(QStringLiteral("removeConversation"));
+    remove_->setFixedSize(14, 14);
+    remove_->setFocusPolicy(Qt::NoFocus);
+    remove_->setStyleSheet(QStringLiteral("QPushButton{border-image:url(:/resource/Chat/x.png);}"));
+    remove_->hide();
+    connect(remove_, &QPushButton::clicked, this, [this] { emit deleteItemSignal(id_); });
+
+    auto* layout = new QHBoxLayout(this);
+    layout->setContentsMargins(10, 6, 10, 6);
+    layout->setSpacing(8);
+    layout->addWidget(avatar_);
+    layout->addWidget(name_, 1);
+    layout->addWidget(badge());
+    layout->addWidget(remove_);
+}
+
+QString ChatListItemWidget::name() const { return name_->text(); }
+
+void ChatListItemWidget::setAvatar(const QString& path) { avatar_->setPixmap(QPixmap(path)); }
+
+void ChatListItemWidget::enterEvent(QEvent* event) {
+    remove_->show();
+    TalkListItemWidget::enterEvent(event);
+}
+
+void ChatListItemWidget::leaveEvent(QEvent* event) {
+    remove_->hide();
+    TalkListItemWidget::leaveEvent(event);
+}

@@ -1,0 +1,379 @@
+#include "conversationview.h"
+
+#include <QAbstractEventDispatcher>
+#include <QApplication>
+#include <QLabel>
+#include <QListWidget>
+#include <QMutexLocker>
+#include <QPushButton>
+#include <QStackedWidget>
+#include <QVBoxLayout>
+
+#include "avatarmanager.h"
+#include "chatlistitemwidget.h"
+#include "colleagenamesearchedit.h"
+#include "configstore.h"
+#include "conversationcontentview.h"
+#include "directorystore.h"
+#include "globalhotkey.h"
+#include "mainviewdelegate.h"
+#include "screenmetrics.h"
+
+namespace {
+// Never reset: after an outage the dots go on where they stopped.
+int g_netTipTicks = 0;
+
+QWidget* placeholder(QWidget* parent) {
+    auto* page = new QWidget(parent);
+    page->setObjectName(QStringLiteral("conversationPlaceholder"));
+    page->setStyleSheet(
+        QStringLiteral("QWidget{background-color:#fafafa;border-top-left-radius:0px;border-top-"
+                       "right-radius:%1px;"
+                       "border-bottom-right-radius:%1px;border-bottom-left-radius:0px;}")
+            .arg(ScreenMetrics::instance().value(ScreenMetrics::CornerRadius)));
+    auto* layout = new QVBoxLayout(page);
+    layout->addStretch();
+    auto* image = new QLabel(page);
+    image->setPixmap(QPixmap(QStringLiteral(":/resource/Chat/default_chat.png")));
+    image->setFixedSize(image->sizeHint());
+    layout->addWidget(image, 0, Qt::AlignHCenter);
+    auto* text = new QLabel(QStringLiteral("请选择联系人，开始聊天"), page);
+    text->setStyleSheet(QStringLiteral("QLabel{color:#9aa5b1;}"));
+    layout->addWidget(text, 0, Qt::AlignHCenter);
+    layout->addStretch();
+    return page;
+}
+}  // namespace
+
+ConversationView::ConversationView(QWidget* parent) : QSplitter(Qt::Horizontal, parent) {
+    setHandleWidth(1);
+    setChildrenCollapsible(false);
+
+    listArea_ = new QWidget(this);
+    listArea_->setMinimumWidth(200);
+    listArea_->setMaximumWidth(320);
+    auto* left = new QVBoxLayout(listArea_);
+    left->setContentsMargins(0, 0, 0, 0);
+    left->setSpacing(0);
+    search_ = new ColleageNameSearchEdit(listArea_);
+    search_->setObjectName(QStringLiteral("conversationSearch"));
+    auto* searchButton = new QPushButton(search_);
+    searchButton->setStyleSheet(
+        QStringLiteral("QPushButton{border-image: url(:/resource/Chat/search_icon.png);"
+                       "border-radius:0px;background-color:transparent;}"));
+    searchButton->setFixedSize(16, 16);
+    search_->setTextMargins(22, 0, 0, 0);
+    searchButton->move(4, 6);
+    left->addWidget(search_);
+    talkList_ = new QListWidget(listArea_);
+    talkList_->setObjectName(QStringLiteral("talkList"));
+    talkList_->setStyleSheet(
+        QStringLiteral("QListWidget{border:none;background-color:#f5f6f8;}"
+                       "QListWidget::item:selected{background-color:#e1e6ec;}"));
+    left->addWidget(talkList_);
+
+    auto* right = new QWidget(this);
+    auto* rightLayout = new QVBoxLayout(right);
+    rightLayout->setContentsMargins(0, 0, 0, 0);
+    rightLayout->setSpacing(0);
+    netTip_ = new QLabel(right);
+    netTip_->setObjectName(QStringLiteral("netTip"));
+    netTip_->setAlignment(Qt::AlignCenter);
+    netTip_->setStyleSheet(
+        QStringLiteral("QLabel{background-color:#fff4e5;color:#b7791f;padding:4px;}"));
+    netTip_->hide();
+    rightLayout->addWidget(netTip_);
+    stack_ = new QStackedWidget(right);
+    stack_->insertWidget(0, placeholder(stack_));
+    rightLayout->addWidget(stack_, 1);
+    addWidget(listArea_);
+    addWidget(right);
+    setStretchFactor(1, 1);
+
+    connect(search_, &ColleageNameSearchEdit::searchListSignal, this,
+            &ConversationView::showSearchList);
+    connect(search_, &ColleageNameSearchEdit::selectedSearchResultItem, this,
+            &ConversationView::selectedOnSearchList);
+    connect(search_, &ColleageNameSearchEdit::erasedAllText, this,
+            &ConversationView::selectedOnSearchList);
+    connect(talkList_, &QListWidget::currentRowChanged, this,
+            &ConversationView::currentRowChangedSlot);
+    netTimer_.setInterval(1000);
+    connect(&netTimer_, &QTimer::timeout, this, &ConversationView::netTipTimeout);
+    connect(&quelix::AvatarManager::instance(), &quelix::AvatarManager::signal_ReceiveAvatar, this,
+            &ConversationView::UpdateUserIcon);
+
+    if (QAbstractEventDispatcher* dispatcher = QAbstractEventDispatcher::instance())
+        dispatcher->installNativeEventFilter(this);
+    hotKeyRegistered_ =
+        hotkey::registerKey(kHotKeyId, hotkey::kModControl | hotkey::kModShift, hotkey::kKeyZ);
+}
+
+ConversationView::~ConversationView() {
+    hotkey::unregisterKey(kHotKeyId);
+    if (QAbstractEventDispatcher* dispatcher = QAbstractEventDispatcher::instance())
+        dispatcher->removeNativeEventFilter(this);
+}
+
+bool ConversationView::nativeEventFilter(const QByteArray& eventType, void* message, long*) {
+    int id = 0;
+    if (hotkey::isHotKeyEvent(eventType.constData(), message, &id) && id == kHotKeyId) {
+        hotkey::unregisterKey(kHotKeyId);
+        if (MainViewDelegate* shell = MainViewDelegate::instance()) shell->startScreenshot();
+        hotkey::registerKey(kHotKeyId, hotkey::kModControl | hotkey::kModShift, hotkey::kKeyZ);
+    }
+    return false;  // others may want the event too
+}
+
+QString ConversationView::displayName(const QString& id) const {
+    const DirectoryStore& store = DirectoryStore::instance();
+    if (const DirectoryStore::Colleague* c = store.colleague(id))
+        return c->realName.isEmpty() ? c->userName : c->realName;
+    if (const DirectoryStore::Tribe* t = store.tribe(id)) return t->name;
+    return QString();
+}
+
+ChatListItemWidget* ConversationView::rowWidget(int row) const {
+    return qobject_cast<ChatListItemWidget*>(talkList_->itemWidget(talkList_->item(row)));
+}
+
+int ConversationView::rowOf(const QString& id) const {
+    for (int row = 0; row < talkList_->count(); ++row)
+        if (talkList_->item(row)->data(Qt::UserRole).toString() == id) return row;
+    return -1;
+}
+
+int ConversationView::unreadCount(const QString& id) const {
+    const int row = rowOf(id);
+    return row < 0 ? 0 : rowWidget(row)->unreadCount();
+}
+
+QString ConversationView::currentConversationId() const {
+    QListWidgetItem* item = talkList_->currentItem();
+    return item && stack_->currentIndex() > 0 ? item->data(Qt::UserRole).toString() : QString();
+}
+
+ConversationContentView* ConversationView::page(const QString& id) {
+    QMutexLocker lock(&mutex_);
+    auto it = pageMap_.constFind(id);
+    if (it != pageMap_.constEnd() && it.key() == id && it.value()) return it.value();
+    auto* created = new ConversationContentView(id, !DirectoryStore::instance().isUser(id), stack_);
+    pageMap_.insert(id, created);
+    stack_->insertWidget(stack_->count(), created);
+    lock.unlock();
+    emit pageCreated(created);
+    return created;
+}
+
+void ConversationView::openPage(const QString& id) { stack_->setCurrentWidget(page(id)); }
+
+void ConversationView::addRow(const QString& id, const QString& name, int count) {
+    auto* row = new ChatListItemWidget(id, name, talkList_);
+    connect(row, &ChatListItemWidget::deleteItemSignal, this,
+            &ConversationView::deleteMemberFromMemberList);
+    row->setAvatar(quelix::AvatarManager::instance().displayPath(id, true));
+    if (const DirectoryStore::Colleague* c = DirectoryStore::instance().colleague(id))
+        quelix::AvatarManager::instance().requestAvatar(id, c->userIcon);
+    else if (DirectoryStore::instance().tribe(id))
+        row->setAvatar(ConfigStore::instance().filePath(ConfigStore::TribeIcon));
+    row->setUnreadCount(count);
+    auto* item = new QListWidgetItem;
+    item->setData(Qt::UserRole, id);
+    item->setSizeHint(row->sizeHint());
+    const QSignalBlocker quiet(talkList_);  // inserting is not opening
+    talkList_->insertItem(0, item);
+    talkList_->setItemWidget(item, row);
+    if (count != 0)
+        if (MainViewDelegate* shell = MainViewDelegate::instance())
+            shell->newMessageAlert(id, name, count);
+}
+
+void ConversationView::showConversation(const QString& id, int count) {
+    const int row = rowOf(id);
+    if (row < 0) {
+        const QString name = displayName(id);
+        if (name.isEmpty()) return;  // nobody we know
+        addRow(id, name, count);
+        persistAdd(id);
+        if (count == 0) {
+            talkList_->setCurrentRow(0);
+            openPage(id);
+        }
+        reportTotal();
+        return;
+    }
+    ChatListItemWidget* widget = rowWidget(row);
+    const int total = count > 0 ? widget->unreadCount() + count : 0;
+    if (row == 0) {
+        if (count == 0) {
+            widget->setUnreadCount(0);
+            talkList_->setCurrentRow(0);
+            openPage(id);
+        } else {
+            widget->setUnreadCount(total);
+            if (MainViewDelegate* shell = MainViewDelegate::instance())
+                shell->newMessageAlert(id, widget->name(), total);
+        }
+    } else {
+        const QString name = widget->name();
+        const bool wasCurrent = talkList_->currentRow() == row;
+        {
+            const QSignalBlocker quiet(talkList_);
+            delete talkList_->takeItem(row);
+        }
+        addRow(id, name, total);
+        if (count == 0) {
+            talkList_->setCurrentRow(0);
+            openPage(id);
+        } else if (wasCurrent) {
+            const QSignalBlocker quiet(talkList_);
+            talkList_->setCurrentRow(0);
+        }
+    }
+    reportTotal();
+}
+
+void ConversationView::currentRowChangedSlot(int row) {
+    if (row < 0 || row >= talkList_->count()) return;
+    const QString id = talkList_->item(row)->data(Qt::UserRole).toString();
+    rowWidget(row)->setUnreadCount(0);
+    openPage(id);
+    reportTotal();
+}
+
+void ConversationView::deleteMemberFromMemberList(QString id) {
+    const int row = rowOf(id);
+    if (row < 0) return;
+    const bool wasCurrent = talkList_->currentRow() == row;
+    {
+        const QSignalBlocker quiet(talkList_);
+        delete talkList_->takeItem(row);
+    }
+    if (wasCurrent) {
+        if (talkList_->count() > 0) {
+            talkList_->setCurrentRow(-1);
+            talkList_->setCurrentRow(0);
+        } else {
+            stack_->setCurrentIndex(0);
+        }
+    }
+    persistRemove(id);
+    reportTotal();
+}
+
+void ConversationView::loadTalkList() {
+    const quelix::listtalk_t& saved = ConfigStore::instance().talkList();
+    const QSignalBlocker quiet(talkList_);
+    talkList_->clear();
+    for (const auto& entry : saved.entries) {
+        const QString id = QString::number(entry.id);
+        const QString name = displayName(id);
+        if (!name.isEmpty() && rowOf(id) < 0) addRow(id, name, 0);
+    }
+    reportTotal();
+}
+
+void ConversationView::persistAdd(const QString& id) {
+    ConfigStore& config = ConfigStore::instance();
+    if (!config.hasUser()) return;
+    quelix::listtalk_t::Entry entry;
+    entry.id = id.toULongLong();
+    entry.role = DirectoryStore::instance().isUser(id) ? 0 : 1;
+    if (config.talkList().add(entry)) config.talkList().save();
+}
+
+void ConversationView::persistRemove(const QString& id) {
+    ConfigStore& config = ConfigStore::instance();
+    if (!config.hasUser()) return;
+    if (config.talkList().remove(id.toULongLong())) config.talkList().save();
+}
+
+int ConversationView::totalUnread() const {
+    int sum = 0;
+    for (int row = 0; row < talkList_->count(); ++row)
+        if (auto* w =
+                qobject_cast<TalkListItemWidget*>(talkList_->itemWidget(talkList_->item(row))))
+            sum += w->unreadCount();
+    return sum;
+}
+
+void ConversationView::reportTotal() {
+    if (MainViewDelegate* shell = MainViewDelegate::instance()) shell->totalUnread(totalUnread());
+}
+
+void ConversationView::setOnline(bool online) {
+    ConversationContentView::setClientOnline(online);
+    if (online) {
+        netTimer_.stop();
+        netTip_->hide();
+        return;
+    }
+    if (!netTimer_.isActive()) {
+        netTipTimeout();
+        netTimer_.start();
+    }
+    netTip_->show();
+}
+
+void ConversationView::netTipTimeout() {
+    static const char* const kTexts[3] = {"断线重连中.", "断线重连中..", "断线重连中..."};
+    netTip_->setText(QString::fromUtf8(kTexts[g_netTipTicks % 3]));
+    ++g_netTipTicks;
+}
+
+void ConversationView::showSearchList(QListWidget* list) {
+    if (searchList_ && searchList_ != list) searchList_->hide();
+    searchList_ = list;
+    list->setParent(listArea_);
+    if (auto* layout = qobject_cast<QVBoxLayout*>(listArea_->layout())) {
+        if (layout->indexOf(list) < 0) layout->insertWidget(2, list);
+    }
+    talkList_->hide();
+    list->show();
+}
+
+void ConversationView::setCurrentList() {
+    if (searchList_) searchList_->hide();
+    talkList_->show();
+}
+
+void ConversationView::selectedOnSearchList(const QString& id) {
+    setCurrentList();
+    if (id.isEmpty()) return;  // the search text was erased
+    search_->blockSignals(true);
+    search_->clear();
+    search_->blockSignals(false);
+    showConversation(id, 0);
+}
+
+void ConversationView::chatViewActive() {
+    const int row = talkList_->currentRow();
+    if (row < 0 || stack_->currentIndex() == 0) return;
+    if (rowWidget(row)->unreadCount() > 0) {
+        rowWidget(row)->setUnreadCount(0);
+        reportTotal();
+    }
+}
+
+void ConversationView::UpdateUserIcon(const QString& userId, const QString& path) {
+    const int row = rowOf(userId);
+    if (row >= 0) rowWidget(row)->setAvatar(path);
+}
+
+void ConversationView::conversationViewScreenShots(bool isVisible) {
+    MainViewDelegate* shell = MainViewDelegate::instance();
+    if (!shell) return;
+    if (!isVisible) shell->hideMainWindow();
+    shell->startScreenshot();
+}
+
+void ConversationView::showWinSlot() {
+    if (MainViewDelegate* shell = MainViewDelegate::instance()) shell->showMainWindow();
+}
+
+void ConversationView::screenShortFinished() { showWinSlot(); }
+
+void ConversationView::ignoreAllMsgsSlot() {
+    for (int row = 0; row < talkList_->count(); ++row) rowWidget(row)->setUnreadCount(0);
+    reportTotal();
+}

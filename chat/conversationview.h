@@ -1,0 +1,84 @@
+#pragma once
+
+#include <QAbstractNativeEventFilter>
+#include <QMap>
+#include <QMutex>
+#include <QSplitter>
+#include <QTimer>
+
+class ChatListItemWidget;
+class ColleageNameSearchEdit;
+class ConversationContentView;
+class QLabel;
+class QListWidget;
+class QListWidgetItem;
+class QStackedWidget;
+
+// The conversation area: the talk list (recent conversations, newest activity first,
+// with unread badges) beside a stack of conversation pages. It also shows the
+// reconnecting tip and owns the screenshot hot key.
+class ConversationView : public QSplitter, public QAbstractNativeEventFilter {
+    Q_OBJECT
+public:
+    static constexpr int kHotKeyId = 1;
+
+    explicit ConversationView(QWidget* parent = nullptr);
+    ~ConversationView() override;
+
+    // A message arrived (count > 0), or the user opens the conversation (count 0).
+    void showConversation(const QString& id, int count);
+    // Rows from the saved talk list, with nothing unread.
+    void loadTalkList();
+    // The page of a conversation, created on first use.
+    ConversationContentView* page(const QString& id);
+    void setOnline(bool online);
+
+    QString currentConversationId() const;
+    int rowOf(const QString& id) const;
+    int unreadCount(const QString& id) const;
+    int totalUnread() const;
+    QListWidget* talkList() const { return talkList_; }
+    QStackedWidget* pages() const { return stack_; }
+    QLabel* netTip() const { return netTip_; }
+    bool hotKeyRegistered() const { return hotKeyRegistered_; }
+
+    bool nativeEventFilter(const QByteArray& eventType, void* message, long* result) override;
+
+signals:
+    // A new page exists: the IM core and the output attach to it.
+    void pageCreated(ConversationContentView* page);
+
+public slots:
+    void showSearchList(QListWidget* list);
+    void setCurrentList();
+    void currentRowChangedSlot(int row);
+    void selectedOnSearchList(const QString& id);
+    void netTipTimeout();
+    void chatViewActive();
+    void deleteMemberFromMemberList(QString id);
+    void UpdateUserIcon(const QString& userId, const QString& path);
+    void conversationViewScreenShots(bool isVisible);
+    void showWinSlot();
+    void screenShortFinished();
+    void ignoreAllMsgsSlot();
+
+private:
+    QString displayName(const QString& id) const;
+    ChatListItemWidget* rowWidget(int row) const;
+    void addRow(const QString& id, const QString& name, int count);
+    void openPage(const QString& id);
+    void persistAdd(const QString& id);
+    void persistRemove(const QString& id);
+    void reportTotal();
+
+    ColleageNameSearchEdit* search_;
+    QWidget* listArea_;
+    QListWidget* talkList_;
+    QListWidget* searchList_ = nullptr;
+    QStackedWidget* stack_;
+    QLabel* netTip_;
+    QTimer netTimer_;
+    QMap<QString, ConversationContentView*> pageMap_;
+    QMutex mutex_;  // guards the page map; pages are looked up from slots of several views
+    bool hotKeyRegistered_ = false;
+};

@@ -1,0 +1,188 @@
+#include <QtTest>
+
+#include <QLabel>
+#include <QListWidget>
+#include <QStackedWidget>
+
+#include "configstore.h"
+#include "conversationcontentview.h"
+#include "conversationview.h"
+#include "directorystore.h"
+#include "mainviewdelegate.h"
+#include "resources.h"
+
+namespace {
+// Stands in for the main window: records what the talk list reports to the shell.
+class RecordingShell : public MainViewDelegate {
+public:
+    void newMessageAlert(const QString& id, const QString& name, int count) override {
+        alerts << QStringLiteral("%1 %2 %3").arg(id, name).arg(count);
+    }
+    void totalUnread(int count) override { total = count; }
+    void startScreenshot() override { ++screenshots; }
+    QStringList alerts;
+    int total = -1;
+    int screenshots = 0;
+};
+
+QByteArray org() {
+    return "{\"errorCode\":0,\"results\":{\"allDeptList\":[{\"id\":\"1\",\"parentId\":\"\"}],"
+           "\"allUserList\":["
+           "{\"id\":\"101\",\"section\":\"1\",\"realName\":\"王伟\"},{\"id\":\"102\",\"section\":"
+           "\"1\",\"realName\":\"李娜\"},"
+           "{\"id\":\"103\",\"section\":\"1\",\"realName\":\"张敏\"}]}}";
+}
+
+QStringList rows(const ConversationView& v) {
+    QStringList out;
+    for (int i = 0; i < v.talkList()->count(); ++i)
+        out << v.talkList()->item(i)->data(Qt::UserRole).toString();
+    return out;
+}
+}  // namespace
+
+class TestConversationView : public QObject {
+    Q_OBJECT
+private slots:
+    void initTestCase();
+    void init();
+    void messagesMoveRowsAndCountBadges();
+    void removingTheCurrentConversationSelectsTheTop();
+    void talkListSurvivesARestartWithNothingUnread();
+    void reconnectTipContinuesItsDots();
+    void sendsAreGuarded();
+
+private:
+    RecordingShell shell_;
+};
+
+void TestConversationView::initTestCase() {
+    quelixInitResources();
+    ConfigStore::instance().init();
+    ConfigStore::instance().setUser(101, 7);
+    QVERIFY(DirectoryStore::instance().load(org()));
+    DirectoryStore::instance().setCompanyId("7");
+    DirectoryStore::instance().setTribes({{"900", "Quelix 项目", "7"}, {"901", "合作方群", "8"}});
+    MainViewDelegate::setInstance(&shell_);
+}
+
+void TestConversationView::init() {
+    ConfigStore::instance().talkList().entries.clear();
+    ConfigStore::instance().talkList().save();
+    shell_.alerts.clear();
+}
+
+void TestConversationView::messagesMoveRowsAndCountBadges() {
+    ConversationView view;
+    view.showConversation("404", 1);  // nobody we know: no row
+    QVERIFY(rows(view).isEmpty());
+
+    view.showConversation("101", 0);  // the user opens 王伟
+    view.showConversation("102", 2);
+    view.showConversation("103", 1);
+    QCOMPARE(rows(view), QStringList({"103", "102", "101"}));
+    QCOMPARE(view.currentConversationId(), QStringLiteral("101"));
+    QCOMPARE(shell_.total, 3);
+
+    // Already at the top: only the badge changes, the selection stays.
+    view.showConversation("103", 4);
+    QCOMPARE(rows(view), QStringList({"103", "102", "101"}));
+    QCOMPARE(view.unreadCount("103"), 5);
+    QCOMPARE(view.currentConversationId(), QStringLiteral("101"));
+    QCOMPARE(shell_.alerts.last(), QStringLiteral("103 张敏 5"));
+
+    // Further down: moved to the top with the sum.
+    view.showConversation("102", 1);
+    QCOMPARE(rows(view), QStringList({"102", "103", "101"}));
+    QCOMPARE(view.unreadCount("102"), 3);
+    QCOMPARE(shell_.total, 8);
+
+    // Opening a conversation clears it and brings it up.
+    view.showConversation("103", 0);
+    QCOMPARE(rows(view), QStringList({"103", "102", "101"}));
+    QCOMPARE(view.unreadCount("103"), 0);
+    QCOMPARE(view.currentConversationId(), QStringLiteral("103"));
+    QCOMPARE(view.pages()->currentWidget(), static_cast<QWidget*>(view.page("103")));
+    QCOMPARE(shell_.total, 3);
+    QCOMPARE(view.page("103"), view.page("103"));  // one page per conversation
+    QCOMPARE(view.pages()->count(), 3);            // placeholder, 101, 103
+}
+
+void TestConversationView::removingTheCurrentConversationSelectsTheTop() {
+    ConversationView view;
+    view.showConversation("101", 1);
+    view.showConversation("102", 1);
+    view.showConversation("103", 0);
+    QCOMPARE(view.currentConversationId(), QStringLiteral("103"));
+    view.deleteMemberFromMemberList("103");
+    QCOMPARE(rows(view), QStringList({"102", "101"}));
+    QCOMPARE(view.currentConversationId(), QStringLiteral("102"));
+    QCOMPARE(view.unreadCount("102"), 0);  // opened, so read
+    QCOMPARE(shell_.total, 1);
+    view.deleteMemberFromMemberList("101");
+    view.deleteMemberFromMemberList("102");
+    QCOMPARE(view.pages()->currentIndex(), 0);  // back to the placeholder
+}
+
+void TestConversationView::talkListSurvivesARestartWithNothingUnread() {
+    {
+        ConversationView view;
+        view.showConversation("101", 3);
+        view.showConversation("900", 2);
+        view.showConversation("102", 1);
+        view.deleteMemberFromMemberList("102");
+    }
+    ConfigStore::instance().setUser(101, 7);  // as at the next sign-in
+    ConversationView again;
+    again.loadTalkList();
+    QCOMPARE(rows(again), QStringList({"900", "101"}));
+    QCOMPARE(again.totalUnread(), 0);
+    QCOMPARE(ConfigStore::instance().talkList().entries.at(1).role, quint64(1));  // the tribe
+}
+
+void TestConversationView::reconnectTipContinuesItsDots() {
+    ConversationView view;
+    QStringList seen;
+    view.setOnline(false);  // the tip shows its first text at once
+    QVERIFY(view.netTip()->isVisibleTo(&view));
+    seen << view.netTip()->text();
+    for (int i = 0; i < 2; ++i) {
+        view.netTipTimeout();
+        seen << view.netTip()->text();
+    }
+    view.setOnline(true);
+    QVERIFY(!view.netTip()->isVisibleTo(&view));
+    view.setOnline(false);  // a second outage goes on where the first one stopped
+    seen << view.netTip()->text();
+    view.netTipTimeout();
+    seen << view.netTip()->text();
+
+    const QStringList cycle = {"断线重连中.", "断线重连中..", "断线重连中..."};
+    const int start = cycle.indexOf(seen.first());
+    QVERIFY(start >= 0);
+    for (int i = 0; i < seen.size(); ++i) QCOMPARE(seen.at(i), cycle.at((start + i) % 3));
+}
+
+void TestConversationView::sendsAreGuarded() {
+    ConversationContentView::setClientOnline(false);
+    ConversationContentView user("101", false);
+    QSignalSpy text(&user, &ConversationContentView::sendTextMsg);
+    QVERIFY(!user.sendText("hi"));
+    QCOMPARE(user.tips().last(), QStringLiteral("您目前处于离线状态，暂时无法发送消息。"));
+    ConversationContentView::setClientOnline(true);
+    QVERIFY(user.sendText("hi"));
+    QCOMPARE(text.size(), 1);
+
+    ConversationContentView partner("901", true);
+    QVERIFY(!partner.sendText("hi"));
+    QCOMPARE(partner.tips().last(), QStringLiteral("暂不支持在非本公司群中发言。"));
+    QVERIFY(!partner.sendMedia("/tmp/a.png"));
+    QCOMPARE(partner.tips().last(), QStringLiteral("暂不支持在非本公司群中传输文件。"));
+    QVERIFY(!partner.sendCustom("{}", "[任务]"));
+    ConversationContentView own("900", true);
+    QVERIFY(own.sendMedia("/tmp/a.png"));
+    QVERIFY(own.tips().isEmpty());
+}
+
+QTEST_MAIN(TestConversationView)
+#include "tst_conversationview.moc"
