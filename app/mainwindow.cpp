@@ -18,6 +18,7 @@
 
 #include "configbase_t.h"
 #include "configstore.h"
+#include "conversationview.h"
 #include "functionlistview.h"
 #include "platform/platform.h"
 #include "screenmetrics.h"
@@ -234,6 +235,16 @@ void MainWindow::start(bool autoLogin, bool kicked) {
 
 void MainWindow::loginSuccess(const QString& ownId) {
     ownId_ = ownId;
+    if (!conversationView_) {
+        // Built once the user is known: the talk list is theirs.
+        conversationView_ = new ConversationView(pages_);
+        QWidget* placeholder = pages_->widget(ChatPage);
+        pages_->removeWidget(placeholder);
+        placeholder->deleteLater();
+        pages_->insertWidget(ChatPage, conversationView_);
+        conversationView_->setOnline(online_);
+    }
+    conversationView_->loadTalkList();
     setPageButtonsEnabled(true);
     showPage(ChatPage);
     emit loginSuccessSignal(ownId);
@@ -253,6 +264,7 @@ void MainWindow::kicked(const QString& text) {
 }
 
 void MainWindow::setOnline(bool online) {
+    if (conversationView_) conversationView_->setOnline(online);
     if (online_ == online) return;
     online_ = online;
     emit onlineChangedSignal(online);
@@ -262,6 +274,36 @@ void MainWindow::newMessage(const ConversationRecord& record, const QString& tex
     if (!text.isEmpty()) emit showMessageSignal(record.displayName(), text);
     emit talkListUpdateSignal(record, text);
     if (!record.fromSelf && !record.muted && flasher_) flasher_();
+}
+
+void MainWindow::talkListPreview(const QString& id, const QString& preview) {
+    Q_UNUSED(id);
+    Q_UNUSED(preview);  // rows show name and count only
+}
+
+void MainWindow::newMessageMark(const QString& id, int count) {
+    if (conversationView_) conversationView_->showConversation(id, count);
+}
+
+QString MainWindow::currentConversationId() const {
+    // Only a conversation the user is looking at counts as open.
+    if (!conversationView_ || !isVisible() || currentPage() != ChatPage) return QString();
+    return conversationView_->currentConversationId();
+}
+
+void MainWindow::openConversation(const QString& id) {
+    if (!conversationView_) return;
+    showPage(ChatPage);
+    conversationView_->showConversation(id, 0);
+    showMainWindow();
+}
+
+int MainWindow::unreadCount(const QString& id) const {
+    return conversationView_ ? conversationView_->unreadCount(id) : 0;
+}
+
+void MainWindow::ignoreAllMessages() {
+    if (conversationView_) conversationView_->ignoreAllMsgsSlot();
 }
 
 void MainWindow::totalUnread(int count) {

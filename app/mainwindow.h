@@ -9,6 +9,7 @@
 #include "mainviewdelegate.h"
 
 class ConfigStore;
+class ConversationView;
 class FunctionListView;
 class QAbstractButton;
 class QButtonGroup;
@@ -31,16 +32,22 @@ public:
     void kicked(const QString& text) override;
     void setOnline(bool online) override;
     void newMessage(const ConversationRecord& record, const QString& text) override;
+    void talkListPreview(const QString& id, const QString& preview) override;
+    void newMessageMark(const QString& id, int count) override;
     void totalUnread(int count) override;
     void showMainWindow() override;
     void hideMainWindow() override;
     bool isMainWindowActive() const override;
+    QString currentConversationId() const override;
+    void openConversation(const QString& id) override;
     void shakeWindow() override;
     void setTrayAvailable(bool available) override;
     void start(bool autoLogin, bool kicked) override;
     void logout() override;
     void showPage(int page) override;
     int currentPage() const override;
+    int unreadCount(const QString& id) const override;
+    void ignoreAllMessages() override;
     bool quitApplication() override;
 
     // The flags of the last start(), kept for the login view.
@@ -53,6 +60,8 @@ public:
     void setFlasher(std::function<void()> flasher) { flasher_ = std::move(flasher); }
 
     QStackedWidget* pages() const { return pages_; }
+    // The conversation page, there from the first sign-in on.
+    ConversationView* conversationView() const { return conversationView_; }
     WinStyleButtons* titleButtons() const { return titleButtons_; }
     QTimer* shakeTimer() { return &shakeTimer_; }
     int shakeCounter() const { return shakeCounter_; }
@@ -104,6 +113,7 @@ private:
     QWidget* leftColumn_ = nullptr;
     QStackedWidget* pages_ = nullptr;
     QButtonGroup* pageButtons_ = nullptr;
+    ConversationView* conversationView_ = nullptr;
 
     // Shake: steps per shake, offset in pixels, interval in milliseconds.
     QTimer shakeTimer_;

@@ -1,6 +1,7 @@
 #include <QtTest>
 
 #include <QAbstractButton>
+#include <QLabel>
 #include <QMessageBox>
 #include <QStackedWidget>
 #include <QTemporaryDir>
@@ -8,6 +9,8 @@
 #include <cstring>
 
 #include "configstore.h"
+#include "conversationview.h"
+#include "directorystore.h"
 #include "mainwindow.h"
 #include "resources.h"
 
@@ -24,6 +27,7 @@ private slots:
     void kickShowsTheLoginPageAndTellsTheUser();
     void windowSizeSurvivesARestart();
     void shakeComesBackToWhereItStarted();
+    void messagesReachTheConversationPage();
 
 private:
     QScopedPointer<QTemporaryDir> tmp_;
@@ -201,6 +205,33 @@ void TestMainWindow::shakeComesBackToWhereItStarted() {
     QCOMPARE(w.pos(), origin);
     QCOMPARE(w.shakeCounter(), 20);
     QVERIFY(offsets.size() > 2);  // it did move, by a fading amount
+}
+
+void TestMainWindow::messagesReachTheConversationPage() {
+    QVERIFY(DirectoryStore::instance().load(
+        "{\"errorCode\":0,\"results\":{\"allDeptList\":[{\"id\":\"1\"}],"
+        "\"allUserList\":[{\"id\":\"101\",\"section\":\"1\",\"realName\":\"王伟\"}]}}"));
+    MainWindow w(*store_);
+    MainViewDelegate::setInstance(&w);
+    MainViewDelegate* d = &w;
+    d->newMessageMark("101", 1);  // before sign-in there is no page to show it on
+    d->start(true, false);
+    d->loginSuccess("100");
+    QVERIFY(w.conversationView());
+    QCOMPARE(w.pages()->widget(MainViewDelegate::ChatPage),
+             static_cast<QWidget*>(w.conversationView()));
+    d->newMessageMark("101", 1);
+    d->newMessageMark("101", 1);
+    QCOMPARE(d->unreadCount("101"), 2);
+    QCOMPARE(w.windowTitle(), QStringLiteral("Quelix (2)"));
+    QVERIFY(d->currentConversationId().isEmpty());  // received, not opened
+    d->openConversation("101");
+    QCOMPARE(d->currentConversationId(), QStringLiteral("101"));
+    QCOMPARE(d->unreadCount("101"), 0);
+    QCOMPARE(w.windowTitle(), QStringLiteral("Quelix"));
+    d->setOnline(false);
+    QVERIFY(w.conversationView()->netTip()->isVisibleTo(w.conversationView()));
+    MainViewDelegate::setInstance(nullptr);
 }
 
 QTEST_MAIN(TestMainWindow)
