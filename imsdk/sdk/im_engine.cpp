@@ -30,7 +30,6 @@ using wide_text::toQ;
 namespace {
 
 constexpr int kPingTimeoutMs = 10000;
-constexpr int kUploadServiceWaitMs = 5000;
 constexpr int kCatchUpPage = 100;
 const char kLastArchiveId[] = "last_archive_id";
 
@@ -83,11 +82,6 @@ ImEngine::ImEngine(QObject* parent)
     connect(archive_, &ArchiveExtension::finished, this, &ImEngine::onArchiveFinished);
     connect(upload_, &QXmppUploadRequestManager::slotReceived, this, &ImEngine::onSlot);
     connect(upload_, &QXmppUploadRequestManager::requestFailed, this, &ImEngine::onSlotFailed);
-    connect(upload_, &QXmppUploadRequestManager::serviceFoundChanged, this, [this] {
-        if (!upload_->serviceFound()) return;
-        const auto waiting = std::exchange(waitingForService_, {});
-        for (const PendingUpload& u : waiting) requestSlot(u);
-    });
 }
 
 ImEngine::~ImEngine() {
@@ -490,27 +484,15 @@ void ImEngine::send(const QString& peer, StoredMessage draft, const QString& fil
     draft.summary = info.fileName();
     draft.fileSize = info.size();
     draft.content = info.absoluteFilePath();
-    PendingUpload upload{draft, info.absoluteFilePath(), done};
-    if (upload_->serviceFound()) {
-        requestSlot(upload);
-        return;
-    }
-    // Service discovery runs right after sign-in; give it a moment.
-    waitingForService_.append(upload);
-    QTimer::singleShot(kUploadServiceWaitMs, this, [this, origin = draft.originId] {
-        for (int i = 0; i < waitingForService_.size(); ++i) {
-            if (waitingForService_[i].draft.originId != origin) continue;
-            PendingUpload u = waitingForService_.takeAt(i);
-            if (!u.done.is_null())
-                u.done.Run(toIM(u.draft), openim::ResultCode(),
-                           openim::ResultCode(openim::ResultCode::kServerError, L"no upload service"));
-            return;
-        }
-    });
+    requestSlot({draft, info.absoluteFilePath(), done});
 }
 
 void ImEngine::requestSlot(const PendingUpload& upload) {
-    const QString id = upload_->requestUploadSlot(QFileInfo(upload.file));
+    // Servers announce their upload service through discovery; until it is known (or if
+    // the server does not list it) try the customary "upload.<domain>".
+    const QString service =
+        upload_->serviceFound() ? QString() : QStringLiteral("upload.") + domain_;
+    const QString id = upload_->requestUploadSlot(QFileInfo(upload.file), QFileInfo(upload.file).fileName(), service);
     if (id.isEmpty()) {
         if (!upload.done.is_null())
             upload.done.Run(toIM(upload.draft), openim::ResultCode(),

@@ -168,7 +168,6 @@ private:
 
     QHash<QString, PendingPing> pings_;
     QHash<QString, PendingUpload> uploads_;
-    QList<PendingUpload> waitingForService_;
     QHash<QString, HistoryQuery> historyQueries_;
     QString catchUpQuery_;
     QHash<QString, Cursor> cursors_;
