@@ -8,6 +8,7 @@
 #include <QTimer>
 #include <QUuid>
 #include <QXmppCarbonManager.h>
+#include <QXmppLogger.h>
 #include <QXmppConfiguration.h>
 #include <QXmppHttpUploadIq.h>
 #include <QXmppMessage.h>
@@ -60,13 +61,28 @@ bool isMedia(int kind) { return kind == openim::kContentImage || kind == openim:
 
 }  // namespace
 
-ImEngine::ImEngine(QObject* parent)
-    : QObject(parent),
-      client_(new QXmppClient(this)),
-      archive_(new ArchiveExtension),
-      carbons_(new QXmppCarbonManager),
-      upload_(new QXmppUploadRequestManager),
-      transfer_(new MediaTransfer(this)) {
+ImEngine::ImEngine(QObject* parent) : QObject(parent), transfer_(new MediaTransfer(this)) {
+    createClient();
+}
+
+// A new client for every sign-in: QXmpp would otherwise try to resume the old stream,
+// which a restarted server no longer knows. What a resumption would have kept comes back
+// from the archive catch-up instead.
+void ImEngine::createClient() {
+    if (client_) {
+        client_->disconnect(this);
+        client_->disconnectFromServer();
+        client_->deleteLater();
+    }
+    client_ = new QXmppClient(this);
+    archive_ = new ArchiveExtension;
+    carbons_ = new QXmppCarbonManager;
+    upload_ = new QXmppUploadRequestManager;
+    if (qEnvironmentVariableIsSet("QUELIX_XMPP_LOG")) {
+        auto* logger = new QXmppLogger(client_);
+        logger->setLoggingType(QXmppLogger::StdoutLogging);
+        client_->setLogger(logger);
+    }
     client_->addExtension(archive_);
     client_->addExtension(carbons_);
     client_->addExtension(upload_);
@@ -169,6 +185,7 @@ void ImEngine::connectNow(bool isRelogin) {
     config.setAutoReconnectionEnabled(false);
     config.setKeepAliveInterval(30);
     config.setKeepAliveTimeout(15);
+    createClient();
     client_->connectToServer(config);
 }
 

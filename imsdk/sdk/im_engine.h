@@ -127,6 +127,7 @@ private:
         bool archiveDone = false;
     };
 
+    void createClient();
     void connectNow(bool isRelogin);
     void onStateChanged(QXmppClient::State state);
     void onError(QXmppClient::Error error);
@@ -159,10 +160,10 @@ private:
     QXmppClient::Error lastError_ = QXmppClient::NoError;
     QXmppStanza::Error::Condition streamError_ = QXmppStanza::Error::UndefinedCondition;
 
-    QXmppClient* client_;
-    ArchiveExtension* archive_;
-    QXmppCarbonManager* carbons_;
-    QXmppUploadRequestManager* upload_;
+    QXmppClient* client_ = nullptr;
+    ArchiveExtension* archive_ = nullptr;
+    QXmppCarbonManager* carbons_ = nullptr;
+    QXmppUploadRequestManager* upload_ = nullptr;
     MediaTransfer* transfer_;
     MessageStore store_;
 
