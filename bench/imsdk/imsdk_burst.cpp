@@ -1,0 +1,150 @@
+// 10,000 chat messages from one sender to one receiver through a private Prosody: first to
+// an SDK session (which stores every message before it reports it), then to a bare QXmpp
+// client as the baseline. Prints messages per second for both and the SDK's idle memory.
+#include <QCoreApplication>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QThread>
+#include <QXmppClient.h>
+#include <QXmppConfiguration.h>
+#include <QXmppMessage.h>
+#include <atomic>
+#include <cstdio>
+
+#include "base/bind.h"
+#include "base/ref_counted.h"
+#include "openim/iconversation_service.h"
+#include "openim/service_guids.h"
+#include "support/prosody_server.h"
+#include "support/test_session.h"
+
+namespace {
+
+constexpr int kMessages = 10000;
+constexpr int kTimeoutMs = 60000;
+
+class BurstCounter : public base::RefCountedThreadSafe<BurstCounter> {
+public:
+    void OnNewMessage(openim::IMUserID) { ++count; }
+    std::atomic<int> count{0};
+};
+
+long rssKb() {
+    QFile status(QStringLiteral("/proc/self/status"));
+    if (!status.open(QIODevice::ReadOnly)) return -1;
+    for (const QByteArray& line : status.readAll().split('\n'))
+        if (line.startsWith("VmRSS:")) return line.mid(6).trimmed().split(' ').first().toLong();
+    return -1;
+}
+
+QXmppConfiguration config(const ProsodyServer& server, const QString& user) {
+    QXmppConfiguration c;
+    c.setHost(server.host());
+    c.setPort(server.port());
+    c.setDomain(server.domain());
+    c.setUser(user);
+    c.setPassword(QStringLiteral("pw"));
+    c.setResource(QStringLiteral("bench"));
+    c.setAutoReconnectionEnabled(false);
+    return c;
+}
+
+bool connectClient(QXmppClient& client, const QXmppConfiguration& c) {
+    client.connectToServer(c);
+    return waitUntil([&] { return client.isConnected(); });
+}
+
+// Sends the burst and returns the seconds until `received` reached kMessages (or -1).
+double burst(QXmppClient& sender, const QString& to, const std::function<int()>& received) {
+    QElapsedTimer clock;
+    clock.start();
+    for (int i = 0; i < kMessages; ++i) {
+        QXmppMessage m(QString(), to, QStringLiteral("burst message %1").arg(i));
+        m.setType(QXmppMessage::Chat);
+        m.setId(QStringLiteral("b%1").arg(i));
+        sender.sendPacket(m);
+        if (i % 500 == 0) QCoreApplication::processEvents();
+    }
+    if (!waitUntil([&] { return received() >= kMessages; }, kTimeoutMs)) return -1;
+    return clock.nsecsElapsed() / 1e9;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    QCoreApplication app(argc, argv);
+    ProsodyServer server;
+    if (!server.start()) {
+        std::fprintf(stderr, "prosody: %s\n", qPrintable(server.lastError()));
+        return 1;
+    }
+    for (const char* user : {"sender", "baresender", "sdkreceiver", "barereceiver"})
+        server.registerUser(QLatin1String(user), QStringLiteral("pw"));
+
+    // The SDK receiver, idle first.
+    TestSession sdk(QStringLiteral("bench-receiver"));
+    base::scoped_refptr<BurstCounter> counter(new BurstCounter);
+    sdk.conversationService()->RegisterNewMessageCallback(
+        base::Bind(&BurstCounter::OnNewMessage, counter.get()));
+    sdk.login(server, QStringLiteral("sdkreceiver"), QStringLiteral("pw"));
+    if (!waitUntil([&] { return sdk.probe().count("loginOk") == 1; })) return 1;
+    waitUntil([] { return false; }, 1000);
+    const long idleRss = rssKb();
+
+    QXmppClient sender;
+    if (!connectClient(sender, config(server, QStringLiteral("sender")))) return 1;
+    const double sdkSeconds = burst(sender, QStringLiteral("sdkreceiver@") + server.domain(),
+                                    [&] { return counter->count.load(); });
+    if (sdkSeconds < 0) {
+        std::fprintf(stderr, "SDK burst timed out at %d messages\n", counter->count.load());
+        return 1;
+    }
+    std::printf("sdk burst: %d messages stored and reported in %.2f s, unread %d\n", kMessages,
+                sdkSeconds, sdk.unreadCount(QStringLiteral("sender")));
+
+    // The baseline: a bare client on a thread of its own, as the SDK has.
+    QThread bareThread;
+    bareThread.start();
+    std::atomic<int> bareCount{0};
+    QXmppClient* bare = nullptr;
+    QObject anchor;
+    anchor.moveToThread(&bareThread);
+    const QXmppConfiguration bareConfig = config(server, QStringLiteral("barereceiver"));
+    QMetaObject::invokeMethod(
+        &anchor,
+        [&] {
+            bare = new QXmppClient;
+            QObject::connect(bare, &QXmppClient::messageReceived, [&](const QXmppMessage& m) {
+                if (!m.body().isEmpty()) ++bareCount;
+            });
+            bare->connectToServer(bareConfig);
+        },
+        Qt::BlockingQueuedConnection);
+    bool bareUp = waitUntil([&] {
+        bool up = false;
+        QMetaObject::invokeMethod(&anchor, [&] { up = bare->isConnected(); },
+                                  Qt::BlockingQueuedConnection);
+        return up;
+    });
+    // A sender of its own, so that both bursts meet the server's archives equally empty.
+    QXmppClient bareSender;
+    bareUp = bareUp && connectClient(bareSender, config(server, QStringLiteral("baresender")));
+    const double bareSeconds =
+        bareUp ? burst(bareSender, QStringLiteral("barereceiver@") + server.domain(),
+                       [&] { return bareCount.load(); })
+               : -1;
+    QMetaObject::invokeMethod(&anchor, [&] { delete bare; }, Qt::BlockingQueuedConnection);
+    bareThread.quit();
+    bareThread.wait();
+    if (bareSeconds < 0) {
+        std::fprintf(stderr, "bare burst failed at %d messages (sender connected: %d)\n",
+                     bareCount.load(), int(sender.isConnected()));
+        return 1;
+    }
+    std::printf("bare burst: %d messages in %.2f s; sdk/bare time ratio %.2f\n", kMessages,
+                bareSeconds, sdkSeconds / bareSeconds);
+    std::printf("sdk_burst_msgs_per_s=%d\n", int(kMessages / sdkSeconds));
+    std::printf("bare_burst_msgs_per_s=%d\n", int(kMessages / bareSeconds));
+    std::printf("sdk_idle_rss_kb=%ld\n", idleRss);
+    return 0;
+}
