@@ -241,6 +241,11 @@ const std::vector<DirectoryStore::Colleague*>& DirectoryStore::colleaguesInOrder
     return ordered_;
 }
 
+void DirectoryStore::setOnline(const QString& id, bool online) {
+    if (online) online_.insert(id);
+    else online_.remove(id);
+}
+
 void DirectoryStore::setTribes(const QVector<Tribe>& tribes) {
     tribes_.clear();
     for (const Tribe& t : tribes) tribes_.insert(t.id, t);

@@ -2,6 +2,7 @@
 
 #include <QByteArray>
 #include <QHash>
+#include <QSet>
 #include <QString>
 #include <QVector>
 
@@ -85,6 +86,10 @@ public:
     // Colleagues in ascending id order (the order search results keep).
     const std::vector<Colleague*>& colleaguesInOrder() const;
 
+    // Online marks from the IM server's presence.
+    void setOnline(const QString& id, bool online);
+    bool isOnline(const QString& id) const { return online_.contains(id); }
+
     void setTribes(const QVector<Tribe>& tribes);
     void addTribe(const Tribe& tribe);
     void removeTribe(const QString& id);
@@ -108,6 +113,7 @@ private:
     mutable std::vector<Colleague*> ordered_;
     mutable bool orderedValid_ = false;
     QHash<QString, Tribe> tribes_;
+    QSet<QString> online_;
     QString selfId_;
     QString companyId_;
     QString md5Sign_;

@@ -1,0 +1,810 @@
+#include "openimmanager.h"
+
+#include <QDateTime>
+#include <QImageReader>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QMessageLogger>
+#include <QTimerEvent>
+
+#include "base/bind.h"
+#include "base/path_service.h"
+#include "base/scoped_refptr.h"
+#include "chostapplication.h"
+#include "configstore.h"
+#include "directoryclient.h"
+#include "directorystore.h"
+#include "functiontrace.h"
+#include "logger.h"
+#include "logstream.h"
+#include "mainviewdelegate.h"
+#include "openim/iconversation.h"
+#include "openim/iconversation_service.h"
+#include "openim/iim_core_service.h"
+#include "openim/ilogin_account_service.h"
+#include "openim/ilogin_service.h"
+#include "openim/imedia_service.h"
+#include "openim/ipresence_service.h"
+#include "openim/isync_service.h"
+#include "openim/itribe.h"
+#include "openim/itribe_media_service.h"
+#include "openim/itribe_service.h"
+#include "openim/ixpush_service.h"
+#include "openim/service_guids.h"
+#include "prg/iprg_com.h"
+#include "sdk/wide_text.h"
+
+using wide_text::fromQ;
+using wide_text::toQ;
+
+namespace {
+
+constexpr long kNoRoot = 0x80004005L;
+
+// A service fetched for one use and released when the holder goes (services are never
+// cached: the SDK may replace them).
+template <class T>
+base::scoped_refptr<T> service(const char* module, const char* iface) {
+    base::scoped_refptr<T> out;
+    if (prg::IPrgCOM* root = GetPrgCOM()) out.adopt(root->GetService<T>(module, iface));
+    return out;
+}
+
+void debugLine(const QString& text) { QMessageLogger(nullptr, 0, nullptr).debug().noquote() << text; }
+
+QString kindPreview(const BaseMsg::MMessage& m) {
+    switch (m.kind) {
+    case BaseMsg::Text:
+        return OpenIMManager::previewOf(m.text);
+    case BaseMsg::Media:
+        return QStringLiteral("[图片]");
+    case BaseMsg::MediaFile:
+        return QStringLiteral("[文件]");
+    case BaseMsg::Custom:
+        return m.summary;
+    default:
+        return QString();
+    }
+}
+
+}  // namespace
+
+OpenIMManager* OpenIMManager::instance() {
+    // One reference held for the life of the process: the manager is never destroyed
+    // before exit, whatever callbacks still hold.
+    static OpenIMManager* manager = [] {
+        auto* m = new OpenIMManager;
+        m->AddRef();
+        return m;
+    }();
+    return manager;
+}
+
+OpenIMManager::OpenIMManager() {
+    qRegisterMetaType<BaseMsg::MMessage>();
+    retryTimer_.setSingleShot(true);
+    connect(&retryTimer_, &QTimer::timeout, this, &OpenIMManager::OnTimeout);
+}
+
+OpenIMManager::~OpenIMManager() = default;
+
+// --- set-up -----------------------------------------------------------------------------
+
+bool OpenIMManager::init() {
+    if (initialised_) return true;
+    base::FilePath program;
+    PathService::Get(base::FILE_MODULE, &program);
+    prg::IPrgCOM* root = GetPrgCOM();
+    const long result = root ? long(root->Init(program)) : kNoRoot;
+    if (!root || result != long(prg::PRG_OK)) {
+        QX_LOG << "OpenIMManager: the IM SDK could not start (" << qint64(result ? result : kNoRoot) << ")";
+        return false;
+    }
+    base::scoped_refptr<CHostApplication> host(
+        new CHostApplication(ConfigStore::instance().folderPath(ConfigStore::OpenIM)));
+    auto core = service<openim::IIMCoreService>(openim::kCoreModule, openim::kCoreInterface);
+    if (core) {
+        core->SetHostApplication(host.get());
+        core->Start(program.DirName().Append(FILE_PATH_LITERAL("resource")), fromQ(QLatin1String(kAppKey)));
+    }
+
+    if (auto push = service<openim::IXPushService>(openim::kXPushModule, openim::kXPushInterface)) {
+        push->RegisterStartOk(base::Bind(&OpenIMManager::OnXPushStarted, this));
+        push->RegisterKicked(base::Bind(&OpenIMManager::OnXPushKicked, this));
+        push->RegisterStoped(base::Bind(&OpenIMManager::OnXPushStoped, this));
+        push->RegisterError(base::Bind(&OpenIMManager::OnXPushError, this));
+        push->RegisterMsgs(base::Bind(&OpenIMManager::OnXPushMsgs, this));
+    }
+    if (auto login = service<openim::ILoginService>(openim::kLoginModule, openim::kLoginInterface)) {
+        login->RegisterLoginStep(base::Bind(&OpenIMManager::OnLoginStep, this));
+        login->RegisterLoginOk(base::Bind(&OpenIMManager::OnLoginOk, this));
+        login->RegisterKicked(base::Bind(&OpenIMManager::OnKicked, this));
+        login->RegisterLoginFail(base::Bind(&OpenIMManager::OnLoginFail, this));
+        login->RegisterReLoginFail(base::Bind(&OpenIMManager::OnReLoginFail, this));
+        login->RegisterReLoginOk(base::Bind(&OpenIMManager::OnReLoginOk, this));
+        login->RegisterNetDisConnect(base::Bind(&OpenIMManager::OnNetDisConnect, this));
+        login->RegisterLogouted(base::Bind(&OpenIMManager::OnLogouted, this));
+    }
+    if (auto single = service<openim::IConversationService>(openim::kConversationModule,
+                                                            openim::kConversationInterface))
+        single->RegisterNewMessageCallback(base::Bind(&OpenIMManager::OnIMNotifyMsgsOfSingle, this));
+    if (auto media = service<openim::IMediaService>(openim::kMediaModule, openim::kMediaInterface))
+        media->RegisterDownloadCallback(base::Bind(&OpenIMManager::OnDownloadMedia, this));
+    if (auto tribes = service<openim::ITribeService>(openim::kTribeModule, openim::kTribeInterface)) {
+        tribes->RegisterTribesLoaded(base::Bind(&OpenIMManager::OnTribesLoaded, this));
+        tribes->RegisterMemberJoined(base::Bind(&OpenIMManager::OnTribeMemberJoined, this));
+        tribes->RegisterMemberQuit(base::Bind(&OpenIMManager::OnTribeMemberQuit, this));
+        tribes->RegisterMemberKicked(base::Bind(&OpenIMManager::OnTribeMemberKicked, this));
+        tribes->RegisterRoleChanged(base::Bind(&OpenIMManager::OnTribeRoleChanged, this));
+        tribes->RegisterNameChanged(base::Bind(&OpenIMManager::OnTribeNameChanged, this));
+        tribes->RegisterNoticeChanged(base::Bind(&OpenIMManager::OnTribeNoticeChanged, this));
+        tribes->RegisterTribeDismissed(base::Bind(&OpenIMManager::OnTribeDismissed, this));
+        tribes->RegisterTribeInfoChanged(base::Bind(&OpenIMManager::OnTribeInfoChanged, this));
+        tribes->RegisterNewMessage(base::Bind(&OpenIMManager::OnTribeNewMessage, this));
+    }
+    if (auto tribeMedia = service<openim::ITribeMediaService>(openim::kTribeMediaModule, openim::kTribeMediaInterface))
+        tribeMedia->RegisterDownloadCallback(base::Bind(&OpenIMManager::OnDownloadTribeMedia, this));
+    initialised_ = true;
+    return true;
+}
+
+void OpenIMManager::setRequester(Requester* requester) {
+    requester_ = requester;
+    delete directory_;
+    directory_ = new DirectoryClient(requester, &DirectoryStore::instance(), this);
+    connect(directory_, &DirectoryClient::colleaguesFetched, this, [this](const QStringList& ids) {
+        for (const QString& id : ids) OnHttpGetOthersBack(id);
+    });
+}
+
+void OpenIMManager::login(const LoginUser& user) {
+    auto login = service<openim::ILoginService>(openim::kLoginModule, openim::kLoginInterface);
+    if (!login) {
+        emit loginResult(openim::ResultCode::kFailed);
+        return;
+    }
+    openim::LoginParam param;
+    param.user = openim::IMUserID(fromQ(QLatin1String(kAppKey)), fromQ(user.imAccount));
+    param.secret = fromQ(user.imSecret);
+    param.host = fromQ(user.imHost);
+    param.port = quint16(user.imPort);
+    param.domain = fromQ(user.imDomain.isEmpty() ? user.imHost : user.imDomain);
+    param.receiveFolder = fromQ(ConfigStore::instance().folderPath(ConfigStore::Receive));
+    msgReady_ = false;
+    loginRequested_ = true;
+    login->Login(param);
+}
+
+void OpenIMManager::logout() {
+    killTimer(timerId_);
+    timerId_ = 0;
+    timerRunning_ = false;
+    retryTimer_.stop();
+    loggedIn_ = false;
+    msgReady_ = false;
+    pending_.clear();
+    if (auto login = service<openim::ILoginService>(openim::kLoginModule, openim::kLoginInterface)) login->Logout();
+    emit signal_Landed(false);
+}
+
+QString OpenIMManager::ownId() const { return toQ(ownUser_.account); }
+
+// --- session ----------------------------------------------------------------------------
+
+void OpenIMManager::OnLoginStep(openim::LoginStep) {}
+
+void OpenIMManager::OnLoginOk(openim::LoginOkParam param) {
+    base::scoped_refptr<OpenIMManager> self(this);
+    QMetaObject::invokeMethod(this, [self, param] { self->onLoginSuccess(param.user); }, Qt::QueuedConnection);
+}
+
+void OpenIMManager::onLoginSuccess(const openim::IMUserID& user) {
+    debugLine(QStringLiteral("OnIMLoginSuccess~~~~~~~~~~~1"));
+    if (auto account = service<openim::ILoginAccountService>(openim::kLoginAccountModule,
+                                                             openim::kLoginAccountInterface))
+        ownUser_ = account->GetLoginUserID();
+    if (ownUser_.account.empty()) ownUser_ = user;
+    if (MainViewDelegate* shell = MainViewDelegate::instance()) shell->loginSuccess(ownId());
+    registerSync();
+    secondState_ = false;
+    loggedIn_ = true;
+    if (MainViewDelegate* shell = MainViewDelegate::instance()) shell->setOnline(true);
+    emit signal_Network(true);
+    requestPresence();
+    startSessionTimer();
+    if (loginRequested_) {
+        loginRequested_ = false;
+        emit loginResult(0);
+    }
+    emit signal_Landed(true);
+    // The views were built by the calls above; what arrived meanwhile is shown next, in
+    // the order it came, then whatever is still unread from before.
+    QMetaObject::invokeMethod(this, [this] { setMsgReady(true); }, Qt::QueuedConnection);
+}
+
+void OpenIMManager::setMsgReady(bool ready) {
+    msgReady_ = ready;
+    if (ready) drainPending();
+}
+
+void OpenIMManager::drainPending() {
+    const QList<openim::IMUserID> queued = pending_;
+    pending_.clear();
+    QSet<QString> done;
+    for (const openim::IMUserID& user : queued) {
+        updateUnreadMsg(user);
+        done.insert(toQ(user.account));
+    }
+    auto single = service<openim::IConversationService>(openim::kConversationModule, openim::kConversationInterface);
+    if (!single) return;
+    std::vector<openim::IMUserID> peers;
+    single->GetUnreadPeers(&peers);
+    for (const openim::IMUserID& peer : peers)
+        if (!done.contains(toQ(peer.account))) OnIMNotifyMsgsOfSingle(peer);
+}
+
+void OpenIMManager::startSessionTimer() {
+    if (timerRunning_ && timerId_ != 0) return;
+    timerId_ = startTimer(ConfigStore::instance().settings().checkStateMs(), Qt::CoarseTimer);
+    timerRunning_ = true;
+}
+
+void OpenIMManager::registerSync() {
+    if (auto sync = service<openim::ISyncService>(openim::kSyncModule, openim::kSyncInterface))
+        sync->RegisterSync(1, base::Bind(&OpenIMManager::OnSyncRegistered, this));
+}
+
+void OpenIMManager::OnSyncRegistered(prg::PrgStringT<wchar_t> address) { address.Release(); }
+
+void OpenIMManager::OnLoginFail(openim::LoginFailParam param) {
+    base::scoped_refptr<OpenIMManager> self(this);
+    QMetaObject::invokeMethod(
+        this,
+        [self, param] {
+            debugLine(QStringLiteral("OnIMLoginFail~~~~~~~~~~~~~~~~~~~~~~~~~~1"));
+            const QString text = param.result.code == kWrongPassword ? QStringLiteral("登录失败，用户或密码错误")
+                                                                     : QStringLiteral("无法连接通讯服务器");
+            if (MainViewDelegate* shell = MainViewDelegate::instance()) shell->loginFailed(text);
+            self->loginRequested_ = false;
+            emit self->loginResult(param.result.code == 0 ? int(openim::ResultCode::kFailed) : param.result.code);
+        },
+        Qt::QueuedConnection);
+}
+
+void OpenIMManager::OnKicked(openim::KickedParam) {
+    base::scoped_refptr<OpenIMManager> self(this);
+    QMetaObject::invokeMethod(
+        this,
+        [self] {
+            self->killTimer(self->timerId_);
+            self->timerId_ = 0;
+            self->timerRunning_ = false;
+            self->retryTimer_.stop();
+            self->loggedIn_ = false;
+            self->msgReady_ = false;
+            if (MainViewDelegate* shell = MainViewDelegate::instance())
+                shell->kicked(QStringLiteral("您的账号在别处登陆，请重新登陆。"));
+            emit self->signal_Landed(false);
+        },
+        Qt::QueuedConnection);
+}
+
+void OpenIMManager::OnReLoginFail(openim::ReLoginFailParam) {}  // the retry timer goes on
+
+void OpenIMManager::OnReLoginOk(openim::ReLoginOkParam) {
+    base::scoped_refptr<OpenIMManager> self(this);
+    QMetaObject::invokeMethod(this, [self] { self->onReloginSuccess(); }, Qt::QueuedConnection);
+}
+
+void OpenIMManager::onReloginSuccess() {
+    retryTimer_.stop();  // first of all: no further relogin
+    loggedIn_ = true;
+    if (MainViewDelegate* shell = MainViewDelegate::instance()) shell->setOnline(true);
+    emit signal_Network(true);
+    requestPresence();
+    startSessionTimer();
+    registerSync();
+}
+
+void OpenIMManager::OnNetDisConnect(openim::NetDisConnectParam) {
+    base::scoped_refptr<OpenIMManager> self(this);
+    QMetaObject::invokeMethod(this, [self] { self->onSessionLost(); }, Qt::QueuedConnection);
+}
+
+void OpenIMManager::onSessionLost() {
+    if (timerRunning_) killTimer(timerId_);
+    timerId_ = 0;
+    timerRunning_ = false;
+    if (MainViewDelegate* shell = MainViewDelegate::instance()) shell->setOnline(false);
+    emit signal_Network(false);
+    if (auto login = service<openim::ILoginService>(openim::kLoginModule, openim::kLoginInterface)) login->ReLogin();
+    retryTimer_.start(ConfigStore::instance().settings().netConnectMs());
+}
+
+void OpenIMManager::OnTimeout() {
+    if (auto login = service<openim::ILoginService>(openim::kLoginModule, openim::kLoginInterface)) login->ReLogin();
+    retryTimer_.start(ConfigStore::instance().settings().netConnectMs());
+}
+
+void OpenIMManager::OnLogouted(openim::LogoutedParam) {}
+
+// --- heartbeat --------------------------------------------------------------------------
+
+void OpenIMManager::requestPresence() {
+    auto presence = service<openim::IPresenceService>(openim::kPresenceModule, openim::kPresenceInterface);
+    if (!presence) return;
+    const DirectoryStore& store = DirectoryStore::instance();
+    const auto userId = fromQ(QString::asprintf("%llu", store.selfId().toULongLong()));
+    const auto companyId = fromQ(QString::asprintf("%llu", store.companyId().toULongLong()));
+    presencePending_ = true;
+    presence->RequestPresence(userId, companyId, true, base::Bind(&OpenIMManager::OnPresence, this));
+}
+
+void OpenIMManager::OnPresence(openim::ResultCode result, std::map<openim::IMUserID, openim::IMUserStatus> status) {
+    base::scoped_refptr<OpenIMManager> self(this);
+    QMetaObject::invokeMethod(
+        this,
+        [self, result, status] {
+            self->presencePending_ = false;
+            DirectoryStore& store = DirectoryStore::instance();
+            for (const auto& entry : status) {
+                const QString id = toQ(entry.first.account);
+                const bool online = entry.second.state != openim::IMUserStatus::kOffline;
+                if (store.isOnline(id) != online) {
+                    store.setOnline(id, online);
+                    emit self->signal_OnlineState(id);
+                }
+            }
+            if (result.code == 0 && !self->loggedIn_) {
+                self->loggedIn_ = true;
+                if (MainViewDelegate* shell = MainViewDelegate::instance()) shell->setOnline(true);
+            }
+        },
+        Qt::QueuedConnection);
+}
+
+void OpenIMManager::timerEvent(QTimerEvent* event) {
+    if (event->timerId() != timerId_ || !timerRunning_) return QObject::timerEvent(event);
+    if (!presencePending_) {
+        requestPresence();
+        return;
+    }
+    // The last request went a whole interval without an answer.
+    MainViewDelegate* shell = MainViewDelegate::instance();
+    if (!loggedIn_) {
+        if (shell) shell->setOnline(false);
+        return;
+    }
+    DirectoryStore& store = DirectoryStore::instance();
+    for (const DirectoryStore::Colleague* c : store.colleaguesInOrder()) {
+        store.setOnline(c->id, false);
+        emit signal_OnlineState(c->id);
+    }
+    loggedIn_ = false;
+    if (shell) shell->setOnline(false);
+}
+
+// --- incoming ---------------------------------------------------------------------------
+
+bool OpenIMManager::isUser(const QString& id) const { return DirectoryStore::instance().isUser(id); }
+
+void OpenIMManager::OnIMNotifyMsgsOfSingle(openim::IMUserID sender) {
+    const QString id = toQ(sender.account);
+    QX_LOG << "OpenIMManager::OnIMNotifyMsgsOfSingle " << id;
+    debugLine(QStringLiteral("OpenIMManager::OnIMNotifyMsgsOfSingle ") + id);
+    base::scoped_refptr<OpenIMManager> self(this);
+    QMetaObject::invokeMethod(
+        this,
+        [self, sender, id] {
+            if (self->isUser(id)) {
+                self->updateUnreadMsg(sender);
+            } else if (self->directory_) {
+                self->directory_->fetchColleagues({id});  // OnHttpGetOthersBack follows
+            } else {
+                // No back end to ask: still show what the colleague wrote.
+                self->updateUnreadMsg(sender);
+            }
+        },
+        Qt::QueuedConnection);
+}
+
+void OpenIMManager::OnHttpGetOthersBack(const QString& userId) {
+    const QString id = QString::number(userId.toULongLong());
+    updateUnreadMsg(openim::IMUserID(fromQ(QLatin1String(kAppKey)), fromQ(id)));
+}
+
+bool OpenIMManager::passesWatermark(qint64 time, quint64 msgId) const {
+    const qint64 mark = ConfigStore::instance().userConfig().thisTime;
+    if (time > mark) return true;
+    // Equal times: a message shown in this session at that second is known by id; others
+    // of the same second (a burst) still get through. A mark read from disk keeps every
+    // message of its second out, as before.
+    return time == mark && watermarkMoved_ && !shownAtWatermark_.contains(msgId);
+}
+
+void OpenIMManager::advanceWatermark(qint64 time, quint64 msgId) {
+    quelix::userconfig_t& user = ConfigStore::instance().userConfig();
+    if (time > user.thisTime) {
+        user.thisTime = time;
+        shownAtWatermark_.clear();
+    }
+    if (time == user.thisTime) shownAtWatermark_.insert(msgId);
+    watermarkMoved_ = true;
+}
+
+void OpenIMManager::updateUnreadMsg(const openim::IMUserID& user) {
+    FunctionTrace trace(&Logger::instance(), QStringLiteral("OpenIMManager::updateUnreadMsg"));
+    auto single = service<openim::IConversationService>(openim::kConversationModule, openim::kConversationInterface);
+    if (!single) return;
+    base::scoped_refptr<openim::IConversation> conversation;
+    openim::IConversation* raw = nullptr;
+    if (single->GetConversation(user, &raw) != prg::PRG_OK || !raw) return;
+    conversation.adopt(raw);
+    single = nullptr;  // released before the work, as the conversation is enough
+    if (conversation->GetUnreadCount() == 0) return;
+    const QString id = toQ(user.account);
+    if (!msgReady_) {
+        Logger::instance().write(QStringLiteral("MsgReady: false   id:") + id);
+        pending_.append(user);
+        return;
+    }
+    Logger::instance().write(QStringLiteral("MsgReady: true   id:") + id);
+    std::vector<openim::IMMessage> unread;
+    conversation->GetUnreadMessages(&unread);
+    bool shown = false;
+    for (const openim::IMMessage& m : unread) {
+        if (!passesWatermark(m.msgTime, m.msgId)) continue;
+        showChatMsg(false, m);
+        advanceWatermark(m.msgTime, m.msgId);
+        shown = true;
+    }
+    // Shown messages are read: a restart does not bring them again.
+    conversation->MarkRead();
+    if (shown) ConfigStore::instance().userConfig().save();
+}
+
+QString OpenIMManager::previewOf(const QString& text) {
+    QString flat = text;
+    flat.remove(QLatin1Char('\r')).remove(QLatin1Char('\n')).remove(QLatin1Char('\t'));
+    return flat.size() > 12 ? flat.left(12) + QStringLiteral("...") : flat;
+}
+
+BaseMsg::MMessage OpenIMManager::toMessage(const openim::IMMessage& im, const QString& ownId, bool history) {
+    BaseMsg::MMessage m;
+    m.msgId = im.msgId;
+    m.time = im.msgTime;
+    m.senderId = toQ(im.sender.account);
+    m.isSelf = !ownId.isEmpty() && m.senderId == ownId;
+    m.conversationId = m.isSelf ? toQ(im.receiver.account) : m.senderId;
+    m.isHistory = history;
+    m.kind = im.content.type;
+    if (const DirectoryStore::Colleague* c = DirectoryStore::instance().colleague(m.senderId))
+        m.senderName = c->realName.isEmpty() ? c->userName : c->realName;
+    const QString content = toQ(im.content.content);
+    switch (m.kind) {
+    case BaseMsg::Text:
+        m.text = content;
+        break;
+    case BaseMsg::Media:
+    case BaseMsg::MediaFile:
+        m.mediaPath = QString(content).replace(QLatin1Char('\\'), QLatin1Char('/'));
+        m.summary = toQ(im.content.summary);  // the file's name
+        break;
+    case BaseMsg::Custom: {
+        m.summary = toQ(im.content.summary);
+        const QJsonDocument doc = QJsonDocument::fromJson(content.toUtf8());
+        QJsonObject o = doc.isObject() ? doc.object() : QJsonObject();
+        const QJsonValue type = o.value(QStringLiteral("msgType"));
+        o.insert(QStringLiteral("msgType"), type.isDouble() ? type.toInt() : -1);
+        o.insert(QStringLiteral("summary"), m.summary);
+        if (!o.contains(QStringLiteral("content"))) o.insert(QStringLiteral("content"), content);
+        o.insert(QStringLiteral("isCustomMsg"), true);
+        m.contentJson = QString::fromUtf8(QJsonDocument(o).toJson(QJsonDocument::Compact));
+        break;
+    }
+    default:
+        m.kind = BaseMsg::Hidden;
+        break;
+    }
+    return m;
+}
+
+void OpenIMManager::showChatMsg(bool history, const openim::IMMessage& message) {
+    FunctionTrace trace(&Logger::instance(), QStringLiteral("OpenIMManager::showChatMsg"));
+    Logger::instance().write(
+        QStringLiteral("all messages:  (msgtime:%1 msgid:%2 msgFormat:%3)")
+            .arg(QDateTime::fromSecsSinceEpoch(message.msgTime).toString(QStringLiteral("yyyy/MM/dd hh:mm:ss")))
+            .arg(message.msgId)
+            .arg(message.content.type));
+    const BaseMsg::MMessage m = toMessage(message, ownId(), history);
+    if (m.kind == BaseMsg::Hidden) return;  // nothing to show, no preview
+    if (m.kind == BaseMsg::Custom) {
+        Logger::instance().write(QStringLiteral("custom msg:(m_msgTime:%1 senderId:%2 msgId:%3 isTop:%4 msgFormat:%5"
+                                                "         msgContent:%6)")
+                                     .arg(m.time)
+                                     .arg(m.senderId)
+                                     .arg(m.msgId)
+                                     .arg(history ? QStringLiteral("true") : QStringLiteral("false"))
+                                     .arg(m.kind)
+                                     .arg(m.contentJson));
+    }
+    deliver(m, kindPreview(m));
+}
+
+void OpenIMManager::showTribeChatMsg(bool history, const openim::IMTribeMessage& message) {
+    openim::IMMessage single;
+    single.msgId = message.msgId;
+    single.msgTime = message.msgTime;
+    single.sender = message.sender;
+    single.content = message.content;
+    BaseMsg::MMessage m = toMessage(single, ownId(), history);
+    if (m.kind == BaseMsg::Hidden) return;
+    m.conversationId = QString::number(message.tribe.tribeId);
+    m.isTribe = true;
+    deliver(m, kindPreview(m));
+}
+
+void OpenIMManager::deliver(const BaseMsg::MMessage& m, const QString& preview) {
+    emit chatMessage(m);
+    MainViewDelegate* shell = MainViewDelegate::instance();
+    if (!shell) return;
+    shell->talkListPreview(m.conversationId, preview);
+    if (m.isHistory) return;
+    if (shell->currentConversationId() != m.conversationId) {
+        shell->newMessageMark(m.conversationId, 1);
+        shell->talkListPreview(m.conversationId, preview);
+    }
+    ConversationRecord record;
+    record.id = m.conversationId;
+    record.name = m.isTribe ? QString() : m.senderName;
+    if (const DirectoryStore::Tribe* t = DirectoryStore::instance().tribe(m.conversationId)) record.name = t->name;
+    record.nickName = m.senderId;
+    record.fromSelf = m.isSelf;
+    record.muted = ConfigStore::instance().hasUser() &&
+                   ConfigStore::instance().shieldList().isShielded(m.conversationId.toULongLong());
+    shell->newMessage(record, preview);
+}
+
+void OpenIMManager::OnDownloadMedia(openim::ResultCode result, openim::DownloadMediaResult media) {
+    const quint64 id = media.msgId;
+    const QString path = result.ok() ? toQ(media.localPath) : QString();
+    base::scoped_refptr<OpenIMManager> self(this);
+    QMetaObject::invokeMethod(this, [self, id, path] { emit self->mediaDownloaded(id, path); }, Qt::QueuedConnection);
+}
+
+void OpenIMManager::OnDownloadTribeMedia(openim::ResultCode result, openim::DownloadTribeMediaResult media) {
+    const quint64 id = media.msgId;
+    const QString path = result.ok() ? toQ(media.localPath) : QString();
+    base::scoped_refptr<OpenIMManager> self(this);
+    QMetaObject::invokeMethod(this, [self, id, path] { emit self->mediaDownloaded(id, path); }, Qt::QueuedConnection);
+}
+
+// --- history ----------------------------------------------------------------------------
+
+void OpenIMManager::getMoreMsg(const QString& id) {
+    if (!isUser(id)) {
+        bool ok = false;
+        const quint64 tribeId = id.toULongLong(&ok);
+        auto tribes = service<openim::ITribeService>(openim::kTribeModule, openim::kTribeInterface);
+        openim::ITribe* raw = nullptr;
+        if (!ok || !tribes || tribes->GetTribe(openim::IMTribeID(tribeId), &raw) != prg::PRG_OK || !raw) return;
+        base::scoped_refptr<openim::ITribe> tribe;
+        tribe.adopt(raw);
+        tribe->GetHistory(7, base::Bind(&OpenIMManager::OnTribeHistory, this, id));
+        return;
+    }
+    auto single = service<openim::IConversationService>(openim::kConversationModule, openim::kConversationInterface);
+    openim::IConversation* raw = nullptr;
+    if (!single || single->GetConversation(openim::IMUserID(fromQ(QLatin1String(kAppKey)), fromQ(id)), &raw) !=
+                       prg::PRG_OK ||
+        !raw)
+        return;
+    base::scoped_refptr<openim::IConversation> conversation;
+    conversation.adopt(raw);
+    conversation->GetHistory(7, base::Bind(&OpenIMManager::OnHistory, this, id));
+}
+
+void OpenIMManager::OnHistory(QString id, prg::PrgStringT<wchar_t> peer, openim::ResultCode result,
+                              std::vector<openim::IMMessage> messages) {
+    peer.Release();
+    Q_UNUSED(id);
+    if (!result.ok()) return;
+    base::scoped_refptr<OpenIMManager> self(this);
+    QMetaObject::invokeMethod(
+        this,
+        [self, messages] {
+            for (const openim::IMMessage& m : messages) self->showChatMsg(true, m);
+        },
+        Qt::QueuedConnection);
+}
+
+void OpenIMManager::OnTribeHistory(QString id, prg::PrgStringT<wchar_t> tribe, openim::ResultCode result,
+                                   std::vector<openim::IMTribeMessage> messages) {
+    tribe.Release();
+    Q_UNUSED(id);
+    if (!result.ok()) return;
+    base::scoped_refptr<OpenIMManager> self(this);
+    QMetaObject::invokeMethod(
+        this,
+        [self, messages] {
+            for (const openim::IMTribeMessage& m : messages) self->showTribeChatMsg(true, m);
+        },
+        Qt::QueuedConnection);
+}
+
+// --- sending ----------------------------------------------------------------------------
+
+void OpenIMManager::sendCustemSlot(const QString& id, const QString& summary, const QString& content) {
+    sendTextOrCustom(id, summary, content);
+}
+
+void OpenIMManager::sendTextOrCustom(const QString& id, const QString& summary, const QString& content) {
+    if (isUser(id)) {
+        auto single = service<openim::IConversationService>(openim::kConversationModule,
+                                                            openim::kConversationInterface);
+        openim::IConversation* raw = nullptr;
+        if (!single ||
+            single->GetConversation(openim::IMUserID(fromQ(QLatin1String(kAppKey)), fromQ(id)), &raw) != prg::PRG_OK ||
+            !raw)
+            return;
+        base::scoped_refptr<openim::IConversation> conversation;
+        conversation.adopt(raw);
+        if (summary.isEmpty()) conversation->SendText(fromQ(content), base::Bind(&OpenIMManager::OnSent, this));
+        else conversation->SendCustom(fromQ(content), fromQ(summary), base::Bind(&OpenIMManager::OnSent, this));
+        return;
+    }
+    bool ok = false;
+    const quint64 tribeId = id.toULongLong(&ok);
+    auto tribes = service<openim::ITribeService>(openim::kTribeModule, openim::kTribeInterface);
+    openim::ITribe* raw = nullptr;
+    if (!ok || !tribes || tribes->GetTribe(openim::IMTribeID(tribeId), &raw) != prg::PRG_OK || !raw) return;
+    base::scoped_refptr<openim::ITribe> tribe;
+    tribe.adopt(raw);
+    if (summary.isEmpty()) tribe->SendText(fromQ(content), base::Bind(&OpenIMManager::OnTribeSent, this));
+    else tribe->SendCustom(fromQ(content), fromQ(summary), base::Bind(&OpenIMManager::OnTribeSent, this));
+}
+
+void OpenIMManager::sendPicture(const QString& id, const QString& filePath) {
+    // The picture's size travels with it, so the receiver can lay it out before it loads.
+    const QSize size = QImageReader(filePath).size();
+    const base::FilePath path = wide_text::pathFromQ(filePath);
+    if (isUser(id)) {
+        auto single = service<openim::IConversationService>(openim::kConversationModule,
+                                                            openim::kConversationInterface);
+        openim::IConversation* raw = nullptr;
+        if (!single ||
+            single->GetConversation(openim::IMUserID(fromQ(QLatin1String(kAppKey)), fromQ(id)), &raw) != prg::PRG_OK ||
+            !raw)
+            return;
+        base::scoped_refptr<openim::IConversation> conversation;
+        conversation.adopt(raw);
+        conversation->SendImage(path, size.width(), size.height(), base::Bind(&OpenIMManager::OnSent, this));
+        return;
+    }
+    auto tribes = service<openim::ITribeService>(openim::kTribeModule, openim::kTribeInterface);
+    openim::ITribe* raw = nullptr;
+    if (!tribes || tribes->GetTribe(openim::IMTribeID(id.toULongLong()), &raw) != prg::PRG_OK || !raw) return;
+    base::scoped_refptr<openim::ITribe> tribe;
+    tribe.adopt(raw);
+    tribe->SendImage(path, size.width(), size.height(), base::Bind(&OpenIMManager::OnTribeSent, this));
+}
+
+void OpenIMManager::sendFile(const QString& id, const QString& filePath) {
+    const base::FilePath path = wide_text::pathFromQ(filePath);
+    if (isUser(id)) {
+        auto single = service<openim::IConversationService>(openim::kConversationModule,
+                                                            openim::kConversationInterface);
+        openim::IConversation* raw = nullptr;
+        if (!single ||
+            single->GetConversation(openim::IMUserID(fromQ(QLatin1String(kAppKey)), fromQ(id)), &raw) != prg::PRG_OK ||
+            !raw)
+            return;
+        base::scoped_refptr<openim::IConversation> conversation;
+        conversation.adopt(raw);
+        conversation->SendFile(path, base::Bind(&OpenIMManager::OnSent, this));
+        return;
+    }
+    auto tribes = service<openim::ITribeService>(openim::kTribeModule, openim::kTribeInterface);
+    openim::ITribe* raw = nullptr;
+    if (!tribes || tribes->GetTribe(openim::IMTribeID(id.toULongLong()), &raw) != prg::PRG_OK || !raw) return;
+    base::scoped_refptr<openim::ITribe> tribe;
+    tribe.adopt(raw);
+    tribe->SendFile(path, base::Bind(&OpenIMManager::OnTribeSent, this));
+}
+
+void OpenIMManager::OnSent(openim::IMMessage message, openim::ResultCode sent, openim::ResultCode uploaded) {
+    if (!sent.ok() || !uploaded.ok())
+        QX_LOG << "OpenIMManager: a message was not sent (" << sent.code << ", " << uploaded.code << ")";
+    base::scoped_refptr<OpenIMManager> self(this);
+    // Echoed into the conversation at once, sent or not: the user sees what they wrote.
+    QMetaObject::invokeMethod(this, [self, message] { self->showChatMsg(true, message); }, Qt::QueuedConnection);
+}
+
+void OpenIMManager::OnTribeSent(openim::IMTribeMessage message, openim::ResultCode, openim::ResultCode) {
+    base::scoped_refptr<OpenIMManager> self(this);
+    QMetaObject::invokeMethod(this, [self, message] { self->showTribeChatMsg(true, message); }, Qt::QueuedConnection);
+}
+
+// --- push channel -----------------------------------------------------------------------
+
+void OpenIMManager::OnXPushStarted(openim::XPushStartOkParam) { debugLine(QStringLiteral("OnXPushStarted")); }
+void OpenIMManager::OnXPushKicked(openim::XPushKickedParam) { debugLine(QStringLiteral("OnXPushKicked")); }
+void OpenIMManager::OnXPushStoped(openim::XPushStopedParam) { debugLine(QStringLiteral("OnXPushStoped")); }
+void OpenIMManager::OnXPushError(openim::XPushErrorParam) { debugLine(QStringLiteral("OnXPushError")); }
+void OpenIMManager::OnXPushMsgs(std::vector<openim::XPushMsg> messages) {
+    debugLine(QStringLiteral("XPush Msgs:"));
+    messages.clear();
+}
+
+// --- tribes -----------------------------------------------------------------------------
+
+namespace {
+template <class F>
+void onGui(OpenIMManager* self, F f) {
+    base::scoped_refptr<OpenIMManager> keep(self);
+    QMetaObject::invokeMethod(self, [keep, f] { f(); }, Qt::QueuedConnection);
+}
+
+bool knownTribe(const openim::IMTribeID& tribe) {
+    return DirectoryStore::instance().tribe(QString::number(tribe.tribeId)) != nullptr;
+}
+}  // namespace
+
+void OpenIMManager::OnTribesLoaded() {}
+
+void OpenIMManager::OnTribeMemberJoined(openim::IMTribeID tribe, openim::IMUserID user) {
+    onGui(this, [tribe, user] {
+        if (!knownTribe(tribe)) return;
+        if (MainViewDelegate* shell = MainViewDelegate::instance())
+            shell->tribeMemberJoined(QString::number(tribe.tribeId), toQ(user.account));
+    });
+}
+
+void OpenIMManager::OnTribeMemberQuit(openim::IMTribeID tribe, openim::IMUserID user) {
+    onGui(this, [tribe, user] {
+        if (!knownTribe(tribe)) return;
+        if (MainViewDelegate* shell = MainViewDelegate::instance())
+            shell->tribeMemberQuit(QString::number(tribe.tribeId), toQ(user.account));
+    });
+}
+
+void OpenIMManager::OnTribeMemberKicked(openim::IMTribeID tribe, openim::IMUserID user) {
+    onGui(this, [tribe, user] {
+        if (!knownTribe(tribe)) return;
+        if (MainViewDelegate* shell = MainViewDelegate::instance())
+            shell->tribeMemberKicked(QString::number(tribe.tribeId), toQ(user.account));
+    });
+}
+
+void OpenIMManager::OnTribeRoleChanged(openim::IMTribeID, openim::IMUserID, openim::IMUserID) {}
+
+void OpenIMManager::OnTribeNameChanged(openim::IMTribeID, prg::PrgStringT<wchar_t> name) { name.Release(); }
+
+void OpenIMManager::OnTribeNoticeChanged(openim::IMTribeID, prg::PrgStringT<wchar_t> notice) { notice.Release(); }
+
+void OpenIMManager::OnTribeDismissed(const openim::IMTribeID& tribe) {
+    const openim::IMTribeID copy = tribe;
+    onGui(this, [copy] {
+        if (!knownTribe(copy)) return;
+        if (MainViewDelegate* shell = MainViewDelegate::instance()) shell->tribeDismissed(QString::number(copy.tribeId));
+    });
+}
+
+void OpenIMManager::OnTribeInfoChanged(openim::IMTribeID tribe) {
+    onGui(this, [tribe] {
+        auto tribes = service<openim::ITribeService>(openim::kTribeModule, openim::kTribeInterface);
+        openim::ITribe* raw = nullptr;
+        if (!tribes || tribes->GetTribe(tribe, &raw) != prg::PRG_OK || !raw) return;
+        base::scoped_refptr<openim::ITribe> t;
+        t.adopt(raw);
+        DirectoryStore& store = DirectoryStore::instance();
+        const QString id = QString::number(tribe.tribeId);
+        DirectoryStore::Tribe record;
+        if (const DirectoryStore::Tribe* known = store.tribe(id)) record = *known;
+        record.id = id;
+        record.name = toQ(t->GetName());
+        store.addTribe(record);
+    });
+}
+
+void OpenIMManager::OnTribeNewMessage(openim::IMTribeID tribe) { Q_UNUSED(tribe); }

@@ -1,0 +1,173 @@
+#pragma once
+
+#include <QList>
+#include <QObject>
+#include <QSet>
+#include <QString>
+#include <QTimer>
+
+#include <map>
+#include <vector>
+
+#include "base/ref_counted.h"
+#include "basemsg.h"
+#include "loginuser.h"
+#include "openim/download_media_result.h"
+#include "openim/im_message.h"
+#include "openim/im_tribe_id.h"
+#include "openim/im_tribe_message.h"
+#include "openim/im_user_id.h"
+#include "openim/im_user_status.h"
+#include "openim/login_params.h"
+#include "openim/result_code.h"
+#include "openim/xpush_params.h"
+#include "prg/prg_string.h"
+
+class DirectoryClient;
+class Requester;
+
+// The client's one way to the IM SDK: session and heartbeat, messages in and out, unread
+// tracking and the push channel. SDK callbacks arrive on the SDK's thread, bound to the
+// On... members; those only log and hand the work to the GUI thread, where everything
+// else runs. Bound callbacks hold a reference, so the manager outlives every one of them.
+class OpenIMManager : public QObject, public base::RefCountedThreadSafe<OpenIMManager> {
+    Q_OBJECT
+public:
+    // This client's application key, part of every IM identity it builds.
+    static constexpr const char* kAppKey = "23015524";
+    // The SDK's result for a refused account or secret.
+    static constexpr int kWrongPassword = 8;
+
+    static OpenIMManager* instance();
+    OpenIMManager();
+
+    // Host object, SDK root, resource folder and key, then every callback in its order.
+    // False when the SDK root cannot be had (0x80004005); the client then runs without IM.
+    bool init();
+    bool isInitialised() const { return initialised_; }
+
+    // Signs the IM session in with what the back end's log-in reply gave.
+    void login(const LoginUser& user);
+    void logout();
+    // Back-end requests (unknown senders) go through the signed-in requester.
+    void setRequester(Requester* requester);
+
+    // Sends. An id is a colleague exactly when the directory knows it; any other id is a
+    // tribe. A non-empty summary makes the content a custom message.
+    void sendTextOrCustom(const QString& id, const QString& summary, const QString& content);
+    void sendPicture(const QString& id, const QString& filePath);
+    // The third kind: any other file, uploaded and offered to the peer as a download.
+    void sendFile(const QString& id, const QString& filePath);
+
+    // Decides which unread messages of a sender are shown now (see the .cpp).
+    void updateUnreadMsg(const openim::IMUserID& user);
+    // Formats one message for the views; history messages mark nothing as new.
+    void showChatMsg(bool history, const openim::IMMessage& message);
+    void showTribeChatMsg(bool history, const openim::IMTribeMessage& message);
+
+    // The text the talk list shows for a message text.
+    static QString previewOf(const QString& text);
+    // The client's message record for an SDK message (conversation id: the peer).
+    static BaseMsg::MMessage toMessage(const openim::IMMessage& m, const QString& ownId, bool history);
+
+    bool msgReady() const { return msgReady_; }
+    void setMsgReady(bool ready);
+    const QList<openim::IMUserID>& pendingList() const { return pending_; }
+    bool isLoggedIn() const { return loggedIn_; }
+    bool sessionTimerRunning() const { return timerRunning_ && timerId_ != 0; }
+    bool retryTimerRunning() const { return retryTimer_.isActive(); }
+    bool presencePending() const { return presencePending_; }
+    QString ownId() const;
+
+    // SDK callbacks (SDK thread).
+    void OnLoginStep(openim::LoginStep step);
+    void OnLoginOk(openim::LoginOkParam param);
+    void OnLoginFail(openim::LoginFailParam param);
+    void OnKicked(openim::KickedParam param);
+    void OnReLoginFail(openim::ReLoginFailParam param);
+    void OnReLoginOk(openim::ReLoginOkParam param);
+    void OnNetDisConnect(openim::NetDisConnectParam param);
+    void OnLogouted(openim::LogoutedParam param);
+    void OnIMNotifyMsgsOfSingle(openim::IMUserID sender);
+    void OnDownloadMedia(openim::ResultCode result, openim::DownloadMediaResult media);
+    void OnDownloadTribeMedia(openim::ResultCode result, openim::DownloadTribeMediaResult media);
+    void OnPresence(openim::ResultCode result, std::map<openim::IMUserID, openim::IMUserStatus> status);
+    void OnSyncRegistered(prg::PrgStringT<wchar_t> address);
+    void OnHistory(QString id, prg::PrgStringT<wchar_t> peer, openim::ResultCode result,
+                   std::vector<openim::IMMessage> messages);
+    void OnTribeHistory(QString id, prg::PrgStringT<wchar_t> tribe, openim::ResultCode result,
+                        std::vector<openim::IMTribeMessage> messages);
+    void OnSent(openim::IMMessage message, openim::ResultCode sent, openim::ResultCode uploaded);
+    void OnTribeSent(openim::IMTribeMessage message, openim::ResultCode sent, openim::ResultCode uploaded);
+    void OnXPushStarted(openim::XPushStartOkParam param);
+    void OnXPushKicked(openim::XPushKickedParam param);
+    void OnXPushStoped(openim::XPushStopedParam param);
+    void OnXPushError(openim::XPushErrorParam param);
+    void OnXPushMsgs(std::vector<openim::XPushMsg> messages);
+    void OnTribesLoaded();
+    void OnTribeMemberJoined(openim::IMTribeID tribe, openim::IMUserID user);
+    void OnTribeMemberQuit(openim::IMTribeID tribe, openim::IMUserID user);
+    void OnTribeMemberKicked(openim::IMTribeID tribe, openim::IMUserID user);
+    void OnTribeRoleChanged(openim::IMTribeID tribe, openim::IMUserID user, openim::IMUserID by);
+    void OnTribeNameChanged(openim::IMTribeID tribe, prg::PrgStringT<wchar_t> name);
+    void OnTribeNoticeChanged(openim::IMTribeID tribe, prg::PrgStringT<wchar_t> notice);
+    void OnTribeDismissed(const openim::IMTribeID& tribe);
+    void OnTribeInfoChanged(openim::IMTribeID tribe);
+    void OnTribeNewMessage(openim::IMTribeID tribe);
+
+signals:
+    void signal_OnlineState(const QString& userId);
+    // The connection to the IM server is up (true) or lost (false).
+    void signal_Network(bool online);
+    // The session signed in (true) or ended (false: logout, kick).
+    void signal_Landed(bool landed);
+    // Result of an IM log-in asked for by login(): 0, or the SDK's failure code.
+    void loginResult(int code);
+    // A message for the conversation views (history ones included).
+    void chatMessage(const BaseMsg::MMessage& message);
+    // A received picture or file reached the disk (or failed: empty path).
+    void mediaDownloaded(quint64 msgId, const QString& localPath);
+
+public slots:
+    void OnTimeout();
+    void OnHttpGetOthersBack(const QString& userId);
+    void sendCustemSlot(const QString& id, const QString& summary, const QString& content);
+    void getMoreMsg(const QString& id);
+
+protected:
+    void timerEvent(QTimerEvent* event) override;
+
+private:
+    friend class base::RefCountedThreadSafe<OpenIMManager>;
+    ~OpenIMManager() override;
+
+    void onLoginSuccess(const openim::IMUserID& user);
+    void onReloginSuccess();
+    void onSessionLost();
+    void requestPresence();
+    void registerSync();
+    void startSessionTimer();
+    void drainPending();
+    bool isUser(const QString& id) const;
+    bool passesWatermark(qint64 time, quint64 msgId) const;
+    void advanceWatermark(qint64 time, quint64 msgId);
+    void deliver(const BaseMsg::MMessage& m, const QString& preview);
+
+    bool timerRunning_ = false;
+    int timerId_ = 0;
+    bool presencePending_ = false;
+    openim::IMUserID ownUser_;
+    bool msgReady_ = false;
+    bool loggedIn_ = false;
+    bool secondState_ = false;
+
+    bool initialised_ = false;
+    bool loginRequested_ = false;
+    bool watermarkMoved_ = false;
+    QSet<quint64> shownAtWatermark_;
+    QList<openim::IMUserID> pending_;
+    QTimer retryTimer_;
+    Requester* requester_ = nullptr;
+    DirectoryClient* directory_ = nullptr;
+};
+
