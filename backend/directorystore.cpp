@@ -242,8 +242,10 @@ const std::vector<DirectoryStore::Colleague*>& DirectoryStore::colleaguesInOrder
 }
 
 void DirectoryStore::setOnline(const QString& id, bool online) {
-    if (online) online_.insert(id);
-    else online_.remove(id);
+    if (online)
+        online_.insert(id);
+    else
+        online_.remove(id);
 }
 
 void DirectoryStore::setTribes(const QVector<Tribe>& tribes) {

@@ -50,20 +50,22 @@ base::scoped_refptr<T> service(const char* module, const char* iface) {
     return out;
 }
 
-void debugLine(const QString& text) { QMessageLogger(nullptr, 0, nullptr).debug().noquote() << text; }
+void debugLine(const QString& text) {
+    QMessageLogger(nullptr, 0, nullptr).debug().noquote() << text;
+}
 
 QString kindPreview(const BaseMsg::MMessage& m) {
     switch (m.kind) {
-    case BaseMsg::Text:
-        return OpenIMManager::previewOf(m.text);
-    case BaseMsg::Media:
-        return QStringLiteral("[图片]");
-    case BaseMsg::MediaFile:
-        return QStringLiteral("[文件]");
-    case BaseMsg::Custom:
-        return m.summary;
-    default:
-        return QString();
+        case BaseMsg::Text:
+            return OpenIMManager::previewOf(m.text);
+        case BaseMsg::Media:
+            return QStringLiteral("[图片]");
+        case BaseMsg::MediaFile:
+            return QStringLiteral("[文件]");
+        case BaseMsg::Custom:
+            return m.summary;
+        default:
+            return QString();
     }
 }
 
@@ -97,7 +99,8 @@ bool OpenIMManager::init() {
     prg::IPrgCOM* root = GetPrgCOM();
     const long result = root ? long(root->Init(program)) : kNoRoot;
     if (!root || result != long(prg::PRG_OK)) {
-        QX_LOG << "OpenIMManager: the IM SDK could not start (" << qint64(result ? result : kNoRoot) << ")";
+        QX_LOG << "OpenIMManager: the IM SDK could not start (" << qint64(result ? result : kNoRoot)
+               << ")";
         return false;
     }
     base::scoped_refptr<CHostApplication> host(
@@ -105,7 +108,8 @@ bool OpenIMManager::init() {
     auto core = service<openim::IIMCoreService>(openim::kCoreModule, openim::kCoreInterface);
     if (core) {
         core->SetHostApplication(host.get());
-        core->Start(program.DirName().Append(FILE_PATH_LITERAL("resource")), fromQ(QLatin1String(kAppKey)));
+        core->Start(program.DirName().Append(FILE_PATH_LITERAL("resource")),
+                    fromQ(QLatin1String(kAppKey)));
     }
 
     if (auto push = service<openim::IXPushService>(openim::kXPushModule, openim::kXPushInterface)) {
@@ -115,7 +119,8 @@ bool OpenIMManager::init() {
         push->RegisterError(base::Bind(&OpenIMManager::OnXPushError, this));
         push->RegisterMsgs(base::Bind(&OpenIMManager::OnXPushMsgs, this));
     }
-    if (auto login = service<openim::ILoginService>(openim::kLoginModule, openim::kLoginInterface)) {
+    if (auto login =
+            service<openim::ILoginService>(openim::kLoginModule, openim::kLoginInterface)) {
         login->RegisterLoginStep(base::Bind(&OpenIMManager::OnLoginStep, this));
         login->RegisterLoginOk(base::Bind(&OpenIMManager::OnLoginOk, this));
         login->RegisterKicked(base::Bind(&OpenIMManager::OnKicked, this));
@@ -127,10 +132,12 @@ bool OpenIMManager::init() {
     }
     if (auto single = service<openim::IConversationService>(openim::kConversationModule,
                                                             openim::kConversationInterface))
-        single->RegisterNewMessageCallback(base::Bind(&OpenIMManager::OnIMNotifyMsgsOfSingle, this));
+        single->RegisterNewMessageCallback(
+            base::Bind(&OpenIMManager::OnIMNotifyMsgsOfSingle, this));
     if (auto media = service<openim::IMediaService>(openim::kMediaModule, openim::kMediaInterface))
         media->RegisterDownloadCallback(base::Bind(&OpenIMManager::OnDownloadMedia, this));
-    if (auto tribes = service<openim::ITribeService>(openim::kTribeModule, openim::kTribeInterface)) {
+    if (auto tribes =
+            service<openim::ITribeService>(openim::kTribeModule, openim::kTribeInterface)) {
         tribes->RegisterTribesLoaded(base::Bind(&OpenIMManager::OnTribesLoaded, this));
         tribes->RegisterMemberJoined(base::Bind(&OpenIMManager::OnTribeMemberJoined, this));
         tribes->RegisterMemberQuit(base::Bind(&OpenIMManager::OnTribeMemberQuit, this));
@@ -142,8 +149,10 @@ bool OpenIMManager::init() {
         tribes->RegisterTribeInfoChanged(base::Bind(&OpenIMManager::OnTribeInfoChanged, this));
         tribes->RegisterNewMessage(base::Bind(&OpenIMManager::OnTribeNewMessage, this));
     }
-    if (auto tribeMedia = service<openim::ITribeMediaService>(openim::kTribeMediaModule, openim::kTribeMediaInterface))
-        tribeMedia->RegisterDownloadCallback(base::Bind(&OpenIMManager::OnDownloadTribeMedia, this));
+    if (auto tribeMedia = service<openim::ITribeMediaService>(openim::kTribeMediaModule,
+                                                              openim::kTribeMediaInterface))
+        tribeMedia->RegisterDownloadCallback(
+            base::Bind(&OpenIMManager::OnDownloadTribeMedia, this));
     initialised_ = true;
     return true;
 }
@@ -183,7 +192,8 @@ void OpenIMManager::logout() {
     loggedIn_ = false;
     msgReady_ = false;
     pending_.clear();
-    if (auto login = service<openim::ILoginService>(openim::kLoginModule, openim::kLoginInterface)) login->Logout();
+    if (auto login = service<openim::ILoginService>(openim::kLoginModule, openim::kLoginInterface))
+        login->Logout();
     emit signal_Landed(false);
 }
 
@@ -195,7 +205,8 @@ void OpenIMManager::OnLoginStep(openim::LoginStep) {}
 
 void OpenIMManager::OnLoginOk(openim::LoginOkParam param) {
     base::scoped_refptr<OpenIMManager> self(this);
-    QMetaObject::invokeMethod(this, [self, param] { self->onLoginSuccess(param.user); }, Qt::QueuedConnection);
+    QMetaObject::invokeMethod(
+        this, [self, param] { self->onLoginSuccess(param.user); }, Qt::QueuedConnection);
 }
 
 void OpenIMManager::onLoginSuccess(const openim::IMUserID& user) {
@@ -219,7 +230,8 @@ void OpenIMManager::onLoginSuccess(const openim::IMUserID& user) {
     emit signal_Landed(true);
     // The views were built by the calls above; what arrived meanwhile is shown next, in
     // the order it came, then whatever is still unread from before.
-    QMetaObject::invokeMethod(this, [this] { setMsgReady(true); }, Qt::QueuedConnection);
+    QMetaObject::invokeMethod(
+        this, [this] { setMsgReady(true); }, Qt::QueuedConnection);
 }
 
 void OpenIMManager::setMsgReady(bool ready) {
@@ -235,7 +247,8 @@ void OpenIMManager::drainPending() {
         updateUnreadMsg(user);
         done.insert(toQ(user.account));
     }
-    auto single = service<openim::IConversationService>(openim::kConversationModule, openim::kConversationInterface);
+    auto single = service<openim::IConversationService>(openim::kConversationModule,
+                                                        openim::kConversationInterface);
     if (!single) return;
     std::vector<openim::IMUserID> peers;
     single->GetUnreadPeers(&peers);
@@ -262,11 +275,13 @@ void OpenIMManager::OnLoginFail(openim::LoginFailParam param) {
         this,
         [self, param] {
             debugLine(QStringLiteral("OnIMLoginFail~~~~~~~~~~~~~~~~~~~~~~~~~~1"));
-            const QString text = param.result.code == kWrongPassword ? QStringLiteral("登录失败，用户或密码错误")
-                                                                     : QStringLiteral("无法连接通讯服务器");
+            const QString text = param.result.code == kWrongPassword
+                                     ? QStringLiteral("登录失败，用户或密码错误")
+                                     : QStringLiteral("无法连接通讯服务器");
             if (MainViewDelegate* shell = MainViewDelegate::instance()) shell->loginFailed(text);
             self->loginRequested_ = false;
-            emit self->loginResult(param.result.code == 0 ? int(openim::ResultCode::kFailed) : param.result.code);
+            emit self->loginResult(param.result.code == 0 ? int(openim::ResultCode::kFailed)
+                                                          : param.result.code);
         },
         Qt::QueuedConnection);
 }
@@ -293,7 +308,8 @@ void OpenIMManager::OnReLoginFail(openim::ReLoginFailParam) {}  // the retry tim
 
 void OpenIMManager::OnReLoginOk(openim::ReLoginOkParam) {
     base::scoped_refptr<OpenIMManager> self(this);
-    QMetaObject::invokeMethod(this, [self] { self->onReloginSuccess(); }, Qt::QueuedConnection);
+    QMetaObject::invokeMethod(
+        this, [self] { self->onReloginSuccess(); }, Qt::QueuedConnection);
 }
 
 void OpenIMManager::onReloginSuccess() {
@@ -308,7 +324,8 @@ void OpenIMManager::onReloginSuccess() {
 
 void OpenIMManager::OnNetDisConnect(openim::NetDisConnectParam) {
     base::scoped_refptr<OpenIMManager> self(this);
-    QMetaObject::invokeMethod(this, [self] { self->onSessionLost(); }, Qt::QueuedConnection);
+    QMetaObject::invokeMethod(
+        this, [self] { self->onSessionLost(); }, Qt::QueuedConnection);
 }
 
 void OpenIMManager::onSessionLost() {
@@ -317,12 +334,14 @@ void OpenIMManager::onSessionLost() {
     timerRunning_ = false;
     if (MainViewDelegate* shell = MainViewDelegate::instance()) shell->setOnline(false);
     emit signal_Network(false);
-    if (auto login = service<openim::ILoginService>(openim::kLoginModule, openim::kLoginInterface)) login->ReLogin();
+    if (auto login = service<openim::ILoginService>(openim::kLoginModule, openim::kLoginInterface))
+        login->ReLogin();
     retryTimer_.start(ConfigStore::instance().settings().netConnectMs());
 }
 
 void OpenIMManager::OnTimeout() {
-    if (auto login = service<openim::ILoginService>(openim::kLoginModule, openim::kLoginInterface)) login->ReLogin();
+    if (auto login = service<openim::ILoginService>(openim::kLoginModule, openim::kLoginInterface))
+        login->ReLogin();
     retryTimer_.start(ConfigStore::instance().settings().netConnectMs());
 }
 
@@ -331,16 +350,19 @@ void OpenIMManager::OnLogouted(openim::LogoutedParam) {}
 // --- heartbeat --------------------------------------------------------------------------
 
 void OpenIMManager::requestPresence() {
-    auto presence = service<openim::IPresenceService>(openim::kPresenceModule, openim::kPresenceInterface);
+    auto presence =
+        service<openim::IPresenceService>(openim::kPresenceModule, openim::kPresenceInterface);
     if (!presence) return;
     const DirectoryStore& store = DirectoryStore::instance();
     const auto userId = fromQ(QString::asprintf("%llu", store.selfId().toULongLong()));
     const auto companyId = fromQ(QString::asprintf("%llu", store.companyId().toULongLong()));
     presencePending_ = true;
-    presence->RequestPresence(userId, companyId, true, base::Bind(&OpenIMManager::OnPresence, this));
+    presence->RequestPresence(userId, companyId, true,
+                              base::Bind(&OpenIMManager::OnPresence, this));
 }
 
-void OpenIMManager::OnPresence(openim::ResultCode result, std::map<openim::IMUserID, openim::IMUserStatus> status) {
+void OpenIMManager::OnPresence(openim::ResultCode result,
+                               std::map<openim::IMUserID, openim::IMUserStatus> status) {
     base::scoped_refptr<OpenIMManager> self(this);
     QMetaObject::invokeMethod(
         this,
@@ -386,7 +408,9 @@ void OpenIMManager::timerEvent(QTimerEvent* event) {
 
 // --- incoming ---------------------------------------------------------------------------
 
-bool OpenIMManager::isUser(const QString& id) const { return DirectoryStore::instance().isUser(id); }
+bool OpenIMManager::isUser(const QString& id) const {
+    return DirectoryStore::instance().isUser(id);
+}
 
 void OpenIMManager::OnIMNotifyMsgsOfSingle(openim::IMUserID sender) {
     const QString id = toQ(sender.account);
@@ -434,7 +458,8 @@ void OpenIMManager::advanceWatermark(qint64 time, quint64 msgId) {
 
 void OpenIMManager::updateUnreadMsg(const openim::IMUserID& user) {
     FunctionTrace trace(&Logger::instance(), QStringLiteral("OpenIMManager::updateUnreadMsg"));
-    auto single = service<openim::IConversationService>(openim::kConversationModule, openim::kConversationInterface);
+    auto single = service<openim::IConversationService>(openim::kConversationModule,
+                                                        openim::kConversationInterface);
     if (!single) return;
     base::scoped_refptr<openim::IConversation> conversation;
     openim::IConversation* raw = nullptr;
@@ -469,7 +494,8 @@ QString OpenIMManager::previewOf(const QString& text) {
     return flat.size() > 12 ? flat.left(12) + QStringLiteral("...") : flat;
 }
 
-BaseMsg::MMessage OpenIMManager::toMessage(const openim::IMMessage& im, const QString& ownId, bool history) {
+BaseMsg::MMessage OpenIMManager::toMessage(const openim::IMMessage& im, const QString& ownId,
+                                           bool history) {
     BaseMsg::MMessage m;
     m.msgId = im.msgId;
     m.time = im.msgTime;
@@ -482,51 +508,53 @@ BaseMsg::MMessage OpenIMManager::toMessage(const openim::IMMessage& im, const QS
         m.senderName = c->realName.isEmpty() ? c->userName : c->realName;
     const QString content = toQ(im.content.content);
     switch (m.kind) {
-    case BaseMsg::Text:
-        m.text = content;
-        break;
-    case BaseMsg::Media:
-    case BaseMsg::MediaFile:
-        m.mediaPath = QString(content).replace(QLatin1Char('\\'), QLatin1Char('/'));
-        m.summary = toQ(im.content.summary);  // the file's name
-        break;
-    case BaseMsg::Custom: {
-        m.summary = toQ(im.content.summary);
-        const QJsonDocument doc = QJsonDocument::fromJson(content.toUtf8());
-        QJsonObject o = doc.isObject() ? doc.object() : QJsonObject();
-        const QJsonValue type = o.value(QStringLiteral("msgType"));
-        o.insert(QStringLiteral("msgType"), type.isDouble() ? type.toInt() : -1);
-        o.insert(QStringLiteral("summary"), m.summary);
-        if (!o.contains(QStringLiteral("content"))) o.insert(QStringLiteral("content"), content);
-        o.insert(QStringLiteral("isCustomMsg"), true);
-        m.contentJson = QString::fromUtf8(QJsonDocument(o).toJson(QJsonDocument::Compact));
-        break;
-    }
-    default:
-        m.kind = BaseMsg::Hidden;
-        break;
+        case BaseMsg::Text:
+            m.text = content;
+            break;
+        case BaseMsg::Media:
+        case BaseMsg::MediaFile:
+            m.mediaPath = QString(content).replace(QLatin1Char('\\'), QLatin1Char('/'));
+            m.summary = toQ(im.content.summary);  // the file's name
+            break;
+        case BaseMsg::Custom: {
+            m.summary = toQ(im.content.summary);
+            const QJsonDocument doc = QJsonDocument::fromJson(content.toUtf8());
+            QJsonObject o = doc.isObject() ? doc.object() : QJsonObject();
+            const QJsonValue type = o.value(QStringLiteral("msgType"));
+            o.insert(QStringLiteral("msgType"), type.isDouble() ? type.toInt() : -1);
+            o.insert(QStringLiteral("summary"), m.summary);
+            if (!o.contains(QStringLiteral("content")))
+                o.insert(QStringLiteral("content"), content);
+            o.insert(QStringLiteral("isCustomMsg"), true);
+            m.contentJson = QString::fromUtf8(QJsonDocument(o).toJson(QJsonDocument::Compact));
+            break;
+        }
+        default:
+            m.kind = BaseMsg::Hidden;
+            break;
     }
     return m;
 }
 
 void OpenIMManager::showChatMsg(bool history, const openim::IMMessage& message) {
     FunctionTrace trace(&Logger::instance(), QStringLiteral("OpenIMManager::showChatMsg"));
-    Logger::instance().write(
-        QStringLiteral("all messages:  (msgtime:%1 msgid:%2 msgFormat:%3)")
-            .arg(QDateTime::fromSecsSinceEpoch(message.msgTime).toString(QStringLiteral("yyyy/MM/dd hh:mm:ss")))
-            .arg(message.msgId)
-            .arg(message.content.type));
+    Logger::instance().write(QStringLiteral("all messages:  (msgtime:%1 msgid:%2 msgFormat:%3)")
+                                 .arg(QDateTime::fromSecsSinceEpoch(message.msgTime)
+                                          .toString(QStringLiteral("yyyy/MM/dd hh:mm:ss")))
+                                 .arg(message.msgId)
+                                 .arg(message.content.type));
     const BaseMsg::MMessage m = toMessage(message, ownId(), history);
     if (m.kind == BaseMsg::Hidden) return;  // nothing to show, no preview
     if (m.kind == BaseMsg::Custom) {
-        Logger::instance().write(QStringLiteral("custom msg:(m_msgTime:%1 senderId:%2 msgId:%3 isTop:%4 msgFormat:%5"
-                                                "         msgContent:%6)")
-                                     .arg(m.time)
-                                     .arg(m.senderId)
-                                     .arg(m.msgId)
-                                     .arg(history ? QStringLiteral("true") : QStringLiteral("false"))
-                                     .arg(m.kind)
-                                     .arg(m.contentJson));
+        Logger::instance().write(
+            QStringLiteral("custom msg:(m_msgTime:%1 senderId:%2 msgId:%3 isTop:%4 msgFormat:%5"
+                           "         msgContent:%6)")
+                .arg(m.time)
+                .arg(m.senderId)
+                .arg(m.msgId)
+                .arg(history ? QStringLiteral("true") : QStringLiteral("false"))
+                .arg(m.kind)
+                .arg(m.contentJson));
     }
     deliver(m, kindPreview(m));
 }
@@ -557,7 +585,8 @@ void OpenIMManager::deliver(const BaseMsg::MMessage& m, const QString& preview) 
     ConversationRecord record;
     record.id = m.conversationId;
     record.name = m.isTribe ? QString() : m.senderName;
-    if (const DirectoryStore::Tribe* t = DirectoryStore::instance().tribe(m.conversationId)) record.name = t->name;
+    if (const DirectoryStore::Tribe* t = DirectoryStore::instance().tribe(m.conversationId))
+        record.name = t->name;
     record.nickName = m.senderId;
     record.fromSelf = m.isSelf;
     record.muted = ConfigStore::instance().hasUser() &&
@@ -569,14 +598,17 @@ void OpenIMManager::OnDownloadMedia(openim::ResultCode result, openim::DownloadM
     const quint64 id = media.msgId;
     const QString path = result.ok() ? toQ(media.localPath) : QString();
     base::scoped_refptr<OpenIMManager> self(this);
-    QMetaObject::invokeMethod(this, [self, id, path] { emit self->mediaDownloaded(id, path); }, Qt::QueuedConnection);
+    QMetaObject::invokeMethod(
+        this, [self, id, path] { emit self->mediaDownloaded(id, path); }, Qt::QueuedConnection);
 }
 
-void OpenIMManager::OnDownloadTribeMedia(openim::ResultCode result, openim::DownloadTribeMediaResult media) {
+void OpenIMManager::OnDownloadTribeMedia(openim::ResultCode result,
+                                         openim::DownloadTribeMediaResult media) {
     const quint64 id = media.msgId;
     const QString path = result.ok() ? toQ(media.localPath) : QString();
     base::scoped_refptr<OpenIMManager> self(this);
-    QMetaObject::invokeMethod(this, [self, id, path] { emit self->mediaDownloaded(id, path); }, Qt::QueuedConnection);
+    QMetaObject::invokeMethod(
+        this, [self, id, path] { emit self->mediaDownloaded(id, path); }, Qt::QueuedConnection);
 }
 
 // --- history ----------------------------------------------------------------------------
@@ -587,16 +619,20 @@ void OpenIMManager::getMoreMsg(const QString& id) {
         const quint64 tribeId = id.toULongLong(&ok);
         auto tribes = service<openim::ITribeService>(openim::kTribeModule, openim::kTribeInterface);
         openim::ITribe* raw = nullptr;
-        if (!ok || !tribes || tribes->GetTribe(openim::IMTribeID(tribeId), &raw) != prg::PRG_OK || !raw) return;
+        if (!ok || !tribes || tribes->GetTribe(openim::IMTribeID(tribeId), &raw) != prg::PRG_OK ||
+            !raw)
+            return;
         base::scoped_refptr<openim::ITribe> tribe;
         tribe.adopt(raw);
         tribe->GetHistory(7, base::Bind(&OpenIMManager::OnTribeHistory, this, id));
         return;
     }
-    auto single = service<openim::IConversationService>(openim::kConversationModule, openim::kConversationInterface);
+    auto single = service<openim::IConversationService>(openim::kConversationModule,
+                                                        openim::kConversationInterface);
     openim::IConversation* raw = nullptr;
-    if (!single || single->GetConversation(openim::IMUserID(fromQ(QLatin1String(kAppKey)), fromQ(id)), &raw) !=
-                       prg::PRG_OK ||
+    if (!single ||
+        single->GetConversation(openim::IMUserID(fromQ(QLatin1String(kAppKey)), fromQ(id)), &raw) !=
+            prg::PRG_OK ||
         !raw)
         return;
     base::scoped_refptr<openim::IConversation> conversation;
@@ -618,7 +654,8 @@ void OpenIMManager::OnHistory(QString id, prg::PrgStringT<wchar_t> peer, openim:
         Qt::QueuedConnection);
 }
 
-void OpenIMManager::OnTribeHistory(QString id, prg::PrgStringT<wchar_t> tribe, openim::ResultCode result,
+void OpenIMManager::OnTribeHistory(QString id, prg::PrgStringT<wchar_t> tribe,
+                                   openim::ResultCode result,
                                    std::vector<openim::IMTribeMessage> messages) {
     tribe.Release();
     Q_UNUSED(id);
@@ -634,34 +671,44 @@ void OpenIMManager::OnTribeHistory(QString id, prg::PrgStringT<wchar_t> tribe, o
 
 // --- sending ----------------------------------------------------------------------------
 
-void OpenIMManager::sendCustemSlot(const QString& id, const QString& summary, const QString& content) {
+void OpenIMManager::sendCustemSlot(const QString& id, const QString& summary,
+                                   const QString& content) {
     sendTextOrCustom(id, summary, content);
 }
 
-void OpenIMManager::sendTextOrCustom(const QString& id, const QString& summary, const QString& content) {
+void OpenIMManager::sendTextOrCustom(const QString& id, const QString& summary,
+                                     const QString& content) {
     if (isUser(id)) {
         auto single = service<openim::IConversationService>(openim::kConversationModule,
                                                             openim::kConversationInterface);
         openim::IConversation* raw = nullptr;
         if (!single ||
-            single->GetConversation(openim::IMUserID(fromQ(QLatin1String(kAppKey)), fromQ(id)), &raw) != prg::PRG_OK ||
+            single->GetConversation(openim::IMUserID(fromQ(QLatin1String(kAppKey)), fromQ(id)),
+                                    &raw) != prg::PRG_OK ||
             !raw)
             return;
         base::scoped_refptr<openim::IConversation> conversation;
         conversation.adopt(raw);
-        if (summary.isEmpty()) conversation->SendText(fromQ(content), base::Bind(&OpenIMManager::OnSent, this));
-        else conversation->SendCustom(fromQ(content), fromQ(summary), base::Bind(&OpenIMManager::OnSent, this));
+        if (summary.isEmpty())
+            conversation->SendText(fromQ(content), base::Bind(&OpenIMManager::OnSent, this));
+        else
+            conversation->SendCustom(fromQ(content), fromQ(summary),
+                                     base::Bind(&OpenIMManager::OnSent, this));
         return;
     }
     bool ok = false;
     const quint64 tribeId = id.toULongLong(&ok);
     auto tribes = service<openim::ITribeService>(openim::kTribeModule, openim::kTribeInterface);
     openim::ITribe* raw = nullptr;
-    if (!ok || !tribes || tribes->GetTribe(openim::IMTribeID(tribeId), &raw) != prg::PRG_OK || !raw) return;
+    if (!ok || !tribes || tribes->GetTribe(openim::IMTribeID(tribeId), &raw) != prg::PRG_OK || !raw)
+        return;
     base::scoped_refptr<openim::ITribe> tribe;
     tribe.adopt(raw);
-    if (summary.isEmpty()) tribe->SendText(fromQ(content), base::Bind(&OpenIMManager::OnTribeSent, this));
-    else tribe->SendCustom(fromQ(content), fromQ(summary), base::Bind(&OpenIMManager::OnTribeSent, this));
+    if (summary.isEmpty())
+        tribe->SendText(fromQ(content), base::Bind(&OpenIMManager::OnTribeSent, this));
+    else
+        tribe->SendCustom(fromQ(content), fromQ(summary),
+                          base::Bind(&OpenIMManager::OnTribeSent, this));
 }
 
 void OpenIMManager::sendPicture(const QString& id, const QString& filePath) {
@@ -673,20 +720,25 @@ void OpenIMManager::sendPicture(const QString& id, const QString& filePath) {
                                                             openim::kConversationInterface);
         openim::IConversation* raw = nullptr;
         if (!single ||
-            single->GetConversation(openim::IMUserID(fromQ(QLatin1String(kAppKey)), fromQ(id)), &raw) != prg::PRG_OK ||
+            single->GetConversation(openim::IMUserID(fromQ(QLatin1String(kAppKey)), fromQ(id)),
+                                    &raw) != prg::PRG_OK ||
             !raw)
             return;
         base::scoped_refptr<openim::IConversation> conversation;
         conversation.adopt(raw);
-        conversation->SendImage(path, size.width(), size.height(), base::Bind(&OpenIMManager::OnSent, this));
+        conversation->SendImage(path, size.width(), size.height(),
+                                base::Bind(&OpenIMManager::OnSent, this));
         return;
     }
     auto tribes = service<openim::ITribeService>(openim::kTribeModule, openim::kTribeInterface);
     openim::ITribe* raw = nullptr;
-    if (!tribes || tribes->GetTribe(openim::IMTribeID(id.toULongLong()), &raw) != prg::PRG_OK || !raw) return;
+    if (!tribes || tribes->GetTribe(openim::IMTribeID(id.toULongLong()), &raw) != prg::PRG_OK ||
+        !raw)
+        return;
     base::scoped_refptr<openim::ITribe> tribe;
     tribe.adopt(raw);
-    tribe->SendImage(path, size.width(), size.height(), base::Bind(&OpenIMManager::OnTribeSent, this));
+    tribe->SendImage(path, size.width(), size.height(),
+                     base::Bind(&OpenIMManager::OnTribeSent, this));
 }
 
 void OpenIMManager::sendFile(const QString& id, const QString& filePath) {
@@ -696,7 +748,8 @@ void OpenIMManager::sendFile(const QString& id, const QString& filePath) {
                                                             openim::kConversationInterface);
         openim::IConversation* raw = nullptr;
         if (!single ||
-            single->GetConversation(openim::IMUserID(fromQ(QLatin1String(kAppKey)), fromQ(id)), &raw) != prg::PRG_OK ||
+            single->GetConversation(openim::IMUserID(fromQ(QLatin1String(kAppKey)), fromQ(id)),
+                                    &raw) != prg::PRG_OK ||
             !raw)
             return;
         base::scoped_refptr<openim::IConversation> conversation;
@@ -706,31 +759,46 @@ void OpenIMManager::sendFile(const QString& id, const QString& filePath) {
     }
     auto tribes = service<openim::ITribeService>(openim::kTribeModule, openim::kTribeInterface);
     openim::ITribe* raw = nullptr;
-    if (!tribes || tribes->GetTribe(openim::IMTribeID(id.toULongLong()), &raw) != prg::PRG_OK || !raw) return;
+    if (!tribes || tribes->GetTribe(openim::IMTribeID(id.toULongLong()), &raw) != prg::PRG_OK ||
+        !raw)
+        return;
     base::scoped_refptr<openim::ITribe> tribe;
     tribe.adopt(raw);
     tribe->SendFile(path, base::Bind(&OpenIMManager::OnTribeSent, this));
 }
 
-void OpenIMManager::OnSent(openim::IMMessage message, openim::ResultCode sent, openim::ResultCode uploaded) {
+void OpenIMManager::OnSent(openim::IMMessage message, openim::ResultCode sent,
+                           openim::ResultCode uploaded) {
     if (!sent.ok() || !uploaded.ok())
-        QX_LOG << "OpenIMManager: a message was not sent (" << sent.code << ", " << uploaded.code << ")";
+        QX_LOG << "OpenIMManager: a message was not sent (" << sent.code << ", " << uploaded.code
+               << ")";
     base::scoped_refptr<OpenIMManager> self(this);
     // Echoed into the conversation at once, sent or not: the user sees what they wrote.
-    QMetaObject::invokeMethod(this, [self, message] { self->showChatMsg(true, message); }, Qt::QueuedConnection);
+    QMetaObject::invokeMethod(
+        this, [self, message] { self->showChatMsg(true, message); }, Qt::QueuedConnection);
 }
 
-void OpenIMManager::OnTribeSent(openim::IMTribeMessage message, openim::ResultCode, openim::ResultCode) {
+void OpenIMManager::OnTribeSent(openim::IMTribeMessage message, openim::ResultCode,
+                                openim::ResultCode) {
     base::scoped_refptr<OpenIMManager> self(this);
-    QMetaObject::invokeMethod(this, [self, message] { self->showTribeChatMsg(true, message); }, Qt::QueuedConnection);
+    QMetaObject::invokeMethod(
+        this, [self, message] { self->showTribeChatMsg(true, message); }, Qt::QueuedConnection);
 }
 
 // --- push channel -----------------------------------------------------------------------
 
-void OpenIMManager::OnXPushStarted(openim::XPushStartOkParam) { debugLine(QStringLiteral("OnXPushStarted")); }
-void OpenIMManager::OnXPushKicked(openim::XPushKickedParam) { debugLine(QStringLiteral("OnXPushKicked")); }
-void OpenIMManager::OnXPushStoped(openim::XPushStopedParam) { debugLine(QStringLiteral("OnXPushStoped")); }
-void OpenIMManager::OnXPushError(openim::XPushErrorParam) { debugLine(QStringLiteral("OnXPushError")); }
+void OpenIMManager::OnXPushStarted(openim::XPushStartOkParam) {
+    debugLine(QStringLiteral("OnXPushStarted"));
+}
+void OpenIMManager::OnXPushKicked(openim::XPushKickedParam) {
+    debugLine(QStringLiteral("OnXPushKicked"));
+}
+void OpenIMManager::OnXPushStoped(openim::XPushStopedParam) {
+    debugLine(QStringLiteral("OnXPushStoped"));
+}
+void OpenIMManager::OnXPushError(openim::XPushErrorParam) {
+    debugLine(QStringLiteral("OnXPushError"));
+}
 void OpenIMManager::OnXPushMsgs(std::vector<openim::XPushMsg> messages) {
     debugLine(QStringLiteral("XPush Msgs:"));
     messages.clear();
@@ -742,7 +810,8 @@ namespace {
 template <class F>
 void onGui(OpenIMManager* self, F f) {
     base::scoped_refptr<OpenIMManager> keep(self);
-    QMetaObject::invokeMethod(self, [keep, f] { f(); }, Qt::QueuedConnection);
+    QMetaObject::invokeMethod(
+        self, [keep, f] { f(); }, Qt::QueuedConnection);
 }
 
 bool knownTribe(const openim::IMTribeID& tribe) {
@@ -778,15 +847,20 @@ void OpenIMManager::OnTribeMemberKicked(openim::IMTribeID tribe, openim::IMUserI
 
 void OpenIMManager::OnTribeRoleChanged(openim::IMTribeID, openim::IMUserID, openim::IMUserID) {}
 
-void OpenIMManager::OnTribeNameChanged(openim::IMTribeID, prg::PrgStringT<wchar_t> name) { name.Release(); }
+void OpenIMManager::OnTribeNameChanged(openim::IMTribeID, prg::PrgStringT<wchar_t> name) {
+    name.Release();
+}
 
-void OpenIMManager::OnTribeNoticeChanged(openim::IMTribeID, prg::PrgStringT<wchar_t> notice) { notice.Release(); }
+void OpenIMManager::OnTribeNoticeChanged(openim::IMTribeID, prg::PrgStringT<wchar_t> notice) {
+    notice.Release();
+}
 
 void OpenIMManager::OnTribeDismissed(const openim::IMTribeID& tribe) {
     const openim::IMTribeID copy = tribe;
     onGui(this, [copy] {
         if (!knownTribe(copy)) return;
-        if (MainViewDelegate* shell = MainViewDelegate::instance()) shell->tribeDismissed(QString::number(copy.tribeId));
+        if (MainViewDelegate* shell = MainViewDelegate::instance())
+            shell->tribeDismissed(QString::number(copy.tribeId));
     });
 }
 

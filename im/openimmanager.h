@@ -68,7 +68,8 @@ public:
     // The text the talk list shows for a message text.
     static QString previewOf(const QString& text);
     // The client's message record for an SDK message (conversation id: the peer).
-    static BaseMsg::MMessage toMessage(const openim::IMMessage& m, const QString& ownId, bool history);
+    static BaseMsg::MMessage toMessage(const openim::IMMessage& m, const QString& ownId,
+                                       bool history);
 
     bool msgReady() const { return msgReady_; }
     void setMsgReady(bool ready);
@@ -91,14 +92,16 @@ public:
     void OnIMNotifyMsgsOfSingle(openim::IMUserID sender);
     void OnDownloadMedia(openim::ResultCode result, openim::DownloadMediaResult media);
     void OnDownloadTribeMedia(openim::ResultCode result, openim::DownloadTribeMediaResult media);
-    void OnPresence(openim::ResultCode result, std::map<openim::IMUserID, openim::IMUserStatus> status);
+    void OnPresence(openim::ResultCode result,
+                    std::map<openim::IMUserID, openim::IMUserStatus> status);
     void OnSyncRegistered(prg::PrgStringT<wchar_t> address);
     void OnHistory(QString id, prg::PrgStringT<wchar_t> peer, openim::ResultCode result,
                    std::vector<openim::IMMessage> messages);
     void OnTribeHistory(QString id, prg::PrgStringT<wchar_t> tribe, openim::ResultCode result,
                         std::vector<openim::IMTribeMessage> messages);
     void OnSent(openim::IMMessage message, openim::ResultCode sent, openim::ResultCode uploaded);
-    void OnTribeSent(openim::IMTribeMessage message, openim::ResultCode sent, openim::ResultCode uploaded);
+    void OnTribeSent(openim::IMTribeMessage message, openim::ResultCode sent,
+                     openim::ResultCode uploaded);
     void OnXPushStarted(openim::XPushStartOkParam param);
     void OnXPushKicked(openim::XPushKickedParam param);
     void OnXPushStoped(openim::XPushStopedParam param);
@@ -170,4 +173,3 @@ private:
     Requester* requester_ = nullptr;
     DirectoryClient* directory_ = nullptr;
 };
-

@@ -1,0 +1,362 @@
+// The IM core against a scripted SDK registered under the real GUIDs: for what timing
+// makes hard to arrange with a real server (heartbeat ticks, callback order).
+#include <QtTest>
+
+#include <functional>
+
+#include "base/at_exit.h"
+#include "base/path_service.h"
+#include "base/ref_ptr_counted.h"
+#include "base/scoped_refptr.h"
+#include "configstore.h"
+#include "directorystore.h"
+#include "mainviewdelegate.h"
+#include "openim/iconversation.h"
+#include "openim/iconversation_service.h"
+#include "openim/ilogin_account_service.h"
+#include "openim/ilogin_service.h"
+#include "openim/ipresence_service.h"
+#include "openim/isync_service.h"
+#include "openim/service_guids.h"
+#include "openimmanager.h"
+#include "prg/iprg_com.h"
+#include "prg/prg_component.h"
+
+using openim::IMUserID;
+
+namespace {
+
+IMUserID user(const wchar_t* account) { return IMUserID(L"23015524", account); }
+
+struct Script {
+    int logins = 0;
+    int relogins = 0;
+    int presenceRequests = 0;
+    int syncs = 0;
+    int markReads = 0;
+    std::vector<openim::IMMessage> unread;
+} g_script;
+
+class FakeLogin : public base::RefPtrCounted<openim::ILoginService> {
+public:
+    void RegisterLoginStep(const base::Callback<void(openim::LoginStep)>&) override {}
+    void RegisterLoginOk(const base::Callback<void(openim::LoginOkParam)>&) override {}
+    void RegisterKicked(const base::Callback<void(openim::KickedParam)>&) override {}
+    void RegisterLoginFail(const base::Callback<void(openim::LoginFailParam)>&) override {}
+    void RegisterReLoginFail(const base::Callback<void(openim::ReLoginFailParam)>&) override {}
+    void RegisterReLoginOk(const base::Callback<void(openim::ReLoginOkParam)>&) override {}
+    void RegisterNetDisConnect(const base::Callback<void(openim::NetDisConnectParam)>&) override {}
+    void RegisterLogouted(const base::Callback<void(openim::LogoutedParam)>&) override {}
+    void Login(const openim::LoginParam&) override { ++g_script.logins; }
+    void ReLogin() override { ++g_script.relogins; }
+    void Logout() override {}
+};
+
+class FakeAccount : public base::RefPtrCounted<openim::ILoginAccountService> {
+public:
+    IMUserID GetLoginUserID() override { return user(L"100"); }
+    bool IsLoggedIn() override { return true; }
+};
+
+class FakePresence : public base::RefPtrCounted<openim::IPresenceService> {
+public:
+    void RequestPresence(const prg::PrgStringT<wchar_t>&, const prg::PrgStringT<wchar_t>&, bool,
+                         const PresenceCallback&) override {
+        ++g_script.presenceRequests;  // never answered: the test answers through the manager
+    }
+};
+
+class FakeSync : public base::RefPtrCounted<openim::ISyncService> {
+public:
+    void RegisterSync(std::int32_t,
+                      const base::Callback<void(prg::PrgStringT<wchar_t>)>&) override {
+        ++g_script.syncs;
+    }
+};
+
+class FakeConversation : public base::RefPtrCounted<openim::IConversation> {
+public:
+    IMUserID GetPeer() override { return user(L"101"); }
+    void SendText(const prg::PrgStringT<wchar_t>&, const SendCallback&) override {}
+    void SendCustom(const prg::PrgStringT<wchar_t>&, const prg::PrgStringT<wchar_t>&,
+                    const SendCallback&) override {}
+    void SendImage(const base::FilePath&, std::int32_t, std::int32_t,
+                   const SendCallback&) override {}
+    void SendFile(const base::FilePath&, const SendCallback&) override {}
+    std::int32_t GetUnreadCount() override { return std::int32_t(g_script.unread.size()); }
+    void GetUnreadMessages(std::vector<openim::IMMessage>* out) override { *out = g_script.unread; }
+    void MarkRead() override {
+        ++g_script.markReads;
+        g_script.unread.clear();
+    }
+    void GetHistory(std::int32_t, const HistoryCallback&) override {}
+    void ResetHistory() override {}
+};
+
+class FakeConversations : public base::RefPtrCounted<openim::IConversationService> {
+public:
+    void RegisterNewMessageCallback(const NewMessageCallback&) override {}
+    prg::PrgResult GetConversation(const IMUserID&, openim::IConversation** out) override {
+        *out = new FakeConversation;
+        (*out)->AddRef();
+        return prg::PRG_OK;
+    }
+    void GetUnreadPeers(std::vector<IMUserID>*) override {}
+};
+
+void install(const char* module, const char* iface, prg::IPrgUnknown* object) {
+    auto* component = new prg::PrgComponent;
+    component->AddRef();
+    component->SetInterface(iface, object);
+    GetPrgCOM()->RegisterComponent(module, component);
+    component->Release();
+}
+
+// The main window's side of the conversation, as the IM core sees it.
+class Shell : public MainViewDelegate {
+public:
+    void loginSuccess(const QString& id) override { calls << "loginSuccess " + id; }
+    void setOnline(bool online) override {
+        calls << QStringLiteral("setOnline %1%2")
+                     .arg(online)
+                     .arg(retryRunning && retryRunning() ? " retrying" : "");
+    }
+    void newMessageMark(const QString& id, int n) override {
+        calls << QStringLiteral("mark %1 %2").arg(id).arg(n);
+    }
+    void newMessage(const ConversationRecord& r, const QString& text) override {
+        calls << "message " + r.id + " " + text;
+    }
+    QStringList calls;
+    std::function<bool()> retryRunning;
+};
+
+openim::IMMessage textMessage(quint64 id, qint64 time, const QString& text) {
+    openim::IMMessage m;
+    m.msgId = id;
+    m.msgTime = time;
+    m.sender = user(L"101");
+    m.receiver = user(L"100");
+    m.content.type = openim::kContentText;
+    m.content.content = prg::PrgStringT<wchar_t>(text.toStdWString());
+    return m;
+}
+
+}  // namespace
+
+class TestOpenIMManager : public QObject {
+    Q_OBJECT
+private slots:
+    void initTestCase();
+    void init();
+    void cleanup();
+    void loginSuccessStartsOneSessionTimer();
+    void heartbeatWithoutAnswerTakesEveryoneOffline();
+    void presenceAnswersDecideTheOnlineState();
+    void reloginStopsTheRetryFirst();
+    void notificationsWaitUntilTheClientIsReady();
+    void watermarkKeepsShownMessagesOut();
+    void previewsAndRecords();
+
+private:
+    base::scoped_refptr<OpenIMManager> manager_;
+    Shell shell_;
+};
+
+void TestOpenIMManager::initTestCase() {
+    ConfigStore::instance().init();
+    ConfigStore::instance().setUser(100, 7);
+    QVERIFY(DirectoryStore::instance().load(
+        "{\"errorCode\":0,\"results\":{\"allDeptList\":[{\"id\":\"1\"}],\"allUserList\":["
+        "{\"id\":\"100\",\"section\":\"1\",\"realName\":\"我\"},{\"id\":\"101\",\"section\":\"1\","
+        "\"realName\":\"王伟\"},"
+        "{\"id\":\"102\",\"section\":\"1\",\"realName\":\"李娜\"}]}}"));
+    base::FilePath program;
+    PathService::Get(5, &program);
+    QCOMPARE(GetPrgCOM()->Init(program), prg::PRG_OK);
+    install(openim::kLoginModule, openim::kLoginInterface, new FakeLogin);
+    install(openim::kLoginAccountModule, openim::kLoginAccountInterface, new FakeAccount);
+    install(openim::kPresenceModule, openim::kPresenceInterface, new FakePresence);
+    install(openim::kSyncModule, openim::kSyncInterface, new FakeSync);
+    install(openim::kConversationModule, openim::kConversationInterface, new FakeConversations);
+    MainViewDelegate::setInstance(&shell_);
+}
+
+void TestOpenIMManager::init() {
+    g_script = Script();
+    shell_.calls.clear();
+    ConfigStore::instance().settings().setCheckStateMs(100);
+    ConfigStore::instance().settings().setNetConnectMs(60000);
+    manager_ = new OpenIMManager;
+    QVERIFY(manager_->init());
+}
+
+void TestOpenIMManager::cleanup() {
+    manager_->logout();
+    manager_ = nullptr;
+}
+
+void TestOpenIMManager::loginSuccessStartsOneSessionTimer() {
+    manager_->OnLoginOk({user(L"100")});
+    QTRY_VERIFY(manager_->isLoggedIn());
+    QVERIFY(manager_->sessionTimerRunning());
+    QCOMPARE(shell_.calls.first(), QStringLiteral("loginSuccess 100"));
+    QVERIFY(shell_.calls.contains("setOnline 1"));
+    QCOMPARE(g_script.syncs, 1);
+    QCOMPARE(g_script.presenceRequests, 1);
+    QTRY_VERIFY(manager_->msgReady());
+
+    // A second success while the timer runs starts no second timer: one tick per interval.
+    manager_->OnLoginOk({user(L"100")});
+    QTRY_COMPARE(g_script.syncs, 2);
+    manager_->OnPresence(openim::ResultCode(), {});  // answered: the next tick asks again
+    QTest::qWait(50);
+    const int before = g_script.presenceRequests;
+    QTest::qWait(1000);
+    const int ticks = g_script.presenceRequests - before;
+    QVERIFY2(ticks <= 6,
+             qPrintable(QString::number(ticks)));  // a doubled timer would tick 20 times
+}
+
+void TestOpenIMManager::heartbeatWithoutAnswerTakesEveryoneOffline() {
+    DirectoryStore::instance().setOnline("101", true);
+    QSignalSpy marks(manager_.get(), &OpenIMManager::signal_OnlineState);
+    manager_->OnLoginOk({user(L"100")});
+    QTRY_VERIFY(manager_->isLoggedIn());
+    QVERIFY(manager_->presencePending());  // never answered
+    QTRY_VERIFY(!manager_->isLoggedIn());
+    QCOMPARE(marks.size(), DirectoryStore::instance().colleagueCount());  // one per colleague
+    QVERIFY(!DirectoryStore::instance().isOnline("101"));
+    QCOMPARE(shell_.calls.last(), QStringLiteral("setOnline 0"));
+}
+
+void TestOpenIMManager::presenceAnswersDecideTheOnlineState() {
+    manager_->OnLoginOk({user(L"100")});
+    QTRY_VERIFY(manager_->isLoggedIn());
+    QTRY_VERIFY(!manager_->isLoggedIn());  // the unanswered tick
+    shell_.calls.clear();
+    QSignalSpy marks(manager_.get(), &OpenIMManager::signal_OnlineState);
+
+    manager_->OnPresence(openim::ResultCode(openim::ResultCode::kTimeout), {});
+    QTest::qWait(20);
+    QVERIFY(!manager_->isLoggedIn());
+    QVERIFY(!shell_.calls.contains("setOnline 1"));
+
+    std::map<IMUserID, openim::IMUserStatus> status;
+    status[user(L"102")].state = openim::IMUserStatus::kOnline;
+    manager_->OnPresence(openim::ResultCode(), status);
+    QTRY_VERIFY(manager_->isLoggedIn());
+    QCOMPARE(shell_.calls.count("setOnline 1"), 1);
+    QCOMPARE(marks.size(), 1);
+    QVERIFY(DirectoryStore::instance().isOnline("102"));
+    manager_->OnPresence(openim::ResultCode(), status);  // already online: nothing changes
+    QTest::qWait(20);
+    QCOMPARE(shell_.calls.count("setOnline 1"), 1);
+    QCOMPARE(marks.size(), 1);
+}
+
+void TestOpenIMManager::reloginStopsTheRetryFirst() {
+    manager_->OnLoginOk({user(L"100")});
+    QTRY_VERIFY(manager_->isLoggedIn());
+    manager_->OnNetDisConnect({});
+    QTRY_VERIFY(manager_->retryTimerRunning());
+    QVERIFY(!manager_->sessionTimerRunning());
+    QCOMPARE(g_script.relogins, 1);
+    QCOMPARE(shell_.calls.last(), QStringLiteral("setOnline 0"));
+
+    shell_.retryRunning = [this] { return manager_->retryTimerRunning(); };
+    manager_->OnReLoginFail({});  // silent: the timer keeps going
+    QTest::qWait(20);
+    QVERIFY(manager_->retryTimerRunning());
+    manager_->OnReLoginOk({});
+    QTRY_VERIFY(!manager_->retryTimerRunning());
+    QVERIFY(manager_->sessionTimerRunning());
+    shell_.retryRunning = nullptr;
+    QVERIFY(shell_.calls.contains("setOnline 1"));  // told after the timer stopped
+    QVERIFY(!shell_.calls.contains("setOnline 1 retrying"));
+    QCOMPARE(g_script.syncs, 2);
+}
+
+void TestOpenIMManager::notificationsWaitUntilTheClientIsReady() {
+    g_script.unread = {textMessage(1, 2000000001, "早上好")};
+    QSignalSpy shown(manager_.get(), &OpenIMManager::chatMessage);
+    for (int i = 0; i < 3; ++i) manager_->OnIMNotifyMsgsOfSingle(user(L"101"));
+    QTRY_COMPARE(manager_->pendingList().size(), 3);  // one per notification, in order
+    QCOMPARE(shown.size(), 0);
+    manager_->setMsgReady(true);
+    QCOMPARE(shown.size(), 1);  // the first shows it, the others find nothing unread
+    QVERIFY(manager_->pendingList().isEmpty());
+    QCOMPARE(shell_.calls.filter("mark 101 1").size(), 1);
+}
+
+void TestOpenIMManager::watermarkKeepsShownMessagesOut() {
+    const qint64 mark = 2000000100;
+    ConfigStore::instance().userConfig().thisTime = mark;
+    manager_->setMsgReady(true);
+    QSignalSpy shown(manager_.get(), &OpenIMManager::chatMessage);
+    g_script.unread = {textMessage(10, mark - 5, "old"), textMessage(11, mark, "at the mark"),
+                       textMessage(12, mark + 1, "new")};
+    manager_->updateUnreadMsg(user(L"101"));
+    QCOMPARE(shown.size(), 1);
+    QCOMPARE(shown.first().first().value<BaseMsg::MMessage>().msgId, quint64(12));
+    QCOMPARE(ConfigStore::instance().userConfig().thisTime, mark + 1);
+    QCOMPARE(g_script.markReads, 1);
+
+    // Another message in the same second as the last one shown is not lost.
+    g_script.unread = {textMessage(12, mark + 1, "new"), textMessage(13, mark + 1, "same second")};
+    manager_->updateUnreadMsg(user(L"101"));
+    QCOMPARE(shown.size(), 2);
+    QCOMPARE(shown.last().first().value<BaseMsg::MMessage>().msgId, quint64(13));
+
+    // The mark survives a restart: what was shown is not shown again.
+    quelix::userconfig_t saved;
+    saved.setPath(ConfigStore::instance().filePath(ConfigStore::UserSettings));
+    QVERIFY(saved.load());
+    QCOMPARE(saved.thisTime, mark + 1);
+}
+
+void TestOpenIMManager::previewsAndRecords() {
+    QCOMPARE(OpenIMManager::previewOf("123456789012"), QStringLiteral("123456789012"));
+    QCOMPARE(OpenIMManager::previewOf("1234567890123"), QStringLiteral("123456789012..."));
+    QCOMPARE(OpenIMManager::previewOf("a\r\nb\tc"), QStringLiteral("abc"));
+
+    openim::IMMessage custom = textMessage(5, 100, QString());
+    custom.content.type = openim::kContentCustom;
+    custom.content.content = L"[1,2]";  // not an object
+    custom.content.summary = L"[任务]";
+    BaseMsg::MMessage m = OpenIMManager::toMessage(custom, "100", false);
+    QJsonObject o = QJsonDocument::fromJson(m.contentJson.toUtf8()).object();
+    QCOMPARE(o.value("msgType").toInt(), -1);
+    QCOMPARE(o.value("summary").toString(), QStringLiteral("[任务]"));
+    QVERIFY(o.value("isCustomMsg").toBool());
+
+    custom.content.content = L"{\"msgType\":1,\"content\":\"{\\\"taskId\\\":9}\"}";
+    m = OpenIMManager::toMessage(custom, "100", false);
+    o = QJsonDocument::fromJson(m.contentJson.toUtf8()).object();
+    QCOMPARE(o.value("msgType").toInt(), 1);
+    QCOMPARE(o.value("content").toString(), QStringLiteral("{\"taskId\":9}"));
+
+    openim::IMMessage media = textMessage(6, 100, QString());
+    media.content.type = openim::kContentImage;
+    media.content.content = L"C:\\Users\\me\\Receive\\a.png";
+    QCOMPARE(OpenIMManager::toMessage(media, "100", false).mediaPath,
+             QStringLiteral("C:/Users/me/Receive/a.png"));
+    media.content.type = 77;  // unknown kinds are not shown
+    QCOMPARE(OpenIMManager::toMessage(media, "100", false).kind, int(BaseMsg::Hidden));
+    // Own messages belong to the peer's conversation.
+    openim::IMMessage own = textMessage(7, 100, "hi");
+    own.sender = user(L"100");
+    own.receiver = user(L"102");
+    m = OpenIMManager::toMessage(own, "100", false);
+    QVERIFY(m.isSelf);
+    QCOMPARE(m.conversationId, QStringLiteral("102"));
+}
+
+int main(int argc, char** argv) {
+    QApplication app(argc, argv);
+    base::AtExitManager atExit;
+    TestOpenIMManager test;
+    return QTest::qExec(&test, argc, argv);
+}
+
+#include "tst_openimmanager.moc"
