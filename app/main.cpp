@@ -7,8 +7,10 @@
 #include "configstore.h"
 #include "crashdump.h"
 #include "logger.h"
+#include "loginview.h"
 #include "logstream.h"
 #include "mainwindow.h"
+#include "openimmanager.h"
 #include "resources.h"
 #include "screenmetrics.h"
 #ifndef Q_OS_WIN
@@ -42,11 +44,19 @@ int main(int argc, char* argv[]) {
     crashdump::installCrashHandler(dumpFolder.constData(), 1);
     QX_LOG << "Quelix " << ConfigStore::kVersion << " started";
 
+    // Without an SDK the client still starts; signing in then reports no server.
+    OpenIMManager* im = OpenIMManager::instance();
+    im->init();
+
     const CommandLineSwitches::Flags flags = CommandLineSwitches::parse(argc, argv);
 
     // Never deleted: the main window lives until the process ends.
     auto* mainWindow = new MainWindow(config);
     MainViewDelegate::setInstance(mainWindow);
+    LoginView* loginView = mainWindow->loginView();
+    im->setRequester(loginView->requester());
+    QObject::connect(loginView, &LoginView::imLoginRequestSignal, im, &OpenIMManager::login);
+    QObject::connect(im, &OpenIMManager::loginResult, loginView, &LoginView::OnImLoginResult);
 #ifndef Q_OS_WIN
     QuitSignalWatcher quitWatcher;
     QObject::connect(&quitWatcher, &QuitSignalWatcher::quitRequested, mainWindow,

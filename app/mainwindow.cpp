@@ -20,6 +20,7 @@
 #include "configstore.h"
 #include "conversationview.h"
 #include "functionlistview.h"
+#include "loginview.h"
 #include "platform/platform.h"
 #include "screenmetrics.h"
 #include "winstylebuttons.h"
@@ -111,12 +112,20 @@ MainWindow::MainWindow(ConfigStore& store, QWidget* parent)
     connect(&saveSizeTimer_, &QTimer::timeout, this, &MainWindow::saveWindowSize);
 
     flasher_ = [this] { platform::flashWindow(std::uintptr_t(winId())); };
+
+    loginView_ = new LoginView;
+    connect(loginView_, &LoginView::LoginSeccess, this, &MainWindow::showMainWindow);
+    // Closing the log-in window before signing in ends the program.
+    connect(loginView_, &LoginView::closeLogineView, this, [this] {
+        if (ownId_.isEmpty()) quitApplication();
+    });
     restoreWindowSize();
     setPageButtonsEnabled(false);
 }
 
 MainWindow::~MainWindow() {
     if (saveSizeTimer_.isActive()) saveWindowSize();
+    delete loginView_;
 }
 
 QWidget* MainWindow::buildLeftColumn() {
@@ -229,8 +238,9 @@ void MainWindow::start(bool autoLogin, bool kicked) {
     startAutoLogin_ = autoLogin;
     startKicked_ = kicked;
     showPage(LoginPage);
-    show();
     emit startSignal(autoLogin, kicked);
+    // The log-in window comes first; this window shows once the user is signed in.
+    loginView_->start(autoLogin, kicked);
 }
 
 void MainWindow::loginSuccess(const QString& ownId) {
@@ -255,12 +265,9 @@ void MainWindow::loginFailed(const QString& text) { emit loginFailedSignal(text)
 void MainWindow::kicked(const QString& text) {
     online_ = false;
     logout();
-    showMainWindow();
+    hide();
     emit kickedSignal(text);
-    auto* box = new QMessageBox(QMessageBox::Information, QStringLiteral("提示"), text,
-                                QMessageBox::Ok, this);
-    box->setAttribute(Qt::WA_DeleteOnClose);
-    box->open();
+    loginView_->showKicked();
 }
 
 void MainWindow::setOnline(bool online) {

@@ -11,6 +11,7 @@
 class ConfigStore;
 class ConversationView;
 class FunctionListView;
+class LoginView;
 class QAbstractButton;
 class QButtonGroup;
 class QFrame;
@@ -62,6 +63,7 @@ public:
     QStackedWidget* pages() const { return pages_; }
     // The conversation page, there from the first sign-in on.
     ConversationView* conversationView() const { return conversationView_; }
+    LoginView* loginView() const { return loginView_; }
     WinStyleButtons* titleButtons() const { return titleButtons_; }
     QTimer* shakeTimer() { return &shakeTimer_; }
     int shakeCounter() const { return shakeCounter_; }
@@ -114,6 +116,7 @@ private:
     QStackedWidget* pages_ = nullptr;
     QButtonGroup* pageButtons_ = nullptr;
     ConversationView* conversationView_ = nullptr;
+    LoginView* loginView_ = nullptr;
 
     // Shake: steps per shake, offset in pixels, interval in milliseconds.
     QTimer shakeTimer_;

@@ -11,6 +11,7 @@
 #include "configstore.h"
 #include "conversationview.h"
 #include "directorystore.h"
+#include "loginview.h"
 #include "mainwindow.h"
 #include "resources.h"
 
@@ -130,7 +131,8 @@ void TestMainWindow::startKeepsFlagsAndPagesFollowLogin() {
     QSignalSpy started(&w, &MainWindow::startSignal);
     MainViewDelegate* d = &w;
     d->start(false, true);
-    QVERIFY(w.isVisible());
+    QVERIFY(w.loginView()->isVisible());  // signing in comes first
+    QVERIFY(!w.isVisible());
     QVERIFY(!w.startAutoLogin());
     QVERIFY(w.startKicked());
     QCOMPARE(started.size(), 1);
@@ -141,6 +143,8 @@ void TestMainWindow::startKeepsFlagsAndPagesFollowLogin() {
     QVERIFY(!orgButton->isEnabled());  // nothing to browse before signing in
 
     d->loginSuccess(QStringLiteral("1001"));
+    emit w.loginView()->LoginSeccess();
+    QVERIFY(w.isVisible());
     QCOMPARE(w.ownId(), QStringLiteral("1001"));
     QCOMPARE(d->currentPage(), int(MainViewDelegate::ChatPage));
     QTest::mousePress(orgButton, Qt::LeftButton);
@@ -162,10 +166,10 @@ void TestMainWindow::kickShowsTheLoginPageAndTellsTheUser() {
     QCOMPARE(kickedSpy.size(), 1);
     QVERIFY(!w.isOnline());
     QCOMPARE(d->currentPage(), int(MainViewDelegate::LoginPage));
-    auto* box = w.findChild<QMessageBox*>();
-    QVERIFY(box);
-    QCOMPARE(box->windowTitle(), QStringLiteral("提示"));
-    QCOMPARE(box->text(), QStringLiteral("您的账号在其他地方登录"));
+    // The log-in window comes back with the reason.
+    QVERIFY(!w.isVisible());
+    QVERIFY(w.loginView()->isVisible());
+    QCOMPARE(w.loginView()->hint(), QStringLiteral("您的账号在别处登陆，请重新登陆。"));
 }
 
 void TestMainWindow::windowSizeSurvivesARestart() {
