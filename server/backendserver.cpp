@@ -85,6 +85,8 @@ bool BackendServer::start(const QString& host, int port) {
     // Multipart framing adds a little to the file itself.
     http_->set_payload_max_length(size_t(options_.uploadLimit) + 64 * 1024);
     http_->set_keep_alive_max_count(1000);
+    // Small JSON replies on kept-alive connections would otherwise wait for delayed ACKs.
+    http_->set_tcp_nodelay(true);
 
     const std::string h = host.toStdString();
     port_ = port == 0 ? http_->bind_to_any_port(h) : (http_->bind_to_port(h, port) ? port : -1);
