@@ -103,9 +103,12 @@ QSqlDatabase Database::connection() {
         lastError_ = db.lastError().text();
         return db;
     }
-    if (isSqlite()) {
+    QSqlQuery q(db);
+    if (!isSqlite()) {
+        // "already exists, skipping" notices are not worth a line each on every start.
+        q.exec(QStringLiteral("SET client_min_messages TO WARNING"));
+    } else {
         // Readers on other threads keep going while one thread writes.
-        QSqlQuery q(db);
         q.exec(QStringLiteral("PRAGMA journal_mode=WAL"));
         q.exec(QStringLiteral("PRAGMA synchronous=NORMAL"));
     }
