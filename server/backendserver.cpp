@@ -275,6 +275,15 @@ void BackendServer::organisation(const httplib::Request& req, httplib::Response&
     if (company == 0) return fail(res, req, Envelope::NotFound);
     if (company != companyId) return fail(res, req, Envelope::Forbidden);
     const QByteArray token = sessionUser(req) == userId ? sessions_->tokenOf(userId) : QByteArray();
+    // The client's network stack accepts gzip; 100,000 colleagues shrink about sixfold.
+    if (req.get_header_value("Accept-Encoding").find("gzip") != std::string::npos) {
+        const QByteArray body =
+            orgCache_->gzipEnvelope(companyId, userId, token, Envelope::successPrefix(),
+                                    Envelope::successSuffix(param(req, "client")));
+        if (body.isEmpty()) return fail(res, req, Envelope::NotFound);
+        res.set_header("Content-Encoding", "gzip");
+        return reply(res, body);
+    }
     const QByteArray results = orgCache_->results(companyId, userId, token);
     if (results.isEmpty()) return fail(res, req, Envelope::NotFound);
     reply(res, Envelope::successRaw(results, param(req, "client")));

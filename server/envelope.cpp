@@ -12,20 +12,18 @@ QByteArray jsonString(const QString& text) {
     return a.mid(1, a.size() - 2);
 }
 
+QByteArray head(int code, const QString& message) {
+    return "{\"errorCode\":" + QByteArray::number(code) + ",\"errorMsg\":" + jsonString(message) +
+           ",\"results\":";
+}
+
+QByteArray tail(const QString& client) {
+    return ",\"redirectUrl\":\"\",\"redirectToBeta\":false,\"client\":" + jsonString(client) + '}';
+}
+
 QByteArray compose(int code, const QString& message, const QByteArray& results,
                    const QString& client) {
-    QByteArray out;
-    out.reserve(results.size() + 128);
-    out += "{\"errorCode\":";
-    out += QByteArray::number(code);
-    out += ",\"errorMsg\":";
-    out += jsonString(message);
-    out += ",\"results\":";
-    out += results;
-    out += ",\"redirectUrl\":\"\",\"redirectToBeta\":false,\"client\":";
-    out += jsonString(client);
-    out += '}';
-    return out;
+    return head(code, message) + results + tail(client);
 }
 
 }  // namespace
@@ -75,6 +73,10 @@ QByteArray Envelope::success(const QJsonValue& results, const QString& client) {
 QByteArray Envelope::successRaw(const QByteArray& resultsJson, const QString& client) {
     return compose(Ok, QString(), resultsJson, client);
 }
+
+QByteArray Envelope::successPrefix() { return head(Ok, QString()); }
+
+QByteArray Envelope::successSuffix(const QString& client) { return tail(client); }
 
 QByteArray Envelope::failure(Code code, const QString& client) {
     return compose(code, message(code), "{}", client);

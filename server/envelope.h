@@ -30,6 +30,9 @@ public:
     // For payloads that are already serialised (the cached organisation reply): wraps the
     // bytes without parsing them again.
     static QByteArray successRaw(const QByteArray& resultsJson, const QString& client = QString());
+    // The success envelope around a payload is successPrefix() + payload + successSuffix().
+    static QByteArray successPrefix();
+    static QByteArray successSuffix(const QString& client);
     static QByteArray failure(Code code, const QString& client = QString());
     static QByteArray failure(Code code, const QString& message, const QString& client);
 };

@@ -7,6 +7,8 @@
 #include <QSqlQuery>
 #include <QVariant>
 
+#include <algorithm>
+
 namespace {
 
 // Writes a JSON string: only quote, backslash and control characters need escaping; UTF-8
@@ -61,26 +63,67 @@ void OrgCache::invalidate() {
     entries_.clear();
 }
 
+QSharedPointer<const OrgCache::Entry> OrgCache::entry(qint64 companyId) {
+    // Building under the lock means a burst of first requests builds once.
+    QMutexLocker lock(&mutex_);
+    QSharedPointer<const Entry> e = entries_.value(companyId);
+    if (!e) {
+        e = build(companyId);
+        if (e) entries_.insert(companyId, e);
+    }
+    return e;
+}
+
 QByteArray OrgCache::results(qint64 companyId, qint64 userId, const QByteArray& token) {
-    QSharedPointer<const Entry> entry;
+    const QSharedPointer<const Entry> e = entry(companyId);
+    if (!e) return QByteArray();
+    const int at = e->signOffset.value(userId, -1);
+    if (at < 0 || token.isEmpty()) return e->body;
+    QByteArray out;
+    out.reserve(e->body.size() + token.size());
+    out.append(e->body.constData(), at);
+    out.append(token);
+    out.append(e->body.constData() + at, e->body.size() - at);
+    return out;
+}
+
+QByteArray OrgCache::gzipEnvelope(qint64 companyId, qint64 userId, const QByteArray& token,
+                                  const QByteArray& prefix, const QByteArray& suffix) {
+    constexpr int kPieceBytes = 256 * 1024;
+    const QSharedPointer<const Entry> e = entry(companyId);
+    if (!e) return QByteArray();
     {
-        // Building under the lock means a burst of first requests builds once.
-        QMutexLocker lock(&mutex_);
-        entry = entries_.value(companyId);
-        if (!entry) {
-            entry = build(companyId);
-            if (entry) entries_.insert(companyId, entry);
+        QMutexLocker lock(&e->gzipMutex);
+        if (e->pieces.isEmpty()) {
+            for (int start = 0; start < e->body.size(); start += kPieceBytes) {
+                const int size = qMin(kPieceBytes, e->body.size() - start);
+                e->pieceStart.append(start);
+                e->pieces.append(GzipPieces::compress(e->body.constData() + start, size, false));
+            }
         }
     }
-    if (!entry) return QByteArray();
-    const int at = entry->signOffset.value(userId, -1);
-    if (at < 0 || token.isEmpty()) return entry->body;
-    QByteArray out;
-    out.reserve(entry->body.size() + token.size());
-    out.append(entry->body.constData(), at);
-    out.append(token);
-    out.append(entry->body.constData() + at, entry->body.size() - at);
-    return out;
+    const GzipPieces::Piece head = GzipPieces::compress(prefix, false);
+    const GzipPieces::Piece tail = GzipPieces::compress(suffix, true);
+    QVector<const GzipPieces::Piece*> all;
+    all.reserve(e->pieces.size() + 2);
+    all.append(&head);
+    for (const GzipPieces::Piece& p : e->pieces) all.append(&p);
+    all.append(&tail);
+
+    GzipPieces::Piece own;
+    const int at = e->signOffset.value(userId, -1);
+    if (at >= 0 && !token.isEmpty()) {
+        // Only the piece holding the caller's entry differs: compress it again with the token.
+        const int k = int(std::upper_bound(e->pieceStart.begin(), e->pieceStart.end(), at) -
+                          e->pieceStart.begin()) -
+                      1;
+        const int start = e->pieceStart[k];
+        const int end = k + 1 < e->pieceStart.size() ? e->pieceStart[k + 1] : e->body.size();
+        const QByteArray text = e->body.mid(start, at - start) + token + e->body.mid(at, end - at);
+        own = GzipPieces::compress(text, false);
+        all[k + 1] = &own;
+    }
+    return GzipPieces::join(all);
 }
 
 QSharedPointer<const OrgCache::Entry> OrgCache::build(qint64 companyId) const {

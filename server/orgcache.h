@@ -4,6 +4,9 @@
 #include <QHash>
 #include <QMutex>
 #include <QSharedPointer>
+#include <QVector>
+
+#include "gzippieces.h"
 
 class Database;
 class Directory;
@@ -19,13 +22,23 @@ public:
     // The "results" payload for the company, with `token` in `userId`'s entry ("" elsewhere).
     // Empty when the company does not exist.
     QByteArray results(qint64 companyId, qint64 userId, const QByteArray& token);
+    // The same, as a whole gzip-compressed envelope (prefix + results + suffix). Kept
+    // compressed in pieces; per request only the caller's piece and the envelope around
+    // it are compressed again. Empty when the company does not exist.
+    QByteArray gzipEnvelope(qint64 companyId, qint64 userId, const QByteArray& token,
+                            const QByteArray& prefix, const QByteArray& suffix);
     void invalidate();
 
 private:
     struct Entry {
         QByteArray body;
         QHash<qint64, int> signOffset;  // where the entry's empty token value sits
+        // Compressed pieces of `body`, built on the first request that accepts gzip.
+        mutable QMutex gzipMutex;
+        mutable QVector<GzipPieces::Piece> pieces;
+        mutable QVector<int> pieceStart;
     };
+    QSharedPointer<const Entry> entry(qint64 companyId);
     QSharedPointer<const Entry> build(qint64 companyId) const;
 
     Database* db_;
