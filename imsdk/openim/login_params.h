@@ -1,0 +1,59 @@
+#pragma once
+
+#include <cstdint>
+
+#include "openim/im_user_id.h"
+#include "openim/result_code.h"
+#include "prg/prg_string.h"
+
+namespace openim {
+
+// What the login service needs to sign in. The account and its IM secret come from the
+// company back end's login reply, with the IM server's address.
+struct LoginParam {
+    IMUserID user;
+    prg::PrgStringT<wchar_t> secret;
+    prg::PrgStringT<wchar_t> host;    // server to connect to; empty: the domain itself
+    std::uint16_t port = 5222;
+    prg::PrgStringT<wchar_t> domain;  // accounts are account@domain
+    // Where received pictures and files go; empty: "<data folder>/<account>/Receive".
+    prg::PrgStringT<wchar_t> receiveFolder;
+};
+
+// The session records reported by the login service's callbacks.
+struct LoginStep {
+    enum Step : std::int32_t { kConnecting = 1, kAuthenticating = 2, kLoadingStore = 3 };
+    std::int32_t step = kConnecting;
+};
+
+struct LoginOkParam {
+    IMUserID user;
+};
+
+struct LoginFailParam {
+    ResultCode result;
+};
+
+struct ReLoginOkParam {
+    IMUserID user;
+};
+
+struct ReLoginFailParam {
+    ResultCode result;
+};
+
+// Another desktop signed in with the same account; this session is over.
+struct KickedParam {
+    prg::PrgStringT<wchar_t> reason;
+};
+
+struct LogoutedParam {
+    IMUserID user;
+};
+
+// The connection dropped without a logout; the client decides when to relogin.
+struct NetDisConnectParam {
+    ResultCode result;
+};
+
+}  // namespace openim

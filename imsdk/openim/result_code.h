@@ -1,0 +1,32 @@
+#pragma once
+
+#include <cstdint>
+
+#include "prg/prg_string.h"
+
+namespace openim {
+
+// Outcome of an SDK operation: 0 is success.
+struct ResultCode {
+    enum : std::int32_t {
+        kOk = 0,
+        kFailed = 1,
+        kNotLoggedIn = 2,
+        kTimeout = 3,
+        kInvalidArgument = 4,
+        kNetworkError = 5,
+        kServerError = 6,
+        kNotFound = 7,
+    };
+
+    ResultCode() = default;
+    explicit ResultCode(std::int32_t code, prg::PrgStringT<wchar_t> text = {})
+        : code(code), text(std::move(text)) {}
+
+    std::int32_t code = kOk;
+    prg::PrgStringT<wchar_t> text;  // what went wrong, for logs
+
+    bool ok() const { return code == kOk; }
+};
+
+}  // namespace openim

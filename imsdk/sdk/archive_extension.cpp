@@ -1,0 +1,84 @@
+#include "sdk/archive_extension.h"
+
+#include <QDomElement>
+#include <QUuid>
+#include <QXmppClient.h>
+#include <QXmppDataForm.h>
+#include <QXmppMamIq.h>
+#include <QXmppResultSet.h>
+#include <QXmppUtils.h>
+
+namespace {
+const char kMamNs[] = "urn:xmpp:mam:2";
+}
+
+QString ArchiveExtension::query(const QString& with, const QString& before,
+                                const QString& after, int max) {
+    QXmppMamQueryIq iq;
+    iq.setType(QXmppIq::Set);
+    const QString queryId = QUuid::createUuid().toString(QUuid::WithoutBraces);
+    iq.setId(queryId);
+    iq.setQueryId(queryId);
+    QList<QXmppDataForm::Field> fields;
+    QXmppDataForm::Field formType(QXmppDataForm::Field::HiddenField);
+    formType.setKey(QStringLiteral("FORM_TYPE"));
+    formType.setValue(QLatin1String(kMamNs));
+    fields << formType;
+    if (!with.isEmpty()) {
+        QXmppDataForm::Field withField;
+        withField.setKey(QStringLiteral("with"));
+        withField.setValue(with);
+        fields << withField;
+    }
+    QXmppDataForm form(QXmppDataForm::Submit);
+    form.setFields(fields);
+    iq.setForm(form);
+    QXmppResultSetQuery rsm;
+    rsm.setMax(max);
+    if (!after.isEmpty())
+        rsm.setAfter(after);
+    else
+        rsm.setBefore(before);  // an empty <before/> asks for the newest page
+    iq.setResultSetQuery(rsm);
+    pending_.insert(queryId);
+    if (!client()->sendPacket(iq)) {
+        pending_.remove(queryId);
+        return QString();
+    }
+    return queryId;
+}
+
+bool ArchiveExtension::handleStanza(const QDomElement& stanza) {
+    if (stanza.tagName() == QLatin1String("message")) {
+        QDomElement result = stanza.firstChildElement(QStringLiteral("result"));
+        if (result.isNull() || result.namespaceURI() != QLatin1String(kMamNs)) return false;
+        const QString queryId = result.attribute(QStringLiteral("queryid"));
+        if (!pending_.contains(queryId)) return false;
+        QDomElement forwarded = result.firstChildElement(QStringLiteral("forwarded"));
+        QDomElement inner = forwarded.firstChildElement(QStringLiteral("message"));
+        if (inner.isNull()) return true;
+        QXmppMessage message;
+        message.parse(inner);
+        QDateTime stamp = QXmppUtils::datetimeFromString(
+            forwarded.firstChildElement(QStringLiteral("delay")).attribute(QStringLiteral("stamp")));
+        emit archivedMessage(queryId, result.attribute(QStringLiteral("id")), message, stamp);
+        return true;
+    }
+    if (stanza.tagName() == QLatin1String("iq")) {
+        const QString id = stanza.attribute(QStringLiteral("id"));
+        if (!pending_.contains(id)) return false;
+        const QString type = stanza.attribute(QStringLiteral("type"));
+        if (type != QLatin1String("result") && type != QLatin1String("error")) return false;
+        pending_.remove(id);
+        if (type == QLatin1String("error")) {
+            emit finished(id, false, true, QString(), QString());
+            return true;
+        }
+        QXmppMamResultIq iq;
+        iq.parse(stanza);
+        emit finished(id, true, iq.complete(), iq.resultSetReply().first(),
+                      iq.resultSetReply().last());
+        return true;
+    }
+    return false;
+}

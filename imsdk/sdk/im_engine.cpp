@@ -1,0 +1,626 @@
+#include "sdk/im_engine.h"
+
+#include <QCryptographicHash>
+#include <QDir>
+#include <QFileInfo>
+#include <QMimeDatabase>
+#include <QSysInfo>
+#include <QTimer>
+#include <QUuid>
+#include <QXmppCarbonManager.h>
+#include <QXmppLogger.h>
+#include <QXmppConfiguration.h>
+#include <QXmppHttpUploadIq.h>
+#include <QXmppMessage.h>
+#include <QXmppPingIq.h>
+#include <QXmppPresence.h>
+#include <QXmppRosterManager.h>
+#include <QXmppUploadRequestManager.h>
+#include <QXmppUtils.h>
+
+#include "openim/im_message_content.h"
+#include "sdk/archive_extension.h"
+#include "sdk/media_transfer.h"
+#include "sdk/message_codec.h"
+#include "sdk/receive_folder.h"
+#include "sdk/wide_text.h"
+
+using wide_text::fromQ;
+using wide_text::toQ;
+
+namespace {
+
+constexpr int kPingTimeoutMs = 10000;
+constexpr int kCatchUpPage = 100;
+const char kLastArchiveId[] = "last_archive_id";
+
+// One resource per desktop, so that signing in on a second desktop ends the first
+// session (the server resolves the conflict) while a relogin here replaces our own.
+QString desktopResource() {
+    QByteArray machine = QSysInfo::machineUniqueId();
+    if (machine.isEmpty()) machine = QSysInfo::machineHostName().toUtf8();
+    return QStringLiteral("desktop-") +
+           QString::fromLatin1(
+               QCryptographicHash::hash(machine, QCryptographicHash::Sha1).toHex().left(12));
+}
+
+// Account and domain as one folder name that no file system chokes on.
+QString folderName(const QString& account, const QString& domain) {
+    QString raw = account + QLatin1Char('@') + domain, out;
+    for (QChar c : raw) {
+        if (c.isLetterOrNumber() || c == QLatin1Char('.') || c == QLatin1Char('-') ||
+            c == QLatin1Char('_') || c == QLatin1Char('@'))
+            out.append(c);
+        else
+            out.append(QStringLiteral("%%1").arg(c.unicode(), 4, 16, QLatin1Char('0')));
+    }
+    return out;
+}
+
+bool isMedia(int kind) { return kind == openim::kContentImage || kind == openim::kContentFile; }
+
+}  // namespace
+
+ImEngine::ImEngine(QObject* parent) : QObject(parent), transfer_(new MediaTransfer(this)) {
+    createClient();
+}
+
+// A new client for every sign-in: QXmpp would otherwise try to resume the old stream,
+// which a restarted server no longer knows. What a resumption would have kept comes back
+// from the archive catch-up instead.
+void ImEngine::createClient() {
+    if (client_) {
+        client_->disconnect(this);
+        client_->disconnectFromServer();
+        client_->deleteLater();
+    }
+    client_ = new QXmppClient(this);
+    archive_ = new ArchiveExtension;
+    carbons_ = new QXmppCarbonManager;
+    upload_ = new QXmppUploadRequestManager;
+    if (qEnvironmentVariableIsSet("QUELIX_XMPP_LOG")) {
+        auto* logger = new QXmppLogger(client_);
+        logger->setLoggingType(QXmppLogger::StdoutLogging);
+        client_->setLogger(logger);
+    }
+    client_->addExtension(archive_);
+    client_->addExtension(carbons_);
+    client_->addExtension(upload_);
+    connect(client_, &QXmppClient::stateChanged, this, &ImEngine::onStateChanged);
+    connect(client_, &QXmppClient::error, this, &ImEngine::onError);
+    connect(client_, &QXmppClient::messageReceived, this, &ImEngine::onMessage);
+    connect(client_, &QXmppClient::iqReceived, this, &ImEngine::onIq);
+    connect(carbons_, &QXmppCarbonManager::messageReceived, this,
+            [this](const QXmppMessage& m) { store(m, QString(), QDateTime(), Source::Live); });
+    connect(carbons_, &QXmppCarbonManager::messageSent, this,
+            [this](const QXmppMessage& m) { store(m, QString(), QDateTime(), Source::Live); });
+    connect(archive_, &ArchiveExtension::archivedMessage, this, &ImEngine::onArchived);
+    connect(archive_, &ArchiveExtension::finished, this, &ImEngine::onArchiveFinished);
+    connect(upload_, &QXmppUploadRequestManager::slotReceived, this, &ImEngine::onSlot);
+    connect(upload_, &QXmppUploadRequestManager::requestFailed, this, &ImEngine::onSlotFailed);
+}
+
+ImEngine::~ImEngine() {
+    client_->disconnect(this);
+    client_->disconnectFromServer();
+}
+
+void ImEngine::post(std::function<void()> task) {
+    QMetaObject::invokeMethod(this, std::move(task), Qt::QueuedConnection);
+}
+
+openim::IMUserID ImEngine::userId(const QString& account) const {
+    return openim::IMUserID(fromQ(appKey_), fromQ(account));
+}
+
+openim::IMUserID ImEngine::loginUser() const { return userId(account_); }
+
+QString ImEngine::bareJid(const QString& account) const {
+    return account + QLatin1Char('@') + domain_;
+}
+
+// ---- session ----
+
+void ImEngine::login(const openim::LoginParam& param, const QString& dataFolder) {
+    if (state_ == State::Online || state_ == State::LoggingIn || state_ == State::ReLoggingIn) {
+        // A new login replaces the running session without reporting its end.
+        state_ = State::Idle;
+        client_->disconnectFromServer();
+    }
+    param_ = param;
+    account_ = toQ(param.user.account);
+    domain_ = toQ(param.domain);
+    if (account_.isEmpty() || domain_.isEmpty()) {
+        if (!callbacks_.loginFail.is_null())
+            callbacks_.loginFail.Run({openim::ResultCode(openim::ResultCode::kInvalidArgument,
+                                                         L"account and domain are required")});
+        return;
+    }
+    if (!callbacks_.loginStep.is_null()) callbacks_.loginStep.Run({openim::LoginStep::kLoadingStore});
+    const QString accountFolder = QDir(dataFolder).filePath(folderName(account_, domain_));
+    receiveFolder_ = param.receiveFolder.empty() ? QDir(accountFolder).filePath(QStringLiteral("Receive"))
+                                                 : toQ(param.receiveFolder);
+    cursors_.clear();
+    if (!store_.open(QDir(accountFolder).filePath(QStringLiteral("messages.db")))) {
+        if (!callbacks_.loginFail.is_null())
+            callbacks_.loginFail.Run({openim::ResultCode(openim::ResultCode::kFailed,
+                                                         L"cannot open the message store")});
+        return;
+    }
+    connectNow(false);
+}
+
+void ImEngine::relogin() {
+    if (state_ == State::Online) {
+        if (!callbacks_.reloginOk.is_null()) callbacks_.reloginOk.Run({loginUser()});
+        return;
+    }
+    if (account_.isEmpty() || state_ == State::LoggingIn || state_ == State::ReLoggingIn) return;
+    connectNow(true);
+}
+
+void ImEngine::logout() {
+    if (client_->state() != QXmppClient::DisconnectedState) {
+        state_ = State::LoggingOut;
+        client_->disconnectFromServer();
+        return;
+    }
+    state_ = State::Idle;
+    if (!callbacks_.logouted.is_null()) callbacks_.logouted.Run({loginUser()});
+}
+
+void ImEngine::connectNow(bool isRelogin) {
+    state_ = isRelogin ? State::ReLoggingIn : State::LoggingIn;
+    lastError_ = QXmppClient::NoError;
+    streamError_ = QXmppStanza::Error::UndefinedCondition;
+    if (!callbacks_.loginStep.is_null()) callbacks_.loginStep.Run({openim::LoginStep::kConnecting});
+    QXmppConfiguration config;
+    config.setUser(account_);
+    config.setDomain(domain_);
+    config.setPassword(toQ(param_.secret));
+    config.setHost(param_.host.empty() ? domain_ : toQ(param_.host));
+    config.setPort(param_.port);
+    config.setResource(desktopResource());
+    // The client decides when to sign in again (NetDisConnectParam, then ReLogin).
+    config.setAutoReconnectionEnabled(false);
+    config.setKeepAliveInterval(30);
+    config.setKeepAliveTimeout(15);
+    createClient();
+    client_->connectToServer(config);
+}
+
+void ImEngine::onError(QXmppClient::Error error) {
+    lastError_ = error;
+    if (error == QXmppClient::XmppStreamError) streamError_ = client_->xmppStreamError();
+}
+
+void ImEngine::onStateChanged(QXmppClient::State state) {
+    if (state == QXmppClient::ConnectedState) {
+        const bool wasRelogin = state_ == State::ReLoggingIn;
+        if (state_ != State::LoggingIn && state_ != State::ReLoggingIn) return;
+        state_ = State::Online;
+        if (wasRelogin) {
+            if (!callbacks_.reloginOk.is_null()) callbacks_.reloginOk.Run({loginUser()});
+        } else if (!callbacks_.loginOk.is_null()) {
+            callbacks_.loginOk.Run({loginUser()});
+        }
+        if (!callbacks_.pushStarted.is_null()) callbacks_.pushStarted.Run({fromQ(domain_)});
+        startCatchUp();
+        for (const StoredMessage& m : store_.pendingMedia()) startDownload(m.id, true);
+        return;
+    }
+    if (state != QXmppClient::DisconnectedState) return;
+    const State was = state_;
+    const openim::ResultCode result(
+        openim::ResultCode::kNetworkError,
+        fromQ(QStringLiteral("connection closed (error %1, stream error %2)")
+                  .arg(int(lastError_))
+                  .arg(int(streamError_))));
+    switch (was) {
+        case State::LoggingIn:
+            state_ = State::Idle;
+            sessionEnded();
+            if (!callbacks_.loginFail.is_null()) callbacks_.loginFail.Run({result});
+            break;
+        case State::ReLoggingIn:
+            state_ = State::Offline;
+            sessionEnded();
+            if (!callbacks_.reloginFail.is_null()) callbacks_.reloginFail.Run({result});
+            break;
+        case State::Online:
+            sessionEnded();
+            if (!callbacks_.pushStopped.is_null()) callbacks_.pushStopped.Run({result});
+            if (lastError_ == QXmppClient::XmppStreamError &&
+                streamError_ == QXmppStanza::Error::Conflict) {
+                state_ = State::Kicked;
+                if (!callbacks_.kicked.is_null())
+                    callbacks_.kicked.Run({L"signed in on another desktop"});
+            } else {
+                state_ = State::Offline;
+                if (!callbacks_.disconnected.is_null()) callbacks_.disconnected.Run({result});
+            }
+            break;
+        case State::LoggingOut:
+            state_ = State::Idle;
+            sessionEnded();
+            if (!callbacks_.pushStopped.is_null()) callbacks_.pushStopped.Run({openim::ResultCode()});
+            if (!callbacks_.logouted.is_null()) callbacks_.logouted.Run({loginUser()});
+            break;
+        default:
+            break;
+    }
+}
+
+// Fails what waits for the server; nothing of it will be answered on this stream.
+void ImEngine::sessionEnded() {
+    const auto pings = std::exchange(pings_, {});
+    for (const PendingPing& p : pings) {
+        p.timer->deleteLater();
+        if (!p.done.is_null()) p.done.Run(openim::ResultCode(openim::ResultCode::kNetworkError), {});
+    }
+    const auto uploads = std::exchange(uploads_, {});
+    for (const PendingUpload& u : uploads)
+        if (!u.done.is_null())
+            u.done.Run(toIM(u.draft), openim::ResultCode(openim::ResultCode::kNetworkError),
+                       openim::ResultCode(openim::ResultCode::kNetworkError));
+    const auto queries = std::exchange(historyQueries_, {});
+    for (auto it = queries.begin(); it != queries.end(); ++it)
+        deliverHistory(it->peer, it->count, it->done,
+                       openim::ResultCode(openim::ResultCode::kNetworkError));
+    catchUpQuery_.clear();
+}
+
+// ---- presence and sync ----
+
+void ImEngine::requestPresence(const PresenceCallback& done) {
+    if (state_ != State::Online) {
+        if (!done.is_null()) done.Run(openim::ResultCode(openim::ResultCode::kNotLoggedIn), {});
+        return;
+    }
+    QXmppPingIq ping;
+    ping.setTo(domain_);
+    auto* timer = new QTimer(this);
+    timer->setSingleShot(true);
+    const QString id = ping.id();
+    connect(timer, &QTimer::timeout, this, [this, id] {
+        PendingPing p = pings_.take(id);
+        if (p.timer) p.timer->deleteLater();
+        if (!p.done.is_null()) p.done.Run(openim::ResultCode(openim::ResultCode::kTimeout), {});
+    });
+    pings_.insert(id, {done, timer});
+    timer->start(kPingTimeoutMs);
+    client_->sendPacket(ping);
+}
+
+void ImEngine::onIq(const QXmppIq& iq) {
+    auto it = pings_.find(iq.id());
+    if (it == pings_.end()) return;
+    PendingPing p = *it;
+    pings_.erase(it);
+    p.timer->deleteLater();
+    std::map<openim::IMUserID, openim::IMUserStatus> statuses;
+    auto* roster = client_->findExtension<QXmppRosterManager>();
+    const QStringList jids = roster ? roster->getRosterBareJids() : QStringList();
+    for (const QString& jid : jids) {
+        openim::IMUserStatus status;
+        const auto presences = roster->getAllPresencesForBareJid(jid);
+        for (const QXmppPresence& presence : presences) {
+            if (presence.type() != QXmppPresence::Available) continue;
+            status.state = presence.availableStatusType() == QXmppPresence::Online ||
+                                   presence.availableStatusType() == QXmppPresence::Chat
+                               ? openim::IMUserStatus::kOnline
+                           : presence.availableStatusType() == QXmppPresence::DND
+                               ? openim::IMUserStatus::kBusy
+                               : openim::IMUserStatus::kAway;
+            status.statusText = fromQ(presence.statusText());
+        }
+        statuses[userId(QXmppUtils::jidToUser(jid))] = status;
+    }
+    if (!p.done.is_null())
+        p.done.Run(openim::ResultCode(iq.type() == QXmppIq::Result
+                                          ? openim::ResultCode::kOk
+                                          : openim::ResultCode::kServerError),
+                   statuses);
+}
+
+void ImEngine::registerSync(int mode,
+                            const base::Callback<void(prg::PrgStringT<wchar_t>)>& done) {
+    if (state_ != State::Online) {
+        if (!done.is_null()) done.Run({});
+        return;
+    }
+    carbons_->setCarbonsEnabled(mode == 1);
+    if (!done.is_null()) done.Run(fromQ(client_->configuration().jid()));
+}
+
+// ---- receiving ----
+
+void ImEngine::onMessage(const QXmppMessage& message) {
+    if (message.type() == QXmppMessage::Error) return;
+    const QString fromBare = QXmppUtils::jidToBareJid(message.from());
+    if (fromBare == domain_) {
+        // The server itself speaks on the push channel.
+        if (callbacks_.pushMsgs.is_null()) return;
+        openim::XPushMsg push;
+        push.msgId = fromQ(message.id());
+        push.msgTime = (message.stamp().isValid() ? message.stamp()
+                                                  : QDateTime::currentDateTimeUtc())
+                           .toSecsSinceEpoch();
+        push.subject = fromQ(message.subject());
+        push.content = fromQ(message.body());
+        callbacks_.pushMsgs.Run({push});
+        return;
+    }
+    if (message.type() == QXmppMessage::GroupChat || message.type() == QXmppMessage::Headline)
+        return;
+    // The server's archive id, when our own archive stamped it.
+    const QString archiveId =
+        message.stanzaIdBy() == bareJid(account_) ? message.stanzaId() : QString();
+    store(message, archiveId, message.stamp(), Source::Live);
+}
+
+void ImEngine::store(const QXmppMessage& message, const QString& archiveId,
+                     const QDateTime& stamp, Source source) {
+    std::optional<StoredMessage> decoded = MessageCodec::decode(message);
+    if (!decoded) return;
+    StoredMessage m = *decoded;
+    const QString own = bareJid(account_);
+    const bool outgoing = QXmppUtils::jidToBareJid(message.from()) == own ||
+                          (message.from().isEmpty() && !message.to().isEmpty());
+    const QString other = QXmppUtils::jidToBareJid(outgoing ? message.to() : message.from());
+    if (other.isEmpty() || QXmppUtils::jidToDomain(other) != domain_) return;
+    m.peer = QXmppUtils::jidToUser(other);
+    if (m.peer.isEmpty()) return;
+    m.outgoing = outgoing;
+    m.sender = outgoing ? account_ : m.peer;
+    m.time = (stamp.isValid() ? stamp : QDateTime::currentDateTimeUtc()).toSecsSinceEpoch();
+    m.stanzaId = archiveId;
+    m.originId = message.originId().isEmpty() ? message.id() : message.originId();
+    m.unread = !outgoing && source != Source::History;
+    m.pendingMedia = isMedia(m.kind) && !outgoing && source != Source::History;
+    std::optional<quint64> id = store_.insert(m);
+    if (!archiveId.isEmpty() && source != Source::History)
+        store_.setMeta(QLatin1String(kLastArchiveId), archiveId);
+    if (!id || !m.unread) return;
+    if (m.pendingMedia) {
+        startDownload(*id, true);
+        return;
+    }
+    if (!callbacks_.newMessage.is_null()) callbacks_.newMessage.Run(userId(m.peer));
+}
+
+// Fetches what the archive holds after the last message we saw, in case the server
+// dropped a queue while we were away; the store drops what we already have.
+void ImEngine::startCatchUp() {
+    const QString last = store_.meta(QLatin1String(kLastArchiveId));
+    if (last.isEmpty()) return;
+    catchUpQuery_ = archive_->query(QString(), QString(), last, kCatchUpPage);
+}
+
+void ImEngine::onArchived(const QString& queryId, const QString& archiveId,
+                          const QXmppMessage& message, const QDateTime& stamp) {
+    if (queryId == catchUpQuery_)
+        store(message, archiveId, stamp, Source::CatchUp);
+    else if (historyQueries_.contains(queryId))
+        store(message, archiveId, stamp, Source::History);
+}
+
+void ImEngine::onArchiveFinished(const QString& queryId, bool ok, bool complete,
+                                 const QString& first, const QString& last) {
+    if (queryId == catchUpQuery_) {
+        catchUpQuery_.clear();
+        if (ok && !complete && !last.isEmpty())
+            catchUpQuery_ = archive_->query(QString(), QString(), last, kCatchUpPage);
+        return;
+    }
+    auto it = historyQueries_.find(queryId);
+    if (it == historyQueries_.end()) return;
+    HistoryQuery q = *it;
+    historyQueries_.erase(it);
+    Cursor& cursor = cursors_[q.peer];
+    if (!ok) {
+        deliverHistory(q.peer, q.count, q.done, openim::ResultCode(openim::ResultCode::kServerError));
+        return;
+    }
+    if (complete || first.isEmpty()) cursor.archiveDone = true;
+    const auto rows = store_.page(q.peer, cursor.time, cursor.id, q.count);
+    if (rows.size() >= q.count || cursor.archiveDone) {
+        deliverHistory(q.peer, q.count, q.done, openim::ResultCode());
+        return;
+    }
+    // The page held only what we had; go further back.
+    const QString next = archive_->query(bareJid(q.peer), first, QString(), std::max(q.count, 20));
+    if (next.isEmpty())
+        deliverHistory(q.peer, q.count, q.done, openim::ResultCode(openim::ResultCode::kNetworkError));
+    else
+        historyQueries_.insert(next, q);
+}
+
+// ---- media ----
+
+void ImEngine::startDownload(quint64 id, bool notify) {
+    std::optional<StoredMessage> m = store_.message(id);
+    if (!m) return;
+    const QString target = ReceiveFolder(receiveFolder_).freePath(m->summary);
+    transfer_->download(QUrl(m->url), target, [this, id, notify, m](bool ok, const QString& result) {
+        store_.finishMedia(id, ok ? result : QString());
+        if (!callbacks_.download.is_null()) {
+            openim::DownloadMediaResult r;
+            r.msgId = id;
+            r.sender = userId(m->sender);
+            r.url = fromQ(m->url);
+            r.localPath = ok ? fromQ(result) : prg::PrgStringT<wchar_t>();
+            callbacks_.download.Run(
+                ok ? openim::ResultCode()
+                   : openim::ResultCode(openim::ResultCode::kNetworkError, fromQ(result)),
+                r);
+        }
+        if (notify && m->unread && !callbacks_.newMessage.is_null())
+            callbacks_.newMessage.Run(userId(m->peer));
+    });
+}
+
+void ImEngine::downloadMedia(quint64 msgId) {
+    std::optional<StoredMessage> m = store_.message(msgId);
+    if (!m || !isMedia(m->kind) || m->outgoing) {
+        if (!callbacks_.download.is_null()) {
+            openim::DownloadMediaResult r;
+            r.msgId = msgId;
+            callbacks_.download.Run(openim::ResultCode(openim::ResultCode::kNotFound), r);
+        }
+        return;
+    }
+    startDownload(msgId, false);
+}
+
+// ---- sending ----
+
+void ImEngine::send(const QString& peer, StoredMessage draft, const QString& file,
+                    const SendCallback& done) {
+    draft.peer = peer;
+    draft.sender = account_;
+    draft.outgoing = true;
+    draft.unread = false;
+    draft.time = QDateTime::currentDateTimeUtc().toSecsSinceEpoch();
+    draft.originId = QUuid::createUuid().toString(QUuid::WithoutBraces);
+    auto fail = [&](int code, const wchar_t* why) {
+        if (!done.is_null()) done.Run(toIM(draft), openim::ResultCode(code, why), openim::ResultCode());
+    };
+    if (state_ != State::Online) return fail(openim::ResultCode::kNotLoggedIn, L"not logged in");
+    if (peer.isEmpty()) return fail(openim::ResultCode::kInvalidArgument, L"no peer");
+    if (draft.content.size() > MessageCodec::kMaxBodyChars ||
+        draft.summary.size() > MessageCodec::kMaxBodyChars)
+        return fail(openim::ResultCode::kInvalidArgument, L"message too long");
+    if (!isMedia(draft.kind)) {
+        sendStored(draft, done);
+        return;
+    }
+    QFileInfo info(file);
+    if (!info.isFile() || !info.isReadable())
+        return fail(openim::ResultCode::kInvalidArgument, L"cannot read the file");
+    draft.summary = info.fileName();
+    draft.fileSize = info.size();
+    draft.content = info.absoluteFilePath();
+    requestSlot({draft, info.absoluteFilePath(), done});
+}
+
+void ImEngine::requestSlot(const PendingUpload& upload) {
+    // Servers announce their upload service through discovery; until it is known (or if
+    // the server does not list it) try the customary "upload.<domain>".
+    const QString service =
+        upload_->serviceFound() ? QString() : QStringLiteral("upload.") + domain_;
+    const QString id = upload_->requestUploadSlot(QFileInfo(upload.file), QFileInfo(upload.file).fileName(), service);
+    if (id.isEmpty()) {
+        if (!upload.done.is_null())
+            upload.done.Run(toIM(upload.draft), openim::ResultCode(),
+                            openim::ResultCode(openim::ResultCode::kServerError, L"no upload slot"));
+        return;
+    }
+    uploads_.insert(id, upload);
+}
+
+void ImEngine::onSlot(const QXmppHttpUploadSlotIq& slot) {
+    if (!uploads_.contains(slot.id())) return;
+    PendingUpload u = uploads_.take(slot.id());
+    const QString mime = QMimeDatabase().mimeTypeForFile(u.file).name();
+    transfer_->upload(slot.putUrl(), slot.putHeaders(), u.file, mime,
+                      [this, u, url = slot.getUrl()](bool ok, const QString& error) {
+                          if (!ok) {
+                              if (!u.done.is_null())
+                                  u.done.Run(toIM(u.draft), openim::ResultCode(),
+                                             openim::ResultCode(openim::ResultCode::kNetworkError,
+                                                                fromQ(error)));
+                              return;
+                          }
+                          StoredMessage draft = u.draft;
+                          draft.url = url.toString();
+                          sendStored(draft, u.done);
+                      });
+}
+
+void ImEngine::onSlotFailed(const QXmppHttpUploadRequestIq& request) {
+    if (!uploads_.contains(request.id())) return;
+    PendingUpload u = uploads_.take(request.id());
+    if (!u.done.is_null())
+        u.done.Run(toIM(u.draft), openim::ResultCode(),
+                   openim::ResultCode(openim::ResultCode::kServerError, L"upload refused"));
+}
+
+void ImEngine::sendStored(StoredMessage draft, const SendCallback& done) {
+    if (state_ != State::Online) {
+        if (!done.is_null())
+            done.Run(toIM(draft), openim::ResultCode(openim::ResultCode::kNotLoggedIn), openim::ResultCode());
+        return;
+    }
+    const bool sent = client_->sendPacket(MessageCodec::encode(draft, bareJid(draft.peer)));
+    if (sent) {
+        if (std::optional<quint64> id = store_.insert(draft)) draft.id = *id;
+    }
+    if (!done.is_null())
+        done.Run(toIM(draft),
+                 openim::ResultCode(sent ? openim::ResultCode::kOk : openim::ResultCode::kNetworkError),
+                 openim::ResultCode());
+}
+
+// ---- store queries ----
+
+openim::IMMessage ImEngine::toIM(const StoredMessage& m) const {
+    openim::IMMessage im;
+    im.msgId = m.id;
+    im.msgTime = m.time;
+    im.sender = userId(m.sender);
+    im.receiver = userId(m.outgoing ? m.peer : account_);
+    im.content.type = m.kind;
+    im.content.content = fromQ(m.content);
+    im.content.summary = fromQ(m.summary);
+    im.content.url = fromQ(m.url);
+    im.content.fileSize = quint64(m.fileSize);
+    im.content.width = m.width;
+    im.content.height = m.height;
+    im.hasRead = !m.unread;
+    return im;
+}
+
+int ImEngine::unreadCount(const QString& peer) { return store_.unreadCount(peer); }
+
+std::vector<openim::IMMessage> ImEngine::unread(const QString& peer) {
+    std::vector<openim::IMMessage> out;
+    for (const StoredMessage& m : store_.unread(peer)) out.push_back(toIM(m));
+    return out;
+}
+
+QStringList ImEngine::unreadPeers() { return store_.unreadPeers(); }
+
+void ImEngine::markRead(const QString& peer) { store_.markRead(peer); }
+
+void ImEngine::resetHistory(const QString& peer) { cursors_.remove(peer); }
+
+void ImEngine::history(const QString& peer, int count, const HistoryCallback& done) {
+    count = std::max(1, count);
+    Cursor& cursor = cursors_[peer];
+    const auto rows = store_.page(peer, cursor.time, cursor.id, count);
+    if (rows.size() >= count || cursor.archiveDone || state_ != State::Online) {
+        deliverHistory(peer, count, done, openim::ResultCode());
+        return;
+    }
+    const QString id = archive_->query(bareJid(peer), store_.oldestStanzaId(peer), QString(),
+                                       std::max(count, 20));
+    if (id.isEmpty()) {
+        deliverHistory(peer, count, done, openim::ResultCode(openim::ResultCode::kNetworkError));
+        return;
+    }
+    historyQueries_.insert(id, {peer, count, done});
+}
+
+void ImEngine::deliverHistory(const QString& peer, int count, const HistoryCallback& done,
+                              openim::ResultCode result) {
+    Cursor& cursor = cursors_[peer];
+    const auto rows = store_.page(peer, cursor.time, cursor.id, count);
+    if (!rows.isEmpty()) {
+        cursor.time = rows.first().time;
+        cursor.id = rows.first().id;
+    }
+    std::vector<openim::IMMessage> page;
+    for (const StoredMessage& m : rows) page.push_back(toIM(m));
+    if (!done.is_null()) done.Run(fromQ(peer), result, page);
+}

@@ -1,0 +1,175 @@
+#pragma once
+
+#include <QHash>
+#include <QMap>
+#include <QObject>
+#include <QPointer>
+#include <QThread>
+#include <functional>
+#include <map>
+#include <vector>
+
+#include <QXmppClient.h>
+
+#include "base/callback.h"
+#include "openim/download_media_result.h"
+#include "openim/im_message.h"
+#include "openim/im_user_id.h"
+#include "openim/im_user_status.h"
+#include "openim/login_params.h"
+#include "openim/result_code.h"
+#include "openim/xpush_params.h"
+#include "store/message_store.h"
+
+class ArchiveExtension;
+class MediaTransfer;
+class QXmppCarbonManager;
+class QXmppHttpUploadRequestIq;
+class QXmppHttpUploadSlotIq;
+class QXmppUploadRequestManager;
+class QTimer;
+
+// The SDK's session: one XMPP client, the account's message store and the media
+// transfers, all on the SDK thread. Every callback runs on that thread. The services call
+// in through post() and call(), from any thread.
+class ImEngine : public QObject {
+    Q_OBJECT
+public:
+    // What the client registered through the services.
+    struct Callbacks {
+        base::Callback<void(openim::LoginStep)> loginStep;
+        base::Callback<void(openim::LoginOkParam)> loginOk;
+        base::Callback<void(openim::KickedParam)> kicked;
+        base::Callback<void(openim::LoginFailParam)> loginFail;
+        base::Callback<void(openim::ReLoginFailParam)> reloginFail;
+        base::Callback<void(openim::ReLoginOkParam)> reloginOk;
+        base::Callback<void(openim::NetDisConnectParam)> disconnected;
+        base::Callback<void(openim::LogoutedParam)> logouted;
+        base::Callback<void(openim::IMUserID)> newMessage;
+        base::Callback<void(openim::ResultCode, openim::DownloadMediaResult)> download;
+        base::Callback<void(openim::XPushStartOkParam)> pushStarted;
+        base::Callback<void(openim::XPushKickedParam)> pushKicked;
+        base::Callback<void(openim::XPushStopedParam)> pushStopped;
+        base::Callback<void(openim::XPushErrorParam)> pushError;
+        base::Callback<void(std::vector<openim::XPushMsg>)> pushMsgs;
+    };
+    using SendCallback =
+        base::Callback<void(openim::IMMessage, openim::ResultCode, openim::ResultCode)>;
+    using HistoryCallback = base::Callback<void(prg::PrgStringT<wchar_t>, openim::ResultCode,
+                                                std::vector<openim::IMMessage>)>;
+    using PresenceCallback = base::Callback<void(
+        openim::ResultCode, std::map<openim::IMUserID, openim::IMUserStatus>)>;
+
+    explicit ImEngine(QObject* parent = nullptr);
+    ~ImEngine() override;
+
+    // Runs `task` on the SDK thread, later.
+    void post(std::function<void()> task);
+    // Runs `task` on the SDK thread and waits for its result.
+    template <class F>
+    auto call(F task) -> decltype(task()) {
+        if (QThread::currentThread() == thread()) return task();
+        decltype(task()) result{};
+        QMetaObject::invokeMethod(
+            this, [&] { result = task(); }, Qt::BlockingQueuedConnection);
+        return result;
+    }
+
+    // Everything below runs on the SDK thread.
+    Callbacks& callbacks() { return callbacks_; }
+    void setAppKey(const QString& appKey) { appKey_ = appKey; }
+    const QString& appKey() const { return appKey_; }
+
+    void login(const openim::LoginParam& param, const QString& dataFolder);
+    void relogin();
+    void logout();
+    bool isOnline() const { return state_ == State::Online; }
+    openim::IMUserID loginUser() const;
+
+    void requestPresence(const PresenceCallback& done);
+    void registerSync(int mode, const base::Callback<void(prg::PrgStringT<wchar_t>)>& done);
+
+    // `draft` carries kind, content, summary and, for media, the size fields; `file` is
+    // the picture or file to upload.
+    void send(const QString& peer, StoredMessage draft, const QString& file,
+              const SendCallback& done);
+    int unreadCount(const QString& peer);
+    std::vector<openim::IMMessage> unread(const QString& peer);
+    QStringList unreadPeers();
+    void markRead(const QString& peer);
+    void history(const QString& peer, int count, const HistoryCallback& done);
+    void resetHistory(const QString& peer);
+    void downloadMedia(quint64 msgId);
+
+    openim::IMMessage toIM(const StoredMessage& m) const;
+    openim::IMUserID userId(const QString& account) const;
+
+private:
+    enum class State { Idle, LoggingIn, Online, ReLoggingIn, Offline, LoggingOut, Kicked };
+    enum class Source { Live, CatchUp, History };
+    struct PendingPing {
+        PresenceCallback done;
+        QTimer* timer;
+    };
+    struct PendingUpload {
+        StoredMessage draft;
+        QString file;
+        SendCallback done;
+    };
+    struct HistoryQuery {
+        QString peer;
+        int count;
+        HistoryCallback done;
+    };
+    struct Cursor {
+        qint64 time = 0;
+        quint64 id = 0;
+        bool archiveDone = false;
+    };
+
+    void createClient();
+    void connectNow(bool isRelogin);
+    void onStateChanged(QXmppClient::State state);
+    void onError(QXmppClient::Error error);
+    void onMessage(const QXmppMessage& message);
+    void onIq(const QXmppIq& iq);
+    void onArchived(const QString& queryId, const QString& archiveId, const QXmppMessage& message,
+                    const QDateTime& stamp);
+    void onArchiveFinished(const QString& queryId, bool ok, bool complete, const QString& first,
+                           const QString& last);
+    void onSlot(const QXmppHttpUploadSlotIq& slot);
+    void onSlotFailed(const QXmppHttpUploadRequestIq& request);
+    void store(const QXmppMessage& message, const QString& archiveId, const QDateTime& stamp,
+               Source source);
+    void startCatchUp();
+    void startDownload(quint64 id, bool notify);
+    void requestSlot(const PendingUpload& upload);
+    void sendStored(StoredMessage draft, const SendCallback& done);
+    void deliverHistory(const QString& peer, int count, const HistoryCallback& done,
+                        openim::ResultCode result);
+    void sessionEnded();
+    QString bareJid(const QString& account) const;
+
+    Callbacks callbacks_;
+    QString appKey_;
+    openim::LoginParam param_;
+    QString account_;
+    QString domain_;
+    QString receiveFolder_;
+    State state_ = State::Idle;
+    QXmppClient::Error lastError_ = QXmppClient::NoError;
+    QXmppStanza::Error::Condition streamError_ = QXmppStanza::Error::UndefinedCondition;
+
+    QXmppClient* client_ = nullptr;
+    ArchiveExtension* archive_ = nullptr;
+    QXmppCarbonManager* carbons_ = nullptr;
+    QXmppUploadRequestManager* upload_ = nullptr;
+    MediaTransfer* transfer_;
+    MessageStore store_;
+
+    QHash<QString, PendingPing> pings_;
+    QHash<QString, PendingUpload> uploads_;
+    QHash<QString, HistoryQuery> historyQueries_;
+    QString catchUpQuery_;
+    QHash<QString, Cursor> cursors_;
+};

@@ -1,0 +1,232 @@
+#include "store/message_store.h"
+
+#include <QAtomicInteger>
+#include <algorithm>
+#include <QDir>
+#include <QFileInfo>
+#include <QSqlDatabase>
+#include <QSqlError>
+#include <QSqlQuery>
+#include <QVariant>
+
+namespace {
+
+QAtomicInteger<quint64> g_connections;
+
+const char kColumns[] =
+    "id, peer, sender, outgoing, kind, content, summary, url, file_size, width, height, time, "
+    "unread, stanza_id, origin_id, pending_media";
+
+StoredMessage fromQuery(const QSqlQuery& q) {
+    StoredMessage m;
+    m.id = q.value(0).toULongLong();
+    m.peer = q.value(1).toString();
+    m.sender = q.value(2).toString();
+    m.outgoing = q.value(3).toBool();
+    m.kind = q.value(4).toInt();
+    m.content = q.value(5).toString();
+    m.summary = q.value(6).toString();
+    m.url = q.value(7).toString();
+    m.fileSize = q.value(8).toLongLong();
+    m.width = q.value(9).toInt();
+    m.height = q.value(10).toInt();
+    m.time = q.value(11).toLongLong();
+    m.unread = q.value(12).toBool();
+    m.stanzaId = q.value(13).toString();
+    m.originId = q.value(14).toString();
+    m.pendingMedia = q.value(15).toBool();
+    return m;
+}
+
+QVariant orNull(const QString& s) { return s.isEmpty() ? QVariant(QVariant::String) : s; }
+
+}  // namespace
+
+MessageStore::~MessageStore() { close(); }
+
+bool MessageStore::open(const QString& file) {
+    close();
+    QDir().mkpath(QFileInfo(file).absolutePath());
+    QString name = QStringLiteral("imsdk-store-%1").arg(++g_connections);
+    {
+        QSqlDatabase db = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), name);
+        db.setDatabaseName(file);
+        if (!db.open()) {
+            db = QSqlDatabase();
+            QSqlDatabase::removeDatabase(name);
+            return false;
+        }
+        QSqlQuery q(db);
+        const char* setup[] = {
+            "PRAGMA journal_mode=WAL",
+            "PRAGMA synchronous=NORMAL",
+            "CREATE TABLE IF NOT EXISTS messages(id INTEGER PRIMARY KEY AUTOINCREMENT,"
+            " peer TEXT NOT NULL, sender TEXT NOT NULL, outgoing INTEGER NOT NULL,"
+            " kind INTEGER NOT NULL, content TEXT, summary TEXT, url TEXT, file_size INTEGER,"
+            " width INTEGER, height INTEGER, time INTEGER NOT NULL, unread INTEGER NOT NULL,"
+            " stanza_id TEXT UNIQUE, origin_id TEXT, pending_media INTEGER NOT NULL DEFAULT 0)",
+            "CREATE UNIQUE INDEX IF NOT EXISTS messages_origin ON messages(sender, origin_id)",
+            "CREATE INDEX IF NOT EXISTS messages_peer_time ON messages(peer, time, id)",
+            "CREATE INDEX IF NOT EXISTS messages_unread ON messages(unread, peer)",
+            "CREATE TABLE IF NOT EXISTS meta(key TEXT PRIMARY KEY, value TEXT)",
+        };
+        for (const char* sql : setup) {
+            if (!q.exec(QString::fromLatin1(sql))) {
+                db.close();
+                db = QSqlDatabase();
+                QSqlDatabase::removeDatabase(name);
+                return false;
+            }
+        }
+    }
+    connection_ = name;
+    return true;
+}
+
+void MessageStore::close() {
+    if (connection_.isEmpty()) return;
+    {
+        QSqlDatabase db = QSqlDatabase::database(connection_, false);
+        db.close();
+    }
+    QSqlDatabase::removeDatabase(connection_);
+    connection_.clear();
+}
+
+std::optional<quint64> MessageStore::insert(const StoredMessage& m) {
+    if (!isOpen()) return std::nullopt;
+    QSqlDatabase db = QSqlDatabase::database(connection_, false);
+    QSqlQuery q(db);
+    if (!m.stanzaId.isEmpty()) {
+        q.prepare(QStringLiteral("SELECT id FROM messages WHERE stanza_id = ?"));
+        q.addBindValue(m.stanzaId);
+        if (q.exec() && q.next()) return std::nullopt;
+    }
+    if (!m.originId.isEmpty()) {
+        q.prepare(QStringLiteral("SELECT id, stanza_id FROM messages WHERE sender = ? AND origin_id = ?"));
+        q.addBindValue(m.sender);
+        q.addBindValue(m.originId);
+        if (q.exec() && q.next()) {
+            if (q.value(1).isNull() && !m.stanzaId.isEmpty()) {
+                quint64 id = q.value(0).toULongLong();
+                QSqlQuery u(db);
+                u.prepare(QStringLiteral("UPDATE messages SET stanza_id = ? WHERE id = ?"));
+                u.addBindValue(m.stanzaId);
+                u.addBindValue(id);
+                u.exec();
+            }
+            return std::nullopt;
+        }
+    }
+    q.prepare(QStringLiteral(
+        "INSERT INTO messages(peer, sender, outgoing, kind, content, summary, url, file_size,"
+        " width, height, time, unread, stanza_id, origin_id, pending_media)"
+        " VALUES(?,?,?,?,?,?,?,?,?,?,?,?,?,?,?)"));
+    for (const QVariant& v :
+         {QVariant(m.peer), QVariant(m.sender), QVariant(int(m.outgoing)), QVariant(m.kind),
+          QVariant(m.content), QVariant(m.summary), QVariant(m.url), QVariant(m.fileSize),
+          QVariant(m.width), QVariant(m.height), QVariant(m.time), QVariant(int(m.unread)),
+          orNull(m.stanzaId), orNull(m.originId), QVariant(int(m.pendingMedia))})
+        q.addBindValue(v);
+    if (!q.exec()) return std::nullopt;
+    return q.lastInsertId().toULongLong();
+}
+
+QList<StoredMessage> MessageStore::select(const QString& where, const QVariantList& args,
+                                          const QString& tail) {
+    QList<StoredMessage> out;
+    if (!isOpen()) return out;
+    QSqlQuery q(QSqlDatabase::database(connection_, false));
+    q.prepare(QStringLiteral("SELECT %1 FROM messages WHERE %2 %3")
+                  .arg(QLatin1String(kColumns), where, tail));
+    for (const QVariant& v : args) q.addBindValue(v);
+    if (!q.exec()) return out;
+    while (q.next()) out.append(fromQuery(q));
+    return out;
+}
+
+std::optional<StoredMessage> MessageStore::message(quint64 id) {
+    auto rows = select(QStringLiteral("id = ?"), {QVariant(id)}, QString());
+    if (rows.isEmpty()) return std::nullopt;
+    return rows.first();
+}
+
+int MessageStore::unreadCount(const QString& peer) {
+    if (!isOpen()) return 0;
+    QSqlQuery q(QSqlDatabase::database(connection_, false));
+    q.prepare(QStringLiteral("SELECT COUNT(*) FROM messages WHERE peer = ? AND unread = 1 AND pending_media = 0"));
+    q.addBindValue(peer);
+    return q.exec() && q.next() ? q.value(0).toInt() : 0;
+}
+
+QList<StoredMessage> MessageStore::unread(const QString& peer) {
+    return select(QStringLiteral("peer = ? AND unread = 1 AND pending_media = 0"), {peer},
+                  QStringLiteral("ORDER BY time, id"));
+}
+
+QStringList MessageStore::unreadPeers() {
+    QStringList peers;
+    if (!isOpen()) return peers;
+    QSqlQuery q(QSqlDatabase::database(connection_, false));
+    if (q.exec(QStringLiteral("SELECT DISTINCT peer FROM messages WHERE unread = 1 AND pending_media = 0 ORDER BY peer")))
+        while (q.next()) peers << q.value(0).toString();
+    return peers;
+}
+
+void MessageStore::markRead(const QString& peer) {
+    if (!isOpen()) return;
+    QSqlQuery q(QSqlDatabase::database(connection_, false));
+    q.prepare(QStringLiteral("UPDATE messages SET unread = 0 WHERE peer = ? AND unread = 1"));
+    q.addBindValue(peer);
+    q.exec();
+}
+
+QList<StoredMessage> MessageStore::page(const QString& peer, qint64 beforeTime,
+                                        quint64 beforeId, int limit) {
+    QList<StoredMessage> rows;
+    if (beforeTime == 0 && beforeId == 0)
+        rows = select(QStringLiteral("peer = ?"), {peer},
+                      QStringLiteral("ORDER BY time DESC, id DESC LIMIT %1").arg(limit));
+    else
+        rows = select(QStringLiteral("peer = ? AND (time < ? OR (time = ? AND id < ?))"),
+                      {peer, beforeTime, beforeTime, beforeId},
+                      QStringLiteral("ORDER BY time DESC, id DESC LIMIT %1").arg(limit));
+    std::reverse(rows.begin(), rows.end());
+    return rows;
+}
+
+QString MessageStore::oldestStanzaId(const QString& peer) {
+    auto rows = select(QStringLiteral("peer = ? AND stanza_id IS NOT NULL"), {peer},
+                       QStringLiteral("ORDER BY time, id LIMIT 1"));
+    return rows.isEmpty() ? QString() : rows.first().stanzaId;
+}
+
+void MessageStore::finishMedia(quint64 id, const QString& localPath) {
+    if (!isOpen()) return;
+    QSqlQuery q(QSqlDatabase::database(connection_, false));
+    q.prepare(QStringLiteral("UPDATE messages SET pending_media = 0, content = ? WHERE id = ?"));
+    q.addBindValue(localPath);
+    q.addBindValue(id);
+    q.exec();
+}
+
+QString MessageStore::meta(const QString& key) {
+    if (!isOpen()) return QString();
+    QSqlQuery q(QSqlDatabase::database(connection_, false));
+    q.prepare(QStringLiteral("SELECT value FROM meta WHERE key = ?"));
+    q.addBindValue(key);
+    return q.exec() && q.next() ? q.value(0).toString() : QString();
+}
+
+void MessageStore::setMeta(const QString& key, const QString& value) {
+    if (!isOpen()) return;
+    QSqlQuery q(QSqlDatabase::database(connection_, false));
+    q.prepare(QStringLiteral("INSERT OR REPLACE INTO meta(key, value) VALUES(?, ?)"));
+    q.addBindValue(key);
+    q.addBindValue(value);
+    q.exec();
+}
+
+QList<StoredMessage> MessageStore::pendingMedia() {
+    return select(QStringLiteral("pending_media = 1"), {}, QStringLiteral("ORDER BY id"));
+}

@@ -1,0 +1,51 @@
+#pragma once
+
+#include <QList>
+#include <QString>
+#include <QVariantList>
+#include <optional>
+
+#include "store/stored_message.h"
+
+// The account's local message store: one SQLite database in WAL mode. Used from one
+// thread (the SDK thread); every write is committed before the call returns.
+class MessageStore {
+public:
+    MessageStore() = default;
+    ~MessageStore();
+    MessageStore(const MessageStore&) = delete;
+    MessageStore& operator=(const MessageStore&) = delete;
+
+    bool open(const QString& file);
+    void close();
+    bool isOpen() const { return !connection_.isEmpty(); }
+
+    // Stores `m` and returns its new id, or nothing when the store already has it (same
+    // server id, or same sender and origin id). A duplicate that brings the server id we
+    // lacked fills it in.
+    std::optional<quint64> insert(const StoredMessage& m);
+    std::optional<StoredMessage> message(quint64 id);
+
+    // Unread counts and lists leave out media still being fetched: they are reported once
+    // the file is here (or failed).
+    int unreadCount(const QString& peer);
+    QList<StoredMessage> unread(const QString& peer);
+    QStringList unreadPeers();
+    void markRead(const QString& peer);
+    // Up to `limit` messages older than (time, id), oldest first; (0, 0) starts at the newest.
+    QList<StoredMessage> page(const QString& peer, qint64 beforeTime, quint64 beforeId,
+                              int limit);
+    // The server id of the oldest message with `peer` that has one.
+    QString oldestStanzaId(const QString& peer);
+    QList<StoredMessage> pendingMedia();
+    void finishMedia(quint64 id, const QString& localPath);
+
+    QString meta(const QString& key);
+    void setMeta(const QString& key, const QString& value);
+
+private:
+    QList<StoredMessage> select(const QString& where, const QVariantList& args,
+                                const QString& tail);
+
+    QString connection_;
+};

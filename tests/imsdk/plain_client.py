@@ -1,0 +1,39 @@
+"""A plain XMPP client (slixmpp): sends one text, prints the first chat text it gets back.
+
+usage: plain_client.py JID PASSWORD HOST PORT PEER TEXT
+"""
+import sys
+
+import slixmpp
+
+
+class PlainClient(slixmpp.ClientXMPP):
+    def __init__(self, jid, password, peer, text):
+        super().__init__(jid, password)
+        self.peer, self.text = peer, text
+        self.add_event_handler("session_start", self.start)
+        self.add_event_handler("message", self.message)
+
+    async def start(self, _event):
+        self.send_presence()
+        self.send_message(mto=self.peer, mbody=self.text, mtype="chat")
+
+    def message(self, msg):
+        if msg["type"] in ("chat", "normal") and msg["body"]:
+            print(msg["body"], flush=True)
+            self.disconnect()
+
+
+def main():
+    jid, password, host, port, peer, text = sys.argv[1:7]
+    client = PlainClient(jid, password, peer, text)
+    client["feature_mechanisms"].unencrypted_plain = True
+    client.enable_starttls = False
+    client.enable_direct_tls = False
+    client.connect((host, int(port)))
+    client.loop.call_later(25, client.disconnect)
+    client.process(forever=False)
+
+
+if __name__ == "__main__":
+    main()

@@ -1,0 +1,54 @@
+#include "prosody_server.h"
+
+#include <QProcess>
+
+#ifndef QUELIX_DEVSTACK_DIR
+#error "QUELIX_DEVSTACK_DIR must name the devstack folder"
+#endif
+
+ProsodyServer::ProsodyServer() {
+    const QByteArray tmp = qgetenv("QUELIX_TEST_TMP");
+    root_ = std::make_unique<QTemporaryDir>(
+        tmp.isEmpty() ? QString() : QString::fromLocal8Bit(tmp) + QStringLiteral("/prosody-XXXXXX"));
+    dir_ = root_->path() + QStringLiteral("/instance");
+}
+
+ProsodyServer::~ProsodyServer() {
+    if (running_) run({QStringLiteral("stop")});
+}
+
+bool ProsodyServer::run(const QStringList& args, QString* out) {
+    QProcess p;
+    p.start(QStringLiteral(QUELIX_DEVSTACK_DIR "/prosody-dev"),
+            QStringList{QStringLiteral("-d"), dir_} + args);
+    if (!p.waitForFinished(30000) || p.exitStatus() != QProcess::NormalExit || p.exitCode() != 0) {
+        error_ = QString::fromLocal8Bit(p.readAllStandardError());
+        return false;
+    }
+    if (out) *out = QString::fromLocal8Bit(p.readAllStandardOutput());
+    return true;
+}
+
+bool ProsodyServer::start() {
+    QString out;
+    if (!run({QStringLiteral("start")}, &out)) return false;
+    running_ = true;
+    for (const QString& line : out.split(QLatin1Char('\n'), Qt::SkipEmptyParts)) {
+        const QString key = line.section(QLatin1Char('='), 0, 0);
+        const QString value = line.section(QLatin1Char('='), 1);
+        if (key == QLatin1String("XMPP_HOST")) host_ = value;
+        if (key == QLatin1String("XMPP_PORT")) port_ = quint16(value.toUInt());
+        if (key == QLatin1String("XMPP_DOMAIN")) domain_ = value;
+    }
+    return port_ != 0 && !domain_.isEmpty();
+}
+
+bool ProsodyServer::stopKeepingData() {
+    if (!run({QStringLiteral("stop"), QStringLiteral("--keep")})) return false;
+    running_ = false;
+    return true;
+}
+
+bool ProsodyServer::registerUser(const QString& user, const QString& secret) {
+    return run({QStringLiteral("register"), user, secret});
+}

@@ -1,0 +1,77 @@
+#include "session_probe.h"
+
+#include "sdk/wide_text.h"
+
+void SessionProbe::note(const QString& event) {
+    QMutexLocker guard(&lock_);
+    events_ << event;
+}
+
+void SessionProbe::OnNewMessage(openim::IMUserID sender) {
+    note(QStringLiteral("newMessage:") + wide_text::toQ(sender.account));
+}
+
+void SessionProbe::OnDownload(openim::ResultCode result, openim::DownloadMediaResult download) {
+    {
+        QMutexLocker guard(&lock_);
+        downloads_ << download;
+        downloadOk_ << result.ok();
+    }
+    note(QStringLiteral("download:%1").arg(result.code));
+}
+
+void SessionProbe::OnSent(openim::IMMessage message, openim::ResultCode sent,
+                          openim::ResultCode upload) {
+    {
+        QMutexLocker guard(&lock_);
+        sent_ << message;
+    }
+    note(QStringLiteral("sent:%1:%2").arg(sent.code).arg(upload.code));
+}
+
+void SessionProbe::OnHistory(prg::PrgStringT<wchar_t>, openim::ResultCode result,
+                             std::vector<openim::IMMessage> page) {
+    {
+        QMutexLocker guard(&lock_);
+        pages_ << page;
+    }
+    note(QStringLiteral("history:%1").arg(result.code));
+}
+
+void SessionProbe::OnPresence(openim::ResultCode result,
+                              std::map<openim::IMUserID, openim::IMUserStatus>) {
+    note(QStringLiteral("presence:%1").arg(result.code));
+}
+
+int SessionProbe::count(const QString& event) const {
+    QMutexLocker guard(&lock_);
+    int n = 0;
+    for (const QString& e : events_)
+        if (e == event || e.startsWith(event + QLatin1Char(':'))) ++n;
+    return n;
+}
+
+QStringList SessionProbe::events() const {
+    QMutexLocker guard(&lock_);
+    return events_;
+}
+
+QList<openim::DownloadMediaResult> SessionProbe::downloads() const {
+    QMutexLocker guard(&lock_);
+    return downloads_;
+}
+
+QList<bool> SessionProbe::downloadResults() const {
+    QMutexLocker guard(&lock_);
+    return downloadOk_;
+}
+
+QList<std::vector<openim::IMMessage>> SessionProbe::historyPages() const {
+    QMutexLocker guard(&lock_);
+    return pages_;
+}
+
+QList<openim::IMMessage> SessionProbe::sent() const {
+    QMutexLocker guard(&lock_);
+    return sent_;
+}

@@ -1,0 +1,55 @@
+#pragma once
+
+#include <QList>
+#include <QMutex>
+#include <QString>
+#include <map>
+#include <vector>
+
+#include "base/ref_counted.h"
+#include "openim/download_media_result.h"
+#include "openim/im_message.h"
+#include "openim/im_user_status.h"
+#include "openim/login_params.h"
+#include "openim/result_code.h"
+#include "openim/xpush_params.h"
+
+// Receives an SDK session's callbacks (on the SDK thread) and keeps them for the test
+// thread to look at.
+class SessionProbe : public base::RefCountedThreadSafe<SessionProbe> {
+public:
+    void OnLoginOk(openim::LoginOkParam) { note("loginOk"); }
+    void OnLoginFail(openim::LoginFailParam) { note("loginFail"); }
+    void OnKicked(openim::KickedParam) { note("kicked"); }
+    void OnReLoginOk(openim::ReLoginOkParam) { note("reloginOk"); }
+    void OnReLoginFail(openim::ReLoginFailParam) { note("reloginFail"); }
+    void OnNetDisConnect(openim::NetDisConnectParam) { note("disconnected"); }
+    void OnLogouted(const openim::LogoutedParam&) { note("logouted"); }
+    void OnNewMessage(openim::IMUserID sender);
+    void OnDownload(openim::ResultCode result, openim::DownloadMediaResult download);
+    void OnSent(openim::IMMessage message, openim::ResultCode sent, openim::ResultCode upload);
+    void OnHistory(prg::PrgStringT<wchar_t> peer, openim::ResultCode result,
+                   std::vector<openim::IMMessage> page);
+    void OnPresence(openim::ResultCode result,
+                    std::map<openim::IMUserID, openim::IMUserStatus> statuses);
+
+    int count(const QString& event) const;
+    // Everything noted so far, in order ("newMessage:bob", "sent:0", ...).
+    QStringList events() const;
+    QList<openim::DownloadMediaResult> downloads() const;
+    QList<bool> downloadResults() const;
+    QList<std::vector<openim::IMMessage>> historyPages() const;
+    QList<openim::IMMessage> sent() const;
+
+private:
+    friend class base::RefCountedThreadSafe<SessionProbe>;
+    ~SessionProbe() = default;
+    void note(const QString& event);
+
+    mutable QMutex lock_;
+    QStringList events_;
+    QList<openim::DownloadMediaResult> downloads_;
+    QList<bool> downloadOk_;
+    QList<std::vector<openim::IMMessage>> pages_;
+    QList<openim::IMMessage> sent_;
+};

@@ -1,0 +1,55 @@
+#pragma once
+
+#include <QString>
+#include <functional>
+#include <memory>
+#include <vector>
+
+#include "base/scoped_refptr.h"
+#include "openim/iconversation.h"
+#include "openim/iconversation_service.h"
+#include "openim/ilogin_service.h"
+#include "prg/iprg_com.h"
+#include "session_probe.h"
+
+class ProsodyServer;
+class SdkInstance;
+
+// One SDK (its own root, thread and store) signed in as one account, with its callbacks
+// going to a SessionProbe. Tests run several in one process.
+class TestSession {
+public:
+    // `name` names the data folder below the test's temporary folder.
+    explicit TestSession(const QString& name);
+    ~TestSession();
+
+    void login(const ProsodyServer& server, const QString& account, const QString& secret);
+    void relogin();
+    void logout();
+
+    SessionProbe& probe() { return *probe_; }
+    base::scoped_refptr<openim::IConversation> conversation(const QString& peer);
+    base::scoped_refptr<openim::ILoginService> loginService();
+    base::scoped_refptr<openim::IConversationService> conversationService();
+    prg::IPrgCOM* root();
+    QString dataFolder() const { return folder_; }
+    QString receiveFolder() const { return folder_ + QStringLiteral("/Receive"); }
+
+    void sendText(const QString& peer, const QString& text);
+    void sendCustom(const QString& peer, const QString& json, const QString& summary);
+    void sendImage(const QString& peer, const QString& file, int width, int height);
+    int unreadCount(const QString& peer);
+    std::vector<openim::IMMessage> unread(const QString& peer);
+    void markRead(const QString& peer);
+    void requestHistory(const QString& peer, int count);
+
+    static QString appKey() { return QStringLiteral("23015524"); }
+
+private:
+    QString folder_;
+    std::unique_ptr<SdkInstance> sdk_;
+    base::scoped_refptr<SessionProbe> probe_;
+};
+
+// Waits (running the caller's events) until `done` holds or `timeoutMs` passes.
+bool waitUntil(const std::function<bool()>& done, int timeoutMs = 15000);

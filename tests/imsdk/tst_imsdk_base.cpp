@@ -1,0 +1,174 @@
+// base:: callbacks, reference counts and paths, and the prg root.
+#include <QtTest>
+#include <atomic>
+#include <thread>
+
+#include "base/at_exit.h"
+#include "base/bind.h"
+#include "base/file_path.h"
+#include "base/path_service.h"
+#include "base/ref_ptr_counted.h"
+#include "openim/ilogin_account_service.h"
+#include "openim/service_guids.h"
+#include "prg/iprg_com.h"
+#include "prg/prg_com.h"
+#include "prg/prg_component.h"
+
+namespace {
+
+std::atomic<int> g_alive{0};
+
+class Receiver : public base::RefCountedThreadSafe<Receiver> {
+public:
+    Receiver() { ++g_alive; }
+    void Add(int bound, const std::string& text, int* out) { *out = bound + int(text.size()); }
+    void Take(const openim::IMUserID& user) { last = user; }
+    openim::IMUserID last;
+
+private:
+    friend class base::RefCountedThreadSafe<Receiver>;
+    ~Receiver() { --g_alive; }
+};
+
+// A service a test puts in place of the SDK's own.
+class FakeAccount : public base::RefPtrCounted<openim::ILoginAccountService> {
+public:
+    openim::IMUserID GetLoginUserID() override { return {L"1", L"fake"}; }
+    bool IsLoggedIn() override { return true; }
+    ~FakeAccount() override { ++destroyed; }
+    static inline int destroyed = 0;
+};
+
+}  // namespace
+
+class BaseTest : public QObject {
+    Q_OBJECT
+private slots:
+    void bindKeepsReceiverAliveUntilLastCopyGoes();
+    void callbackConvertsToCompatibleSignature();
+    void filePathDirNameAndAppend();
+    void pathServiceGivesTheProgram();
+    void rootFindsComponentsByExactGuidText();
+    void rootNeedsAnAtExitManagerAndAPath();
+};
+
+void BaseTest::bindKeepsReceiverAliveUntilLastCopyGoes() {
+    base::Callback<void(const std::string&, int*)> cb;
+    {
+        auto* r = new Receiver;
+        base::scoped_refptr<Receiver> owner(r);
+        cb = base::Bind(&Receiver::Add, r, 40);
+    }
+    QCOMPARE(g_alive.load(), 1);  // only the callback holds it now
+    int out = 0;
+    cb.Run("ab", &out);
+    QCOMPARE(out, 42);
+    // Copies run and drop on other threads; the receiver goes with the last of them.
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i)
+        threads.emplace_back([copy = cb]() mutable {
+            int n = 0;
+            copy.Run("x", &n);
+            copy.Reset();
+        });
+    for (auto& t : threads) t.join();
+    QCOMPARE(g_alive.load(), 1);
+    cb.Reset();
+    QCOMPARE(g_alive.load(), 0);
+}
+
+void BaseTest::callbackConvertsToCompatibleSignature() {
+    base::scoped_refptr<Receiver> r(new Receiver);
+    // A member taking `const T&` registered where the SDK offers `T` by value.
+    base::Callback<void(openim::IMUserID)> byValue = base::Bind(&Receiver::Take, r.get());
+    byValue.Run(openim::IMUserID(L"7", L"bob"));
+    QVERIFY(r->last == openim::IMUserID(L"7", L"bob"));
+    QVERIFY(base::Callback<void()>().is_null());
+}
+
+void BaseTest::filePathDirNameAndAppend() {
+    const base::FilePath program(FILE_PATH_LITERAL("/opt/quelix/bin/Quelix"));
+    QCOMPARE(program.DirName().value(), std::string("/opt/quelix/bin"));
+    QCOMPARE(program.DirName().Append(FILE_PATH_LITERAL("resource")).value(),
+             std::string("/opt/quelix/bin/resource"));
+    QCOMPARE(base::FilePath("/opt/x/").DirName().value(), std::string("/opt"));
+    QCOMPARE(base::FilePath("Quelix").DirName().value(), std::string("."));
+    QCOMPARE(base::FilePath("/").DirName().value(), std::string("/"));
+    QCOMPARE(base::FilePath("/a/").Append("b").value(), std::string("/a/b"));
+    QCOMPARE(base::FilePath("/a").Append("").value(), std::string("/a"));
+    QCOMPARE(base::FilePath::FromUTF8Unsafe("/tmp/收到").AsUTF8Unsafe(), std::string("/tmp/收到"));
+}
+
+void BaseTest::pathServiceGivesTheProgram() {
+    base::FilePath path;
+    QVERIFY(PathService::Get(5, &path));
+    QCOMPARE(QString::fromStdString(path.AsUTF8Unsafe()), QCoreApplication::applicationFilePath());
+    QVERIFY(!PathService::Get(99, &path));
+}
+
+void BaseTest::rootFindsComponentsByExactGuidText() {
+    int hookRuns = 0;
+    prg::PrgCom root([&](prg::PrgCom&, const base::FilePath&) { ++hookRuns; });
+    QCOMPARE(root.Init(base::FilePath("/bin/true")), prg::PRG_OK);
+    QCOMPARE(root.Init(base::FilePath("/bin/true")), prg::PRG_OK);
+    QCOMPARE(hookRuns, 1);
+
+    auto* component = new prg::PrgComponent;
+    component->AddRef();
+    auto* fake = new FakeAccount;
+    component->SetInterface(openim::kPresenceInterface, fake);
+    QCOMPARE(root.RegisterComponent(openim::kPresenceModule, component), prg::PRG_OK);
+    component->Release();
+
+    // The doubled braces are part of the name; single braces or other case find nothing.
+    QVERIFY(!root.GetService<openim::ILoginAccountService>("{CDF0254D-FADE-4ABF-A354-832336D71990}",
+                                                           openim::kPresenceInterface));
+    QVERIFY(!root.GetService<openim::ILoginAccountService>(
+        "{{cdf0254d-fade-4abf-a354-832336d71990}}", openim::kPresenceInterface));
+    QVERIFY(!root.GetService<openim::ILoginAccountService>(openim::kPresenceModule,
+                                                           "{746CDF64-1614-4F3B-859B-EC8F3F724EE7}"));
+    openim::ILoginAccountService* found = root.GetService<openim::ILoginAccountService>(
+        openim::kPresenceModule, openim::kPresenceInterface);
+    QVERIFY(found);
+    QCOMPARE(found->GetLoginUserID().account.str(), std::wstring(L"fake"));
+    found->Release();  // the caller's reference; the component still holds one
+    QCOMPARE(FakeAccount::destroyed, 0);
+    root.Uninit();
+    QCOMPARE(FakeAccount::destroyed, 1);
+}
+
+void BaseTest::rootNeedsAnAtExitManagerAndAPath() {
+    QVERIFY(GetPrgCOM() == nullptr);
+    {
+        base::AtExitManager exitManager;
+        prg::IPrgCOM* root = GetPrgCOM();
+        QVERIFY(root);
+        QCOMPARE(GetPrgCOM(), root);
+        QCOMPARE(root->Init(base::FilePath()), prg::PrgResult(0x80004005u));
+        base::FilePath program;
+        QVERIFY(PathService::Get(5, &program));
+        QCOMPARE(root->Init(program), prg::PRG_OK);
+        // Every one of the ten services answers under its GUID pair.
+        const std::pair<const char*, const char*> table[] = {
+            {openim::kCoreModule, openim::kCoreInterface},
+            {openim::kMediaModule, openim::kMediaInterface},
+            {openim::kConversationModule, openim::kConversationInterface},
+            {openim::kPresenceModule, openim::kPresenceInterface},
+            {openim::kLoginAccountModule, openim::kLoginAccountInterface},
+            {openim::kLoginModule, openim::kLoginInterface},
+            {openim::kSyncModule, openim::kSyncInterface},
+            {openim::kTribeMediaModule, openim::kTribeMediaInterface},
+            {openim::kTribeModule, openim::kTribeInterface},
+            {openim::kXPushModule, openim::kXPushInterface},
+        };
+        for (const auto& [module, iface] : table) {
+            prg::IPrgUnknown* service = root->GetService<prg::IPrgUnknown>(module, iface);
+            QVERIFY2(service, module);
+            service->Release();
+        }
+    }
+    QVERIFY(GetPrgCOM() == nullptr);  // torn down with the manager
+}
+
+QTEST_GUILESS_MAIN(BaseTest)
+#include "tst_imsdk_base.moc"

@@ -1,0 +1,171 @@
+// Two SDK sessions and a plain XMPP client talking through a private Prosody.
+#include <QFile>
+#include <QFileInfo>
+#include <QImage>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QProcess>
+#include <QtTest>
+
+#include "openim/im_message_content.h"
+#include "sdk/wide_text.h"
+#include "support/prosody_server.h"
+#include "support/test_session.h"
+
+using wide_text::toQ;
+
+class MessagingTest : public QObject {
+    Q_OBJECT
+private slots:
+    void initTestCase();
+    void exchangesTextCustomAndPicture();
+    void offlineMessagesArriveOnceAtNextLogin();
+    void historyPagesBackThroughTheArchive();
+    void plainXmppClientExchangesText();
+
+private:
+    ProsodyServer server_;
+};
+
+void MessagingTest::initTestCase() {
+    QVERIFY2(server_.start(), qPrintable(server_.lastError()));
+    for (const char* user : {"alice", "bob", "carol", "dave"})
+        QVERIFY(server_.registerUser(QLatin1String(user), QStringLiteral("pw-") + user));
+}
+
+void MessagingTest::exchangesTextCustomAndPicture() {
+    TestSession alice(QStringLiteral("alice"));
+    TestSession bob(QStringLiteral("bob"));
+    alice.login(server_, QStringLiteral("alice"), QStringLiteral("pw-alice"));
+    bob.login(server_, QStringLiteral("bob"), QStringLiteral("pw-bob"));
+    QVERIFY(waitUntil([&] { return alice.probe().count("loginOk") && bob.probe().count("loginOk"); }));
+
+    QImage picture(40, 30, QImage::Format_RGB32);
+    picture.fill(Qt::darkCyan);
+    const QString picturePath = alice.dataFolder() + QStringLiteral("/shot.png");
+    QVERIFY(picture.save(picturePath));
+    const QString json = QStringLiteral(R"({"msgType":1,"summary":"Task 7","content":"{\"id\":7}"})");
+
+    alice.sendText(QStringLiteral("bob"), QStringLiteral("你好, bob"));
+    alice.sendCustom(QStringLiteral("bob"), json, QStringLiteral("Task 7"));
+    alice.sendImage(QStringLiteral("bob"), picturePath, 40, 30);
+    QVERIFY(waitUntil([&] { return alice.probe().count("sent") == 3; }, 20000));
+    QVERIFY2(alice.probe().count("sent:0:0") == 3, qPrintable(alice.probe().events().join(QLatin1Char(' '))));
+
+    QVERIFY(waitUntil([&] { return bob.probe().count("newMessage:alice") == 3; }, 20000));
+    QCOMPARE(bob.probe().downloadResults(), QList<bool>{true});
+    auto messages = bob.unread(QStringLiteral("alice"));
+    QCOMPARE(int(messages.size()), 3);
+    QCOMPARE(bob.unreadCount(QStringLiteral("alice")), 3);
+    QCOMPARE(messages[0].content.type, openim::kContentText);
+    QCOMPARE(toQ(messages[0].content.content), QStringLiteral("你好, bob"));
+    QCOMPARE(toQ(messages[0].sender.account), QStringLiteral("alice"));
+    QCOMPARE(toQ(messages[0].sender.appKey), TestSession::appKey());
+    QCOMPARE(messages[1].content.type, openim::kContentCustom);
+    QCOMPARE(QJsonDocument::fromJson(toQ(messages[1].content.content).toUtf8()).object(),
+             QJsonDocument::fromJson(json.toUtf8()).object());
+    QCOMPARE(toQ(messages[1].content.summary), QStringLiteral("Task 7"));
+    QCOMPARE(messages[2].content.type, openim::kContentImage);
+    QCOMPARE(messages[2].content.width, 40);
+    const QString local = toQ(messages[2].content.content);
+    QCOMPARE(toQ(bob.probe().downloads().first().localPath), local);
+    QCOMPARE(QFileInfo(local).absolutePath(), QFileInfo(bob.receiveFolder()).absoluteFilePath());
+    QFile a(picturePath), b(local);
+    QVERIFY(a.open(QIODevice::ReadOnly) && b.open(QIODevice::ReadOnly));
+    QCOMPARE(b.readAll(), a.readAll());
+    // Ids are unique and times are seconds since 1970, not milliseconds.
+    QVERIFY(messages[0].msgId != messages[1].msgId && messages[1].msgId != messages[2].msgId);
+    QVERIFY(qAbs(messages[0].msgTime - QDateTime::currentSecsSinceEpoch()) < 60);
+
+    bob.markRead(QStringLiteral("alice"));
+    QCOMPARE(bob.unreadCount(QStringLiteral("alice")), 0);
+    bob.sendText(QStringLiteral("alice"), QStringLiteral("got it"));
+    QVERIFY(waitUntil([&] { return alice.probe().count("newMessage:bob") == 1; }));
+    QCOMPARE(toQ(alice.unread(QStringLiteral("bob")).at(0).content.content), QStringLiteral("got it"));
+}
+
+void MessagingTest::offlineMessagesArriveOnceAtNextLogin() {
+    TestSession alice(QStringLiteral("alice"));
+    alice.login(server_, QStringLiteral("alice"), QStringLiteral("pw-alice"));
+    {
+        TestSession bob(QStringLiteral("bob"));
+        bob.login(server_, QStringLiteral("bob"), QStringLiteral("pw-bob"));
+        QVERIFY(waitUntil([&] { return alice.probe().count("loginOk") && bob.probe().count("loginOk"); }));
+        bob.markRead(QStringLiteral("alice"));
+        // Bob's last live message gives his store an archive position to catch up from.
+        alice.sendText(QStringLiteral("bob"), QStringLiteral("before"));
+        QVERIFY(waitUntil([&] { return bob.probe().count("newMessage:alice") == 1; }));
+        bob.markRead(QStringLiteral("alice"));
+        bob.logout();
+        QVERIFY(waitUntil([&] { return bob.probe().count("logouted") == 1; }));
+    }
+    for (int i = 1; i <= 3; ++i) alice.sendText(QStringLiteral("bob"), QStringLiteral("offline %1").arg(i));
+    QVERIFY(waitUntil([&] { return alice.probe().count("sent:0") == 4; }));
+
+    TestSession bob(QStringLiteral("bob"));  // same store as before
+    bob.login(server_, QStringLiteral("bob"), QStringLiteral("pw-bob"));
+    QVERIFY(waitUntil([&] { return bob.probe().count("newMessage:alice") >= 3; }));
+    // Offline delivery and the archive catch-up both bring them; give the latter time.
+    QTest::qWait(1500);
+    QCOMPARE(bob.probe().count("newMessage:alice"), 3);
+    QCOMPARE(bob.unreadCount(QStringLiteral("alice")), 3);
+    QStringList texts;
+    for (const auto& m : bob.unread(QStringLiteral("alice"))) texts << toQ(m.content.content);
+    QCOMPARE(texts, (QStringList{"offline 1", "offline 2", "offline 3"}));
+}
+
+void MessagingTest::historyPagesBackThroughTheArchive() {
+    {
+        TestSession alice(QStringLiteral("alice"));
+        alice.login(server_, QStringLiteral("alice"), QStringLiteral("pw-alice"));
+        QVERIFY(waitUntil([&] { return alice.probe().count("loginOk"); }));
+        for (int i = 1; i <= 12; ++i)
+            alice.sendText(QStringLiteral("dave"), QStringLiteral("h%1").arg(i));
+        QVERIFY(waitUntil([&] { return alice.probe().count("sent:0") == 12; }));
+    }
+    // A fresh desktop: empty store, so everything comes from the archive.
+    TestSession alice(QStringLiteral("alice-second-desktop"));
+    alice.login(server_, QStringLiteral("alice"), QStringLiteral("pw-alice"));
+    QVERIFY(waitUntil([&] { return alice.probe().count("loginOk"); }));
+    QStringList seen;
+    for (int page = 1; page <= 5; ++page) {
+        alice.requestHistory(QStringLiteral("dave"), 5);
+        QVERIFY(waitUntil([&] { return alice.probe().count("history") == page; }));
+        const auto pages = alice.probe().historyPages();
+        if (pages.last().empty()) break;
+        QStringList texts;
+        for (const auto& m : pages.last()) texts << toQ(m.content.content);
+        seen = texts + seen;  // each page is older than the one before
+    }
+    QStringList expected;
+    for (int i = 1; i <= 12; ++i) expected << QStringLiteral("h%1").arg(i);
+    QCOMPARE(seen, expected);
+    QVERIFY(alice.probe().historyPages().last().empty());
+}
+
+void MessagingTest::plainXmppClientExchangesText() {
+    TestSession alice(QStringLiteral("alice"));
+    alice.login(server_, QStringLiteral("alice"), QStringLiteral("pw-alice"));
+    QVERIFY(waitUntil([&] { return alice.probe().count("loginOk"); }));
+
+    QProcess carol;
+    carol.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+    carol.start(QStringLiteral("/usr/bin/python3"),
+                {QFINDTESTDATA("plain_client.py"), QStringLiteral("carol@") + server_.domain(),
+                 QStringLiteral("pw-carol"), server_.host(), QString::number(server_.port()),
+                 QStringLiteral("alice@") + server_.domain(), QStringLiteral("hello from slixmpp")});
+    QVERIFY(waitUntil([&] { return alice.probe().count("newMessage:carol") == 1; }, 30000));
+    const auto fromCarol = alice.unread(QStringLiteral("carol"));
+    QCOMPARE(int(fromCarol.size()), 1);
+    QCOMPARE(fromCarol[0].content.type, openim::kContentText);
+    QCOMPARE(toQ(fromCarol[0].content.content), QStringLiteral("hello from slixmpp"));
+
+    alice.sendText(QStringLiteral("carol"), QStringLiteral("hello from the SDK"));
+    QVERIFY(carol.waitForFinished(30000));
+    QCOMPARE(carol.exitCode(), 0);
+    QCOMPARE(QString::fromUtf8(carol.readAllStandardOutput()).trimmed(),
+             QStringLiteral("hello from the SDK"));
+}
+
+QTEST_GUILESS_MAIN(MessagingTest)
+#include "tst_imsdk_messaging.moc"

@@ -1,0 +1,128 @@
+// Session life of an SDK login against a private Prosody: kick, server restart, heartbeat.
+#include <QtTest>
+
+#include "base/bind.h"
+#include "openim/ipresence_service.h"
+#include "openim/isync_service.h"
+#include "openim/service_guids.h"
+#include "sdk/wide_text.h"
+#include "support/prosody_server.h"
+#include "support/test_session.h"
+
+using wide_text::toQ;
+
+class SessionTest : public QObject {
+    Q_OBJECT
+private slots:
+    void initTestCase();
+    void secondDesktopKicksTheFirst();
+    void heartbeatAndSyncRegistration();
+    void serverRestartLosesAndDoublesNothing();
+
+private:
+    ProsodyServer server_;
+};
+
+void SessionTest::initTestCase() {
+    QVERIFY2(server_.start(), qPrintable(server_.lastError()));
+    QVERIFY(server_.registerUser(QStringLiteral("alice"), QStringLiteral("pw-alice")));
+    QVERIFY(server_.registerUser(QStringLiteral("bob"), QStringLiteral("pw-bob")));
+}
+
+void SessionTest::secondDesktopKicksTheFirst() {
+    TestSession first(QStringLiteral("first"));
+    first.login(server_, QStringLiteral("alice"), QStringLiteral("wrong"));
+    QVERIFY(waitUntil([&] { return first.probe().count("loginFail") == 1; }));
+    first.login(server_, QStringLiteral("alice"), QStringLiteral("pw-alice"));
+    QVERIFY(waitUntil([&] { return first.probe().count("loginOk") == 1; }));
+
+    TestSession second(QStringLiteral("second"));
+    second.login(server_, QStringLiteral("alice"), QStringLiteral("pw-alice"));
+    QVERIFY(waitUntil([&] { return first.probe().count("kicked") == 1; }));
+    QVERIFY(waitUntil([&] { return second.probe().count("loginOk") == 1; }));
+    // A kick is not a network loss: the client must not try to sign in again by itself.
+    QCOMPARE(first.probe().count("disconnected"), 0);
+    QCOMPARE(second.probe().count("kicked"), 0);
+}
+
+void SessionTest::heartbeatAndSyncRegistration() {
+    TestSession alice(QStringLiteral("alice"));
+    base::scoped_refptr<openim::IPresenceService> presence;
+    presence.adopt(alice.root()->GetService<openim::IPresenceService>(openim::kPresenceModule,
+                                                                      openim::kPresenceInterface));
+    QVERIFY(presence);
+    auto bound = base::Bind(&SessionProbe::OnPresence, &alice.probe());
+    presence->RequestPresence(L"1", L"2", true, bound);
+    QVERIFY(waitUntil([&] { return alice.probe().count("presence") == 1; }));
+    QCOMPARE(alice.probe().events().last(),
+             QStringLiteral("presence:%1").arg(openim::ResultCode::kNotLoggedIn));
+
+    alice.login(server_, QStringLiteral("alice"), QStringLiteral("pw-alice"));
+    QVERIFY(waitUntil([&] { return alice.probe().count("loginOk") == 1; }));
+    presence->RequestPresence(L"1", L"2", true, bound);
+    QVERIFY(waitUntil([&] { return alice.probe().count("presence") == 2; }));
+    QCOMPARE(alice.probe().events().last(), QStringLiteral("presence:0"));
+
+    base::scoped_refptr<openim::ISyncService> sync;
+    sync.adopt(alice.root()->GetService<openim::ISyncService>(openim::kSyncModule,
+                                                              openim::kSyncInterface));
+    QVERIFY(sync);
+    QString jid;
+    QMutex lock;
+    sync->RegisterSync(1, base::Callback<void(prg::PrgStringT<wchar_t>)>(
+                              [&](prg::PrgStringT<wchar_t> text) {
+                                  QMutexLocker guard(&lock);
+                                  jid = toQ(text);
+                              }));
+    QVERIFY(waitUntil([&] {
+        QMutexLocker guard(&lock);
+        return !jid.isEmpty();
+    }));
+    QVERIFY(jid.startsWith(QStringLiteral("alice@") + server_.domain() + QLatin1Char('/')));
+}
+
+void SessionTest::serverRestartLosesAndDoublesNothing() {
+    TestSession alice(QStringLiteral("alice"));
+    TestSession bob(QStringLiteral("bob"));
+    alice.login(server_, QStringLiteral("alice"), QStringLiteral("pw-alice"));
+    bob.login(server_, QStringLiteral("bob"), QStringLiteral("pw-bob"));
+    QVERIFY(waitUntil([&] { return alice.probe().count("loginOk") && bob.probe().count("loginOk"); }));
+    alice.sendText(QStringLiteral("bob"), QStringLiteral("before"));
+    QVERIFY(waitUntil([&] { return bob.probe().count("newMessage:alice") == 1; }));
+
+    QVERIFY(server_.stopKeepingData());
+    QVERIFY(waitUntil([&] {
+        return alice.probe().count("disconnected") == 1 && bob.probe().count("disconnected") == 1;
+    }));
+    alice.relogin();
+    QVERIFY(waitUntil([&] { return alice.probe().count("reloginFail") == 1; }));
+
+    QVERIFY2(server_.start(), qPrintable(server_.lastError()));
+    // As the client's retry timer does: ask again until it works.
+    QVERIFY(waitUntil([&] {
+        if (alice.probe().count("reloginOk")) return true;
+        alice.relogin();
+        QTest::qWait(300);
+        return false;
+    }));
+    alice.sendText(QStringLiteral("bob"), QStringLiteral("during 1"));
+    alice.sendText(QStringLiteral("bob"), QStringLiteral("during 2"));
+    QVERIFY2(waitUntil([&] { return alice.probe().count("sent:0") == 3; }),
+             qPrintable(alice.probe().events().join(QLatin1Char(' '))));
+
+    QVERIFY(waitUntil([&] {
+        if (bob.probe().count("reloginOk")) return true;
+        bob.relogin();
+        QTest::qWait(300);
+        return false;
+    }));
+    QVERIFY(waitUntil([&] { return bob.probe().count("newMessage:alice") == 3; }));
+    QTest::qWait(1500);  // the archive catch-up may bring copies; they must be dropped
+    QCOMPARE(bob.probe().count("newMessage:alice"), 3);
+    QStringList texts;
+    for (const auto& m : bob.unread(QStringLiteral("alice"))) texts << toQ(m.content.content);
+    QCOMPARE(texts, (QStringList{"before", "during 1", "during 2"}));
+}
+
+QTEST_GUILESS_MAIN(SessionTest)
+#include "tst_imsdk_session.moc"
