@@ -15,6 +15,7 @@
 
 #include <QFile>
 #include <QJsonArray>
+#include <QJsonDocument>
 #include <QJsonObject>
 #include <QRegularExpression>
 #include <QUrl>
@@ -129,6 +130,31 @@ void BackendServer::stop() {
     http_->stop();
     if (thread_.joinable()) thread_.join();
     http_.reset();
+}
+
+QByteArray BackendServer::urlTable(const QString& base) {
+    const QPair<const char*, const char*> table[] = {
+        {"UrlHome", ""},
+        {"UrlLogin", "/work/checkIn.htm?m=MobileLogin"},
+        {"UrlOrg", "/work/mobileUserInfo.htm?m=findAllUserAndDept"},
+        {"UrlGroupList", "/work/project.htm?m=myProjectList"},
+        {"UrlGroupMember", "/work/gen.htm?m=user"},
+        {"UrlGroupByID", "/work/mobileProject.htm?m=queryProjectById"},
+        {"UrlGroupByOpIM", "/work/mobileProject.htm?m=projectInfoByOpenimId"},
+        {"UrlUsers", "/work/mobileUserInfo.htm?m=findSomeOne"},
+        {"UrlMD5", "/rest/auth/client.htm"},
+        {"UrlOpen", "/work/checkIn.htm"},
+        {"UrlDetail", "/work/UserSet.htm"},
+        {"UrlDownload", "/work/attachment"},
+        {"UrlUpload", "/work/mobileTopic.htm?m=uploadFromPC"},
+        {"UrlDelTribe", "/work/editProj.htm"},
+        {"UrlTaskReaded", "/work/notifies.htm?m=getTaskReadFlag"},
+    };
+    QJsonObject urls;
+    for (const auto& entry : table) {
+        urls.insert(QLatin1String(entry.first), base + QLatin1String(entry.second));
+    }
+    return QJsonDocument(urls).toJson();
 }
 
 void BackendServer::directoryChanged() {

@@ -50,6 +50,9 @@ public:
     int port() const { return port_; }
     QString publicUrl() const { return publicUrl_; }
 
+    // The client's URL table ("UrlText.ini") for a back end at `base`: the fifteen Url keys.
+    static QByteArray urlTable(const QString& base);
+
     // Drops the cached organisation replies, after the directory changed underneath.
     void directoryChanged();
 

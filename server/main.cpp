@@ -9,7 +9,9 @@
 #include <QCommandLineParser>
 #include <QCoreApplication>
 #include <QDir>
+#include <QFileInfo>
 #include <QProcess>
+#include <QSaveFile>
 #include <QSocketNotifier>
 #include <QTextStream>
 
@@ -90,9 +92,13 @@ int main(int argc, char** argv) {
     const QCommandLineOption accounts(
         QStringLiteral("print-accounts"),
         QStringLiteral("Print the first N sign-in accounts and exit."), QStringLiteral("N"));
-    parser.addOptions({listen, port, dataDir, database, seedDemo, generate, departments, iterations,
-                       publicUrl, imHost, imPort, imDomain, prosodyData, imCommand, uploadLimit,
-                       threads, accounts});
+    const QCommandLineOption urlTable(
+        QStringLiteral("write-url-table"),
+        QStringLiteral("Once listening, write the client's URL table (UrlText.ini) pointing here."),
+        QStringLiteral("file"));
+    parser.addOptions({urlTable, listen, port, dataDir, database, seedDemo, generate, departments,
+                       iterations, publicUrl, imHost, imPort, imDomain, prosodyData, imCommand,
+                       uploadLimit, threads, accounts});
     parser.process(app);
 
     const QString data = QDir(parser.value(dataDir)).absolutePath();
@@ -154,6 +160,15 @@ int main(int argc, char** argv) {
     if (!server.start(parser.value(listen), parser.value(port).toInt())) {
         err << "cannot listen on " << parser.value(listen) << ':' << parser.value(port) << Qt::endl;
         return 1;
+    }
+    for (const QString& path : parser.values(urlTable)) {
+        QDir().mkpath(QFileInfo(path).absolutePath());
+        QSaveFile file(path);
+        if (!file.open(QIODevice::WriteOnly) ||
+            file.write(BackendServer::urlTable(server.publicUrl())) < 0 || !file.commit()) {
+            err << "cannot write " << path << Qt::endl;
+            return 1;
+        }
     }
     // Scripts and tests read this line to learn the port.
     out << "quelix-backend listening on " << server.publicUrl() << Qt::endl;

@@ -58,6 +58,7 @@ private slots:
     void uploadAndDownload();
     void sqlMetacharactersInEveryField();
     void pagesAndUpdateDescription();
+    void everyUrlTableAddressAnswers();
     void manyConcurrentConnections();
 
 private:
@@ -553,6 +554,23 @@ void BackendApiTest::pagesAndUpdateDescription() {
                                int(avatar->body.size()), "PNG"));
     QCOMPARE(image.size(), QSize(150, 150));
     QCOMPARE(client().Get("/avatar/5.png")->status, 404);
+}
+
+void BackendApiTest::everyUrlTableAddressAnswers() {
+    const QJsonObject table =
+        QJsonDocument::fromJson(BackendServer::urlTable(server_->publicUrl())).object();
+    QCOMPARE(table.size(), 15);
+    for (auto it = table.begin(); it != table.end(); ++it) {
+        const QUrl url(it.value().toString());
+        QVERIFY2(url.isValid() && url.port() == server_->port(), qPrintable(it.key()));
+        // Bare, without the parameters each one wants: a page or an envelope, never a 404.
+        QString path = url.toString(QUrl::RemoveScheme | QUrl::RemoveAuthority);
+        if (path.isEmpty()) path = QStringLiteral("/");
+        const auto r = client().Get(path.toStdString());
+        QVERIFY2(r && r->status == 200, qPrintable(it.key()));
+        const bool page = r->body.find("<html") != std::string::npos;
+        QVERIFY2(page || envelope(r).contains(QStringLiteral("errorCode")), qPrintable(it.key()));
+    }
 }
 
 void BackendApiTest::manyConcurrentConnections() {
