@@ -147,6 +147,9 @@ int main(int argc, char** argv) {
         err << "IM provisioning: " << error << Qt::endl;
         return 1;
     }
+    if (provisioner && !provisioner->provisionRooms(DemoCompany::imRooms(&db), &error)) {
+        err << "IM rooms not provisioned: " << error << Qt::endl;  // accounts still work
+    }
 
     BackendServer::Options options;
     options.publicUrl = parser.value(publicUrl);

@@ -9,9 +9,15 @@
 // internal authentication back ends read (the hashed one converts it on first sign-in).
 class ProsodyStoreProvisioner : public ImProvisioner {
 public:
-    ProsodyStoreProvisioner(const QString& dataDir, const QString& domain);
+    // Rooms live on `mucDomain`, by default "conference.<domain>".
+    ProsodyStoreProvisioner(const QString& dataDir, const QString& domain,
+                            const QString& mucDomain = QString());
 
     bool provision(const QVector<Account>& accounts, QString* error) override;
+    // Writes the rooms in the group chat component's storage. A running Prosody reads a room
+    // from there when it is first used; rooms it already holds in memory keep their members
+    // until it restarts.
+    bool provisionRooms(const QVector<Room>& rooms, QString* error) override;
 
     // Prosody's file-name encoding: every byte that is not a letter or digit as %xx.
     static QString encodeName(const QString& name);
@@ -19,4 +25,5 @@ public:
 private:
     QString dataDir_;
     QString domain_;
+    QString mucDomain_;
 };

@@ -34,20 +34,42 @@ QByteArray readUntil(QTcpSocket& socket, const QList<QByteArray>& ends, QByteArr
 }
 
 // A bare client stream: SASL PLAIN without TLS, which the test server allows on loopback.
-bool signsIn(int port, const QString& user, const QString& secret) {
-    QTcpSocket socket;
+// Returns the connected, authenticated socket's answer; `socket` stays open for more.
+bool authenticate(QTcpSocket& socket, int port, const QString& user, const QString& secret) {
     socket.connectToHost(QHostAddress::LocalHost, quint16(port));
     if (!socket.waitForConnected(2000)) return false;
-    socket.write(
+    const QByteArray open =
         "<?xml version='1.0'?><stream:stream to='localhost' xmlns='jabber:client' "
-        "xmlns:stream='http://etherx.jabber.org/streams' version='1.0'>");
+        "xmlns:stream='http://etherx.jabber.org/streams' version='1.0'>";
+    socket.write(open);
     const QByteArray features = readUntil(socket, {"</stream:features>"});
     if (!features.contains("PLAIN")) return false;
     const QByteArray auth = QByteArray('\0' + user.toUtf8() + '\0' + secret.toUtf8()).toBase64();
     socket.write("<auth xmlns='urn:ietf:params:xml:ns:xmpp-sasl' mechanism='PLAIN'>" + auth +
                  "</auth>");
-    const QByteArray answer = readUntil(socket, {"<success", "<failure"});
-    return answer.contains("<success");
+    if (!readUntil(socket, {"<success", "<failure"}).contains("<success")) return false;
+    socket.write(open);
+    readUntil(socket, {"</stream:features>"});
+    socket.write(
+        "<iq type='set' id='bind1'><bind xmlns='urn:ietf:params:xml:ns:xmpp-bind'>"
+        "<resource>test</resource></bind></iq>");
+    return readUntil(socket, {"</iq>", "/>"}).contains("result");
+}
+
+bool signsIn(int port, const QString& user, const QString& secret) {
+    QTcpSocket socket;
+    return authenticate(socket, port, user, secret);
+}
+
+// Joins a group chat room; true when the room accepts the user as an occupant.
+bool joinsRoom(int port, const QString& user, const QString& secret, const QString& room) {
+    QTcpSocket socket;
+    if (!authenticate(socket, port, user, secret)) return false;
+    socket.write("<presence to='" + room.toUtf8() + "@conference.localhost/" + user.toUtf8() +
+                 "'><x xmlns='http://jabber.org/protocol/muc'/></presence>");
+    const QByteArray answer =
+        readUntil(socket, {"code='110'", "code=\"110\"", "type='error'", "type=\"error\""});
+    return answer.contains("110") && !answer.contains("type='error'");
 }
 
 }  // namespace
@@ -82,7 +104,9 @@ void ImProvisioningTest::accountsSignInToProsody() {
                        "c2s_require_encryption = false\nallow_unencrypted_plain_auth = true\n"
                        "authentication = \"internal_hashed\"\nstorage = \"internal\"\n"
                        "modules_enabled = { \"saslauth\"; \"disco\"; \"ping\" }\n"
-                       "VirtualHost \"localhost\"\n")
+                       "VirtualHost \"localhost\"\n"
+                       "Component \"conference.localhost\" \"muc\"\n"
+                       "    restrict_room_creation = \"local\"\n")
             .arg(dir.path(), data)
             .arg(port)
             .arg(freePort())
@@ -124,6 +148,31 @@ void ImProvisioningTest::accountsSignInToProsody() {
     QVERIFY(signsIn(port, QStringLiteral("10003"), QStringLiteral("third secret")));
     QVERIFY(!signsIn(port, QStringLiteral("10001"), QStringLiteral("second-secret")));
     QVERIFY(!signsIn(port, QStringLiteral("10009"), QStringLiteral("s3cret\"quote")));
+
+    // Project rooms: members get in, other colleagues do not, and a project that is gone
+    // takes its room along. The first room is read while the server runs.
+    QVERIFY2(store.provisionRooms(
+                 {{QStringLiteral("50001"),
+                   QStringLiteral("客户端 2.0"),
+                   QStringLiteral("10001"),
+                   {QStringLiteral("10001"), QStringLiteral("10002")}},
+                  {QStringLiteral("50002"), QStringLiteral("old"), QStringLiteral("10003"), {}}},
+                 &error),
+             qPrintable(error));
+    QVERIFY2(store.provisionRooms({{QStringLiteral("50001"),
+                                    QStringLiteral("客户端 2.0"),
+                                    QStringLiteral("10001"),
+                                    {QStringLiteral("10001"), QStringLiteral("10002")}}},
+                                  &error),
+             qPrintable(error));
+    QVERIFY(QFile::exists(data + QStringLiteral("/conference%2elocalhost/config/50001.dat")));
+    QVERIFY(!QFile::exists(data + QStringLiteral("/conference%2elocalhost/config/50002.dat")));
+    QVERIFY(joinsRoom(port, QStringLiteral("10002"), QStringLiteral("second-secret"),
+                      QStringLiteral("50001")));
+    QVERIFY(joinsRoom(port, QStringLiteral("10001"), QStringLiteral("s3cret\"quote"),
+                      QStringLiteral("50001")));
+    QVERIFY(!joinsRoom(port, QStringLiteral("10003"), QStringLiteral("third secret"),
+                       QStringLiteral("50001")));
 
     server.terminate();
     if (!server.waitForFinished(5000)) {
