@@ -2,6 +2,8 @@
 
 #include <QMutexLocker>
 
+#include <iterator>
+
 LoginThrottle::LoginThrottle(int freeAttempts, int firstPauseMs, int maxPauseMs)
     : freeAttempts_(freeAttempts), firstPauseMs_(firstPauseMs), maxPauseMs_(maxPauseMs) {
     clock_.start();
@@ -16,7 +18,14 @@ qint64 LoginThrottle::waitMs(const QString& account) {
 
 void LoginThrottle::failed(const QString& account) {
     QMutexLocker lock(&mutex_);
-    if (states_.size() > 100000) states_.clear();  // bounded memory under a flood of names
+    if (states_.size() > 100000) {
+        // Bounded memory under a flood of names; accounts still paused stay paused, so the
+        // flood cannot be used to lift a pause.
+        const qint64 now = clock_.elapsed();
+        for (auto it = states_.begin(); it != states_.end();) {
+            it = it->blockedUntilMs <= now ? states_.erase(it) : std::next(it);
+        }
+    }
     State& s = states_[account];
     ++s.failures;
     if (s.failures < freeAttempts_) return;
