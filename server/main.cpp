@@ -89,6 +89,10 @@ int main(int argc, char** argv) {
                                          QStringLiteral("MB"), QStringLiteral("20"));
     const QCommandLineOption threads(QStringLiteral("threads"), QStringLiteral("Worker threads."),
                                      QStringLiteral("n"), QStringLiteral("64"));
+    const QCommandLineOption sessionMinutes(
+        QStringLiteral("session-minutes"),
+        QStringLiteral("How long a log-in authorises (at least 30; default 120)."),
+        QStringLiteral("minutes"), QStringLiteral("120"));
     const QCommandLineOption accounts(
         QStringLiteral("print-accounts"),
         QStringLiteral("Print the first N sign-in accounts and exit."), QStringLiteral("N"));
@@ -98,7 +102,7 @@ int main(int argc, char** argv) {
         QStringLiteral("file"));
     parser.addOptions({urlTable, listen, port, dataDir, database, seedDemo, generate, departments,
                        iterations, publicUrl, imHost, imPort, imDomain, prosodyData, imCommand,
-                       uploadLimit, threads, accounts});
+                       uploadLimit, threads, sessionMinutes, accounts});
     parser.process(app);
 
     const QString data = QDir(parser.value(dataDir)).absolutePath();
@@ -159,6 +163,8 @@ int main(int argc, char** argv) {
     options.filesDir = data + QStringLiteral("/attachments");
     options.uploadLimit = qint64(qMax(1, parser.value(uploadLimit).toInt())) * 1024 * 1024;
     options.threads = parser.value(threads).toInt();
+    // The client renews its authorisation only after 30 minutes.
+    options.sessionLifetimeSeconds = qMax(30, parser.value(sessionMinutes).toInt()) * 60;
     BackendServer server(&db, options);
     if (!server.start(parser.value(listen), parser.value(port).toInt())) {
         err << "cannot listen on " << parser.value(listen) << ':' << parser.value(port) << Qt::endl;

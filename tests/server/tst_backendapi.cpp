@@ -303,6 +303,10 @@ void BackendApiTest::organisationFailures() {
     QCOMPARE(code(client().Get(std::string(kOrg) + "&userId=99999999&companyId=1")), 1006);
     QCOMPARE(code(client().Get(std::string(kOrg) + "&userId=10001&companyId=2")), 1004);
     QCOMPARE(code(client().Get("/work/mobileUserInfo.htm?m=nothing")), 1001);
+    // An address longer than the server reads is refused with an envelope too.
+    QCOMPARE(code(client().Get(std::string(kOrg) + "&userId=" + std::string(10000, '1') +
+                               "&companyId=1")),
+             1001);
     const auto unknown = client().Get("/work/nothing.htm");
     QCOMPARE(code(unknown), 1010);
 }
