@@ -18,7 +18,9 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QRegularExpression>
+#include <QSqlQuery>
 #include <QUrl>
+#include <QVariant>
 
 namespace {
 
@@ -125,7 +127,23 @@ bool BackendServer::start(const QString& host, int port) {
     return true;
 }
 
+void BackendServer::warmUp() {
+    if (!orgCache_ || warmUp_.joinable()) return;
+    warmUp_ = std::thread([this] {
+        QSqlQuery q(db_->connection());
+        QList<qint64> companies;
+        if (q.exec(QStringLiteral("SELECT id FROM company"))) {
+            while (q.next()) companies << q.value(0).toLongLong();
+        }
+        for (qint64 company : companies) {
+            orgCache_->gzipEnvelope(company, 0, QByteArray(), Envelope::successPrefix(),
+                                    Envelope::successSuffix(QString()));
+        }
+    });
+}
+
 void BackendServer::stop() {
+    if (warmUp_.joinable()) warmUp_.join();
     if (!http_) return;
     http_->stop();
     if (thread_.joinable()) thread_.join();

@@ -53,6 +53,10 @@ public:
     // The client's URL table ("UrlText.ini") for a back end at `base`: the fifteen Url keys.
     static QByteArray urlTable(const QString& base);
 
+    // Builds the cached organisation replies (plain and compressed) of every company on a
+    // thread of its own, so that the first colleague to sign in does not wait for them.
+    void warmUp();
+
     // Drops the cached organisation replies, after the directory changed underneath.
     void directoryChanged();
 
@@ -90,4 +94,5 @@ private:
     std::unique_ptr<FileStore> files_;
     QString dummyHash_;  // verified against for unknown accounts, so timing tells nothing
     std::thread thread_;
+    std::thread warmUp_;
 };

@@ -1,16 +1,16 @@
 #include "database.h"
 
 #include <QAtomicInteger>
+#include <QHash>
 #include <QMutexLocker>
 #include <QSqlError>
 #include <QSqlQuery>
-#include <QThread>
-#include <QThreadStorage>
 #include <QUrl>
 
 namespace {
 
 QAtomicInteger<int> instanceCounter;
+QAtomicInteger<int> connectionCounter;
 
 // Kept to what both SQLite and PostgreSQL accept; ids come from the directory itself, so
 // no auto-increment dialect is needed. "users" because "user" is reserved in PostgreSQL.
@@ -83,9 +83,12 @@ QString Database::lastError() const {
 }
 
 QSqlDatabase Database::connection() {
-    const QString name =
-        prefix_ + QString::number(reinterpret_cast<quintptr>(QThread::currentThreadId()));
-    if (QSqlDatabase::contains(name)) return QSqlDatabase::database(name, false);
+    // Names are never reused: a thread id can come back after its thread ended, and a Qt SQL
+    // connection refuses to serve any thread but the one that opened it.
+    thread_local QHash<QString, QString> names;
+    QString& name = names[prefix_];
+    if (!name.isEmpty()) return QSqlDatabase::database(name, false);
+    name = prefix_ + QString::number(connectionCounter.fetchAndAddRelaxed(1));
 
     QSqlDatabase db = QSqlDatabase::addDatabase(driver_, name);
     db.setDatabaseName(name_);

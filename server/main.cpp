@@ -179,6 +179,7 @@ int main(int argc, char** argv) {
             return 1;
         }
     }
+    server.warmUp();
     // Scripts and tests read this line to learn the port.
     out << "quelix-backend listening on " << server.publicUrl() << Qt::endl;
 
