@@ -1,0 +1,560 @@
+#include "backendserver.h"
+
+#include "avatarpainter.h"
+#include "database.h"
+#include "directory.h"
+#include "envelope.h"
+#include "filestore.h"
+#include "loginthrottle.h"
+#include "orgcache.h"
+#include "pagerenderer.h"
+#include "passwordhasher.h"
+#include "sessionstore.h"
+
+#include <httplib.h>
+
+#include <QFile>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QRegularExpression>
+#include <QSqlQuery>
+#include <QUrl>
+#include <QVariant>
+
+namespace {
+
+// Not "application/json": the HTTP library would then compress every reply on the fly.
+const char kJson[] = "application/json;charset=UTF-8";
+const char kHtml[] = "text/html;charset=UTF-8";
+const char kSessionCookie[] = "QXSESSION";
+constexpr int kMaxIdsPerRequest = 1000;
+
+QString param(const httplib::Request& req, const char* name) {
+    // The first value wins when a field is repeated.
+    return req.has_param(name) ? QString::fromStdString(req.get_param_value(name)) : QString();
+}
+
+bool parseId(const QString& text, qint64* id) {
+    if (text.isEmpty() || text.size() > 18) return false;
+    for (const QChar c : text) {
+        if (c < QLatin1Char('0') || c > QLatin1Char('9')) return false;
+    }
+    *id = text.toLongLong();
+    return *id > 0;
+}
+
+bool parseIdList(const QString& text, QList<qint64>* ids) {
+    const QStringList parts = text.split(QLatin1Char(','), Qt::SkipEmptyParts);
+    if (parts.isEmpty() || parts.size() > kMaxIdsPerRequest) return false;
+    for (const QString& part : parts) {
+        qint64 id = 0;
+        if (!parseId(part.trimmed(), &id)) return false;
+        if (!ids->contains(id)) ids->append(id);
+    }
+    return true;
+}
+
+void reply(httplib::Response& res, const QByteArray& body, const char* type = kJson) {
+    res.set_content(body.constData(), size_t(body.size()), type);
+}
+
+void fail(httplib::Response& res, const httplib::Request& req, Envelope::Code code) {
+    reply(res, Envelope::failure(code, param(req, "client")));
+}
+
+void ok(httplib::Response& res, const httplib::Request& req, const QJsonValue& results) {
+    reply(res, Envelope::success(results, param(req, "client")));
+}
+
+}  // namespace
+
+BackendServer::BackendServer(Database* db, const Options& options)
+    : db_(db),
+      options_(options),
+      sessions_(std::make_unique<SessionStore>(options.sessionLifetimeSeconds)),
+      throttle_(
+          std::make_unique<LoginThrottle>(options.freeLoginAttempts, options.firstLoginPauseMs)),
+      files_(std::make_unique<FileStore>(options.filesDir, options.uploadLimit)),
+      dummyHash_(PasswordHasher().hash(QStringLiteral("no such account"))) {}
+
+BackendServer::~BackendServer() { stop(); }
+
+bool BackendServer::start(const QString& host, int port) {
+    if (http_ || !files_->isReady()) return false;
+    http_ = std::make_unique<httplib::Server>();
+    const int threads = qMax(2, options_.threads);
+    http_->new_task_queue = [threads] { return new httplib::ThreadPool(size_t(threads)); };
+    // Multipart framing adds a little to the file itself.
+    http_->set_payload_max_length(size_t(options_.uploadLimit) + 64 * 1024);
+    http_->set_keep_alive_max_count(1000);
+    // Small JSON replies on kept-alive connections would otherwise wait for delayed ACKs.
+    http_->set_tcp_nodelay(true);
+
+    const std::string h = host.toStdString();
+    port_ = port == 0 ? http_->bind_to_any_port(h) : (http_->bind_to_port(h, port) ? port : -1);
+    if (port_ <= 0) {
+        http_.reset();
+        return false;
+    }
+    const QString shownHost =
+        host.contains(QLatin1Char(':')) ? QStringLiteral("[%1]").arg(host) : host;
+    publicUrl_ = options_.publicUrl.isEmpty()
+                     ? QStringLiteral("http://%1:%2").arg(shownHost).arg(port_)
+                     : options_.publicUrl;
+    while (publicUrl_.endsWith(QLatin1Char('/'))) publicUrl_.chop(1);
+    directory_ = std::make_unique<Directory>(db_, publicUrl_);
+    orgCache_ = std::make_unique<OrgCache>(db_, directory_.get());
+
+    auto handler = [this](const httplib::Request& req, httplib::Response& res) {
+        dispatch(req, res);
+    };
+    http_->Get(".*", handler);
+    http_->Post(".*", handler);
+    http_->set_error_handler([](const httplib::Request& req, httplib::Response& res) {
+        const Envelope::Code code = res.status == 413   ? Envelope::BodyTooLarge
+                                    : res.status == 404 ? Envelope::UnknownAddress
+                                    : res.status < 500  ? Envelope::BadParameter
+                                                        : Envelope::InternalError;
+        fail(res, req, code);
+    });
+    http_->set_exception_handler(
+        [](const httplib::Request& req, httplib::Response& res, std::exception_ptr) {
+            res.status = 500;
+            fail(res, req, Envelope::InternalError);
+        });
+    thread_ = std::thread([this] { http_->listen_after_bind(); });
+    return true;
+}
+
+void BackendServer::warmUp() {
+    if (!orgCache_ || warmUp_.joinable()) return;
+    warmUp_ = std::thread([this] {
+        QSqlQuery q(db_->connection());
+        QList<qint64> companies;
+        if (q.exec(QStringLiteral("SELECT id FROM company"))) {
+            while (q.next()) companies << q.value(0).toLongLong();
+        }
+        for (qint64 company : companies) {
+            orgCache_->gzipEnvelope(company, 0, QByteArray(), Envelope::successPrefix(),
+                                    Envelope::successSuffix(QString()));
+        }
+    });
+}
+
+void BackendServer::stop() {
+    if (warmUp_.joinable()) warmUp_.join();
+    if (!http_) return;
+    http_->stop();
+    if (thread_.joinable()) thread_.join();
+    http_.reset();
+}
+
+QByteArray BackendServer::urlTable(const QString& base) {
+    const QPair<const char*, const char*> table[] = {
+        {"UrlHome", ""},
+        {"UrlLogin", "/work/checkIn.htm?m=MobileLogin"},
+        {"UrlOrg", "/work/mobileUserInfo.htm?m=findAllUserAndDept"},
+        {"UrlGroupList", "/work/project.htm?m=myProjectList"},
+        {"UrlGroupMember", "/work/gen.htm?m=user"},
+        {"UrlGroupByID", "/work/mobileProject.htm?m=queryProjectById"},
+        {"UrlGroupByOpIM", "/work/mobileProject.htm?m=projectInfoByOpenimId"},
+        {"UrlUsers", "/work/mobileUserInfo.htm?m=findSomeOne"},
+        {"UrlMD5", "/rest/auth/client.htm"},
+        {"UrlOpen", "/work/checkIn.htm"},
+        {"UrlDetail", "/work/UserSet.htm"},
+        {"UrlDownload", "/work/attachment"},
+        {"UrlUpload", "/work/mobileTopic.htm?m=uploadFromPC"},
+        {"UrlDelTribe", "/work/editProj.htm"},
+        {"UrlTaskReaded", "/work/notifies.htm?m=getTaskReadFlag"},
+    };
+    QJsonObject urls;
+    for (const auto& entry : table) {
+        urls.insert(QLatin1String(entry.first), base + QLatin1String(entry.second));
+    }
+    return QJsonDocument(urls).toJson();
+}
+
+void BackendServer::directoryChanged() {
+    if (orgCache_) orgCache_->invalidate();
+}
+
+qint64 BackendServer::sessionUser(const httplib::Request& req) {
+    QByteArray id = param(req, "sessionId").toLatin1();
+    if (id.isEmpty()) {
+        const QByteArray cookies = QByteArray::fromStdString(req.get_header_value("Cookie"));
+        for (const QByteArray& c : cookies.split(';')) {
+            const QByteArray kv = c.trimmed();
+            if (kv.startsWith(QByteArray(kSessionCookie) + '='))
+                id = kv.mid(int(sizeof kSessionCookie));
+        }
+    }
+    return id.isEmpty() ? 0 : sessions_->userOf(id);
+}
+
+QString BackendServer::projectSign(qint64 projectId, qint64 forUser) {
+    // A project's sign is its owner's signature token, shown only to the signed-in owner.
+    if (forUser == 0 || directory_->projectOwner(projectId) != forUser) return QString();
+    return QString::fromLatin1(sessions_->tokenOf(forUser));
+}
+
+void BackendServer::dispatch(const httplib::Request& req, httplib::Response& res) {
+    const QString path = QString::fromStdString(req.path);
+    const QString m = param(req, "m");
+    static const QRegularExpression avatarPath(QStringLiteral("^/avatar/([0-9]{1,18})\\.png"));
+    static const QRegularExpression attachmentPath(
+        QStringLiteral("^/work/attachment(?:/([^/]*))?"));
+
+    if (path == QLatin1String("/work/checkIn.htm")) {
+        if (m == QLatin1String("MobileLogin")) return login(req, res);
+        return reply(res, PageRenderer::checkIn(), kHtml);
+    }
+    if (path == QLatin1String("/rest/auth/client.htm")) return token(req, res);
+    if (path == QLatin1String("/work/mobileUserInfo.htm")) {
+        if (m == QLatin1String("findAllUserAndDept")) return organisation(req, res);
+        if (m == QLatin1String("findSomeOne")) return someColleagues(req, res);
+        return fail(res, req, Envelope::BadParameter);
+    }
+    if (path == QLatin1String("/work/project.htm")) {
+        if (m == QLatin1String("myProjectList")) return projectList(req, res);
+        if (m == QLatin1String("tasks")) return projectPage(req, res);
+        return fail(res, req, Envelope::BadParameter);
+    }
+    if (path == QLatin1String("/work/gen.htm") && m == QLatin1String("user")) {
+        return projectMembers(req, res);
+    }
+    if (path == QLatin1String("/work/mobileProject.htm")) {
+        if (m == QLatin1String("queryProjectById")) return projectById(req, res, "projectId");
+        if (m == QLatin1String("projectInfoByOpenimId")) return projectById(req, res, "openimId");
+        return fail(res, req, Envelope::BadParameter);
+    }
+    if (path == QLatin1String("/work/editProj.htm")) return editProject(req, res);
+    if (path == QLatin1String("/work/notifies.htm")) return taskReadFlags(req, res);
+    if (path == QLatin1String("/work/mobileTopic.htm") && m == QLatin1String("uploadFromPC")) {
+        return upload(req, res);
+    }
+    if (const auto match = attachmentPath.match(path); match.hasMatch()) {
+        const QString id = match.captured(1).isEmpty() ? param(req, "id") : match.captured(1);
+        return download(req, res, id);
+    }
+    if (path == QLatin1String("/work/task.htm")) return taskPage(req, res);
+    if (path == QLatin1String("/work/goals.htm")) return goalsPage(req, res);
+    if (const auto match = avatarPath.match(path); match.hasMatch()) {
+        return avatar(res, match.captured(1));
+    }
+    if (path == QLatin1String("/update/QX_update.ini")) return updateDescription(res);
+    if (path == QLatin1String("/work/UserSet.htm")) {
+        const qint64 user = sessionUser(req);
+        return reply(res,
+                     PageRenderer::userSettings(user ? directory_->loginUser(user) : QJsonObject()),
+                     kHtml);
+    }
+    if (path == QLatin1String("/work/findPassword.htm")) {
+        return reply(res, PageRenderer::findPassword(), kHtml);
+    }
+    if (path == QLatin1String("/work/invite.htm"))
+        return reply(res, PageRenderer::invitation(), kHtml);
+    if (path == QLatin1String("/") || path.isEmpty())
+        return reply(res, PageRenderer::home(QString()), kHtml);
+    res.status = 404;
+    fail(res, req, Envelope::UnknownAddress);
+}
+
+void BackendServer::login(const httplib::Request& req, httplib::Response& res) {
+    const QString userName = param(req, "username");
+    const QString password = param(req, "password");
+    const QString client = param(req, "client");
+    qint64 clientKind = 0;
+    if (userName.isEmpty() || userName.size() > 100 || password.isEmpty() ||
+        password.size() > 200 || !parseId(client, &clientKind)) {
+        return fail(res, req, Envelope::BadParameter);
+    }
+    if (throttle_->waitMs(userName) > 0) return fail(res, req, Envelope::TooManyAttempts);
+
+    qint64 userId = 0;
+    QString stored;
+    const bool known = directory_->findAccount(userName, &userId, &stored);
+    const bool verified = PasswordHasher::verify(password, known ? stored : dummyHash_) && known;
+    if (!verified) {
+        throttle_->failed(userName);
+        return fail(res, req, Envelope::WrongCredentials);
+    }
+    throttle_->succeeded(userName);
+
+    QJsonObject user = directory_->loginUser(userId);
+    if (user.isEmpty()) return fail(res, req, Envelope::InternalError);
+    const QByteArray session = sessions_->open(userId);
+    user.insert(QStringLiteral("md5Sign"), QString::fromLatin1(sessions_->tokenOf(userId)));
+    user.insert(QStringLiteral("sessionId"), QString::fromLatin1(session));
+    user.insert(QStringLiteral("authSeconds"), QString::number(sessions_->lifetimeSeconds()));
+    user.insert(QStringLiteral("imAccount"), QString::number(userId));
+    user.insert(QStringLiteral("imDomain"), options_.imDomain);
+    user.insert(QStringLiteral("imHost"), options_.imHost);
+    user.insert(QStringLiteral("imPort"), QString::number(options_.imPort));
+    user.insert(QStringLiteral("iosVersion"), QString());
+    user.insert(QStringLiteral("androidVersion"), QString());
+    res.set_header("Set-Cookie",
+                   QStringLiteral("%1=%2; Path=/; HttpOnly; Max-Age=%3")
+                       .arg(QLatin1String(kSessionCookie), QString::fromLatin1(session))
+                       .arg(sessions_->lifetimeSeconds())
+                       .toStdString());
+    ok(res, req, user);
+}
+
+void BackendServer::token(const httplib::Request& req, httplib::Response& res) {
+    const qint64 user = sessionUser(req);
+    if (user == 0) return fail(res, req, Envelope::NotSignedIn);
+    ok(res, req,
+       QJsonObject{{QStringLiteral("md5Sign"), QString::fromLatin1(sessions_->tokenOf(user))},
+                   {QStringLiteral("userId"), QString::number(user)}});
+}
+
+void BackendServer::organisation(const httplib::Request& req, httplib::Response& res) {
+    qint64 userId = 0;
+    qint64 companyId = 0;
+    if (!parseId(param(req, "userId"), &userId) || !parseId(param(req, "companyId"), &companyId)) {
+        return fail(res, req, Envelope::BadParameter);
+    }
+    const qint64 company = directory_->companyOf(userId);
+    if (company == 0) return fail(res, req, Envelope::NotFound);
+    if (company != companyId) return fail(res, req, Envelope::Forbidden);
+    const QByteArray token = sessionUser(req) == userId ? sessions_->tokenOf(userId) : QByteArray();
+    // The client's network stack accepts gzip; 100,000 colleagues shrink about sixfold.
+    if (req.get_header_value("Accept-Encoding").find("gzip") != std::string::npos) {
+        const QByteArray body =
+            orgCache_->gzipEnvelope(companyId, userId, token, Envelope::successPrefix(),
+                                    Envelope::successSuffix(param(req, "client")));
+        if (body.isEmpty()) return fail(res, req, Envelope::NotFound);
+        res.set_header("Content-Encoding", "gzip");
+        return reply(res, body);
+    }
+    const QByteArray results = orgCache_->results(companyId, userId, token);
+    if (results.isEmpty()) return fail(res, req, Envelope::NotFound);
+    reply(res, Envelope::successRaw(results, param(req, "client")));
+}
+
+void BackendServer::someColleagues(const httplib::Request& req, httplib::Response& res) {
+    QList<qint64> ids;
+    if (!parseIdList(param(req, "manyUserIds"), &ids))
+        return fail(res, req, Envelope::BadParameter);
+    ok(res, req, directory_->colleagues(ids));
+}
+
+void BackendServer::projectList(const httplib::Request& req, httplib::Response& res) {
+    qint64 userId = 0;
+    if (!parseId(param(req, "userId"), &userId)) {
+        userId = sessionUser(req);
+        if (userId == 0) return fail(res, req, Envelope::BadParameter);
+    }
+    if (directory_->companyOf(userId) == 0) return fail(res, req, Envelope::NotFound);
+    const qint64 viewer = sessionUser(req);
+    QJsonArray projects = directory_->projectsOf(userId);
+    for (int i = 0; i < projects.size(); ++i) {
+        QJsonObject p = projects[i].toObject();
+        p.insert(QStringLiteral("sign"),
+                 projectSign(p[QStringLiteral("id")].toString().toLongLong(), viewer));
+        projects[i] = p;
+    }
+    ok(res, req, QJsonObject{{QStringLiteral("projectList"), projects}});
+}
+
+void BackendServer::projectMembers(const httplib::Request& req, httplib::Response& res) {
+    qint64 projectId = 0;
+    if (!parseId(param(req, "projectId"), &projectId))
+        return fail(res, req, Envelope::BadParameter);
+    if (directory_->projectOwner(projectId) == 0) return fail(res, req, Envelope::NotFound);
+    ok(res, req,
+       QJsonObject{{QStringLiteral("projectId"), QString::number(projectId)},
+                   {QStringLiteral("userList"), directory_->projectMembers(projectId)}});
+}
+
+void BackendServer::projectById(const httplib::Request& req, httplib::Response& res,
+                                const char* idParam) {
+    qint64 projectId = 0;
+    if (!parseId(param(req, idParam), &projectId)) return fail(res, req, Envelope::BadParameter);
+    QJsonObject project = directory_->project(projectId);
+    if (project.isEmpty()) return fail(res, req, Envelope::NotFound);
+    project.insert(QStringLiteral("sign"), projectSign(projectId, sessionUser(req)));
+    ok(res, req, project);
+}
+
+void BackendServer::editProject(const httplib::Request& req, httplib::Response& res) {
+    const QString m = param(req, "m");
+    qint64 projectId = 0;
+    if (!parseId(param(req, "projectId"), &projectId))
+        return fail(res, req, Envelope::BadParameter);
+    if (m == QLatin1String("delProj")) {
+        const QByteArray sign = param(req, "sign").toLatin1();
+        if (sign.isEmpty()) return fail(res, req, Envelope::BadParameter);
+        const qint64 owner = directory_->projectOwner(projectId);
+        if (owner == 0) return fail(res, req, Envelope::NotFound);
+        // Dissolving is authorised by the owner's signature token alone.
+        if (!sessions_->tokenMatches(owner, sign)) return fail(res, req, Envelope::Forbidden);
+        if (!directory_->deleteProject(projectId)) return fail(res, req, Envelope::InternalError);
+        return ok(res, req, QJsonObject{{QStringLiteral("projectId"), QString::number(projectId)}});
+    }
+    if (m == QLatin1String("exitPro")) {
+        // Leaving carries no sign (the client never sends one here); a caller that is signed
+        // in may only remove itself, or anyone when it owns the project.
+        qint64 kick = 0;
+        if (!parseId(param(req, "kickUserId"), &kick))
+            return fail(res, req, Envelope::BadParameter);
+        const qint64 owner = directory_->projectOwner(projectId);
+        if (owner == 0 || !directory_->isMember(projectId, kick)) {
+            return fail(res, req, Envelope::NotFound);
+        }
+        if (kick == owner) {
+            return reply(res, Envelope::failure(Envelope::Forbidden,
+                                                QStringLiteral("群主不能退出该群，请解散该群"),
+                                                param(req, "client")));
+        }
+        const qint64 caller = sessionUser(req);
+        if (caller != 0 && caller != kick && caller != owner)
+            return fail(res, req, Envelope::Forbidden);
+        if (!directory_->removeMember(projectId, kick)) return fail(res, req, Envelope::NotFound);
+        return ok(res, req,
+                  QJsonObject{{QStringLiteral("projectId"), QString::number(projectId)},
+                              {QStringLiteral("kickUserId"), QString::number(kick)}});
+    }
+    fail(res, req, Envelope::BadParameter);
+}
+
+void BackendServer::taskReadFlags(const httplib::Request& req, httplib::Response& res) {
+    const QString m = param(req, "m");
+    qint64 userId = 0;
+    if (!parseId(param(req, "userId"), &userId)) return fail(res, req, Envelope::BadParameter);
+    if (m == QLatin1String("getTaskReadFlag")) {
+        QList<qint64> ids;
+        if (!parseIdList(param(req, "taskIds"), &ids))
+            return fail(res, req, Envelope::BadParameter);
+        return ok(res, req, directory_->readFlags(userId, ids));
+    }
+    if (m == QLatin1String("setTaskReadFlag")) {
+        qint64 taskId = 0;
+        if (!parseId(param(req, "taskId"), &taskId)) return fail(res, req, Envelope::BadParameter);
+        if (!directory_->markTaskRead(taskId, userId)) return fail(res, req, Envelope::NotFound);
+        return ok(res, req, directory_->readFlags(userId, {taskId}));
+    }
+    fail(res, req, Envelope::BadParameter);
+}
+
+void BackendServer::upload(const httplib::Request& req, httplib::Response& res) {
+    if (req.method != "POST" || !req.is_multipart_form_data() || req.files.empty()) {
+        return fail(res, req, Envelope::BadParameter);
+    }
+    qint64 owner = sessionUser(req);
+    if (owner == 0) {
+        const auto field = req.files.find("userId");
+        const QString text = field != req.files.end()
+                                 ? QString::fromStdString(field->second.content)
+                                 : param(req, "userId");
+        if (!parseId(text, &owner) || directory_->companyOf(owner) == 0) {
+            return fail(res, req, Envelope::NotSignedIn);
+        }
+    }
+    // The first part that carries a file name is the file.
+    const httplib::MultipartFormData* file = nullptr;
+    for (const auto& part : req.files) {
+        if (!part.second.filename.empty()) {
+            file = &part.second;
+            break;
+        }
+    }
+    if (!file) return fail(res, req, Envelope::BadParameter);
+    if (qint64(file->content.size()) > files_->maxBytes())
+        return fail(res, req, Envelope::FileTooLarge);
+    const QString name = FileStore::sanitizeName(QString::fromStdString(file->filename));
+    if (name.isEmpty()) return fail(res, req, Envelope::BadFileName);
+    const QString stored =
+        files_->store(QByteArray::fromRawData(file->content.data(), int(file->content.size())));
+    if (stored.isEmpty()) return fail(res, req, Envelope::InternalError);
+    const qint64 id = directory_->addAttachment(owner, name, stored, qint64(file->content.size()));
+    if (id == 0) return fail(res, req, Envelope::InternalError);
+    ok(res, req,
+       QJsonObject{
+           {QStringLiteral("id"), QString::number(id)},
+           {QStringLiteral("fileName"), name},
+           {QStringLiteral("fileSize"), QString::number(file->content.size())},
+           {QStringLiteral("url"), publicUrl_ + QStringLiteral("/work/attachment/%1").arg(id)}});
+}
+
+void BackendServer::download(const httplib::Request& req, httplib::Response& res,
+                             const QString& idText) {
+    qint64 id = 0;
+    if (!parseId(idText, &id)) return fail(res, req, Envelope::BadParameter);
+    QString name;
+    QString stored;
+    qint64 size = 0;
+    if (!directory_->attachment(id, &name, &stored, &size))
+        return fail(res, req, Envelope::NotFound);
+    QFile file(files_->pathOf(stored));
+    if (file.fileName().isEmpty() || !file.open(QIODevice::ReadOnly)) {
+        return fail(res, req, Envelope::NotFound);
+    }
+    const QByteArray data = file.readAll();
+    res.set_header("Content-Disposition",
+                   ("attachment; filename*=UTF-8''" + QUrl::toPercentEncoding(name)).toStdString());
+    reply(res, data, "application/octet-stream");
+}
+
+void BackendServer::taskPage(const httplib::Request& req, httplib::Response& res) {
+    const QString m = param(req, "m");
+    if (m == QLatin1String("create")) {
+        qint64 projectId = 0;
+        if (!parseId(param(req, "projectId"), &projectId))
+            return fail(res, req, Envelope::BadParameter);
+        const QJsonObject project = directory_->project(projectId);
+        if (project.isEmpty()) return fail(res, req, Envelope::NotFound);
+        return reply(res, PageRenderer::taskCreation(project), kHtml);
+    }
+    qint64 taskId = 0;
+    if (!parseId(param(req, "taskId"), &taskId)) return fail(res, req, Envelope::BadParameter);
+    const QJsonObject task = directory_->task(taskId);
+    if (task.isEmpty()) return fail(res, req, Envelope::NotFound);
+    // Opening the task is reading it.
+    qint64 reader = sessionUser(req);
+    if (reader == 0) parseId(param(req, "userId"), &reader);
+    const bool read = reader != 0 && directory_->markTaskRead(taskId, reader);
+    reply(res, PageRenderer::task(task, read), kHtml);
+}
+
+void BackendServer::projectPage(const httplib::Request& req, httplib::Response& res) {
+    qint64 projectId = 0;
+    if (!parseId(param(req, "projectId"), &projectId))
+        return fail(res, req, Envelope::BadParameter);
+    const QJsonObject project = directory_->project(projectId);
+    if (project.isEmpty()) return fail(res, req, Envelope::NotFound);
+    reply(res, PageRenderer::projectTasks(project, directory_->tasksOf(projectId)), kHtml);
+}
+
+void BackendServer::goalsPage(const httplib::Request& req, httplib::Response& res) {
+    qint64 projectId = 0;
+    if (!parseId(param(req, "projectId"), &projectId))
+        return fail(res, req, Envelope::BadParameter);
+    const QJsonObject project = directory_->project(projectId);
+    if (project.isEmpty()) return fail(res, req, Envelope::NotFound);
+    reply(res,
+          PageRenderer::goals(project, directory_->tasksOf(projectId),
+                              directory_->projectMembers(projectId)),
+          kHtml);
+}
+
+void BackendServer::avatar(httplib::Response& res, const QString& idText) {
+    qint64 id = 0;
+    if (!parseId(idText, &id) || directory_->companyOf(id) == 0) {
+        res.status = 404;
+        return reply(res, Envelope::failure(Envelope::NotFound));
+    }
+    reply(res, AvatarPainter::png(id), "image/png");
+}
+
+void BackendServer::updateDescription(httplib::Response& res) {
+    const QString ini = QStringLiteral(
+                            "[info]\nExeVersion=%1\nQtVersion=%2\n\n[General]\n"
+                            "url_maximum=%3/update/Quelix-full-%1.zip\n"
+                            "url_minimum=%3/update/Quelix-%1.zip\n\n[mac]\n"
+                            "url_maximum=%3/update/Quelix-full-%1.dmg\n"
+                            "url_minimum=%3/update/Quelix-%1.dmg\n")
+                            .arg(options_.clientVersion, options_.frameworkVersion, publicUrl_);
+    reply(res, ini.toUtf8(), "text/plain;charset=UTF-8");
+}

@@ -1,0 +1,98 @@
+#pragma once
+
+#include <QByteArray>
+#include <QString>
+
+#include <memory>
+#include <thread>
+
+namespace httplib {
+class Server;
+struct Request;
+struct Response;
+}  // namespace httplib
+
+class Database;
+class Directory;
+class FileStore;
+class LoginThrottle;
+class OrgCache;
+class SessionStore;
+
+// The HTTP service: every address of the client's URL table, the pages it opens, the update
+// description, avatars and attachments. Requests are answered on a pool of threads; each
+// thread has its own database connection.
+class BackendServer {
+public:
+    struct Options {
+        QString publicUrl;  // base of the links we hand out; empty: http://<host>:<port>
+        QString imHost = QStringLiteral("127.0.0.1");
+        int imPort = 5222;
+        QString imDomain = QStringLiteral("localhost");
+        QString clientVersion = QStringLiteral("1.1.9.0");
+        QString frameworkVersion = QStringLiteral("5.15.8");
+        QString filesDir;  // attachments; required
+        qint64 uploadLimit = 20 * 1024 * 1024;
+        int threads = 64;
+        int sessionLifetimeSeconds = 2 * 60 * 60;
+        int freeLoginAttempts = 5;
+        int firstLoginPauseMs = 1000;
+    };
+
+    BackendServer(Database* db, const Options& options);
+    ~BackendServer();
+    BackendServer(const BackendServer&) = delete;
+    BackendServer& operator=(const BackendServer&) = delete;
+
+    // Binds (port 0: any free port) and starts answering on a thread of its own.
+    bool start(const QString& host, int port);
+    void stop();
+    int port() const { return port_; }
+    QString publicUrl() const { return publicUrl_; }
+
+    // The client's URL table ("UrlText.ini") for a back end at `base`: the fifteen Url keys.
+    static QByteArray urlTable(const QString& base);
+
+    // Builds the cached organisation replies (plain and compressed) of every company on a
+    // thread of its own, so that the first colleague to sign in does not wait for them.
+    void warmUp();
+
+    // Drops the cached organisation replies, after the directory changed underneath.
+    void directoryChanged();
+
+private:
+    void dispatch(const httplib::Request& req, httplib::Response& res);
+    void login(const httplib::Request& req, httplib::Response& res);
+    void token(const httplib::Request& req, httplib::Response& res);
+    void organisation(const httplib::Request& req, httplib::Response& res);
+    void someColleagues(const httplib::Request& req, httplib::Response& res);
+    void projectList(const httplib::Request& req, httplib::Response& res);
+    void projectMembers(const httplib::Request& req, httplib::Response& res);
+    void projectById(const httplib::Request& req, httplib::Response& res, const char* idParam);
+    void editProject(const httplib::Request& req, httplib::Response& res);
+    void taskReadFlags(const httplib::Request& req, httplib::Response& res);
+    void upload(const httplib::Request& req, httplib::Response& res);
+    void download(const httplib::Request& req, httplib::Response& res, const QString& idText);
+    void taskPage(const httplib::Request& req, httplib::Response& res);
+    void projectPage(const httplib::Request& req, httplib::Response& res);
+    void goalsPage(const httplib::Request& req, httplib::Response& res);
+    void avatar(httplib::Response& res, const QString& idText);
+    void updateDescription(httplib::Response& res);
+
+    qint64 sessionUser(const httplib::Request& req);
+    QString projectSign(qint64 projectId, qint64 forUser);
+
+    Database* db_;
+    Options options_;
+    QString publicUrl_;
+    int port_ = 0;
+    std::unique_ptr<httplib::Server> http_;
+    std::unique_ptr<Directory> directory_;
+    std::unique_ptr<OrgCache> orgCache_;
+    std::unique_ptr<SessionStore> sessions_;
+    std::unique_ptr<LoginThrottle> throttle_;
+    std::unique_ptr<FileStore> files_;
+    QString dummyHash_;  // verified against for unknown accounts, so timing tells nothing
+    std::thread thread_;
+    std::thread warmUp_;
+};

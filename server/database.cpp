@@ -1,0 +1,133 @@
+#include "database.h"
+
+#include <QAtomicInteger>
+#include <QHash>
+#include <QMutexLocker>
+#include <QSqlError>
+#include <QSqlQuery>
+#include <QUrl>
+
+namespace {
+
+QAtomicInteger<int> instanceCounter;
+QAtomicInteger<int> connectionCounter;
+
+// Kept to what both SQLite and PostgreSQL accept; ids come from the directory itself, so
+// no auto-increment dialect is needed. "users" because "user" is reserved in PostgreSQL.
+const char* const kSchema[] = {
+    "CREATE TABLE IF NOT EXISTS company (id BIGINT PRIMARY KEY, name VARCHAR(200) NOT NULL,"
+    " crm_sys VARCHAR(200) NOT NULL DEFAULT '')",
+    "CREATE TABLE IF NOT EXISTS dept (id BIGINT PRIMARY KEY, company_id BIGINT NOT NULL,"
+    " parent_id BIGINT NOT NULL, org_name VARCHAR(200) NOT NULL,"
+    " full_pinyin VARCHAR(400) NOT NULL, short_pinyin VARCHAR(100) NOT NULL,"
+    " sort_order INTEGER NOT NULL DEFAULT 0)",
+    "CREATE TABLE IF NOT EXISTS users (id BIGINT PRIMARY KEY, company_id BIGINT NOT NULL,"
+    " dept_id BIGINT NOT NULL, user_name VARCHAR(100) NOT NULL UNIQUE,"
+    " real_name VARCHAR(100) NOT NULL, work_nick VARCHAR(100) NOT NULL,"
+    " mobile VARCHAR(40) NOT NULL, email VARCHAR(200) NOT NULL,"
+    " date_created VARCHAR(40) NOT NULL, full_pinyin VARCHAR(400) NOT NULL,"
+    " short_pinyin VARCHAR(100) NOT NULL, password_hash VARCHAR(200) NOT NULL,"
+    " im_secret VARCHAR(100) NOT NULL, open_id VARCHAR(100) NOT NULL)",
+    "CREATE INDEX IF NOT EXISTS users_company ON users (company_id, id)",
+    "CREATE TABLE IF NOT EXISTS project (id BIGINT PRIMARY KEY, company_id BIGINT NOT NULL,"
+    " title VARCHAR(200) NOT NULL, owner_id BIGINT NOT NULL,"
+    " date_created VARCHAR(40) NOT NULL)",
+    "CREATE TABLE IF NOT EXISTS project_member (project_id BIGINT NOT NULL,"
+    " user_id BIGINT NOT NULL, PRIMARY KEY (project_id, user_id))",
+    "CREATE INDEX IF NOT EXISTS project_member_user ON project_member (user_id)",
+    "CREATE TABLE IF NOT EXISTS task (id BIGINT PRIMARY KEY, project_id BIGINT NOT NULL,"
+    " title VARCHAR(200) NOT NULL, description VARCHAR(2000) NOT NULL,"
+    " creator_id BIGINT NOT NULL, executor_id BIGINT NOT NULL,"
+    " deadline VARCHAR(40) NOT NULL, status INTEGER NOT NULL)",
+    "CREATE INDEX IF NOT EXISTS task_project ON task (project_id)",
+    "CREATE TABLE IF NOT EXISTS task_read (task_id BIGINT NOT NULL, user_id BIGINT NOT NULL,"
+    " PRIMARY KEY (task_id, user_id))",
+    "CREATE TABLE IF NOT EXISTS attachment (id BIGINT PRIMARY KEY, owner_id BIGINT NOT NULL,"
+    " file_name VARCHAR(300) NOT NULL, stored_name VARCHAR(100) NOT NULL,"
+    " size BIGINT NOT NULL, date_created VARCHAR(40) NOT NULL)",
+};
+
+}  // namespace
+
+Database::Database(const QString& address)
+    : prefix_(QStringLiteral("quelix-db-%1-").arg(instanceCounter.fetchAndAddRelaxed(1))) {
+    if (address.startsWith(QLatin1String("sqlite:"))) {
+        QString path = address.mid(7);
+        if (path.startsWith(QLatin1String("//"))) path = path.mid(2);
+        if (path.isEmpty()) return;
+        driver_ = QStringLiteral("QSQLITE");
+        name_ = path;
+        return;
+    }
+    const QUrl url(address);
+    if (!url.isValid() || (url.scheme() != QLatin1String("postgresql") &&
+                           url.scheme() != QLatin1String("postgres"))) {
+        return;
+    }
+    driver_ = QStringLiteral("QPSQL");
+    name_ = url.path().mid(1);
+    host_ = url.host();
+    port_ = url.port(-1);
+    user_ = url.userName();
+    password_ = url.password();
+}
+
+Database::~Database() {
+    QMutexLocker lock(&mutex_);
+    for (const QString& name : qAsConst(opened_)) QSqlDatabase::removeDatabase(name);
+}
+
+QString Database::lastError() const {
+    QMutexLocker lock(&mutex_);
+    return lastError_;
+}
+
+QSqlDatabase Database::connection() {
+    // Names are never reused: a thread id can come back after its thread ended, and a Qt SQL
+    // connection refuses to serve any thread but the one that opened it.
+    thread_local QHash<QString, QString> names;
+    QString& name = names[prefix_];
+    if (!name.isEmpty()) return QSqlDatabase::database(name, false);
+    name = prefix_ + QString::number(connectionCounter.fetchAndAddRelaxed(1));
+
+    QSqlDatabase db = QSqlDatabase::addDatabase(driver_, name);
+    db.setDatabaseName(name_);
+    if (!host_.isEmpty()) db.setHostName(host_);
+    if (port_ > 0) db.setPort(port_);
+    if (!user_.isEmpty()) db.setUserName(user_);
+    if (!password_.isEmpty()) db.setPassword(password_);
+    if (isSqlite()) db.setConnectOptions(QStringLiteral("QSQLITE_BUSY_TIMEOUT=10000"));
+    {
+        QMutexLocker lock(&mutex_);
+        opened_ << name;
+    }
+    if (!db.open()) {
+        QMutexLocker lock(&mutex_);
+        lastError_ = db.lastError().text();
+        return db;
+    }
+    QSqlQuery q(db);
+    if (!isSqlite()) {
+        // "already exists, skipping" notices are not worth a line each on every start.
+        q.exec(QStringLiteral("SET client_min_messages TO WARNING"));
+    } else {
+        // Readers on other threads keep going while one thread writes.
+        q.exec(QStringLiteral("PRAGMA journal_mode=WAL"));
+        q.exec(QStringLiteral("PRAGMA synchronous=NORMAL"));
+    }
+    return db;
+}
+
+bool Database::createSchema() {
+    QSqlDatabase db = connection();
+    if (!db.isOpen()) return false;
+    QSqlQuery q(db);
+    for (const char* statement : kSchema) {
+        if (!q.exec(QString::fromLatin1(statement))) {
+            QMutexLocker lock(&mutex_);
+            lastError_ = q.lastError().text();
+            return false;
+        }
+    }
+    return true;
+}

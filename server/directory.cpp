@@ -1,0 +1,319 @@
+#include "directory.h"
+
+#include "database.h"
+
+#include <QDateTime>
+#include <QRandomGenerator>
+#include <QSqlQuery>
+#include <QVariant>
+
+namespace {
+
+const char kColleagueColumns[] =
+    "SELECT u.id, u.user_name, u.real_name, u.work_nick, d.org_name, u.dept_id, u.mobile,"
+    " u.email, u.date_created, u.full_pinyin, u.short_pinyin FROM users u"
+    " LEFT JOIN dept d ON d.id = u.dept_id";
+
+QString text(const QSqlQuery& q, int column) { return q.value(column).toString(); }
+
+QString idText(qint64 id) { return QString::number(id); }
+
+// Bound values only: no text from a request is ever pasted into SQL.
+QSqlQuery prepared(Database* db, const QString& sql) {
+    QSqlQuery q(db->connection());
+    q.prepare(sql);
+    return q;
+}
+
+QString inList(int count) {
+    QStringList marks;
+    for (int i = 0; i < count; ++i) marks << QStringLiteral("?");
+    return marks.join(QLatin1Char(','));
+}
+
+}  // namespace
+
+Directory::Directory(Database* db, const QString& publicUrl) : db_(db), publicUrl_(publicUrl) {}
+
+QString Directory::avatarUrl(qint64 userId) const {
+    return publicUrl_ + QStringLiteral("/avatar/%1.png").arg(userId);
+}
+
+bool Directory::findAccount(const QString& userName, qint64* userId, QString* passwordHash) const {
+    QSqlQuery q =
+        prepared(db_, QStringLiteral("SELECT id, password_hash FROM users WHERE user_name = ?"));
+    q.addBindValue(userName);
+    if (!q.exec() || !q.next()) return false;
+    *userId = q.value(0).toLongLong();
+    *passwordHash = text(q, 1);
+    return true;
+}
+
+QJsonObject Directory::loginUser(qint64 userId) const {
+    QSqlQuery q = prepared(
+        db_, QStringLiteral(
+                 "SELECT u.id, u.real_name, u.user_name, u.work_nick, d.org_name, u.company_id,"
+                 " c.name, c.crm_sys, u.email, u.open_id, u.im_secret FROM users u"
+                 " LEFT JOIN dept d ON d.id = u.dept_id LEFT JOIN company c ON c.id = u.company_id"
+                 " WHERE u.id = ?"));
+    q.addBindValue(userId);
+    if (!q.exec() || !q.next()) return QJsonObject();
+    return QJsonObject{
+        {QStringLiteral("id"), text(q, 0)},
+        {QStringLiteral("nick"), text(q, 1)},
+        {QStringLiteral("username"), text(q, 2)},
+        {QStringLiteral("userIcon"), avatarUrl(userId)},
+        {QStringLiteral("workNick"), text(q, 3)},
+        {QStringLiteral("deptName"), text(q, 4)},
+        {QStringLiteral("loginType"), QStringLiteral("1")},
+        {QStringLiteral("companyId"), text(q, 5)},
+        {QStringLiteral("companyName"), text(q, 6)},
+        {QStringLiteral("crmSys"), text(q, 7)},
+        {QStringLiteral("email"), text(q, 8)},
+        {QStringLiteral("openId"), text(q, 9)},
+        {QStringLiteral("imSecret"), text(q, 10)},
+    };
+}
+
+qint64 Directory::companyOf(qint64 userId) const {
+    QSqlQuery q = prepared(db_, QStringLiteral("SELECT company_id FROM users WHERE id = ?"));
+    q.addBindValue(userId);
+    return q.exec() && q.next() ? q.value(0).toLongLong() : 0;
+}
+
+bool Directory::companyExists(qint64 companyId) const {
+    QSqlQuery q = prepared(db_, QStringLiteral("SELECT 1 FROM company WHERE id = ?"));
+    q.addBindValue(companyId);
+    return q.exec() && q.next();
+}
+
+QJsonArray Directory::colleagues(const QList<qint64>& ids) const {
+    QJsonArray out;
+    if (ids.isEmpty()) return out;
+    QSqlQuery q = prepared(
+        db_, QString::fromLatin1(kColleagueColumns) +
+                 QStringLiteral(" WHERE u.id IN (%1) ORDER BY u.id").arg(inList(ids.size())));
+    for (qint64 id : ids) q.addBindValue(id);
+    if (!q.exec()) return out;
+    while (q.next()) {
+        const qint64 id = q.value(0).toLongLong();
+        out.append(QJsonObject{
+            {QStringLiteral("id"), idText(id)},
+            {QStringLiteral("userName"), text(q, 1)},
+            {QStringLiteral("realName"), text(q, 2)},
+            {QStringLiteral("workNick"), text(q, 3)},
+            {QStringLiteral("userIcon"), avatarUrl(id)},
+            {QStringLiteral("deptName"), text(q, 4)},
+            {QStringLiteral("section"), text(q, 5)},
+            {QStringLiteral("mobile"), text(q, 6)},
+            {QStringLiteral("email"), text(q, 7)},
+            {QStringLiteral("dateCreated"), text(q, 8)},
+            {QStringLiteral("fullNamePinyin"), text(q, 9)},
+            {QStringLiteral("shortNamePinyin"), text(q, 10)},
+            {QStringLiteral("md5Sign"), QString()},
+        });
+    }
+    return out;
+}
+
+QJsonArray Directory::projectsOf(qint64 userId) const {
+    QSqlQuery q = prepared(db_, QStringLiteral("SELECT p.id FROM project p JOIN project_member m"
+                                               " ON m.project_id = p.id WHERE m.user_id = ?"
+                                               " ORDER BY p.id"));
+    q.addBindValue(userId);
+    QJsonArray out;
+    QList<qint64> ids;
+    if (q.exec()) {
+        while (q.next()) ids << q.value(0).toLongLong();
+    }
+    for (qint64 id : ids) out.append(project(id));
+    return out;
+}
+
+QJsonObject Directory::project(qint64 projectId) const {
+    QSqlQuery q = prepared(
+        db_, QStringLiteral("SELECT p.id, p.title, p.owner_id, p.date_created,"
+                            " (SELECT COUNT(*) FROM project_member m WHERE m.project_id = p.id)"
+                            " FROM project p WHERE p.id = ?"));
+    q.addBindValue(projectId);
+    if (!q.exec() || !q.next()) return QJsonObject();
+    const QString id = text(q, 0);
+    // The project's IM tribe carries the project's own id.
+    return QJsonObject{
+        {QStringLiteral("id"), id},
+        {QStringLiteral("projectId"), id},
+        {QStringLiteral("openimId"), id},
+        {QStringLiteral("title"), text(q, 1)},
+        {QStringLiteral("projectOwnerId"), text(q, 2)},
+        {QStringLiteral("dateCreated"), text(q, 3)},
+        {QStringLiteral("memberCount"), text(q, 4)},
+        {QStringLiteral("avatar"), QString()},
+        {QStringLiteral("sign"), QString()},
+    };
+}
+
+qint64 Directory::projectOwner(qint64 projectId) const {
+    QSqlQuery q = prepared(db_, QStringLiteral("SELECT owner_id FROM project WHERE id = ?"));
+    q.addBindValue(projectId);
+    return q.exec() && q.next() ? q.value(0).toLongLong() : 0;
+}
+
+bool Directory::isMember(qint64 projectId, qint64 userId) const {
+    QSqlQuery q = prepared(
+        db_, QStringLiteral("SELECT 1 FROM project_member WHERE project_id = ? AND user_id = ?"));
+    q.addBindValue(projectId);
+    q.addBindValue(userId);
+    return q.exec() && q.next();
+}
+
+QJsonArray Directory::projectMembers(qint64 projectId) const {
+    QSqlQuery q = prepared(
+        db_,
+        QStringLiteral("SELECT user_id FROM project_member WHERE project_id = ? ORDER BY user_id"));
+    q.addBindValue(projectId);
+    QList<qint64> ids;
+    if (q.exec()) {
+        while (q.next()) ids << q.value(0).toLongLong();
+    }
+    return colleagues(ids);
+}
+
+bool Directory::deleteProject(qint64 projectId) {
+    QSqlDatabase db = db_->connection();
+    if (!db.transaction()) return false;
+    const char* const statements[] = {
+        "DELETE FROM task_read WHERE task_id IN (SELECT id FROM task WHERE project_id = ?)",
+        "DELETE FROM task WHERE project_id = ?",
+        "DELETE FROM project_member WHERE project_id = ?",
+        "DELETE FROM project WHERE id = ?",
+    };
+    for (const char* sql : statements) {
+        QSqlQuery q(db);
+        q.prepare(QString::fromLatin1(sql));
+        q.addBindValue(projectId);
+        if (!q.exec()) {
+            db.rollback();
+            return false;
+        }
+    }
+    return db.commit();
+}
+
+bool Directory::removeMember(qint64 projectId, qint64 userId) {
+    QSqlQuery q = prepared(
+        db_, QStringLiteral("DELETE FROM project_member WHERE project_id = ? AND user_id = ?"));
+    q.addBindValue(projectId);
+    q.addBindValue(userId);
+    return q.exec() && q.numRowsAffected() > 0;
+}
+
+QString Directory::taskStatusText(int status) {
+    switch (status) {
+        case 1:
+            return QStringLiteral("处理中");
+        case 2:
+            return QStringLiteral("暂停中");
+        case 3:
+            return QStringLiteral("已完成");
+        default:
+            return QStringLiteral("待处理");
+    }
+}
+
+QJsonObject Directory::task(qint64 taskId) const {
+    QSqlQuery q = prepared(
+        db_, QStringLiteral("SELECT t.id, t.project_id, t.title, t.description, t.creator_id,"
+                            " t.executor_id, e.real_name, t.deadline, t.status, p.title"
+                            " FROM task t LEFT JOIN users e ON e.id = t.executor_id"
+                            " LEFT JOIN project p ON p.id = t.project_id WHERE t.id = ?"));
+    q.addBindValue(taskId);
+    if (!q.exec() || !q.next()) return QJsonObject();
+    return QJsonObject{
+        {QStringLiteral("taskId"), text(q, 0)},
+        {QStringLiteral("projectId"), text(q, 1)},
+        {QStringLiteral("title"), text(q, 2)},
+        {QStringLiteral("description"), text(q, 3)},
+        {QStringLiteral("creatorId"), text(q, 4)},
+        {QStringLiteral("executorId"), text(q, 5)},
+        {QStringLiteral("executor"), text(q, 6)},
+        {QStringLiteral("deadline"), text(q, 7)},
+        {QStringLiteral("status"), text(q, 8)},
+        {QStringLiteral("statusText"), taskStatusText(q.value(8).toInt())},
+        {QStringLiteral("projectTitle"), text(q, 9)},
+    };
+}
+
+QJsonArray Directory::tasksOf(qint64 projectId) const {
+    QSqlQuery q =
+        prepared(db_, QStringLiteral("SELECT id FROM task WHERE project_id = ? ORDER BY id"));
+    q.addBindValue(projectId);
+    QList<qint64> ids;
+    if (q.exec()) {
+        while (q.next()) ids << q.value(0).toLongLong();
+    }
+    QJsonArray out;
+    for (qint64 id : ids) out.append(task(id));
+    return out;
+}
+
+bool Directory::markTaskRead(qint64 taskId, qint64 userId) {
+    if (task(taskId).isEmpty() || companyOf(userId) == 0) return false;
+    QSqlQuery q =
+        prepared(db_, QStringLiteral("SELECT 1 FROM task_read WHERE task_id = ? AND user_id = ?"));
+    q.addBindValue(taskId);
+    q.addBindValue(userId);
+    if (q.exec() && q.next()) return true;
+    QSqlQuery insert =
+        prepared(db_, QStringLiteral("INSERT INTO task_read (task_id, user_id) VALUES (?, ?)"));
+    insert.addBindValue(taskId);
+    insert.addBindValue(userId);
+    // A parallel request may have inserted the same flag first; either way it is set.
+    insert.exec();
+    return true;
+}
+
+QJsonArray Directory::readFlags(qint64 userId, const QList<qint64>& taskIds) const {
+    QJsonArray out;
+    for (qint64 taskId : taskIds) {
+        QSqlQuery q = prepared(
+            db_,
+            QStringLiteral("SELECT (SELECT COUNT(*) FROM task WHERE id = ?),"
+                           " (SELECT COUNT(*) FROM task_read WHERE task_id = ? AND user_id = ?)"));
+        q.addBindValue(taskId);
+        q.addBindValue(taskId);
+        q.addBindValue(userId);
+        if (!q.exec() || !q.next() || q.value(0).toInt() == 0) continue;
+        out.append(
+            QJsonObject{{QStringLiteral("taskId"), idText(taskId)},
+                        {QStringLiteral("readFlag"),
+                         q.value(1).toInt() > 0 ? QStringLiteral("1") : QStringLiteral("0")}});
+    }
+    return out;
+}
+
+qint64 Directory::addAttachment(qint64 ownerId, const QString& fileName, const QString& storedName,
+                                qint64 size) {
+    // Random ids: nothing to coordinate between threads, and ids cannot be enumerated.
+    const qint64 id = qint64(QRandomGenerator::system()->generate64() >> 12) + 1;
+    QSqlQuery q = prepared(db_, QStringLiteral("INSERT INTO attachment (id, owner_id, file_name,"
+                                               " stored_name, size, date_created)"
+                                               " VALUES (?, ?, ?, ?, ?, ?)"));
+    q.addBindValue(id);
+    q.addBindValue(ownerId);
+    q.addBindValue(fileName);
+    q.addBindValue(storedName);
+    q.addBindValue(size);
+    q.addBindValue(QDateTime::currentDateTimeUtc().toString(Qt::ISODate));
+    return q.exec() ? id : 0;
+}
+
+bool Directory::attachment(qint64 id, QString* fileName, QString* storedName, qint64* size) const {
+    QSqlQuery q = prepared(
+        db_, QStringLiteral("SELECT file_name, stored_name, size FROM attachment WHERE id = ?"));
+    q.addBindValue(id);
+    if (!q.exec() || !q.next()) return false;
+    *fileName = text(q, 0);
+    *storedName = text(q, 1);
+    *size = q.value(2).toLongLong();
+    return true;
+}

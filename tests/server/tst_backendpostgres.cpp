@@ -1,0 +1,179 @@
+// The same back end on PostgreSQL: a private server in a temporary folder, the demo company
+// seeded into it, and the main conversations over HTTP.
+#include "backendserver.h"
+#include "database.h"
+#include "democompany.h"
+
+#include <httplib.h>
+
+#include <QDir>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QProcess>
+#include <QTcpServer>
+#include <QTemporaryDir>
+#include <QtTest>
+
+#include <unistd.h>
+
+namespace {
+
+QJsonObject envelope(const httplib::Result& r) {
+    return r ? QJsonDocument::fromJson(QByteArray::fromStdString(r->body)).object() : QJsonObject();
+}
+
+}  // namespace
+
+class BackendPostgresTest : public QObject {
+    Q_OBJECT
+
+private slots:
+    void initTestCase();
+    void cleanupTestCase();
+    void demoCompanyOverHttp();
+
+private:
+    bool run(const QStringList& command, QString* output = nullptr);
+
+    QTemporaryDir dir_{QDir::tempPath() + QStringLiteral("/quelix-pg-XXXXXX")};
+    QString bin_;
+    bool started_ = false;
+    int port_ = 0;
+};
+
+bool BackendPostgresTest::run(const QStringList& command, QString* output) {
+    // PostgreSQL refuses to run as root; on CI the tests are root, so it runs as "postgres".
+    QStringList full = command;
+    if (::geteuid() == 0)
+        full = QStringList{QStringLiteral("runuser"), QStringLiteral("-u"),
+                           QStringLiteral("postgres"), QStringLiteral("--")} +
+               command;
+    QProcess p;
+    p.setProcessChannelMode(QProcess::MergedChannels);
+    p.start(full.first(), full.mid(1));
+    const bool ok =
+        p.waitForFinished(60000) && p.exitStatus() == QProcess::NormalExit && p.exitCode() == 0;
+    if (output) *output = QString::fromLocal8Bit(p.readAll());
+    return ok;
+}
+
+void BackendPostgresTest::initTestCase() {
+    const QStringList versions = QDir(QStringLiteral("/usr/lib/postgresql"))
+                                     .entryList(QDir::Dirs | QDir::NoDotAndDotDot, QDir::Name);
+    if (versions.isEmpty()) QSKIP("PostgreSQL is not installed");
+    bin_ = QStringLiteral("/usr/lib/postgresql/%1/bin/").arg(versions.last());
+    if (!QSqlDatabase::isDriverAvailable(QStringLiteral("QPSQL")))
+        QSKIP("Qt's PostgreSQL driver is missing");
+    QVERIFY(dir_.isValid());
+    if (::geteuid() == 0)
+        QVERIFY(QProcess::execute(QStringLiteral("chown"),
+                                  {QStringLiteral("postgres"), dir_.path()}) == 0);
+    {
+        QTcpServer probe;
+        probe.listen(QHostAddress::LocalHost, 0);
+        port_ = probe.serverPort();
+    }
+    QString out;
+    const QString data = dir_.filePath(QStringLiteral("data"));
+    QVERIFY2(run({bin_ + QStringLiteral("initdb"), QStringLiteral("-D"), data, QStringLiteral("-A"),
+                  QStringLiteral("trust"), QStringLiteral("-U"), QStringLiteral("quelix"),
+                  QStringLiteral("-E"), QStringLiteral("UTF8"), QStringLiteral("--no-sync")},
+                 &out),
+             qPrintable(out));
+    QVERIFY2(run({bin_ + QStringLiteral("pg_ctl"), QStringLiteral("-D"), data, QStringLiteral("-w"),
+                  QStringLiteral("-l"), dir_.filePath(QStringLiteral("server.log")),
+                  QStringLiteral("-o"),
+                  QStringLiteral("-p %1 -k %2 -c listen_addresses=127.0.0.1 -c fsync=off")
+                      .arg(port_)
+                      .arg(dir_.path()),
+                  QStringLiteral("start")},
+                 &out),
+             qPrintable(out));
+    started_ = true;
+}
+
+void BackendPostgresTest::cleanupTestCase() {
+    if (started_) {
+        run({bin_ + QStringLiteral("pg_ctl"), QStringLiteral("-D"),
+             dir_.filePath(QStringLiteral("data")), QStringLiteral("-m"),
+             QStringLiteral("immediate"), QStringLiteral("stop")});
+    }
+}
+
+void BackendPostgresTest::demoCompanyOverHttp() {
+    Database db(QStringLiteral("postgresql://quelix@127.0.0.1:%1/postgres").arg(port_));
+    QVERIFY(db.isValid() && !db.isSqlite());
+    QVERIFY2(db.createSchema(), qPrintable(db.lastError()));
+    QVERIFY2(db.createSchema(), "creating the tables twice is harmless");
+    QString error;
+    QVERIFY2(DemoCompany::seedDemo(&db, 1, &error), qPrintable(error));
+
+    QTemporaryDir files;
+    BackendServer::Options options;
+    options.filesDir = files.path();
+    options.threads = 8;
+    BackendServer server(&db, options);
+    QVERIFY(server.start(QStringLiteral("127.0.0.1"), 0));
+    httplib::Client c("127.0.0.1", server.port());
+
+    const QString owner = DemoCompany::accounts(&db, 1).value(0);
+    auto r = c.Post(
+        "/work/checkIn.htm?m=MobileLogin",
+        "username=" + owner.toStdString() + "&password=" + DemoCompany::kPassword + "&client=3",
+        "application/x-www-form-urlencoded");
+    QJsonObject user = envelope(r)[QStringLiteral("results")].toObject();
+    QCOMPARE(envelope(r)[QStringLiteral("errorCode")].toInt(-1), 0);
+    QCOMPARE(user[QStringLiteral("companyName")].toString(), QStringLiteral("青禾科技有限公司"));
+    const std::string sign = user[QStringLiteral("md5Sign")].toString().toStdString();
+    QCOMPARE(envelope(c.Post("/work/checkIn.htm?m=MobileLogin",
+                             "username=" + owner.toStdString() + "&password='--&client=3",
+                             "application/x-www-form-urlencoded"))[QStringLiteral("errorCode")]
+                 .toInt(),
+             1002);
+
+    r = c.Get("/work/mobileUserInfo.htm?m=findAllUserAndDept&userId=10001&companyId=1");
+    const QJsonObject org = envelope(r)[QStringLiteral("results")].toObject();
+    QCOMPARE(org[QStringLiteral("allUserList")].toArray().size(), DemoCompany::kDemoColleagues);
+    QVERIFY(org[QStringLiteral("allDeptList")].toArray().size() > 15);
+    QCOMPARE(org[QStringLiteral("allUserList")]
+                 .toArray()[0]
+                 .toObject()[QStringLiteral("realName")]
+                 .toString(),
+             user[QStringLiteral("nick")].toString());
+
+    QCOMPARE(
+        envelope(c.Get("/work/project.htm?m=myProjectList&userId=10002"))[QStringLiteral("results")]
+            .toObject()[QStringLiteral("projectList")]
+            .toArray()
+            .size(),
+        12);
+    QCOMPARE(
+        envelope(c.Get(
+            "/work/editProj.htm?&projectId=50001&sign=bad&m=delProj"))[QStringLiteral("errorCode")]
+            .toInt(),
+        1004);
+    QCOMPARE(envelope(c.Get("/work/editProj.htm?&projectId=50001&sign=" + sign +
+                            "&m=delProj"))[QStringLiteral("errorCode")]
+                 .toInt(),
+             0);
+    QCOMPARE(envelope(c.Get("/work/editProj.htm?&kickUserId=10002&projectId=50003&m=exitPro"))
+                 [QStringLiteral("errorCode")]
+                     .toInt(),
+             0);
+    QCOMPARE(envelope(c.Get("/work/notifies.htm?m=setTaskReadFlag&userId=10002&taskId=70010"))
+                 [QStringLiteral("errorCode")]
+                     .toInt(),
+             0);
+    const auto up = c.Post(
+        "/work/mobileTopic.htm?m=uploadFromPC",
+        httplib::MultipartFormDataItems{{"file", "abc", "a.txt", ""}, {"userId", "10002", "", ""}});
+    const QString id =
+        envelope(up)[QStringLiteral("results")].toObject()[QStringLiteral("id")].toString();
+    QVERIFY(!id.isEmpty());
+    QCOMPARE(c.Get("/work/attachment/" + id.toStdString())->body, std::string("abc"));
+    server.stop();
+}
+
+QTEST_GUILESS_MAIN(BackendPostgresTest)
+#include "tst_backendpostgres.moc"
