@@ -7,7 +7,7 @@
 #include "configstore.h"
 #include "crashdump.h"
 #include "logger.h"
-#include "loginview.h"
+#include "clientsession.h"
 #include "logstream.h"
 #include "mainwindow.h"
 #include "openimmanager.h"
@@ -53,10 +53,7 @@ int main(int argc, char* argv[]) {
     // Never deleted: the main window lives until the process ends.
     auto* mainWindow = new MainWindow(config);
     MainViewDelegate::setInstance(mainWindow);
-    LoginView* loginView = mainWindow->loginView();
-    im->setRequester(loginView->requester());
-    QObject::connect(loginView, &LoginView::imLoginRequestSignal, im, &OpenIMManager::login);
-    QObject::connect(im, &OpenIMManager::loginResult, loginView, &LoginView::OnImLoginResult);
+    ClientSession::connect(mainWindow, im);
 #ifndef Q_OS_WIN
     QuitSignalWatcher quitWatcher;
     QObject::connect(&quitWatcher, &QuitSignalWatcher::quitRequested, mainWindow,

@@ -17,7 +17,9 @@
 #include <QVBoxLayout>
 
 #include "configbase_t.h"
+#include "avatarmanager.h"
 #include "configstore.h"
+#include "directorystore.h"
 #include "conversationview.h"
 #include "functionlistview.h"
 #include "loginview.h"
@@ -255,12 +257,26 @@ void MainWindow::loginSuccess(const QString& ownId) {
         conversationView_->setOnline(online_);
     }
     conversationView_->loadTalkList();
+    showOwnUser();
     setPageButtonsEnabled(true);
     showPage(ChatPage);
     emit loginSuccessSignal(ownId);
 }
 
 void MainWindow::loginFailed(const QString& text) { emit loginFailedSignal(text); }
+
+void MainWindow::showOwnUser() {
+    const DirectoryStore::Colleague* me = DirectoryStore::instance().colleague(ownId_);
+    const QString name = me ? (me->realName.isEmpty() ? me->userName : me->realName) : ownId_;
+    quelix::AvatarManager& avatars = quelix::AvatarManager::instance();
+    avatars.setSelfId(ownId_);
+    functionList_->setUser(name, QPixmap(avatars.displayPath(ownId_, true)));
+    if (me) avatars.requestAvatar(ownId_, me->userIcon, quelix::AvatarManager::Self);
+}
+
+void MainWindow::updateUserIcon(const QString& userId) {
+    if (userId == ownId_) showOwnUser();
+}
 
 void MainWindow::kicked(const QString& text) {
     online_ = false;

@@ -43,6 +43,7 @@ public:
     void openConversation(const QString& id) override;
     void shakeWindow() override;
     void setTrayAvailable(bool available) override;
+    void updateUserIcon(const QString& userId) override;
     void start(bool autoLogin, bool kicked) override;
     void logout() override;
     void showPage(int page) override;
@@ -106,6 +107,7 @@ private:
     void restoreWindowSize();
     void saveWindowSize();
     void openWorkSite();
+    void showOwnUser();
 
     ConfigStore& store_;
     QFrame* frame_ = nullptr;

@@ -9,7 +9,8 @@ TalkListItemWidget::TalkListItemWidget(QWidget* parent)
     : QWidget(parent), badge_(new QLabel(this)) {
     const ScreenMetrics& m = ScreenMetrics::instance();
     const int size = m.value(ScreenMetrics::FontSizeSmall) + 6;
-    badge_->setMinimumSize(size, size);
+    badge_->setMinimumWidth(size);
+    badge_->setFixedHeight(size);
     badge_->setAlignment(Qt::AlignCenter);
     badge_->setStyleSheet(
         QStringLiteral(
