@@ -19,6 +19,8 @@ public:
     QString host() const { return host_; }
     quint16 port() const { return port_; }
     QString domain() const { return domain_; }
+    // Where the server keeps its accounts (the back end writes IM accounts there).
+    QString dataDir() const { return dir_ + QStringLiteral("/data"); }
     QString lastError() const { return error_; }
 
 private:
