@@ -16,11 +16,11 @@
 #include <QUrl>
 #include <QVBoxLayout>
 
-#include "configbase_t.h"
 #include "avatarmanager.h"
+#include "configbase_t.h"
 #include "configstore.h"
-#include "directorystore.h"
 #include "conversationview.h"
+#include "directorystore.h"
 #include "functionlistview.h"
 #include "loginview.h"
 #include "platform/platform.h"
@@ -267,11 +267,11 @@ void MainWindow::loginFailed(const QString& text) { emit loginFailedSignal(text)
 
 void MainWindow::showOwnUser() {
     const DirectoryStore::Colleague* me = DirectoryStore::instance().colleague(ownId_);
-    const QString name = me ? (me->realName.isEmpty() ? me->userName : me->realName) : ownId_;
+    const QString name = me ? me->displayName() : ownId_;
     quelix::AvatarManager& avatars = quelix::AvatarManager::instance();
     avatars.setSelfId(ownId_);
     functionList_->setUser(name, QPixmap(avatars.displayPath(ownId_, true)));
-    if (me) avatars.requestAvatar(ownId_, me->userIcon, quelix::AvatarManager::Self);
+    if (me) avatars.requestAvatar(ownId_, me->userIcon(), quelix::AvatarManager::Self);
 }
 
 void MainWindow::updateUserIcon(const QString& userId) {

@@ -42,8 +42,8 @@ void ColleageNameSearchEdit::setCompleter(const QString& typed) {
     results_->setUpdatesEnabled(false);
     results_->clear();
     for (int i = 0; i < hits.size() && i < kMaxRows; ++i) {
-        auto* item = new QListWidgetItem(hits[i].name, results_);
-        item->setData(Qt::UserRole, hits[i].id);
+        auto* item = new QListWidgetItem(hits[i].name(), results_);
+        item->setData(Qt::UserRole, hits[i].id());
     }
     results_->setUpdatesEnabled(true);
     if (results_->count() > 0) results_->setCurrentRow(0);

@@ -2,29 +2,28 @@
 
 #include <QJsonArray>
 #include <QJsonObject>
+#include <QStringMatcher>
 
 #include <algorithm>
 
 #include "envelope.h"
+#include "orgreplyparser.h"
 
 namespace {
+bool isDecimal(QStringView s) {
+    if (s.isEmpty()) return false;
+    for (QChar c : s)
+        if (c < QLatin1Char('0') || c > QLatin1Char('9')) return false;
+    return true;
+}
+
 // Ids are compared as numbers when both are decimal, so "9" sorts before "10".
-bool idLess(const QString& a, const QString& b) {
-    if (a.size() != b.size()) {
-        bool aNum = false;
-        bool bNum = false;
-        a.toULongLong(&aNum);
-        b.toULongLong(&bNum);
-        if (aNum && bNum) return a.size() < b.size();
-    }
+bool idLess(QStringView a, QStringView b) {
+    if (a.size() != b.size() && isDecimal(a) && isDecimal(b)) return a.size() < b.size();
     return a < b;
 }
 
-QString text(const QJsonValue& v) {
-    if (v.isString()) return v.toString();
-    if (v.isDouble()) return QString::number(v.toVariant().toLongLong());
-    return QString();
-}
+const QChar kSeparator(0x0001);
 
 QJsonArray listOf(const Envelope& e, const char* name) {
     return e.member(QLatin1String(name)).toArray();
@@ -46,38 +45,36 @@ void DirectoryStore::clear() {
     colleagueNodes_.clear();
     ordered_.clear();
     orderedValid_ = false;
+    searchText_.clear();
+    searchStarts_.clear();
+    searchValid_ = false;
     md5Sign_.clear();
 }
 
 bool DirectoryStore::load(const QByteArray& body) {
-    const Envelope e = Envelope::parse(body);
-    if (!e.isSuccess()) return false;
-    // A reply without a department list (or with something else in its place) is a failed
-    // call; the directory the user has stays as it is.
-    const QJsonValue deptValue = e.member(QStringLiteral("allDeptList"));
-    if (!deptValue.isArray()) return false;
-    const QJsonArray depts = deptValue.toArray();
+    // Read into fresh containers; the directory the user has is replaced only by a whole,
+    // successful reply.
+    std::vector<std::unique_ptr<Department>> departments;
+    std::vector<std::unique_ptr<Colleague>> people;
+    OrgReplyParser parser(
+        [&](OrgReplyParser::Department&& d) {
+            auto node = std::make_unique<Department>();
+            node->id = std::move(d.id);
+            node->orgName = std::move(d.orgName);
+            node->parentId = std::move(d.parentId);
+            node->fullNamePinyin = std::move(d.fullNamePinyin);
+            node->shortNamePinyin = std::move(d.shortNamePinyin);
+            departments.push_back(std::move(node));
+        },
+        [&](Colleague&& c) { people.push_back(std::make_unique<Colleague>(std::move(c))); });
+    if (!parser.parse(body)) return false;
+
     clear();
-    if (depts.isEmpty()) return true;
+    if (departments.empty()) return true;  // nothing is built without departments
 
     // First every department, then the links, so a parent later in the list is found.
-    departmentNodes_.reserve(size_t(depts.size()));
-    for (const QJsonValue& v : depts) {
-        const QJsonObject o = v.toObject();
-        auto node = std::make_unique<Department>();
-        for (auto it = o.begin(); it != o.end(); ++it) {
-            const QString& key = it.key();
-            if (key == QLatin1String("id"))
-                node->id = text(it.value());
-            else if (key == QLatin1String("orgName"))
-                node->orgName = text(it.value());
-            else if (key == QLatin1String("parentId"))
-                node->parentId = text(it.value());
-            else if (key == QLatin1String("fullNamePinyin"))
-                node->fullNamePinyin = text(it.value());
-            else if (key == QLatin1String("shortNamePinyin"))
-                node->shortNamePinyin = text(it.value());
-        }
+    departmentNodes_.reserve(departments.size());
+    for (auto& node : departments) {
         // A department without an id, or a second one with the same id, is left out.
         if (node->id.isEmpty() || departments_.contains(node->id)) continue;
         departments_.insert(node->id, node.get());
@@ -85,12 +82,10 @@ bool DirectoryStore::load(const QByteArray& body) {
     }
     linkDepartments();
 
-    const QJsonArray people = listOf(e, "allUserList");
-    colleagueNodes_.reserve(size_t(people.size()));
+    colleagueNodes_.reserve(people.size());
     users_.reserve(people.size());
-    for (const QJsonValue& v : people) {
-        if (Colleague* c = insertColleague(v.toObject())) attach(c);
-    }
+    for (auto& person : people)
+        if (Colleague* c = insertColleague(std::move(*person))) attach(c);
     refreshSelf();
     return true;
 }
@@ -122,75 +117,34 @@ void DirectoryStore::linkDepartments() {
     }
 }
 
-DirectoryStore::Colleague* DirectoryStore::insertColleague(const QJsonObject& o) {
-    auto c = std::make_unique<Colleague>();
-    for (auto it = o.begin(); it != o.end(); ++it) {
-        const QString& key = it.key();
-        QString* field = nullptr;
-        switch (key.size() ? key.at(0).unicode() : 0) {
-            case 'i':
-                if (key == QLatin1String("id")) field = &c->id;
-                break;
-            case 'u':
-                if (key == QLatin1String("userName"))
-                    field = &c->userName;
-                else if (key == QLatin1String("userIcon"))
-                    field = &c->userIcon;
-                break;
-            case 'r':
-                if (key == QLatin1String("realName")) field = &c->realName;
-                break;
-            case 'w':
-                if (key == QLatin1String("workNick")) field = &c->workNick;
-                break;
-            case 'd':
-                if (key == QLatin1String("deptName"))
-                    field = &c->deptName;
-                else if (key == QLatin1String("dateCreated"))
-                    field = &c->dateCreated;
-                break;
-            case 's':
-                if (key == QLatin1String("section"))
-                    field = &c->section;
-                else if (key == QLatin1String("shortNamePinyin"))
-                    field = &c->shortNamePinyin;
-                break;
-            case 'm':
-                if (key == QLatin1String("mobile"))
-                    field = &c->mobile;
-                else if (key == QLatin1String("md5Sign"))
-                    field = &c->md5Sign;
-                break;
-            case 'e':
-                if (key == QLatin1String("email")) field = &c->email;
-                break;
-            case 'f':
-                if (key == QLatin1String("fullNamePinyin")) field = &c->fullNamePinyin;
-                break;
-            default:
-                break;
-        }
-        if (field) *field = text(it.value());
-    }
-    if (c->id.isEmpty()) return nullptr;
-    if (Colleague* existing = users_.value(c->id)) {
-        // Known already: the newer record wins, keeping the node the views point at.
-        Department* old = departments_.value(existing->section);
-        if (old) old->members.removeOne(existing);
-        *existing = std::move(*c);
+DirectoryStore::Colleague* DirectoryStore::insertColleague(Colleague&& record) {
+    if (record.view(Colleague::Id).isEmpty()) return nullptr;
+    auto found = users_.find(record.view(Colleague::Id));
+    if (found != users_.end()) {
+        // Known already: the newer record wins, keeping the node the views point at. The
+        // map's key views the old buffer, so it is re-keyed with the new one.
+        Colleague* existing = found->second;
+        if (Department* old = departments_.value(existing->section()))
+            old->members.removeOne(existing);
+        users_.erase(found);
+        *existing = std::move(record);
+        users_.emplace(existing->view(Colleague::Id), existing);
+        searchValid_ = false;
         return existing;
     }
-    Colleague* raw = c.get();
-    users_.insert(raw->id, raw);
-    colleagueNodes_.push_back(std::move(c));
+    auto node = std::make_unique<Colleague>(std::move(record));
+    Colleague* raw = node.get();
+    users_.emplace(raw->view(Colleague::Id), raw);
+    colleagueNodes_.push_back(std::move(node));
     orderedValid_ = false;
+    searchValid_ = false;
     return raw;
 }
 
 // A colleague belongs to the department whose id is its "section": department names are
 // not unique ("技术部" exists in many branches), ids are.
 void DirectoryStore::attach(Colleague* c) {
-    if (Department* d = departments_.value(c->section)) d->members.append(c);
+    if (Department* d = departments_.value(c->section())) d->members.append(c);
 }
 
 QStringList DirectoryStore::addColleagues(const QByteArray& body) {
@@ -202,9 +156,9 @@ QStringList DirectoryStore::addColleagues(const QByteArray& body) {
     if (list.isEmpty()) list = listOf(e, "userList");
     if (list.isEmpty() && e.results().isObject()) list.append(e.results());  // one colleague
     for (const QJsonValue& v : list) {
-        if (Colleague* c = insertColleague(v.toObject())) {
+        if (Colleague* c = insertColleague(Colleague::fromJson(v.toObject()))) {
             attach(c);
-            ids << c->id;
+            ids << c->id();
         }
     }
     refreshSelf();
@@ -217,12 +171,13 @@ void DirectoryStore::setSelfId(const QString& id) {
 }
 
 void DirectoryStore::refreshSelf() {
-    if (const Colleague* me = users_.value(selfId_))
-        if (!me->md5Sign.isEmpty()) md5Sign_ = me->md5Sign;
+    if (const Colleague* me = colleague(selfId_))
+        if (!me->view(Colleague::Md5Sign).isEmpty()) md5Sign_ = me->md5Sign();
 }
 
 const DirectoryStore::Colleague* DirectoryStore::colleague(const QString& id) const {
-    return users_.value(id);
+    auto it = users_.find(QStringView(id));
+    return it == users_.end() ? nullptr : it->second;
 }
 
 const DirectoryStore::Department* DirectoryStore::department(const QString& id) const {
@@ -234,11 +189,29 @@ const std::vector<DirectoryStore::Colleague*>& DirectoryStore::colleaguesInOrder
         ordered_.clear();
         ordered_.reserve(colleagueNodes_.size());
         for (const auto& c : colleagueNodes_) ordered_.push_back(c.get());
-        std::sort(ordered_.begin(), ordered_.end(),
-                  [](const Colleague* a, const Colleague* b) { return idLess(a->id, b->id); });
+        std::sort(ordered_.begin(), ordered_.end(), [](const Colleague* a, const Colleague* b) {
+            return idLess(a->view(Colleague::Id), b->view(Colleague::Id));
+        });
         orderedValid_ = true;
     }
     return ordered_;
+}
+
+void DirectoryStore::buildSearchIndex() const {
+    if (searchValid_) return;
+    const std::vector<Colleague*>& ordered = colleaguesInOrder();
+    searchText_.clear();
+    searchStarts_.clear();
+    searchStarts_.reserve(ordered.size());
+    for (const Colleague* c : ordered) {
+        searchStarts_.push_back(searchText_.size());
+        for (Colleague::Field f :
+             {Colleague::RealName, Colleague::ShortNamePinyin, Colleague::FullNamePinyin}) {
+            searchText_.append(c->view(f));
+            searchText_.append(kSeparator);
+        }
+    }
+    searchValid_ = true;
 }
 
 void DirectoryStore::setOnline(const QString& id, bool online) {
@@ -270,15 +243,25 @@ QVector<DirectoryStore::Hit> DirectoryStore::search(const QString& typed, Search
         std::sort(ids.begin(), ids.end(), idLess);
         for (const QString& id : ids) {
             const Tribe& t = tribes_[id];
-            if (t.name.contains(typed, Qt::CaseSensitive)) hits.append({t.id, t.name});
+            if (t.name.contains(typed, Qt::CaseSensitive)) hits.append({nullptr, &t});
         }
         return hits;
     }
-    for (const Colleague* c : colleaguesInOrder()) {
-        if (c->realName.contains(typed, Qt::CaseSensitive) ||
-            c->shortNamePinyin.contains(typed, Qt::CaseSensitive) ||
-            c->fullNamePinyin.contains(typed, Qt::CaseSensitive))
-            hits.append({c->id, c->realName});
+    // A separator nobody types keeps a match inside one name of one colleague.
+    if (typed.contains(kSeparator)) return hits;
+    buildSearchIndex();
+    const QStringMatcher matcher(typed, Qt::CaseSensitive);
+    const std::vector<Colleague*>& ordered = colleaguesInOrder();
+    int from = 0;
+    for (;;) {
+        const int at = matcher.indexIn(searchText_, from);
+        if (at < 0) break;
+        const auto next = std::upper_bound(searchStarts_.begin(), searchStarts_.end(), at);
+        const size_t index = size_t(next - searchStarts_.begin()) - 1;
+        const Colleague* c = ordered[index];
+        hits.append({c, nullptr});
+        if (next == searchStarts_.end()) break;
+        from = *next;  // one hit per colleague: go on with the next one
     }
     return hits;
 }

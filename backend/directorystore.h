@@ -6,6 +6,10 @@
 #include <QString>
 #include <QVector>
 
+#include <unordered_map>
+
+#include "colleague.h"
+
 #include <memory>
 #include <vector>
 
@@ -16,22 +20,7 @@ class QJsonArray;
 // and the project tribes. One process-wide store; tests build their own.
 class DirectoryStore {
 public:
-    struct Colleague {
-        QString id;
-        QString userName;
-        QString realName;
-        QString workNick;
-        QString userIcon;
-        QString deptName;
-        QString section;
-        QString mobile;
-        QString email;
-        QString dateCreated;
-        QString fullNamePinyin;
-        QString shortNamePinyin;
-        QString md5Sign;
-        static constexpr const char* kKind = "user";  // tells colleague nodes from departments
-    };
+    using Colleague = ::Colleague;
 
     struct Department {
         QString id;
@@ -51,9 +40,13 @@ public:
     };
 
     enum class SearchMode { Colleagues, Tribes };
+    // A search result: a colleague or a tribe. Texts are made when asked for, since a
+    // short query can hit most of a large company.
     struct Hit {
-        QString id;
-        QString name;
+        const Colleague* colleague = nullptr;
+        const Tribe* tribe = nullptr;
+        QString id() const { return colleague ? colleague->id() : tribe->id; }
+        QString name() const { return colleague ? colleague->realName() : tribe->name; }
     };
 
     static DirectoryStore& instance();
@@ -79,9 +72,9 @@ public:
 
     const Colleague* colleague(const QString& id) const;
     const Department* department(const QString& id) const;
-    bool isUser(const QString& id) const { return users_.contains(id); }
+    bool isUser(const QString& id) const { return users_.count(QStringView(id)) != 0; }
     const QVector<Department*>& topLevel() const { return topLevel_; }
-    int colleagueCount() const { return users_.size(); }
+    int colleagueCount() const { return int(users_.size()); }
     int departmentCount() const { return departments_.size(); }
     // Colleagues in ascending id order (the order search results keep).
     const std::vector<Colleague*>& colleaguesInOrder() const;
@@ -98,20 +91,33 @@ public:
     // Case-sensitive "contains" over the real name and the two pinyin spellings (people
     // type either the characters or their pinyin); in tribe mode over tribe names.
     QVector<Hit> search(const QString& text, SearchMode mode = SearchMode::Colleagues) const;
+    // Builds the search index now rather than at the first keystroke.
+    void prepareSearch() const { buildSearchIndex(); }
 
 private:
-    Colleague* insertColleague(const QJsonObject& o);
+    struct ViewHash {
+        size_t operator()(QStringView v) const { return qHash(v); }
+    };
+
+    Colleague* insertColleague(Colleague&& record);
     void attach(Colleague* c);
     void linkDepartments();
     void refreshSelf();
+    void buildSearchIndex() const;
 
     std::vector<std::unique_ptr<Department>> departmentNodes_;
     std::vector<std::unique_ptr<Colleague>> colleagueNodes_;
     QHash<QString, Department*> departments_;
-    QHash<QString, Colleague*> users_;
+    // Keys are views into the colleagues' own buffers, which never move.
+    std::unordered_map<QStringView, Colleague*, ViewHash> users_;
     QVector<Department*> topLevel_;
     mutable std::vector<Colleague*> ordered_;
     mutable bool orderedValid_ = false;
+    // The three searched names of every colleague in id order, one after the other with a
+    // separator nobody types, so one scan answers a keystroke.
+    mutable QString searchText_;
+    mutable std::vector<int> searchStarts_;
+    mutable bool searchValid_ = false;
     QHash<QString, Tribe> tribes_;
     QSet<QString> online_;
     QString selfId_;

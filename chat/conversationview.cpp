@@ -127,8 +127,7 @@ bool ConversationView::nativeEventFilter(const QByteArray& eventType, void* mess
 
 QString ConversationView::displayName(const QString& id) const {
     const DirectoryStore& store = DirectoryStore::instance();
-    if (const DirectoryStore::Colleague* c = store.colleague(id))
-        return c->realName.isEmpty() ? c->userName : c->realName;
+    if (const DirectoryStore::Colleague* c = store.colleague(id)) return c->displayName();
     if (const DirectoryStore::Tribe* t = store.tribe(id)) return t->name;
     return QString();
 }
@@ -173,7 +172,7 @@ void ConversationView::addRow(const QString& id, const QString& name, int count)
             &ConversationView::deleteMemberFromMemberList);
     row->setAvatar(quelix::AvatarManager::instance().displayPath(id, true));
     if (const DirectoryStore::Colleague* c = DirectoryStore::instance().colleague(id))
-        quelix::AvatarManager::instance().requestAvatar(id, c->userIcon);
+        quelix::AvatarManager::instance().requestAvatar(id, c->userIcon());
     else if (DirectoryStore::instance().tribe(id))
         row->setAvatar(ConfigStore::instance().filePath(ConfigStore::TribeIcon));
     row->setUnreadCount(count);

@@ -399,8 +399,8 @@ void OpenIMManager::timerEvent(QTimerEvent* event) {
     }
     DirectoryStore& store = DirectoryStore::instance();
     for (const DirectoryStore::Colleague* c : store.colleaguesInOrder()) {
-        store.setOnline(c->id, false);
-        emit signal_OnlineState(c->id);
+        store.setOnline(c->id(), false);
+        emit signal_OnlineState(c->id());
     }
     loggedIn_ = false;
     if (shell) shell->setOnline(false);
@@ -505,7 +505,7 @@ BaseMsg::MMessage OpenIMManager::toMessage(const openim::IMMessage& im, const QS
     m.isHistory = history;
     m.kind = im.content.type;
     if (const DirectoryStore::Colleague* c = DirectoryStore::instance().colleague(m.senderId))
-        m.senderName = c->realName.isEmpty() ? c->userName : c->realName;
+        m.senderName = c->displayName();
     const QString content = toQ(im.content.content);
     switch (m.kind) {
         case BaseMsg::Text:

@@ -55,6 +55,7 @@ private slots:
     void colleaguesAndTheirDepartments();
     void badRepliesLeaveTheStoreAsItWas();
     void searchIsCaseSensitiveAndOrdered();
+    void readsWhateverValidJsonTheReplyUses();
     void clientFetchesUnknownColleaguesOnce();
 };
 
@@ -103,7 +104,7 @@ void TestDirectoryStore::colleaguesAndTheirDepartments() {
                user("1001", "1", "王伟", "wangwei", "ww")})));
     QCOMPARE(s.colleagueCount(), 3);
     QVERIFY(s.isUser("1002"));  // a numeric id is kept as its decimal text
-    QCOMPARE(s.colleague("1002")->realName, QStringLiteral("李娜"));
+    QCOMPARE(s.colleague("1002")->realName(), QStringLiteral("李娜"));
     // The repeated record moved 1001 to department 1; it is listed once, there.
     QCOMPARE(s.department("2")->members.size(), 0);
     QCOMPARE(s.department("1")->members.size(), 2);
@@ -116,7 +117,7 @@ void TestDirectoryStore::colleaguesAndTheirDepartments() {
                         {"results", QJsonArray{user("1004", "2", "赵六", "zhaoliu", "zl")}}})
             .toJson();
     QCOMPARE(s.addColleagues(more), QStringList({"1004"}));
-    QCOMPARE(s.department("2")->members.first()->id, QStringLiteral("1004"));
+    QCOMPARE(s.department("2")->members.first()->id(), QStringLiteral("1004"));
 }
 
 void TestDirectoryStore::badRepliesLeaveTheStoreAsItWas() {
@@ -144,7 +145,7 @@ void TestDirectoryStore::searchIsCaseSensitiveAndOrdered() {
     auto hitIds = [&](const QString& text,
                       DirectoryStore::SearchMode mode = DirectoryStore::SearchMode::Colleagues) {
         QStringList out;
-        for (const auto& h : s.search(text, mode)) out << h.id;
+        for (const auto& h : s.search(text, mode)) out << h.id();
         return out;
     };
     QCOMPARE(hitIds("li"), QStringList({"9", "10", "100"}));  // ids ascend as numbers
@@ -156,6 +157,52 @@ void TestDirectoryStore::searchIsCaseSensitiveAndOrdered() {
     QCOMPARE(hitIds("项目", DirectoryStore::SearchMode::Tribes), QStringList({"300"}));
     QCOMPARE(hitIds("li", DirectoryStore::SearchMode::Tribes), QStringList({"300"}));
     QVERIFY(hitIds("Li", DirectoryStore::SearchMode::Tribes).isEmpty());
+}
+
+// The organisation reply is read by a parser of its own: it must agree with a general JSON
+// reader on escapes, numbers, unknown members and layouts, and refuse what is not JSON.
+void TestDirectoryStore::readsWhateverValidJsonTheReplyUses() {
+    DirectoryStore s;
+    const QByteArray tricky =
+        "{ \"results\" : { \"extra\": {\"deep\": [1, {\"x\": [true, null]}]},\n"
+        "  \"allDeptList\": [ {\"id\": 1, \"parentId\": null, \"orgName\": \"\\u603b\\u90e8 "
+        "\\\"HQ\\\"\"}, 7, \"skip\" ],\n"
+        "  \"allUserList\": [ {\"id\": 18446744073709551615, \"section\": \"1\", \"realName\": "
+        "\"\\ud83d\\ude00 \\u738b\\t\u4f1f\",\n"
+        "      \"userName\": \"a\\/b\\\\c\", \"\\u0069con\": \"x\", \"mobile\": [1,2], \"email\": "
+        "{}} ] },\n"
+        "  \"errorCode\": \" 0 \", \"errorMsg\": \"\" }";
+    QVERIFY(QJsonDocument::fromJson(tricky).isObject());  // valid JSON, as written
+    QVERIFY(s.load(tricky));
+    QCOMPARE(s.department("1")->orgName, QStringLiteral("总部 \"HQ\""));
+    QCOMPARE(s.topLevel().size(), 1);
+    const DirectoryStore::Colleague* c = s.colleague("18446744073709551615");
+    QVERIFY(c);
+    QCOMPARE(c->realName(), QString::fromUtf8("\xF0\x9F\x98\x80 王\t伟"));
+    QCOMPARE(c->userName(), QStringLiteral("a/b\\c"));
+    QVERIFY(c->mobile().isEmpty());  // not a text: nothing kept
+    QCOMPARE(s.department("1")->members.size(), 1);
+
+    // Not JSON, cut short, a failure code, or no department list: nothing changes.
+    const QByteArray broken[] = {
+        "{\"errorCode\":0,\"results\":{\"allDeptList\":[{\"id\":\"2\"}]",
+        "{\"errorCode\":0,\"results\":{\"allDeptList\":[{\"id\":\"2\"}]}} trailing",
+        "{\"errorCode\":0,\"results\":{\"allDeptList\":[{\"id\":\"2\" \"x\":1}]}}",
+        "{\"errorCode\":0,\"results\":{\"allDeptList\":[{\"id\":\"\\q\"}]}}",
+        "{\"errorCode\":1,\"results\":{\"allDeptList\":[{\"id\":\"2\"}]}}",
+        "{\"results\":{\"allDeptList\":[{\"id\":\"2\"}]}}",
+        "{\"errorCode\":0,\"results\":{\"allUserList\":[]}}",
+    };
+    for (const QByteArray& bad : broken) {
+        QVERIFY2(!s.load(bad), bad.constData());
+        QVERIFY(s.department("1"));
+        QVERIFY(!s.department("2"));
+    }
+    // Bytes that are not UTF-8 become replacement characters, not a failed reply.
+    QVERIFY(
+        s.load("{\"errorCode\":0,\"allDeptList\":[{\"id\":\"3\",\"orgName\":\"a\xff\xfe\"}],"
+               "\"allUserList\":[]}"));
+    QCOMPARE(s.department("3")->orgName, QStringLiteral("a\uFFFD\uFFFD"));
 }
 
 void TestDirectoryStore::clientFetchesUnknownColleaguesOnce() {
@@ -185,7 +232,7 @@ void TestDirectoryStore::clientFetchesUnknownColleaguesOnce() {
     QTRY_COMPARE(failed.size(), 1);
     QCOMPARE(server.requests().size(), 2);
     QCOMPARE(fetched.first().first().toStringList(), QStringList({"77"}));
-    QCOMPARE(s.colleague("77")->realName, QStringLiteral("新同事"));
+    QCOMPARE(s.colleague("77")->realName(), QStringLiteral("新同事"));
 }
 
 QTEST_GUILESS_MAIN(TestDirectoryStore)

@@ -125,7 +125,7 @@ void TestLoginView::signsInAndRemembersTheAccountSealed() {
     QCOMPARE(user.imSecret, QStringLiteral("s3cr3t"));
     QCOMPARE(user.imPort, 5333);
     QCOMPARE(user.md5Sign, QStringLiteral("abc123"));
-    QCOMPARE(DirectoryStore::instance().colleague("1001")->realName, QStringLiteral("王伟"));
+    QCOMPARE(DirectoryStore::instance().colleague("1001")->realName(), QStringLiteral("王伟"));
     QVERIFY(QDir(ConfigStore::instance().folderPath(ConfigStore::PerUser)).exists());
     QVERIFY(ConfigStore::instance().folderPath(ConfigStore::PerUser).endsWith("/1001_7"));
 
