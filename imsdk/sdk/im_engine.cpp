@@ -229,14 +229,16 @@ void ImEngine::onStateChanged(QXmppClient::State state) {
             break;
         case State::Online:
             sessionEnded();
-            if (!callbacks_.pushStopped.is_null()) callbacks_.pushStopped.Run({result});
             if (lastError_ == QXmppClient::XmppStreamError &&
                 streamError_ == QXmppStanza::Error::Conflict) {
                 state_ = State::Kicked;
+                if (!callbacks_.pushKicked.is_null())
+                    callbacks_.pushKicked.Run({L"signed in on another desktop"});
                 if (!callbacks_.kicked.is_null())
                     callbacks_.kicked.Run({L"signed in on another desktop"});
             } else {
                 state_ = State::Offline;
+                if (!callbacks_.pushStopped.is_null()) callbacks_.pushStopped.Run({result});
                 if (!callbacks_.disconnected.is_null()) callbacks_.disconnected.Run({result});
             }
             break;

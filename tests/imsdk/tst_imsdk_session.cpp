@@ -16,7 +16,7 @@ class SessionTest : public QObject {
 private slots:
     void initTestCase();
     void secondDesktopKicksTheFirst();
-    void heartbeatAndSyncRegistration();
+    void heartbeatSyncRegistrationAndPush();
     void serverRestartLosesAndDoublesNothing();
 
 private:
@@ -43,9 +43,10 @@ void SessionTest::secondDesktopKicksTheFirst() {
     // A kick is not a network loss: the client must not try to sign in again by itself.
     QCOMPARE(first.probe().count("disconnected"), 0);
     QCOMPARE(second.probe().count("kicked"), 0);
+    QCOMPARE(first.probe().count("pushKicked"), 1);
 }
 
-void SessionTest::heartbeatAndSyncRegistration() {
+void SessionTest::heartbeatSyncRegistrationAndPush() {
     TestSession alice(QStringLiteral("alice"));
     base::scoped_refptr<openim::IPresenceService> presence;
     presence.adopt(alice.root()->GetService<openim::IPresenceService>(openim::kPresenceModule,
@@ -79,6 +80,13 @@ void SessionTest::heartbeatAndSyncRegistration() {
         return !jid.isEmpty();
     }));
     QVERIFY(jid.startsWith(QStringLiteral("alice@") + server_.domain() + QLatin1Char('/')));
+
+    QCOMPARE(alice.probe().count("pushStarted"), 1);
+    QVERIFY(server_.announce(QStringLiteral("alice"), QStringLiteral("maintenance at 22:00")));
+    QVERIFY(waitUntil([&] { return alice.probe().count("push") == 1; }));
+    QCOMPARE(alice.probe().events().last(), QStringLiteral("push:maintenance at 22:00"));
+    // Push notices are not chat messages.
+    QCOMPARE(alice.probe().count("newMessage"), 0);
 }
 
 void SessionTest::serverRestartLosesAndDoublesNothing() {

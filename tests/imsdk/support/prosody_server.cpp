@@ -52,3 +52,7 @@ bool ProsodyServer::stopKeepingData() {
 bool ProsodyServer::registerUser(const QString& user, const QString& secret) {
     return run({QStringLiteral("register"), user, secret});
 }
+
+bool ProsodyServer::announce(const QString& user, const QString& text) {
+    return run({QStringLiteral("announce"), user, text});
+}

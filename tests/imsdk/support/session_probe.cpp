@@ -38,6 +38,10 @@ void SessionProbe::OnHistory(prg::PrgStringT<wchar_t>, openim::ResultCode result
     note(QStringLiteral("history:%1").arg(result.code));
 }
 
+void SessionProbe::OnPushMsgs(std::vector<openim::XPushMsg> messages) {
+    for (const auto& m : messages) note(QStringLiteral("push:") + wide_text::toQ(m.content));
+}
+
 void SessionProbe::OnPresence(openim::ResultCode result,
                               std::map<openim::IMUserID, openim::IMUserStatus>) {
     note(QStringLiteral("presence:%1").arg(result.code));

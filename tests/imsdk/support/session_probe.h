@@ -30,6 +30,10 @@ public:
     void OnSent(openim::IMMessage message, openim::ResultCode sent, openim::ResultCode upload);
     void OnHistory(prg::PrgStringT<wchar_t> peer, openim::ResultCode result,
                    std::vector<openim::IMMessage> page);
+    void OnPushStarted(openim::XPushStartOkParam) { note("pushStarted"); }
+    void OnPushKicked(openim::XPushKickedParam) { note("pushKicked"); }
+    void OnPushStopped(openim::XPushStopedParam) { note("pushStopped"); }
+    void OnPushMsgs(std::vector<openim::XPushMsg> messages);
     void OnPresence(openim::ResultCode result,
                     std::map<openim::IMUserID, openim::IMUserStatus> statuses);
 

@@ -47,6 +47,11 @@ TestSession::TestSession(const QString& name) : probe_(new SessionProbe) {
     core->Start(base::FilePath(), fromQ(appKey()));
 
     SessionProbe* p = probe_.get();
+    auto push = fetch<openim::IXPushService>(root(), openim::kXPushModule, openim::kXPushInterface);
+    push->RegisterStartOk(base::Bind(&SessionProbe::OnPushStarted, p));
+    push->RegisterKicked(base::Bind(&SessionProbe::OnPushKicked, p));
+    push->RegisterStoped(base::Bind(&SessionProbe::OnPushStopped, p));
+    push->RegisterMsgs(base::Bind(&SessionProbe::OnPushMsgs, p));
     auto login = loginService();
     login->RegisterLoginOk(base::Bind(&SessionProbe::OnLoginOk, p));
     login->RegisterKicked(base::Bind(&SessionProbe::OnKicked, p));
