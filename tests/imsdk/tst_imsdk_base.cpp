@@ -3,16 +3,20 @@
 #include <atomic>
 #include <thread>
 
+#include <QImage>
+
 #include "base/at_exit.h"
 #include "base/bind.h"
 #include "base/file_path.h"
 #include "base/path_service.h"
 #include "base/ref_ptr_counted.h"
+#include "openim/iim_core_service.h"
 #include "openim/ilogin_account_service.h"
 #include "openim/service_guids.h"
 #include "prg/iprg_com.h"
 #include "prg/prg_com.h"
 #include "prg/prg_component.h"
+#include "sdk/sdk_instance.h"
 
 namespace {
 
@@ -50,6 +54,7 @@ private slots:
     void pathServiceGivesTheProgram();
     void rootFindsComponentsByExactGuidText();
     void rootNeedsAnAtExitManagerAndAPath();
+    void emoticonCatalogueHasDrawnPictures();
 };
 
 void BaseTest::bindKeepsReceiverAliveUntilLastCopyGoes() {
@@ -168,6 +173,38 @@ void BaseTest::rootNeedsAnAtExitManagerAndAPath() {
         }
     }
     QVERIFY(GetPrgCOM() == nullptr);  // torn down with the manager
+}
+
+void BaseTest::emoticonCatalogueHasDrawnPictures() {
+    SdkInstance sdk(QString::fromLocal8Bit(qgetenv("QUELIX_TEST_TMP")));
+    base::FilePath program;
+    QVERIFY(PathService::Get(5, &program));
+    QCOMPARE(sdk.root()->Init(program), prg::PRG_OK);
+    base::scoped_refptr<openim::IIMCoreService> core;
+    core.adopt(sdk.root()->GetService<openim::IIMCoreService>(openim::kCoreModule,
+                                                              openim::kCoreInterface));
+    std::vector<openim::IMEmotionItem> items;
+    core->GetEmotionItems(&items);
+    QVERIFY(items.size() >= 40);
+    QSet<QString> codes;
+    for (const auto& item : items) {
+        const QString code = QString::fromStdWString(item.emotionShortCut.str());
+        QVERIFY2(!codes.contains(code), qPrintable(code));
+        codes.insert(code);
+        QImage picture(QString::fromStdWString(item.emPngFixedPath.str()));
+        QVERIFY2(!picture.isNull(), qPrintable(code));
+        // Drawn from the colour font: not empty, and some of it in colour (a
+        // monochrome fallback font would give thin black outlines).
+        int opaque = 0, coloured = 0;
+        for (int y = 0; y < picture.height(); ++y)
+            for (int x = 0; x < picture.width(); ++x) {
+                const QColor c = picture.pixelColor(x, y);
+                if (c.alpha() > 128) ++opaque;
+                if (c.alpha() > 128 && c.saturation() > 64) ++coloured;
+            }
+        QVERIFY2(opaque > picture.width() * picture.height() / 25, qPrintable(code));
+        QVERIFY2(coloured > 0, qPrintable(code));
+    }
 }
 
 QTEST_GUILESS_MAIN(BaseTest)
