@@ -1,13 +1,13 @@
 // 10,000 chat messages from one sender to one receiver through a private Prosody: first to
 // an SDK session (which stores every message before it reports it), then to a bare QXmpp
 // client as the baseline. Prints messages per second for both and the SDK's idle memory.
+#include <QXmppClient.h>
+#include <QXmppConfiguration.h>
+#include <QXmppMessage.h>
 #include <QCoreApplication>
 #include <QElapsedTimer>
 #include <QFile>
 #include <QThread>
-#include <QXmppClient.h>
-#include <QXmppConfiguration.h>
-#include <QXmppMessage.h>
 #include <atomic>
 #include <cstdio>
 
@@ -122,8 +122,8 @@ int main(int argc, char** argv) {
         Qt::BlockingQueuedConnection);
     bool bareUp = waitUntil([&] {
         bool up = false;
-        QMetaObject::invokeMethod(&anchor, [&] { up = bare->isConnected(); },
-                                  Qt::BlockingQueuedConnection);
+        QMetaObject::invokeMethod(
+            &anchor, [&] { up = bare->isConnected(); }, Qt::BlockingQueuedConnection);
         return up;
     });
     // A sender of its own, so that both bursts meet the server's archives equally empty.
@@ -133,7 +133,8 @@ int main(int argc, char** argv) {
         bareUp ? burst(bareSender, QStringLiteral("barereceiver@") + server.domain(),
                        [&] { return bareCount.load(); })
                : -1;
-    QMetaObject::invokeMethod(&anchor, [&] { delete bare; }, Qt::BlockingQueuedConnection);
+    QMetaObject::invokeMethod(
+        &anchor, [&] { delete bare; }, Qt::BlockingQueuedConnection);
     bareThread.quit();
     bareThread.wait();
     if (bareSeconds < 0) {

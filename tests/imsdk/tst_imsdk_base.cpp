@@ -130,8 +130,8 @@ void BaseTest::rootFindsComponentsByExactGuidText() {
                                                            openim::kPresenceInterface));
     QVERIFY(!root.GetService<openim::ILoginAccountService>(
         "{{cdf0254d-fade-4abf-a354-832336d71990}}", openim::kPresenceInterface));
-    QVERIFY(!root.GetService<openim::ILoginAccountService>(openim::kPresenceModule,
-                                                           "{746CDF64-1614-4F3B-859B-EC8F3F724EE7}"));
+    QVERIFY(!root.GetService<openim::ILoginAccountService>(
+        openim::kPresenceModule, "{746CDF64-1614-4F3B-859B-EC8F3F724EE7}"));
     openim::ILoginAccountService* found = root.GetService<openim::ILoginAccountService>(
         openim::kPresenceModule, openim::kPresenceInterface);
     QVERIFY(found);

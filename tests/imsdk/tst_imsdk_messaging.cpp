@@ -22,6 +22,7 @@ private slots:
     void offlineMessagesArriveOnceAtNextLogin();
     void historyPagesBackThroughTheArchive();
     void plainXmppClientExchangesText();
+    void commandLineClientListensAndSends();
 
 private:
     ProsodyServer server_;
@@ -29,7 +30,7 @@ private:
 
 void MessagingTest::initTestCase() {
     QVERIFY2(server_.start(), qPrintable(server_.lastError()));
-    for (const char* user : {"alice", "bob", "carol", "dave"})
+    for (const char* user : {"alice", "bob", "carol", "dave", "erin"})
         QVERIFY(server_.registerUser(QLatin1String(user), QStringLiteral("pw-") + user));
 }
 
@@ -38,19 +39,22 @@ void MessagingTest::exchangesTextCustomAndPicture() {
     TestSession bob(QStringLiteral("bob"));
     alice.login(server_, QStringLiteral("alice"), QStringLiteral("pw-alice"));
     bob.login(server_, QStringLiteral("bob"), QStringLiteral("pw-bob"));
-    QVERIFY(waitUntil([&] { return alice.probe().count("loginOk") && bob.probe().count("loginOk"); }));
+    QVERIFY(
+        waitUntil([&] { return alice.probe().count("loginOk") && bob.probe().count("loginOk"); }));
 
     QImage picture(40, 30, QImage::Format_RGB32);
     picture.fill(Qt::darkCyan);
     const QString picturePath = alice.dataFolder() + QStringLiteral("/shot.png");
     QVERIFY(picture.save(picturePath));
-    const QString json = QStringLiteral(R"({"msgType":1,"summary":"Task 7","content":"{\"id\":7}"})");
+    const QString json =
+        QStringLiteral(R"({"msgType":1,"summary":"Task 7","content":"{\"id\":7}"})");
 
     alice.sendText(QStringLiteral("bob"), QStringLiteral("你好, bob"));
     alice.sendCustom(QStringLiteral("bob"), json, QStringLiteral("Task 7"));
     alice.sendImage(QStringLiteral("bob"), picturePath, 40, 30);
     QVERIFY(waitUntil([&] { return alice.probe().count("sent") == 3; }, 20000));
-    QVERIFY2(alice.probe().count("sent:0:0") == 3, qPrintable(alice.probe().events().join(QLatin1Char(' '))));
+    QVERIFY2(alice.probe().count("sent:0:0") == 3,
+             qPrintable(alice.probe().events().join(QLatin1Char(' '))));
 
     QVERIFY(waitUntil([&] { return bob.probe().count("newMessage:alice") == 3; }, 20000));
     QCOMPARE(bob.probe().downloadResults(), QList<bool>{true});
@@ -81,7 +85,8 @@ void MessagingTest::exchangesTextCustomAndPicture() {
     QCOMPARE(bob.unreadCount(QStringLiteral("alice")), 0);
     bob.sendText(QStringLiteral("alice"), QStringLiteral("got it"));
     QVERIFY(waitUntil([&] { return alice.probe().count("newMessage:bob") == 1; }));
-    QCOMPARE(toQ(alice.unread(QStringLiteral("bob")).at(0).content.content), QStringLiteral("got it"));
+    QCOMPARE(toQ(alice.unread(QStringLiteral("bob")).at(0).content.content),
+             QStringLiteral("got it"));
 }
 
 void MessagingTest::offlineMessagesArriveOnceAtNextLogin() {
@@ -90,7 +95,8 @@ void MessagingTest::offlineMessagesArriveOnceAtNextLogin() {
     {
         TestSession bob(QStringLiteral("bob"));
         bob.login(server_, QStringLiteral("bob"), QStringLiteral("pw-bob"));
-        QVERIFY(waitUntil([&] { return alice.probe().count("loginOk") && bob.probe().count("loginOk"); }));
+        QVERIFY(waitUntil(
+            [&] { return alice.probe().count("loginOk") && bob.probe().count("loginOk"); }));
         bob.markRead(QStringLiteral("alice"));
         // Bob's last live message gives his store an archive position to catch up from.
         alice.sendText(QStringLiteral("bob"), QStringLiteral("before"));
@@ -99,7 +105,8 @@ void MessagingTest::offlineMessagesArriveOnceAtNextLogin() {
         bob.logout();
         QVERIFY(waitUntil([&] { return bob.probe().count("logouted") == 1; }));
     }
-    for (int i = 1; i <= 3; ++i) alice.sendText(QStringLiteral("bob"), QStringLiteral("offline %1").arg(i));
+    for (int i = 1; i <= 3; ++i)
+        alice.sendText(QStringLiteral("bob"), QStringLiteral("offline %1").arg(i));
     QVERIFY(waitUntil([&] { return alice.probe().count("sent:0") == 4; }));
 
     TestSession bob(QStringLiteral("bob"));  // same store as before
@@ -150,10 +157,11 @@ void MessagingTest::plainXmppClientExchangesText() {
 
     QProcess carol;
     carol.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-    carol.start(QStringLiteral("/usr/bin/python3"),
-                {QFINDTESTDATA("plain_client.py"), QStringLiteral("carol@") + server_.domain(),
-                 QStringLiteral("pw-carol"), server_.host(), QString::number(server_.port()),
-                 QStringLiteral("alice@") + server_.domain(), QStringLiteral("hello from slixmpp")});
+    carol.start(
+        QStringLiteral("/usr/bin/python3"),
+        {QFINDTESTDATA("plain_client.py"), QStringLiteral("carol@") + server_.domain(),
+         QStringLiteral("pw-carol"), server_.host(), QString::number(server_.port()),
+         QStringLiteral("alice@") + server_.domain(), QStringLiteral("hello from slixmpp")});
     QVERIFY(waitUntil([&] { return alice.probe().count("newMessage:carol") == 1; }, 30000));
     const auto fromCarol = alice.unread(QStringLiteral("carol"));
     QCOMPARE(int(fromCarol.size()), 1);
@@ -165,6 +173,53 @@ void MessagingTest::plainXmppClientExchangesText() {
     QCOMPARE(carol.exitCode(), 0);
     QCOMPARE(QString::fromUtf8(carol.readAllStandardOutput()).trimmed(),
              QStringLiteral("hello from the SDK"));
+}
+
+void MessagingTest::commandLineClientListensAndSends() {
+    TestSession alice(QStringLiteral("alice"));
+    alice.login(server_, QStringLiteral("alice"), QStringLiteral("pw-alice"));
+    QVERIFY(waitUntil([&] { return alice.probe().count("loginOk"); }));
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.insert(QStringLiteral("XMPP_HOST"), server_.host());
+    env.insert(QStringLiteral("XMPP_PORT"), QString::number(server_.port()));
+    env.insert(QStringLiteral("XMPP_DOMAIN"), server_.domain());
+    const QStringList account{
+        QStringLiteral("--account"), QStringLiteral("erin"),
+        QStringLiteral("--secret"),  QStringLiteral("pw-erin"),
+        QStringLiteral("--data"),    alice.dataFolder() + QStringLiteral("/cli")};
+
+    // What was sent while the listener was away comes first, then what arrives live.
+    alice.sendText(QStringLiteral("erin"), QStringLiteral("while away"));
+    QVERIFY(waitUntil([&] { return alice.probe().count("sent:0") == 1; }));
+    QProcess listen;
+    listen.setProcessEnvironment(env);
+    listen.start(QStringLiteral(QUELIX_IMCLI), account + QStringList{"listen", "2"});
+    QVERIFY(listen.waitForStarted());
+    // Signed in and printed the waiting message: now one arrives live.
+    QVERIFY(waitUntil([&] { return listen.peek(1 << 16).count('\n') >= 2; }));
+    alice.sendCustom(QStringLiteral("erin"), QStringLiteral(R"({"msgType":3})"),
+                     QStringLiteral("tip"));
+    QVERIFY(listen.waitForFinished(20000));
+    QCOMPARE(listen.exitCode(), 0);
+    QList<QJsonObject> lines;
+    for (const QByteArray& line : listen.readAllStandardOutput().split('\n'))
+        if (!line.isEmpty()) lines << QJsonDocument::fromJson(line).object();
+    QCOMPARE(lines.size(), 3);
+    QCOMPARE(lines.first().value("event").toString(), QStringLiteral("login"));
+    QCOMPARE(lines.at(1).value("content").toString(), QStringLiteral("while away"));
+    QCOMPARE(lines.at(1).value("from").toString(), QStringLiteral("alice"));
+    QCOMPARE(lines.last().value("kind").toInt(), int(openim::kContentCustom));
+    QCOMPARE(lines.last().value("summary").toString(), QStringLiteral("tip"));
+
+    QProcess send;
+    send.setProcessEnvironment(env);
+    send.start(QStringLiteral(QUELIX_IMCLI),
+               account + QStringList{"send-text", "alice", "from the cli"});
+    QVERIFY(send.waitForFinished(20000));
+    QCOMPARE(send.exitCode(), 0);
+    QVERIFY(waitUntil([&] { return alice.probe().count("newMessage:erin") == 1; }));
+    QCOMPARE(toQ(alice.unread(QStringLiteral("erin")).at(0).content.content),
+             QStringLiteral("from the cli"));
 }
 
 QTEST_GUILESS_MAIN(MessagingTest)

@@ -70,11 +70,11 @@ void SessionTest::heartbeatSyncRegistrationAndPush() {
     QVERIFY(sync);
     QString jid;
     QMutex lock;
-    sync->RegisterSync(1, base::Callback<void(prg::PrgStringT<wchar_t>)>(
-                              [&](prg::PrgStringT<wchar_t> text) {
-                                  QMutexLocker guard(&lock);
-                                  jid = toQ(text);
-                              }));
+    sync->RegisterSync(
+        1, base::Callback<void(prg::PrgStringT<wchar_t>)>([&](prg::PrgStringT<wchar_t> text) {
+            QMutexLocker guard(&lock);
+            jid = toQ(text);
+        }));
     QVERIFY(waitUntil([&] {
         QMutexLocker guard(&lock);
         return !jid.isEmpty();
@@ -94,7 +94,8 @@ void SessionTest::serverRestartLosesAndDoublesNothing() {
     TestSession bob(QStringLiteral("bob"));
     alice.login(server_, QStringLiteral("alice"), QStringLiteral("pw-alice"));
     bob.login(server_, QStringLiteral("bob"), QStringLiteral("pw-bob"));
-    QVERIFY(waitUntil([&] { return alice.probe().count("loginOk") && bob.probe().count("loginOk"); }));
+    QVERIFY(
+        waitUntil([&] { return alice.probe().count("loginOk") && bob.probe().count("loginOk"); }));
     alice.sendText(QStringLiteral("bob"), QStringLiteral("before"));
     QVERIFY(waitUntil([&] { return bob.probe().count("newMessage:alice") == 1; }));
 

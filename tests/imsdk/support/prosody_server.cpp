@@ -8,8 +8,9 @@
 
 ProsodyServer::ProsodyServer() {
     const QByteArray tmp = qgetenv("QUELIX_TEST_TMP");
-    root_ = std::make_unique<QTemporaryDir>(
-        tmp.isEmpty() ? QString() : QString::fromLocal8Bit(tmp) + QStringLiteral("/prosody-XXXXXX"));
+    root_ = std::make_unique<QTemporaryDir>(tmp.isEmpty() ? QString()
+                                                          : QString::fromLocal8Bit(tmp) +
+                                                                QStringLiteral("/prosody-XXXXXX"));
     dir_ = root_->path() + QStringLiteral("/instance");
 }
 

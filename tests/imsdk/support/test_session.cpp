@@ -6,9 +6,9 @@
 #include <QThread>
 
 #include "base/bind.h"
-#include "openim/ixpush_service.h"
 #include "openim/iim_core_service.h"
 #include "openim/imedia_service.h"
+#include "openim/ixpush_service.h"
 #include "openim/service_guids.h"
 #include "prosody_server.h"
 #include "sdk/sdk_instance.h"
@@ -41,8 +41,8 @@ TestSession::TestSession(const QString& name) : probe_(new SessionProbe) {
               QStringLiteral("/sessions/") + name;
     QDir().mkpath(folder_);
     sdk_ = std::make_unique<SdkInstance>(folder_);
-    sdk_->root()->Init(base::FilePath::FromUTF8Unsafe(
-        QCoreApplication::applicationFilePath().toStdString()));
+    sdk_->root()->Init(
+        base::FilePath::FromUTF8Unsafe(QCoreApplication::applicationFilePath().toStdString()));
     auto core = fetch<openim::IIMCoreService>(root(), openim::kCoreModule, openim::kCoreInterface);
     core->Start(base::FilePath(), fromQ(appKey()));
 
@@ -61,7 +61,8 @@ TestSession::TestSession(const QString& name) : probe_(new SessionProbe) {
     login->RegisterNetDisConnect(base::Bind(&SessionProbe::OnNetDisConnect, p));
     login->RegisterLogouted(base::Bind(&SessionProbe::OnLogouted, p));
     conversationService()->RegisterNewMessageCallback(base::Bind(&SessionProbe::OnNewMessage, p));
-    auto media = fetch<openim::IMediaService>(root(), openim::kMediaModule, openim::kMediaInterface);
+    auto media =
+        fetch<openim::IMediaService>(root(), openim::kMediaModule, openim::kMediaInterface);
     media->RegisterDownloadCallback(base::Bind(&SessionProbe::OnDownload, p));
 }
 
