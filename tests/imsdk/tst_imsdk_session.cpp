@@ -35,6 +35,9 @@ void SessionTest::secondDesktopKicksTheFirst() {
     QVERIFY(waitUntil([&] { return first.probe().count("loginFail") == 1; }));
     first.login(server_, QStringLiteral("alice"), QStringLiteral("pw-alice"));
     QVERIFY(waitUntil([&] { return first.probe().count("loginOk") == 1; }));
+    // Callbacks come on the SDK's own thread, never on the caller's.
+    QVERIFY(first.probe().loginThread() != QThread::currentThread());
+    QCOMPARE(first.probe().loginThread()->objectName(), QStringLiteral("openim-sdk"));
 
     TestSession second(QStringLiteral("second"));
     second.login(server_, QStringLiteral("alice"), QStringLiteral("pw-alice"));

@@ -7,6 +7,19 @@ void SessionProbe::note(const QString& event) {
     events_ << event;
 }
 
+void SessionProbe::OnLoginOk(openim::LoginOkParam) {
+    {
+        QMutexLocker guard(&lock_);
+        loginThread_ = QThread::currentThread();
+    }
+    note(QStringLiteral("loginOk"));
+}
+
+QThread* SessionProbe::loginThread() const {
+    QMutexLocker guard(&lock_);
+    return loginThread_;
+}
+
 void SessionProbe::OnNewMessage(openim::IMUserID sender) {
     note(QStringLiteral("newMessage:") + wide_text::toQ(sender.account));
 }
