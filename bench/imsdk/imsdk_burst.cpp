@@ -7,6 +7,7 @@
 #include <QCoreApplication>
 #include <QElapsedTimer>
 #include <QFile>
+#include <QTemporaryDir>
 #include <QThread>
 #include <atomic>
 #include <cstdio>
@@ -73,6 +74,10 @@ double burst(QXmppClient& sender, const QString& to, const std::function<int()>&
 
 int main(int argc, char** argv) {
     QCoreApplication app(argc, argv);
+    // Stores, server data and downloads of this run only; removed at exit.
+    QTemporaryDir scratch;
+    if (!qEnvironmentVariableIsSet("QUELIX_TEST_TMP"))
+        qputenv("QUELIX_TEST_TMP", scratch.path().toLocal8Bit());
     ProsodyServer server;
     if (!server.start()) {
         std::fprintf(stderr, "prosody: %s\n", qPrintable(server.lastError()));

@@ -37,8 +37,13 @@ base::scoped_refptr<T> fetch(prg::IPrgCOM* root, const char* module, const char*
 
 TestSession::TestSession(const QString& name) : probe_(new SessionProbe) {
     const QByteArray tmp = qgetenv("QUELIX_TEST_TMP");
-    folder_ = (tmp.isEmpty() ? QDir::tempPath() : QString::fromLocal8Bit(tmp)) +
-              QStringLiteral("/sessions/") + name;
+    // Outside tests/run-isolated, keep runs apart: one folder per process.
+    const QString base =
+        tmp.isEmpty()
+            ? QDir::tempPath() +
+                  QStringLiteral("/quelix-imsdk-%1").arg(QCoreApplication::applicationPid())
+            : QString::fromLocal8Bit(tmp);
+    folder_ = base + QStringLiteral("/sessions/") + name;
     QDir().mkpath(folder_);
     sdk_ = std::make_unique<SdkInstance>(folder_);
     sdk_->root()->Init(
