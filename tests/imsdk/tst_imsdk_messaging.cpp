@@ -5,6 +5,7 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QProcess>
+#include <QUuid>
 #include <QtTest>
 
 #include "openim/im_message_content.h"
@@ -23,6 +24,7 @@ private slots:
     void historyPagesBackThroughTheArchive();
     void plainXmppClientExchangesText();
     void commandLineClientListensAndSends();
+    void hostileStanzasReachTheClientAsWhatTheyAre();
 
 private:
     ProsodyServer server_;
@@ -220,6 +222,68 @@ void MessagingTest::commandLineClientListensAndSends() {
     QVERIFY(waitUntil([&] { return alice.probe().count("newMessage:erin") == 1; }));
     QCOMPARE(toQ(alice.unread(QStringLiteral("erin")).at(0).content.content),
              QStringLiteral("from the cli"));
+}
+
+void MessagingTest::hostileStanzasReachTheClientAsWhatTheyAre() {
+    TestSession alice(QStringLiteral("alice"));
+    TestSession bob(QStringLiteral("bob"));
+    alice.login(server_, QStringLiteral("alice"), QStringLiteral("pw-alice"));
+    bob.login(server_, QStringLiteral("bob"), QStringLiteral("pw-bob"));
+    QVERIFY(
+        waitUntil([&] { return alice.probe().count("loginOk") && bob.probe().count("loginOk"); }));
+    alice.markRead(QStringLiteral("carol"));
+    // A real upload, so that a download of it works.
+    QImage picture(8, 8, QImage::Format_RGB32);
+    picture.fill(Qt::red);
+    const QString file = bob.dataFolder() + QStringLiteral("/red.png");
+    QVERIFY(picture.save(file));
+    bob.sendImage(QStringLiteral("dave"), file, 8, 8);
+    QVERIFY(waitUntil([&] { return bob.probe().count("sent") == 1; }));
+    const QString url = toQ(bob.probe().sent().first().content.url);
+    QVERIFY(url.startsWith(QLatin1String("http://127.0.0.1:")));
+    // The server finds uploads by slot, so an unknown slot is a missing file.
+    const QString missing =
+        url.section(QLatin1Char('/'), 0, -3) + QStringLiteral("/no-slot/gone.png");
+
+    auto stanza = [&](const QString& body, const QString& content) {
+        return QStringLiteral(
+                   "<message xmlns='jabber:client' type='chat' to='alice@%1' id='%2'>"
+                   "<body>%3</body>%4</message>")
+            .arg(server_.domain(), QUuid::createUuid().toString(QUuid::WithoutBraces), body,
+                 content);
+    };
+    const QString ns = QStringLiteral("xmlns='urn:quelix:im:1'");
+    QProcess carol;
+    carol.start(QStringLiteral("/usr/bin/python3"),
+                {QFINDTESTDATA("plain_client.py"), QStringLiteral("carol@") + server_.domain(),
+                 QStringLiteral("pw-carol"), server_.host(), QString::number(server_.port()),
+                 QStringLiteral("alice@") + server_.domain(), QStringLiteral("--raw"),
+                 stanza(url, "<content " + ns + " kind='2' name='../../escaped.png'/>"),
+                 stanza(missing, "<content " + ns + " kind='4' name='gone.png'/>"),
+                 stanza("card", "<content " + ns + " kind='16'>{broken</content>"),
+                 stanza("?", "<content " + ns + " kind='99'/>")});
+    QVERIFY(carol.waitForFinished(30000));
+    QVERIFY(waitUntil([&] { return alice.probe().count("newMessage:carol") == 4; }));
+    const auto messages = alice.unread(QStringLiteral("carol"));
+    QCOMPARE(int(messages.size()), 4);
+    // Downloads finish in any order: one worked, one failed.
+    const QList<bool> results = alice.probe().downloadResults();
+    QCOMPARE(results.size(), 2);
+    QCOMPARE(results.count(true), 1);
+    // The picture landed inside the receive folder under its plain name.
+    const QString saved = toQ(alice.probe().downloads().at(results.indexOf(true)).localPath);
+    QVERIFY(alice.probe().downloads().at(results.indexOf(false)).localPath.empty());
+    QCOMPARE(saved, QDir(alice.receiveFolder()).absoluteFilePath(QStringLiteral("escaped.png")));
+    QVERIFY(QImage(saved) == picture);
+    QVERIFY(!QFile::exists(alice.dataFolder() + QStringLiteral("/../escaped.png")));
+    // The failed download is still a file message, without a local path.
+    int failedFiles = 0, hidden = 0;
+    for (const auto& m : messages) {
+        if (m.content.type == openim::kContentFile && m.content.content.empty()) ++failedFiles;
+        if (m.content.type == openim::kContentHidden) ++hidden;
+    }
+    QCOMPARE(failedFiles, 1);
+    QCOMPARE(hidden, 2);
 }
 
 QTEST_GUILESS_MAIN(MessagingTest)
