@@ -78,6 +78,7 @@ void ImEngine::createClient() {
     archive_ = new ArchiveExtension;
     carbons_ = new QXmppCarbonManager;
     upload_ = new QXmppUploadRequestManager;
+    // Set QUELIX_XMPP_LOG to see the XML stream when a session misbehaves.
     if (qEnvironmentVariableIsSet("QUELIX_XMPP_LOG")) {
         auto* logger = new QXmppLogger(client_);
         logger->setLoggingType(QXmppLogger::StdoutLogging);
