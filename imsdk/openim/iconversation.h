@@ -30,6 +30,8 @@ public:
                            const SendCallback& done) = 0;
     virtual void SendFile(const base::FilePath& file, const SendCallback& done) = 0;
 
+    // A received picture or file counts (and is listed) once its download has finished or
+    // failed; the new-message callback comes at that moment too.
     virtual std::int32_t GetUnreadCount() = 0;
     // Unread messages, oldest first.
     virtual void GetUnreadMessages(std::vector<IMMessage>* messages) = 0;
