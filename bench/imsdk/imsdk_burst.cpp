@@ -101,7 +101,8 @@ int main(int argc, char** argv) {
     const double sdkSeconds = burst(sender, QStringLiteral("sdkreceiver@") + server.domain(),
                                     [&] { return counter->count.load(); });
     if (sdkSeconds < 0) {
-        std::fprintf(stderr, "SDK burst timed out at %d messages\n", counter->count.load());
+        std::fprintf(stderr, "SDK burst timed out at %d messages (session events: %s)\n",
+                     counter->count.load(), qPrintable(sdk.probe().events().join(QLatin1Char(' '))));
         return 1;
     }
     std::printf("sdk burst: %d messages stored and reported in %.2f s, unread %d\n", kMessages,

@@ -186,8 +186,10 @@ void ImEngine::connectNow(bool isRelogin) {
     config.setResource(desktopResource());
     // The client decides when to sign in again (NetDisConnectParam, then ReLogin).
     config.setAutoReconnectionEnabled(false);
-    config.setKeepAliveInterval(30);
-    config.setKeepAliveTimeout(15);
+    // A dead link is noticed within two minutes; the answer to a ping can sit behind a
+    // long backlog of messages (a burst, offline delivery), so give it time.
+    config.setKeepAliveInterval(60);
+    config.setKeepAliveTimeout(60);
     createClient();
     client_->connectToServer(config);
 }
