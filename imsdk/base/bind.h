@@ -60,21 +60,35 @@ struct Invoker<R, R(Unbound...)> {
 
 }  // namespace internal
 
-// Binds a member function and leading arguments. A receiver derived from
-// RefCountedThreadSafe is kept alive by every copy of the callback.
-template <class R, class T, class... Params, class... Bound>
+// Binds a member function (of the receiver's class or one of its bases) and leading
+// arguments. A receiver derived from RefCountedThreadSafe is kept alive by every copy of
+// the callback.
+template <class R, class T, class... Params, class Obj, class... Bound,
+          class = std::enable_if_t<std::is_base_of_v<T, Obj>>>
 Callback<typename internal::UnboundRunType<sizeof...(Bound), R, std::tuple<Params...>>::type> Bind(
-    R (T::*method)(Params...), T* receiver, Bound&&... bound) {
+    R (T::*method)(Params...), Obj* receiver, Bound&&... bound) {
     using Sig = typename internal::UnboundRunType<sizeof...(Bound), R, std::tuple<Params...>>::type;
-    internal::ReceiverHolder<T> holder(receiver);
+    internal::ReceiverHolder<Obj> holder(receiver);
     auto call = [method, holder](auto&&... args) -> R {
         return (holder.get()->*method)(std::forward<decltype(args)>(args)...);
     };
     return internal::Invoker<R, Sig>::Make(std::move(call), std::decay_t<Bound>(bound)...);
 }
 
-template <class R, class T, class... Params, class... Bound>
-auto Bind(R (T::*method)(Params...), const scoped_refptr<T>& receiver, Bound&&... bound) {
+template <class R, class T, class... Params, class Obj, class... Bound,
+          class = std::enable_if_t<std::is_base_of_v<T, Obj>>>
+Callback<typename internal::UnboundRunType<sizeof...(Bound), R, std::tuple<Params...>>::type> Bind(
+    R (T::*method)(Params...) const, Obj* receiver, Bound&&... bound) {
+    using Sig = typename internal::UnboundRunType<sizeof...(Bound), R, std::tuple<Params...>>::type;
+    internal::ReceiverHolder<Obj> holder(receiver);
+    auto call = [method, holder](auto&&... args) -> R {
+        return (holder.get()->*method)(std::forward<decltype(args)>(args)...);
+    };
+    return internal::Invoker<R, Sig>::Make(std::move(call), std::decay_t<Bound>(bound)...);
+}
+
+template <class Method, class Obj, class... Bound>
+auto Bind(Method method, const scoped_refptr<Obj>& receiver, Bound&&... bound) {
     return Bind(method, receiver.get(), std::forward<Bound>(bound)...);
 }
 

@@ -22,8 +22,14 @@ namespace {
 
 std::atomic<int> g_alive{0};
 
-class Receiver : public base::RefCountedThreadSafe<Receiver> {
+class Named {
 public:
+    std::string Name() const { return "receiver"; }
+};
+
+class Receiver : public Named, public base::RefCountedThreadSafe<Receiver> {
+public:
+    std::size_t Size() const { return last.account.size(); }
     Receiver() { ++g_alive; }
     void Add(int bound, const std::string& text, int* out) { *out = bound + int(text.size()); }
     void Take(const openim::IMUserID& user) { last = user; }
@@ -89,6 +95,11 @@ void BaseTest::callbackConvertsToCompatibleSignature() {
     byValue.Run(openim::IMUserID(L"7", L"bob"));
     QVERIFY(r->last == openim::IMUserID(L"7", L"bob"));
     QVERIFY(base::Callback<void()>().is_null());
+    // Const members, members of a base class, and a scoped_refptr as the receiver.
+    auto size = base::Bind(&Receiver::Size, r);
+    QCOMPARE(size.Run(), std::size_t(3));
+    auto inherited = base::Bind(&Named::Name, r.get());
+    QCOMPARE(inherited.Run(), std::string("receiver"));
 }
 
 void BaseTest::filePathDirNameAndAppend() {
