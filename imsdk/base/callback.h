@@ -21,10 +21,10 @@ public:
     Callback() = default;
     explicit Callback(std::function<R(Args...)> fn) : fn_(std::move(fn)) {}
 
-    template <class R2, class... Args2,
-              class = std::enable_if_t<std::is_invocable_r_v<R, std::function<R2(Args2...)>&,
-                                                             Args...> &&
-                                       !std::is_same_v<R(Args...), R2(Args2...)>>>
+    template <
+        class R2, class... Args2,
+        class = std::enable_if_t<std::is_invocable_r_v<R, std::function<R2(Args2...)>&, Args...> &&
+                                 !std::is_same_v<R(Args...), R2(Args2...)>>>
     Callback(const Callback<R2(Args2...)>& other)  // NOLINT: implicit by design
     {
         if (!other.is_null()) fn_ = other.function();

@@ -10,7 +10,9 @@ using wide_text::toQ;
 template <class F>
 void CliReceiver::toMain(F f) {
     ImCli* cli = cli_;
-    if (cli) QMetaObject::invokeMethod(cli, [cli, f] { f(cli); }, Qt::QueuedConnection);
+    if (cli)
+        QMetaObject::invokeMethod(
+            cli, [cli, f] { f(cli); }, Qt::QueuedConnection);
 }
 
 void CliReceiver::OnLoginOk(openim::LoginOkParam) {
@@ -33,9 +35,7 @@ void CliReceiver::OnNetDisConnect(openim::NetDisConnectParam) {
 }
 
 void CliReceiver::OnReLoginOk(openim::ReLoginOkParam) {
-    toMain([](ImCli* c) {
-        c->printLine({{QStringLiteral("event"), QStringLiteral("relogin")}});
-    });
+    toMain([](ImCli* c) { c->printLine({{QStringLiteral("event"), QStringLiteral("relogin")}}); });
 }
 
 void CliReceiver::OnNewMessage(openim::IMUserID sender) {

@@ -68,13 +68,20 @@ bool ImCli::start(const QStringList& arguments) {
         const QString option = rest.takeFirst();
         if (rest.isEmpty()) return false;
         const QString value = rest.takeFirst();
-        if (option == QLatin1String("--host")) host = value;
-        else if (option == QLatin1String("--port")) port = value.toInt();
-        else if (option == QLatin1String("--domain")) domain = value;
-        else if (option == QLatin1String("--account")) account = value;
-        else if (option == QLatin1String("--secret")) secret = value;
-        else if (option == QLatin1String("--data")) data = value;
-        else return false;
+        if (option == QLatin1String("--host"))
+            host = value;
+        else if (option == QLatin1String("--port"))
+            port = value.toInt();
+        else if (option == QLatin1String("--domain"))
+            domain = value;
+        else if (option == QLatin1String("--account"))
+            account = value;
+        else if (option == QLatin1String("--secret"))
+            secret = value;
+        else if (option == QLatin1String("--data"))
+            data = value;
+        else
+            return false;
     }
     command_ = rest;
     if (command_.isEmpty() || account.isEmpty() || domain.isEmpty() || port <= 0) return false;
@@ -103,15 +110,19 @@ bool ImCli::start(const QStringList& arguments) {
     }
     auto core = service<openim::IIMCoreService>(root_, openim::kCoreModule, openim::kCoreInterface);
     if (!data.isEmpty()) {
-        base::scoped_refptr<CliHost> host(new CliHost(wide_text::pathFromQ(QFileInfo(data).absoluteFilePath())));
+        base::scoped_refptr<CliHost> host(
+            new CliHost(wide_text::pathFromQ(QFileInfo(data).absoluteFilePath())));
         core->SetHostApplication(host.get());
     }
-    core->Start(program.DirName().Append(FILE_PATH_LITERAL("resource")), fromQ(QLatin1String(kAppKey)));
+    core->Start(program.DirName().Append(FILE_PATH_LITERAL("resource")),
+                fromQ(QLatin1String(kAppKey)));
 
     CliReceiver* r = receiver_.get();
-    auto push = service<openim::IXPushService>(root_, openim::kXPushModule, openim::kXPushInterface);
+    auto push =
+        service<openim::IXPushService>(root_, openim::kXPushModule, openim::kXPushInterface);
     push->RegisterMsgs(base::Bind(&CliReceiver::OnPushMsgs, r));
-    auto login = service<openim::ILoginService>(root_, openim::kLoginModule, openim::kLoginInterface);
+    auto login =
+        service<openim::ILoginService>(root_, openim::kLoginModule, openim::kLoginInterface);
     login->RegisterLoginOk(base::Bind(&CliReceiver::OnLoginOk, r));
     login->RegisterKicked(base::Bind(&CliReceiver::OnKicked, r));
     login->RegisterLoginFail(base::Bind(&CliReceiver::OnLoginFail, r));
@@ -120,7 +131,8 @@ bool ImCli::start(const QStringList& arguments) {
     auto conversations = service<openim::IConversationService>(root_, openim::kConversationModule,
                                                                openim::kConversationInterface);
     conversations->RegisterNewMessageCallback(base::Bind(&CliReceiver::OnNewMessage, r));
-    auto media = service<openim::IMediaService>(root_, openim::kMediaModule, openim::kMediaInterface);
+    auto media =
+        service<openim::IMediaService>(root_, openim::kMediaModule, openim::kMediaInterface);
     media->RegisterDownloadCallback(base::Bind(&CliReceiver::OnDownload, r));
 
     param_.user = openim::IMUserID(fromQ(QLatin1String(kAppKey)), fromQ(account));
@@ -137,9 +149,8 @@ base::scoped_refptr<openim::IConversation> ImCli::conversation(const QString& pe
     auto conversations = service<openim::IConversationService>(root_, openim::kConversationModule,
                                                                openim::kConversationInterface);
     openim::IConversation* c = nullptr;
-    if (conversations &&
-        conversations->GetConversation({fromQ(QLatin1String(kAppKey)), fromQ(peer)}, &c) ==
-            prg::PRG_OK)
+    if (conversations && conversations->GetConversation(
+                             {fromQ(QLatin1String(kAppKey)), fromQ(peer)}, &c) == prg::PRG_OK)
         out.adopt(c);
     return out;
 }
@@ -207,7 +218,8 @@ void ImCli::sent(const openim::IMMessage& message, int sendCode, int uploadCode)
     line.insert(QStringLiteral("upload"), uploadCode);
     printLine(line);
     // Let the stream flush before signing out.
-    QTimer::singleShot(200, this, [this, ok = sendCode == 0 && uploadCode == 0] { finish(ok ? 0 : 1); });
+    QTimer::singleShot(200, this,
+                       [this, ok = sendCode == 0 && uploadCode == 0] { finish(ok ? 0 : 1); });
 }
 
 void ImCli::historyPage(int code, const std::vector<openim::IMMessage>& page) {

@@ -6,8 +6,8 @@
 #include <vector>
 
 #include "base/scoped_refptr.h"
-#include "openim/im_message.h"
 #include "openim/iconversation_service.h"
+#include "openim/im_message.h"
 #include "openim/login_params.h"
 #include "prg/iprg_com.h"
 

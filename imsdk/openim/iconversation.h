@@ -25,12 +25,13 @@ public:
     virtual void SendText(const prg::PrgStringT<wchar_t>& text, const SendCallback& done) = 0;
     // `json` is the client's own payload; `summary` is what plain XMPP clients show.
     virtual void SendCustom(const prg::PrgStringT<wchar_t>& json,
-                            const prg::PrgStringT<wchar_t>& summary,
-                            const SendCallback& done) = 0;
+                            const prg::PrgStringT<wchar_t>& summary, const SendCallback& done) = 0;
     virtual void SendImage(const base::FilePath& file, std::int32_t width, std::int32_t height,
                            const SendCallback& done) = 0;
     virtual void SendFile(const base::FilePath& file, const SendCallback& done) = 0;
 
+    // A received picture or file counts (and is listed) once its download has finished or
+    // failed; the new-message callback comes at that moment too.
     virtual std::int32_t GetUnreadCount() = 0;
     // Unread messages, oldest first.
     virtual void GetUnreadMessages(std::vector<IMMessage>* messages) = 0;

@@ -27,8 +27,7 @@ public:
     virtual void GetMembers(std::vector<IMUserID>* members) = 0;
     virtual void SendText(const prg::PrgStringT<wchar_t>& text, const SendCallback& done) = 0;
     virtual void SendCustom(const prg::PrgStringT<wchar_t>& json,
-                            const prg::PrgStringT<wchar_t>& summary,
-                            const SendCallback& done) = 0;
+                            const prg::PrgStringT<wchar_t>& summary, const SendCallback& done) = 0;
     virtual void SendImage(const base::FilePath& file, std::int32_t width, std::int32_t height,
                            const SendCallback& done) = 0;
     virtual void SendFile(const base::FilePath& file, const SendCallback& done) = 0;

@@ -4,8 +4,8 @@
 #include "openim/im_tribe_id.h"
 #include "openim/im_user_id.h"
 #include "openim/itribe.h"
-#include "prg/prg_result.h"
 #include "prg/iprg_unknown.h"
+#include "prg/prg_result.h"
 #include "prg/prg_string.h"
 
 namespace openim {

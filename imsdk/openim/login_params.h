@@ -13,7 +13,7 @@ namespace openim {
 struct LoginParam {
     IMUserID user;
     prg::PrgStringT<wchar_t> secret;
-    prg::PrgStringT<wchar_t> host;    // server to connect to; empty: the domain itself
+    prg::PrgStringT<wchar_t> host;  // server to connect to; empty: the domain itself
     std::uint16_t port = 5222;
     prg::PrgStringT<wchar_t> domain;  // accounts are account@domain
     // Where received pictures and files go; empty: "<data folder>/<account>/Receive".

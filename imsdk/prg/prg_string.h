@@ -13,7 +13,7 @@ public:
 
     PrgStringT() = default;
     PrgStringT(const CharT* text) : text_(text ? text : StringType()) {}  // NOLINT
-    PrgStringT(StringType text) : text_(std::move(text)) {}              // NOLINT
+    PrgStringT(StringType text) : text_(std::move(text)) {}               // NOLINT
     PrgStringT(const CharT* text, std::size_t length) : text_(text, length) {}
 
     const CharT* c_str() const { return text_.c_str(); }

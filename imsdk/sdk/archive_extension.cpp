@@ -1,19 +1,19 @@
 #include "sdk/archive_extension.h"
 
-#include <QDomElement>
-#include <QUuid>
 #include <QXmppClient.h>
 #include <QXmppDataForm.h>
 #include <QXmppMamIq.h>
 #include <QXmppResultSet.h>
 #include <QXmppUtils.h>
+#include <QDomElement>
+#include <QUuid>
 
 namespace {
 const char kMamNs[] = "urn:xmpp:mam:2";
 }
 
-QString ArchiveExtension::query(const QString& with, const QString& before,
-                                const QString& after, int max) {
+QString ArchiveExtension::query(const QString& with, const QString& before, const QString& after,
+                                int max) {
     QXmppMamQueryIq iq;
     iq.setType(QXmppIq::Set);
     const QString queryId = QUuid::createUuid().toString(QUuid::WithoutBraces);
@@ -59,8 +59,9 @@ bool ArchiveExtension::handleStanza(const QDomElement& stanza) {
         if (inner.isNull()) return true;
         QXmppMessage message;
         message.parse(inner);
-        QDateTime stamp = QXmppUtils::datetimeFromString(
-            forwarded.firstChildElement(QStringLiteral("delay")).attribute(QStringLiteral("stamp")));
+        QDateTime stamp =
+            QXmppUtils::datetimeFromString(forwarded.firstChildElement(QStringLiteral("delay"))
+                                               .attribute(QStringLiteral("stamp")));
         emit archivedMessage(queryId, result.attribute(QStringLiteral("id")), message, stamp);
         return true;
     }

@@ -1,10 +1,10 @@
 #pragma once
 
+#include <QXmppClientExtension.h>
+#include <QXmppMessage.h>
 #include <QDateTime>
 #include <QSet>
 #include <QString>
-#include <QXmppClientExtension.h>
-#include <QXmppMessage.h>
 
 // Queries the server's message archive (XEP-0313). Unlike QXmpp's own manager it keeps
 // each result's archive id, which the store needs to drop duplicates and to page on.

@@ -71,10 +71,11 @@ void ConversationImpl::GetUnreadMessages(std::vector<openim::IMMessage>* message
 
 void ConversationImpl::MarkRead() {
     ImEngine* e = engine_;
-    if (e) e->call([e, this] {
-        e->markRead(peer_);
-        return true;
-    });
+    if (e)
+        e->call([e, this] {
+            e->markRead(peer_);
+            return true;
+        });
 }
 
 void ConversationImpl::GetHistory(std::int32_t count, const HistoryCallback& done) {
@@ -89,8 +90,9 @@ void ConversationImpl::GetHistory(std::int32_t count, const HistoryCallback& don
 
 void ConversationImpl::ResetHistory() {
     ImEngine* e = engine_;
-    if (e) e->call([e, this] {
-        e->resetHistory(peer_);
-        return true;
-    });
+    if (e)
+        e->call([e, this] {
+            e->resetHistory(peer_);
+            return true;
+        });
 }

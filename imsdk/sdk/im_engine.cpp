@@ -1,5 +1,15 @@
 #include "sdk/im_engine.h"
 
+#include <QXmppCarbonManager.h>
+#include <QXmppConfiguration.h>
+#include <QXmppHttpUploadIq.h>
+#include <QXmppLogger.h>
+#include <QXmppMessage.h>
+#include <QXmppPingIq.h>
+#include <QXmppPresence.h>
+#include <QXmppRosterManager.h>
+#include <QXmppUploadRequestManager.h>
+#include <QXmppUtils.h>
 #include <QCryptographicHash>
 #include <QDir>
 #include <QFileInfo>
@@ -7,16 +17,6 @@
 #include <QSysInfo>
 #include <QTimer>
 #include <QUuid>
-#include <QXmppCarbonManager.h>
-#include <QXmppLogger.h>
-#include <QXmppConfiguration.h>
-#include <QXmppHttpUploadIq.h>
-#include <QXmppMessage.h>
-#include <QXmppPingIq.h>
-#include <QXmppPresence.h>
-#include <QXmppRosterManager.h>
-#include <QXmppUploadRequestManager.h>
-#include <QXmppUtils.h>
 
 #include "openim/im_message_content.h"
 #include "sdk/archive_extension.h"
@@ -78,6 +78,7 @@ void ImEngine::createClient() {
     archive_ = new ArchiveExtension;
     carbons_ = new QXmppCarbonManager;
     upload_ = new QXmppUploadRequestManager;
+    // Set QUELIX_XMPP_LOG to see the XML stream when a session misbehaves.
     if (qEnvironmentVariableIsSet("QUELIX_XMPP_LOG")) {
         auto* logger = new QXmppLogger(client_);
         logger->setLoggingType(QXmppLogger::StdoutLogging);
@@ -136,10 +137,12 @@ void ImEngine::login(const openim::LoginParam& param, const QString& dataFolder)
                                                          L"account and domain are required")});
         return;
     }
-    if (!callbacks_.loginStep.is_null()) callbacks_.loginStep.Run({openim::LoginStep::kLoadingStore});
+    if (!callbacks_.loginStep.is_null())
+        callbacks_.loginStep.Run({openim::LoginStep::kLoadingStore});
     const QString accountFolder = QDir(dataFolder).filePath(folderName(account_, domain_));
-    receiveFolder_ = param.receiveFolder.empty() ? QDir(accountFolder).filePath(QStringLiteral("Receive"))
-                                                 : toQ(param.receiveFolder);
+    receiveFolder_ = param.receiveFolder.empty()
+                         ? QDir(accountFolder).filePath(QStringLiteral("Receive"))
+                         : toQ(param.receiveFolder);
     cursors_.clear();
     if (!store_.open(QDir(accountFolder).filePath(QStringLiteral("messages.db")))) {
         if (!callbacks_.loginFail.is_null())
@@ -183,8 +186,10 @@ void ImEngine::connectNow(bool isRelogin) {
     config.setResource(desktopResource());
     // The client decides when to sign in again (NetDisConnectParam, then ReLogin).
     config.setAutoReconnectionEnabled(false);
-    config.setKeepAliveInterval(30);
-    config.setKeepAliveTimeout(15);
+    // A dead link is noticed within two minutes; the answer to a ping can sit behind a
+    // long backlog of messages (a burst, offline delivery), so give it time.
+    config.setKeepAliveInterval(60);
+    config.setKeepAliveTimeout(60);
     createClient();
     client_->connectToServer(config);
 }
@@ -229,21 +234,24 @@ void ImEngine::onStateChanged(QXmppClient::State state) {
             break;
         case State::Online:
             sessionEnded();
-            if (!callbacks_.pushStopped.is_null()) callbacks_.pushStopped.Run({result});
             if (lastError_ == QXmppClient::XmppStreamError &&
                 streamError_ == QXmppStanza::Error::Conflict) {
                 state_ = State::Kicked;
+                if (!callbacks_.pushKicked.is_null())
+                    callbacks_.pushKicked.Run({L"signed in on another desktop"});
                 if (!callbacks_.kicked.is_null())
                     callbacks_.kicked.Run({L"signed in on another desktop"});
             } else {
                 state_ = State::Offline;
+                if (!callbacks_.pushStopped.is_null()) callbacks_.pushStopped.Run({result});
                 if (!callbacks_.disconnected.is_null()) callbacks_.disconnected.Run({result});
             }
             break;
         case State::LoggingOut:
             state_ = State::Idle;
             sessionEnded();
-            if (!callbacks_.pushStopped.is_null()) callbacks_.pushStopped.Run({openim::ResultCode()});
+            if (!callbacks_.pushStopped.is_null())
+                callbacks_.pushStopped.Run({openim::ResultCode()});
             if (!callbacks_.logouted.is_null()) callbacks_.logouted.Run({loginUser()});
             break;
         default:
@@ -256,7 +264,8 @@ void ImEngine::sessionEnded() {
     const auto pings = std::exchange(pings_, {});
     for (const PendingPing& p : pings) {
         p.timer->deleteLater();
-        if (!p.done.is_null()) p.done.Run(openim::ResultCode(openim::ResultCode::kNetworkError), {});
+        if (!p.done.is_null())
+            p.done.Run(openim::ResultCode(openim::ResultCode::kNetworkError), {});
     }
     const auto uploads = std::exchange(uploads_, {});
     for (const PendingUpload& u : uploads)
@@ -317,14 +326,13 @@ void ImEngine::onIq(const QXmppIq& iq) {
         statuses[userId(QXmppUtils::jidToUser(jid))] = status;
     }
     if (!p.done.is_null())
-        p.done.Run(openim::ResultCode(iq.type() == QXmppIq::Result
-                                          ? openim::ResultCode::kOk
-                                          : openim::ResultCode::kServerError),
-                   statuses);
+        p.done.Run(
+            openim::ResultCode(iq.type() == QXmppIq::Result ? openim::ResultCode::kOk
+                                                            : openim::ResultCode::kServerError),
+            statuses);
 }
 
-void ImEngine::registerSync(int mode,
-                            const base::Callback<void(prg::PrgStringT<wchar_t>)>& done) {
+void ImEngine::registerSync(int mode, const base::Callback<void(prg::PrgStringT<wchar_t>)>& done) {
     if (state_ != State::Online) {
         if (!done.is_null()) done.Run({});
         return;
@@ -343,9 +351,9 @@ void ImEngine::onMessage(const QXmppMessage& message) {
         if (callbacks_.pushMsgs.is_null()) return;
         openim::XPushMsg push;
         push.msgId = fromQ(message.id());
-        push.msgTime = (message.stamp().isValid() ? message.stamp()
-                                                  : QDateTime::currentDateTimeUtc())
-                           .toSecsSinceEpoch();
+        push.msgTime =
+            (message.stamp().isValid() ? message.stamp() : QDateTime::currentDateTimeUtc())
+                .toSecsSinceEpoch();
         push.subject = fromQ(message.subject());
         push.content = fromQ(message.body());
         callbacks_.pushMsgs.Run({push});
@@ -359,8 +367,8 @@ void ImEngine::onMessage(const QXmppMessage& message) {
     store(message, archiveId, message.stamp(), Source::Live);
 }
 
-void ImEngine::store(const QXmppMessage& message, const QString& archiveId,
-                     const QDateTime& stamp, Source source) {
+void ImEngine::store(const QXmppMessage& message, const QString& archiveId, const QDateTime& stamp,
+                     Source source) {
     std::optional<StoredMessage> decoded = MessageCodec::decode(message);
     if (!decoded) return;
     StoredMessage m = *decoded;
@@ -419,7 +427,8 @@ void ImEngine::onArchiveFinished(const QString& queryId, bool ok, bool complete,
     historyQueries_.erase(it);
     Cursor& cursor = cursors_[q.peer];
     if (!ok) {
-        deliverHistory(q.peer, q.count, q.done, openim::ResultCode(openim::ResultCode::kServerError));
+        deliverHistory(q.peer, q.count, q.done,
+                       openim::ResultCode(openim::ResultCode::kServerError));
         return;
     }
     if (complete || first.isEmpty()) cursor.archiveDone = true;
@@ -431,7 +440,8 @@ void ImEngine::onArchiveFinished(const QString& queryId, bool ok, bool complete,
     // The page held only what we had; go further back.
     const QString next = archive_->query(bareJid(q.peer), first, QString(), std::max(q.count, 20));
     if (next.isEmpty())
-        deliverHistory(q.peer, q.count, q.done, openim::ResultCode(openim::ResultCode::kNetworkError));
+        deliverHistory(q.peer, q.count, q.done,
+                       openim::ResultCode(openim::ResultCode::kNetworkError));
     else
         historyQueries_.insert(next, q);
 }
@@ -442,22 +452,23 @@ void ImEngine::startDownload(quint64 id, bool notify) {
     std::optional<StoredMessage> m = store_.message(id);
     if (!m) return;
     const QString target = ReceiveFolder(receiveFolder_).freePath(m->summary);
-    transfer_->download(QUrl(m->url), target, [this, id, notify, m](bool ok, const QString& result) {
-        store_.finishMedia(id, ok ? result : QString());
-        if (!callbacks_.download.is_null()) {
-            openim::DownloadMediaResult r;
-            r.msgId = id;
-            r.sender = userId(m->sender);
-            r.url = fromQ(m->url);
-            r.localPath = ok ? fromQ(result) : prg::PrgStringT<wchar_t>();
-            callbacks_.download.Run(
-                ok ? openim::ResultCode()
-                   : openim::ResultCode(openim::ResultCode::kNetworkError, fromQ(result)),
-                r);
-        }
-        if (notify && m->unread && !callbacks_.newMessage.is_null())
-            callbacks_.newMessage.Run(userId(m->peer));
-    });
+    transfer_->download(
+        QUrl(m->url), target, [this, id, notify, m](bool ok, const QString& result) {
+            store_.finishMedia(id, ok ? result : QString());
+            if (!callbacks_.download.is_null()) {
+                openim::DownloadMediaResult r;
+                r.msgId = id;
+                r.sender = userId(m->sender);
+                r.url = fromQ(m->url);
+                r.localPath = ok ? fromQ(result) : prg::PrgStringT<wchar_t>();
+                callbacks_.download.Run(
+                    ok ? openim::ResultCode()
+                       : openim::ResultCode(openim::ResultCode::kNetworkError, fromQ(result)),
+                    r);
+            }
+            if (notify && m->unread && !callbacks_.newMessage.is_null())
+                callbacks_.newMessage.Run(userId(m->peer));
+        });
 }
 
 void ImEngine::downloadMedia(quint64 msgId) {
@@ -484,7 +495,8 @@ void ImEngine::send(const QString& peer, StoredMessage draft, const QString& fil
     draft.time = QDateTime::currentDateTimeUtc().toSecsSinceEpoch();
     draft.originId = QUuid::createUuid().toString(QUuid::WithoutBraces);
     auto fail = [&](int code, const wchar_t* why) {
-        if (!done.is_null()) done.Run(toIM(draft), openim::ResultCode(code, why), openim::ResultCode());
+        if (!done.is_null())
+            done.Run(toIM(draft), openim::ResultCode(code, why), openim::ResultCode());
     };
     if (state_ != State::Online) return fail(openim::ResultCode::kNotLoggedIn, L"not logged in");
     if (peer.isEmpty()) return fail(openim::ResultCode::kInvalidArgument, L"no peer");
@@ -509,11 +521,13 @@ void ImEngine::requestSlot(const PendingUpload& upload) {
     // the server does not list it) try the customary "upload.<domain>".
     const QString service =
         upload_->serviceFound() ? QString() : QStringLiteral("upload.") + domain_;
-    const QString id = upload_->requestUploadSlot(QFileInfo(upload.file), QFileInfo(upload.file).fileName(), service);
+    const QString id = upload_->requestUploadSlot(QFileInfo(upload.file),
+                                                  QFileInfo(upload.file).fileName(), service);
     if (id.isEmpty()) {
         if (!upload.done.is_null())
-            upload.done.Run(toIM(upload.draft), openim::ResultCode(),
-                            openim::ResultCode(openim::ResultCode::kServerError, L"no upload slot"));
+            upload.done.Run(
+                toIM(upload.draft), openim::ResultCode(),
+                openim::ResultCode(openim::ResultCode::kServerError, L"no upload slot"));
         return;
     }
     uploads_.insert(id, upload);
@@ -523,19 +537,19 @@ void ImEngine::onSlot(const QXmppHttpUploadSlotIq& slot) {
     if (!uploads_.contains(slot.id())) return;
     PendingUpload u = uploads_.take(slot.id());
     const QString mime = QMimeDatabase().mimeTypeForFile(u.file).name();
-    transfer_->upload(slot.putUrl(), slot.putHeaders(), u.file, mime,
-                      [this, u, url = slot.getUrl()](bool ok, const QString& error) {
-                          if (!ok) {
-                              if (!u.done.is_null())
-                                  u.done.Run(toIM(u.draft), openim::ResultCode(),
-                                             openim::ResultCode(openim::ResultCode::kNetworkError,
-                                                                fromQ(error)));
-                              return;
-                          }
-                          StoredMessage draft = u.draft;
-                          draft.url = url.toString();
-                          sendStored(draft, u.done);
-                      });
+    transfer_->upload(
+        slot.putUrl(), slot.putHeaders(), u.file, mime,
+        [this, u, url = slot.getUrl()](bool ok, const QString& error) {
+            if (!ok) {
+                if (!u.done.is_null())
+                    u.done.Run(toIM(u.draft), openim::ResultCode(),
+                               openim::ResultCode(openim::ResultCode::kNetworkError, fromQ(error)));
+                return;
+            }
+            StoredMessage draft = u.draft;
+            draft.url = url.toString();
+            sendStored(draft, u.done);
+        });
 }
 
 void ImEngine::onSlotFailed(const QXmppHttpUploadRequestIq& request) {
@@ -549,7 +563,8 @@ void ImEngine::onSlotFailed(const QXmppHttpUploadRequestIq& request) {
 void ImEngine::sendStored(StoredMessage draft, const SendCallback& done) {
     if (state_ != State::Online) {
         if (!done.is_null())
-            done.Run(toIM(draft), openim::ResultCode(openim::ResultCode::kNotLoggedIn), openim::ResultCode());
+            done.Run(toIM(draft), openim::ResultCode(openim::ResultCode::kNotLoggedIn),
+                     openim::ResultCode());
         return;
     }
     const bool sent = client_->sendPacket(MessageCodec::encode(draft, bareJid(draft.peer)));
@@ -557,9 +572,10 @@ void ImEngine::sendStored(StoredMessage draft, const SendCallback& done) {
         if (std::optional<quint64> id = store_.insert(draft)) draft.id = *id;
     }
     if (!done.is_null())
-        done.Run(toIM(draft),
-                 openim::ResultCode(sent ? openim::ResultCode::kOk : openim::ResultCode::kNetworkError),
-                 openim::ResultCode());
+        done.Run(
+            toIM(draft),
+            openim::ResultCode(sent ? openim::ResultCode::kOk : openim::ResultCode::kNetworkError),
+            openim::ResultCode());
 }
 
 // ---- store queries ----
@@ -603,8 +619,8 @@ void ImEngine::history(const QString& peer, int count, const HistoryCallback& do
         deliverHistory(peer, count, done, openim::ResultCode());
         return;
     }
-    const QString id = archive_->query(bareJid(peer), store_.oldestStanzaId(peer), QString(),
-                                       std::max(count, 20));
+    const QString id =
+        archive_->query(bareJid(peer), store_.oldestStanzaId(peer), QString(), std::max(count, 20));
     if (id.isEmpty()) {
         deliverHistory(peer, count, done, openim::ResultCode(openim::ResultCode::kNetworkError));
         return;

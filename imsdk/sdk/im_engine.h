@@ -57,8 +57,8 @@ public:
         base::Callback<void(openim::IMMessage, openim::ResultCode, openim::ResultCode)>;
     using HistoryCallback = base::Callback<void(prg::PrgStringT<wchar_t>, openim::ResultCode,
                                                 std::vector<openim::IMMessage>)>;
-    using PresenceCallback = base::Callback<void(
-        openim::ResultCode, std::map<openim::IMUserID, openim::IMUserStatus>)>;
+    using PresenceCallback =
+        base::Callback<void(openim::ResultCode, std::map<openim::IMUserID, openim::IMUserStatus>)>;
 
     explicit ImEngine(QObject* parent = nullptr);
     ~ImEngine() override;

@@ -1,10 +1,10 @@
 #include "sdk/message_codec.h"
 
+#include <QXmppElement.h>
+#include <QXmppMessage.h>
 #include <QFileInfo>
 #include <QJsonDocument>
 #include <QUrl>
-#include <QXmppElement.h>
-#include <QXmppMessage.h>
 
 #include "openim/im_message_content.h"
 
@@ -12,8 +12,8 @@ namespace {
 
 bool isWebUrl(const QString& text) {
     QUrl url(text, QUrl::StrictMode);
-    return url.isValid() && (url.scheme() == QLatin1String("http") ||
-                             url.scheme() == QLatin1String("https")) &&
+    return url.isValid() &&
+           (url.scheme() == QLatin1String("http") || url.scheme() == QLatin1String("https")) &&
            !url.host().isEmpty();
 }
 

@@ -16,7 +16,9 @@ SdkInstance::SdkInstance(QString dataFolder)
 SdkInstance::~SdkInstance() {
     root_.Uninit();
     if (!thread_) return;
-    if (ImEngine* e = engine_) QMetaObject::invokeMethod(e, [e] { delete e; }, Qt::BlockingQueuedConnection);
+    if (ImEngine* e = engine_)
+        QMetaObject::invokeMethod(
+            e, [e] { delete e; }, Qt::BlockingQueuedConnection);
     thread_->quit();
     thread_->wait();
     delete thread_;
@@ -37,8 +39,8 @@ void SdkInstance::start() {
         QObject anchor;
         anchor.moveToThread(thread_);
         ImEngine* engine = nullptr;
-        QMetaObject::invokeMethod(&anchor, [&engine] { engine = new ImEngine; },
-                                  Qt::BlockingQueuedConnection);
+        QMetaObject::invokeMethod(
+            &anchor, [&engine] { engine = new ImEngine; }, Qt::BlockingQueuedConnection);
         engine_ = engine;
     }
     auto* services = new SdkServices(engine_, dataFolder_);
@@ -49,20 +51,25 @@ void SdkInstance::start() {
         prg::IPrgUnknown* object;
     };
     const Row rows[] = {
-        {openim::kCoreModule, openim::kCoreInterface, static_cast<openim::IIMCoreService*>(services)},
-        {openim::kMediaModule, openim::kMediaInterface, static_cast<openim::IMediaService*>(services)},
+        {openim::kCoreModule, openim::kCoreInterface,
+         static_cast<openim::IIMCoreService*>(services)},
+        {openim::kMediaModule, openim::kMediaInterface,
+         static_cast<openim::IMediaService*>(services)},
         {openim::kConversationModule, openim::kConversationInterface,
          static_cast<openim::IConversationService*>(services)},
         {openim::kPresenceModule, openim::kPresenceInterface,
          static_cast<openim::IPresenceService*>(services)},
         {openim::kLoginAccountModule, openim::kLoginAccountInterface,
          static_cast<openim::ILoginAccountService*>(services)},
-        {openim::kLoginModule, openim::kLoginInterface, static_cast<openim::ILoginService*>(services)},
+        {openim::kLoginModule, openim::kLoginInterface,
+         static_cast<openim::ILoginService*>(services)},
         {openim::kSyncModule, openim::kSyncInterface, static_cast<openim::ISyncService*>(services)},
         {openim::kTribeMediaModule, openim::kTribeMediaInterface,
          static_cast<openim::ITribeMediaService*>(services)},
-        {openim::kTribeModule, openim::kTribeInterface, static_cast<openim::ITribeService*>(services)},
-        {openim::kXPushModule, openim::kXPushInterface, static_cast<openim::IXPushService*>(services)},
+        {openim::kTribeModule, openim::kTribeInterface,
+         static_cast<openim::ITribeService*>(services)},
+        {openim::kXPushModule, openim::kXPushInterface,
+         static_cast<openim::IXPushService*>(services)},
     };
     for (const Row& row : rows) {
         auto* component = new prg::PrgComponent;

@@ -40,10 +40,11 @@ void SdkServices::Start(const base::FilePath& resourceFolder,
     }
     const QString key = toQ(appKey);
     ImEngine* e = engine_;
-    if (e) e->call([e, key] {
-        e->setAppKey(key);
-        return true;
-    });
+    if (e)
+        e->call([e, key] {
+            e->setAppKey(key);
+            return true;
+        });
 }
 
 prg::PrgStringT<wchar_t> SdkServices::GetAppKey() {
@@ -95,17 +96,17 @@ void SdkServices::GetUnreadPeers(std::vector<openim::IMUserID>* peers) {
 
 // ---- presence, account, sync ----
 
-void SdkServices::RequestPresence(const prg::PrgStringT<wchar_t>&,
-                                  const prg::PrgStringT<wchar_t>&, bool withStatus,
-                                  const PresenceCallback& done) {
+void SdkServices::RequestPresence(const prg::PrgStringT<wchar_t>&, const prg::PrgStringT<wchar_t>&,
+                                  bool withStatus, const PresenceCallback& done) {
     post([withStatus, done](ImEngine* e) {
-        e->requestPresence(withStatus ? done
-                                      : PresenceCallback(std::function<void(
-                                            openim::ResultCode,
-                                            std::map<openim::IMUserID, openim::IMUserStatus>)>(
-                                            [done](openim::ResultCode rc, auto) {
-                                                if (!done.is_null()) done.Run(rc, {});
-                                            })));
+        e->requestPresence(
+            withStatus ? done
+                       : PresenceCallback(
+                             std::function<void(openim::ResultCode,
+                                                std::map<openim::IMUserID, openim::IMUserStatus>)>(
+                                 [done](openim::ResultCode rc, auto) {
+                                     if (!done.is_null()) done.Run(rc, {});
+                                 })));
     });
 }
 
@@ -172,8 +173,7 @@ void SdkServices::Logout() {
 
 // ---- tribes: declared, rooms come later ----
 
-void SdkServices::RegisterDownloadCallback(
-    const openim::ITribeMediaService::DownloadCallback& cb) {
+void SdkServices::RegisterDownloadCallback(const openim::ITribeMediaService::DownloadCallback& cb) {
     std::lock_guard<std::mutex> guard(lock_);
     tribe_.download = cb;
 }

@@ -85,9 +85,8 @@ public:
         const base::Callback<void(openim::IMTribeID, openim::IMUserID)>& cb) override;
     void RegisterMemberKicked(
         const base::Callback<void(openim::IMTribeID, openim::IMUserID)>& cb) override;
-    void RegisterRoleChanged(
-        const base::Callback<void(openim::IMTribeID, openim::IMUserID, openim::IMUserID)>& cb)
-        override;
+    void RegisterRoleChanged(const base::Callback<void(openim::IMTribeID, openim::IMUserID,
+                                                       openim::IMUserID)>& cb) override;
     void RegisterNameChanged(
         const base::Callback<void(openim::IMTribeID, prg::PrgStringT<wchar_t>)>& cb) override;
     void RegisterNoticeChanged(

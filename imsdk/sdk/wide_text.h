@@ -16,9 +16,7 @@ inline prg::PrgStringT<wchar_t> fromQ(const QString& s) {
     return prg::PrgStringT<wchar_t>(s.toStdWString());
 }
 
-inline QString pathToQ(const base::FilePath& p) {
-    return QString::fromStdString(p.AsUTF8Unsafe());
-}
+inline QString pathToQ(const base::FilePath& p) { return QString::fromStdString(p.AsUTF8Unsafe()); }
 
 inline base::FilePath pathFromQ(const QString& p) {
     return base::FilePath::FromUTF8Unsafe(p.toStdString());

@@ -1,13 +1,13 @@
 #include "store/message_store.h"
 
 #include <QAtomicInteger>
-#include <algorithm>
 #include <QDir>
 #include <QFileInfo>
 #include <QSqlDatabase>
 #include <QSqlError>
 #include <QSqlQuery>
 #include <QVariant>
+#include <algorithm>
 
 namespace {
 
@@ -103,7 +103,8 @@ std::optional<quint64> MessageStore::insert(const StoredMessage& m) {
         if (q.exec() && q.next()) return std::nullopt;
     }
     if (!m.originId.isEmpty()) {
-        q.prepare(QStringLiteral("SELECT id, stanza_id FROM messages WHERE sender = ? AND origin_id = ?"));
+        q.prepare(QStringLiteral(
+            "SELECT id, stanza_id FROM messages WHERE sender = ? AND origin_id = ?"));
         q.addBindValue(m.sender);
         q.addBindValue(m.originId);
         if (q.exec() && q.next()) {
@@ -154,7 +155,8 @@ std::optional<StoredMessage> MessageStore::message(quint64 id) {
 int MessageStore::unreadCount(const QString& peer) {
     if (!isOpen()) return 0;
     QSqlQuery q(QSqlDatabase::database(connection_, false));
-    q.prepare(QStringLiteral("SELECT COUNT(*) FROM messages WHERE peer = ? AND unread = 1 AND pending_media = 0"));
+    q.prepare(QStringLiteral(
+        "SELECT COUNT(*) FROM messages WHERE peer = ? AND unread = 1 AND pending_media = 0"));
     q.addBindValue(peer);
     return q.exec() && q.next() ? q.value(0).toInt() : 0;
 }
@@ -168,7 +170,8 @@ QStringList MessageStore::unreadPeers() {
     QStringList peers;
     if (!isOpen()) return peers;
     QSqlQuery q(QSqlDatabase::database(connection_, false));
-    if (q.exec(QStringLiteral("SELECT DISTINCT peer FROM messages WHERE unread = 1 AND pending_media = 0 ORDER BY peer")))
+    if (q.exec(QStringLiteral("SELECT DISTINCT peer FROM messages WHERE unread = 1 AND "
+                              "pending_media = 0 ORDER BY peer")))
         while (q.next()) peers << q.value(0).toString();
     return peers;
 }
@@ -181,8 +184,8 @@ void MessageStore::markRead(const QString& peer) {
     q.exec();
 }
 
-QList<StoredMessage> MessageStore::page(const QString& peer, qint64 beforeTime,
-                                        quint64 beforeId, int limit) {
+QList<StoredMessage> MessageStore::page(const QString& peer, qint64 beforeTime, quint64 beforeId,
+                                        int limit) {
     QList<StoredMessage> rows;
     if (beforeTime == 0 && beforeId == 0)
         rows = select(QStringLiteral("peer = ?"), {peer},

@@ -33,8 +33,7 @@ public:
     QStringList unreadPeers();
     void markRead(const QString& peer);
     // Up to `limit` messages older than (time, id), oldest first; (0, 0) starts at the newest.
-    QList<StoredMessage> page(const QString& peer, qint64 beforeTime, quint64 beforeId,
-                              int limit);
+    QList<StoredMessage> page(const QString& peer, qint64 beforeTime, quint64 beforeId, int limit);
     // The server id of the oldest message with `peer` that has one.
     QString oldestStanzaId(const QString& peer);
     QList<StoredMessage> pendingMedia();

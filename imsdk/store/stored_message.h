@@ -19,7 +19,7 @@ struct StoredMessage {
     int height = 0;
     qint64 time = 0;  // seconds since 1970
     bool unread = false;
-    QString stanzaId;  // the server archive's id, empty until known
-    QString originId;  // the sender's own id of the stanza
+    QString stanzaId;           // the server archive's id, empty until known
+    QString originId;           // the sender's own id of the stanza
     bool pendingMedia = false;  // media whose download has not finished
 };

@@ -1,6 +1,7 @@
 """A plain XMPP client (slixmpp): sends one text, prints the first chat text it gets back.
 
 usage: plain_client.py JID PASSWORD HOST PORT PEER TEXT
+       plain_client.py JID PASSWORD HOST PORT PEER --raw STANZA...   (send as is, then quit)
 """
 import sys
 
@@ -16,6 +17,11 @@ class PlainClient(slixmpp.ClientXMPP):
 
     async def start(self, _event):
         self.send_presence()
+        if isinstance(self.text, list):
+            for stanza in self.text:
+                self.send_raw(stanza)
+            self.loop.call_later(1, self.disconnect)
+            return
         self.send_message(mto=self.peer, mbody=self.text, mtype="chat")
 
     def message(self, msg):
@@ -25,7 +31,8 @@ class PlainClient(slixmpp.ClientXMPP):
 
 
 def main():
-    jid, password, host, port, peer, text = sys.argv[1:7]
+    jid, password, host, port, peer = sys.argv[1:6]
+    text = sys.argv[7:] if sys.argv[6] == "--raw" else sys.argv[6]
     client = PlainClient(jid, password, peer, text)
     client["feature_mechanisms"].unencrypted_plain = True
     client.enable_starttls = False

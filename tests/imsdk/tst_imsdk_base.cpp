@@ -3,23 +3,33 @@
 #include <atomic>
 #include <thread>
 
+#include <QImage>
+
 #include "base/at_exit.h"
 #include "base/bind.h"
 #include "base/file_path.h"
 #include "base/path_service.h"
 #include "base/ref_ptr_counted.h"
+#include "openim/iim_core_service.h"
 #include "openim/ilogin_account_service.h"
 #include "openim/service_guids.h"
 #include "prg/iprg_com.h"
 #include "prg/prg_com.h"
 #include "prg/prg_component.h"
+#include "sdk/sdk_instance.h"
 
 namespace {
 
 std::atomic<int> g_alive{0};
 
-class Receiver : public base::RefCountedThreadSafe<Receiver> {
+class Named {
 public:
+    std::string Name() const { return "receiver"; }
+};
+
+class Receiver : public Named, public base::RefCountedThreadSafe<Receiver> {
+public:
+    std::size_t Size() const { return last.account.size(); }
     Receiver() { ++g_alive; }
     void Add(int bound, const std::string& text, int* out) { *out = bound + int(text.size()); }
     void Take(const openim::IMUserID& user) { last = user; }
@@ -50,6 +60,7 @@ private slots:
     void pathServiceGivesTheProgram();
     void rootFindsComponentsByExactGuidText();
     void rootNeedsAnAtExitManagerAndAPath();
+    void emoticonCatalogueHasDrawnPictures();
 };
 
 void BaseTest::bindKeepsReceiverAliveUntilLastCopyGoes() {
@@ -84,6 +95,11 @@ void BaseTest::callbackConvertsToCompatibleSignature() {
     byValue.Run(openim::IMUserID(L"7", L"bob"));
     QVERIFY(r->last == openim::IMUserID(L"7", L"bob"));
     QVERIFY(base::Callback<void()>().is_null());
+    // Const members, members of a base class, and a scoped_refptr as the receiver.
+    auto size = base::Bind(&Receiver::Size, r);
+    QCOMPARE(size.Run(), std::size_t(3));
+    auto inherited = base::Bind(&Named::Name, r.get());
+    QCOMPARE(inherited.Run(), std::string("receiver"));
 }
 
 void BaseTest::filePathDirNameAndAppend() {
@@ -125,8 +141,8 @@ void BaseTest::rootFindsComponentsByExactGuidText() {
                                                            openim::kPresenceInterface));
     QVERIFY(!root.GetService<openim::ILoginAccountService>(
         "{{cdf0254d-fade-4abf-a354-832336d71990}}", openim::kPresenceInterface));
-    QVERIFY(!root.GetService<openim::ILoginAccountService>(openim::kPresenceModule,
-                                                           "{746CDF64-1614-4F3B-859B-EC8F3F724EE7}"));
+    QVERIFY(!root.GetService<openim::ILoginAccountService>(
+        openim::kPresenceModule, "{746CDF64-1614-4F3B-859B-EC8F3F724EE7}"));
     openim::ILoginAccountService* found = root.GetService<openim::ILoginAccountService>(
         openim::kPresenceModule, openim::kPresenceInterface);
     QVERIFY(found);
@@ -168,6 +184,38 @@ void BaseTest::rootNeedsAnAtExitManagerAndAPath() {
         }
     }
     QVERIFY(GetPrgCOM() == nullptr);  // torn down with the manager
+}
+
+void BaseTest::emoticonCatalogueHasDrawnPictures() {
+    SdkInstance sdk(QString::fromLocal8Bit(qgetenv("QUELIX_TEST_TMP")));
+    base::FilePath program;
+    QVERIFY(PathService::Get(5, &program));
+    QCOMPARE(sdk.root()->Init(program), prg::PRG_OK);
+    base::scoped_refptr<openim::IIMCoreService> core;
+    core.adopt(sdk.root()->GetService<openim::IIMCoreService>(openim::kCoreModule,
+                                                              openim::kCoreInterface));
+    std::vector<openim::IMEmotionItem> items;
+    core->GetEmotionItems(&items);
+    QVERIFY(items.size() >= 40);
+    QSet<QString> codes;
+    for (const auto& item : items) {
+        const QString code = QString::fromStdWString(item.emotionShortCut.str());
+        QVERIFY2(!codes.contains(code), qPrintable(code));
+        codes.insert(code);
+        QImage picture(QString::fromStdWString(item.emPngFixedPath.str()));
+        QVERIFY2(!picture.isNull(), qPrintable(code));
+        // Drawn from the colour font: not empty, and some of it in colour (a
+        // monochrome fallback font would give thin black outlines).
+        int opaque = 0, coloured = 0;
+        for (int y = 0; y < picture.height(); ++y)
+            for (int x = 0; x < picture.width(); ++x) {
+                const QColor c = picture.pixelColor(x, y);
+                if (c.alpha() > 128) ++opaque;
+                if (c.alpha() > 128 && c.saturation() > 64) ++coloured;
+            }
+        QVERIFY2(opaque > picture.width() * picture.height() / 25, qPrintable(code));
+        QVERIFY2(coloured > 0, qPrintable(code));
+    }
 }
 
 QTEST_GUILESS_MAIN(BaseTest)

@@ -1,8 +1,8 @@
 // What arrives from the network is not trusted: stanzas, file names, downloads, duplicates.
+#include <QXmppMessage.h>
 #include <QDir>
 #include <QDomDocument>
 #include <QTemporaryDir>
-#include <QXmppMessage.h>
 #include <QtTest>
 
 #include "openim/im_message_content.h"
@@ -22,12 +22,14 @@ QXmppMessage parse(const QString& xml) {
 }
 
 QString stanza(const QString& body, const QString& content) {
-    return QStringLiteral("<message xmlns='jabber:client' type='chat' from='a@d/r' to='b@d' id='x'>"
-                          "<body>%1</body>%2</message>")
+    return QStringLiteral(
+               "<message xmlns='jabber:client' type='chat' from='a@d/r' to='b@d' id='x'>"
+               "<body>%1</body>%2</message>")
         .arg(body, content);
 }
 
-QString content(const QString& kind, const QString& inner = QString(), const QString& attrs = QString()) {
+QString content(const QString& kind, const QString& inner = QString(),
+                const QString& attrs = QString()) {
     return QStringLiteral("<content xmlns='urn:quelix:im:1' kind='%1' %3>%2</content>")
         .arg(kind, inner, attrs);
 }
@@ -101,9 +103,9 @@ void InputTest::plainClientsAreUnderstood() {
     QCOMPARE(text->kind, int(openim::kContentText));
     QCOMPARE(text->content, QStringLiteral("hi there"));
     // Chat states and receipts carry no message.
-    QVERIFY(!MessageCodec::decode(parse(
-        "<message xmlns='jabber:client' type='chat' from='a@d/r'>"
-        "<composing xmlns='http://jabber.org/protocol/chatstates'/></message>")));
+    QVERIFY(!MessageCodec::decode(
+        parse("<message xmlns='jabber:client' type='chat' from='a@d/r'>"
+              "<composing xmlns='http://jabber.org/protocol/chatstates'/></message>")));
     const QString url = QStringLiteral("https://files.example/up/report.pdf");
     auto file = MessageCodec::decode(
         parse(stanza(url, "<x xmlns='jabber:x:oob'><url>" + url + "</url></x>")));
@@ -136,10 +138,11 @@ void InputTest::failedDownloadLeavesNothing() {
     MediaTransfer transfer;
     bool finished = false, ok = true;
     // Port 1 on loopback: nothing listens there.
-    transfer.download(QUrl("http://127.0.0.1:1/never.bin"), target, [&](bool success, const QString&) {
-        finished = true;
-        ok = success;
-    });
+    transfer.download(QUrl("http://127.0.0.1:1/never.bin"), target,
+                      [&](bool success, const QString&) {
+                          finished = true;
+                          ok = success;
+                      });
     QTRY_VERIFY_WITH_TIMEOUT(finished, 10000);
     QVERIFY(!ok);
     QVERIFY(QDir(dir.path()).entryList(QDir::Files | QDir::Hidden).isEmpty());

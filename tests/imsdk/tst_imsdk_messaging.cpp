@@ -5,6 +5,7 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QProcess>
+#include <QUuid>
 #include <QtTest>
 
 #include "openim/im_message_content.h"
@@ -22,6 +23,8 @@ private slots:
     void offlineMessagesArriveOnceAtNextLogin();
     void historyPagesBackThroughTheArchive();
     void plainXmppClientExchangesText();
+    void commandLineClientListensAndSends();
+    void hostileStanzasReachTheClientAsWhatTheyAre();
 
 private:
     ProsodyServer server_;
@@ -29,7 +32,7 @@ private:
 
 void MessagingTest::initTestCase() {
     QVERIFY2(server_.start(), qPrintable(server_.lastError()));
-    for (const char* user : {"alice", "bob", "carol", "dave"})
+    for (const char* user : {"alice", "bob", "carol", "dave", "erin"})
         QVERIFY(server_.registerUser(QLatin1String(user), QStringLiteral("pw-") + user));
 }
 
@@ -38,19 +41,22 @@ void MessagingTest::exchangesTextCustomAndPicture() {
     TestSession bob(QStringLiteral("bob"));
     alice.login(server_, QStringLiteral("alice"), QStringLiteral("pw-alice"));
     bob.login(server_, QStringLiteral("bob"), QStringLiteral("pw-bob"));
-    QVERIFY(waitUntil([&] { return alice.probe().count("loginOk") && bob.probe().count("loginOk"); }));
+    QVERIFY(
+        waitUntil([&] { return alice.probe().count("loginOk") && bob.probe().count("loginOk"); }));
 
     QImage picture(40, 30, QImage::Format_RGB32);
     picture.fill(Qt::darkCyan);
     const QString picturePath = alice.dataFolder() + QStringLiteral("/shot.png");
     QVERIFY(picture.save(picturePath));
-    const QString json = QStringLiteral(R"({"msgType":1,"summary":"Task 7","content":"{\"id\":7}"})");
+    const QString json =
+        QStringLiteral(R"({"msgType":1,"summary":"Task 7","content":"{\"id\":7}"})");
 
     alice.sendText(QStringLiteral("bob"), QStringLiteral("你好, bob"));
     alice.sendCustom(QStringLiteral("bob"), json, QStringLiteral("Task 7"));
     alice.sendImage(QStringLiteral("bob"), picturePath, 40, 30);
     QVERIFY(waitUntil([&] { return alice.probe().count("sent") == 3; }, 20000));
-    QVERIFY2(alice.probe().count("sent:0:0") == 3, qPrintable(alice.probe().events().join(QLatin1Char(' '))));
+    QVERIFY2(alice.probe().count("sent:0:0") == 3,
+             qPrintable(alice.probe().events().join(QLatin1Char(' '))));
 
     QVERIFY(waitUntil([&] { return bob.probe().count("newMessage:alice") == 3; }, 20000));
     QCOMPARE(bob.probe().downloadResults(), QList<bool>{true});
@@ -81,7 +87,8 @@ void MessagingTest::exchangesTextCustomAndPicture() {
     QCOMPARE(bob.unreadCount(QStringLiteral("alice")), 0);
     bob.sendText(QStringLiteral("alice"), QStringLiteral("got it"));
     QVERIFY(waitUntil([&] { return alice.probe().count("newMessage:bob") == 1; }));
-    QCOMPARE(toQ(alice.unread(QStringLiteral("bob")).at(0).content.content), QStringLiteral("got it"));
+    QCOMPARE(toQ(alice.unread(QStringLiteral("bob")).at(0).content.content),
+             QStringLiteral("got it"));
 }
 
 void MessagingTest::offlineMessagesArriveOnceAtNextLogin() {
@@ -90,7 +97,8 @@ void MessagingTest::offlineMessagesArriveOnceAtNextLogin() {
     {
         TestSession bob(QStringLiteral("bob"));
         bob.login(server_, QStringLiteral("bob"), QStringLiteral("pw-bob"));
-        QVERIFY(waitUntil([&] { return alice.probe().count("loginOk") && bob.probe().count("loginOk"); }));
+        QVERIFY(waitUntil(
+            [&] { return alice.probe().count("loginOk") && bob.probe().count("loginOk"); }));
         bob.markRead(QStringLiteral("alice"));
         // Bob's last live message gives his store an archive position to catch up from.
         alice.sendText(QStringLiteral("bob"), QStringLiteral("before"));
@@ -99,7 +107,8 @@ void MessagingTest::offlineMessagesArriveOnceAtNextLogin() {
         bob.logout();
         QVERIFY(waitUntil([&] { return bob.probe().count("logouted") == 1; }));
     }
-    for (int i = 1; i <= 3; ++i) alice.sendText(QStringLiteral("bob"), QStringLiteral("offline %1").arg(i));
+    for (int i = 1; i <= 3; ++i)
+        alice.sendText(QStringLiteral("bob"), QStringLiteral("offline %1").arg(i));
     QVERIFY(waitUntil([&] { return alice.probe().count("sent:0") == 4; }));
 
     TestSession bob(QStringLiteral("bob"));  // same store as before
@@ -150,10 +159,11 @@ void MessagingTest::plainXmppClientExchangesText() {
 
     QProcess carol;
     carol.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-    carol.start(QStringLiteral("/usr/bin/python3"),
-                {QFINDTESTDATA("plain_client.py"), QStringLiteral("carol@") + server_.domain(),
-                 QStringLiteral("pw-carol"), server_.host(), QString::number(server_.port()),
-                 QStringLiteral("alice@") + server_.domain(), QStringLiteral("hello from slixmpp")});
+    carol.start(
+        QStringLiteral("/usr/bin/python3"),
+        {QFINDTESTDATA("plain_client.py"), QStringLiteral("carol@") + server_.domain(),
+         QStringLiteral("pw-carol"), server_.host(), QString::number(server_.port()),
+         QStringLiteral("alice@") + server_.domain(), QStringLiteral("hello from slixmpp")});
     QVERIFY(waitUntil([&] { return alice.probe().count("newMessage:carol") == 1; }, 30000));
     const auto fromCarol = alice.unread(QStringLiteral("carol"));
     QCOMPARE(int(fromCarol.size()), 1);
@@ -165,6 +175,115 @@ void MessagingTest::plainXmppClientExchangesText() {
     QCOMPARE(carol.exitCode(), 0);
     QCOMPARE(QString::fromUtf8(carol.readAllStandardOutput()).trimmed(),
              QStringLiteral("hello from the SDK"));
+}
+
+void MessagingTest::commandLineClientListensAndSends() {
+    TestSession alice(QStringLiteral("alice"));
+    alice.login(server_, QStringLiteral("alice"), QStringLiteral("pw-alice"));
+    QVERIFY(waitUntil([&] { return alice.probe().count("loginOk"); }));
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.insert(QStringLiteral("XMPP_HOST"), server_.host());
+    env.insert(QStringLiteral("XMPP_PORT"), QString::number(server_.port()));
+    env.insert(QStringLiteral("XMPP_DOMAIN"), server_.domain());
+    const QStringList account{
+        QStringLiteral("--account"), QStringLiteral("erin"),
+        QStringLiteral("--secret"),  QStringLiteral("pw-erin"),
+        QStringLiteral("--data"),    alice.dataFolder() + QStringLiteral("/cli")};
+
+    // What was sent while the listener was away comes first, then what arrives live.
+    alice.sendText(QStringLiteral("erin"), QStringLiteral("while away"));
+    QVERIFY(waitUntil([&] { return alice.probe().count("sent:0") == 1; }));
+    QProcess listen;
+    listen.setProcessEnvironment(env);
+    listen.start(QStringLiteral(QUELIX_IMCLI), account + QStringList{"listen", "2"});
+    QVERIFY(listen.waitForStarted());
+    // Signed in and printed the waiting message: now one arrives live.
+    QVERIFY(waitUntil([&] { return listen.peek(1 << 16).count('\n') >= 2; }));
+    alice.sendCustom(QStringLiteral("erin"), QStringLiteral(R"({"msgType":3})"),
+                     QStringLiteral("tip"));
+    QVERIFY(listen.waitForFinished(20000));
+    QCOMPARE(listen.exitCode(), 0);
+    QList<QJsonObject> lines;
+    for (const QByteArray& line : listen.readAllStandardOutput().split('\n'))
+        if (!line.isEmpty()) lines << QJsonDocument::fromJson(line).object();
+    QCOMPARE(lines.size(), 3);
+    QCOMPARE(lines.first().value("event").toString(), QStringLiteral("login"));
+    QCOMPARE(lines.at(1).value("content").toString(), QStringLiteral("while away"));
+    QCOMPARE(lines.at(1).value("from").toString(), QStringLiteral("alice"));
+    QCOMPARE(lines.last().value("kind").toInt(), int(openim::kContentCustom));
+    QCOMPARE(lines.last().value("summary").toString(), QStringLiteral("tip"));
+
+    QProcess send;
+    send.setProcessEnvironment(env);
+    send.start(QStringLiteral(QUELIX_IMCLI),
+               account + QStringList{"send-text", "alice", "from the cli"});
+    QVERIFY(send.waitForFinished(20000));
+    QCOMPARE(send.exitCode(), 0);
+    QVERIFY(waitUntil([&] { return alice.probe().count("newMessage:erin") == 1; }));
+    QCOMPARE(toQ(alice.unread(QStringLiteral("erin")).at(0).content.content),
+             QStringLiteral("from the cli"));
+}
+
+void MessagingTest::hostileStanzasReachTheClientAsWhatTheyAre() {
+    TestSession alice(QStringLiteral("alice"));
+    TestSession bob(QStringLiteral("bob"));
+    alice.login(server_, QStringLiteral("alice"), QStringLiteral("pw-alice"));
+    bob.login(server_, QStringLiteral("bob"), QStringLiteral("pw-bob"));
+    QVERIFY(
+        waitUntil([&] { return alice.probe().count("loginOk") && bob.probe().count("loginOk"); }));
+    alice.markRead(QStringLiteral("carol"));
+    // A real upload, so that a download of it works.
+    QImage picture(8, 8, QImage::Format_RGB32);
+    picture.fill(Qt::red);
+    const QString file = bob.dataFolder() + QStringLiteral("/red.png");
+    QVERIFY(picture.save(file));
+    bob.sendImage(QStringLiteral("dave"), file, 8, 8);
+    QVERIFY(waitUntil([&] { return bob.probe().count("sent") == 1; }));
+    const QString url = toQ(bob.probe().sent().first().content.url);
+    QVERIFY(url.startsWith(QLatin1String("http://127.0.0.1:")));
+    // The server finds uploads by slot, so an unknown slot is a missing file.
+    const QString missing =
+        url.section(QLatin1Char('/'), 0, -3) + QStringLiteral("/no-slot/gone.png");
+
+    auto stanza = [&](const QString& body, const QString& content) {
+        return QStringLiteral(
+                   "<message xmlns='jabber:client' type='chat' to='alice@%1' id='%2'>"
+                   "<body>%3</body>%4</message>")
+            .arg(server_.domain(), QUuid::createUuid().toString(QUuid::WithoutBraces), body,
+                 content);
+    };
+    const QString ns = QStringLiteral("xmlns='urn:quelix:im:1'");
+    QProcess carol;
+    carol.start(QStringLiteral("/usr/bin/python3"),
+                {QFINDTESTDATA("plain_client.py"), QStringLiteral("carol@") + server_.domain(),
+                 QStringLiteral("pw-carol"), server_.host(), QString::number(server_.port()),
+                 QStringLiteral("alice@") + server_.domain(), QStringLiteral("--raw"),
+                 stanza(url, "<content " + ns + " kind='2' name='../../escaped.png'/>"),
+                 stanza(missing, "<content " + ns + " kind='4' name='gone.png'/>"),
+                 stanza("card", "<content " + ns + " kind='16'>{broken</content>"),
+                 stanza("?", "<content " + ns + " kind='99'/>")});
+    QVERIFY(carol.waitForFinished(30000));
+    QVERIFY(waitUntil([&] { return alice.probe().count("newMessage:carol") == 4; }));
+    const auto messages = alice.unread(QStringLiteral("carol"));
+    QCOMPARE(int(messages.size()), 4);
+    // Downloads finish in any order: one worked, one failed.
+    const QList<bool> results = alice.probe().downloadResults();
+    QCOMPARE(results.size(), 2);
+    QCOMPARE(results.count(true), 1);
+    // The picture landed inside the receive folder under its plain name.
+    const QString saved = toQ(alice.probe().downloads().at(results.indexOf(true)).localPath);
+    QVERIFY(alice.probe().downloads().at(results.indexOf(false)).localPath.empty());
+    QCOMPARE(saved, QDir(alice.receiveFolder()).absoluteFilePath(QStringLiteral("escaped.png")));
+    QVERIFY(QImage(saved) == picture);
+    QVERIFY(!QFile::exists(alice.dataFolder() + QStringLiteral("/../escaped.png")));
+    // The failed download is still a file message, without a local path.
+    int failedFiles = 0, hidden = 0;
+    for (const auto& m : messages) {
+        if (m.content.type == openim::kContentFile && m.content.content.empty()) ++failedFiles;
+        if (m.content.type == openim::kContentHidden) ++hidden;
+    }
+    QCOMPARE(failedFiles, 1);
+    QCOMPARE(hidden, 2);
 }
 
 QTEST_GUILESS_MAIN(MessagingTest)

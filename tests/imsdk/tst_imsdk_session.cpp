@@ -16,7 +16,7 @@ class SessionTest : public QObject {
 private slots:
     void initTestCase();
     void secondDesktopKicksTheFirst();
-    void heartbeatAndSyncRegistration();
+    void heartbeatSyncRegistrationAndPush();
     void serverRestartLosesAndDoublesNothing();
 
 private:
@@ -35,6 +35,9 @@ void SessionTest::secondDesktopKicksTheFirst() {
     QVERIFY(waitUntil([&] { return first.probe().count("loginFail") == 1; }));
     first.login(server_, QStringLiteral("alice"), QStringLiteral("pw-alice"));
     QVERIFY(waitUntil([&] { return first.probe().count("loginOk") == 1; }));
+    // Callbacks come on the SDK's own thread, never on the caller's.
+    QVERIFY(first.probe().loginThread() != QThread::currentThread());
+    QCOMPARE(first.probe().loginThread()->objectName(), QStringLiteral("openim-sdk"));
 
     TestSession second(QStringLiteral("second"));
     second.login(server_, QStringLiteral("alice"), QStringLiteral("pw-alice"));
@@ -43,9 +46,10 @@ void SessionTest::secondDesktopKicksTheFirst() {
     // A kick is not a network loss: the client must not try to sign in again by itself.
     QCOMPARE(first.probe().count("disconnected"), 0);
     QCOMPARE(second.probe().count("kicked"), 0);
+    QCOMPARE(first.probe().count("pushKicked"), 1);
 }
 
-void SessionTest::heartbeatAndSyncRegistration() {
+void SessionTest::heartbeatSyncRegistrationAndPush() {
     TestSession alice(QStringLiteral("alice"));
     base::scoped_refptr<openim::IPresenceService> presence;
     presence.adopt(alice.root()->GetService<openim::IPresenceService>(openim::kPresenceModule,
@@ -69,16 +73,23 @@ void SessionTest::heartbeatAndSyncRegistration() {
     QVERIFY(sync);
     QString jid;
     QMutex lock;
-    sync->RegisterSync(1, base::Callback<void(prg::PrgStringT<wchar_t>)>(
-                              [&](prg::PrgStringT<wchar_t> text) {
-                                  QMutexLocker guard(&lock);
-                                  jid = toQ(text);
-                              }));
+    sync->RegisterSync(
+        1, base::Callback<void(prg::PrgStringT<wchar_t>)>([&](prg::PrgStringT<wchar_t> text) {
+            QMutexLocker guard(&lock);
+            jid = toQ(text);
+        }));
     QVERIFY(waitUntil([&] {
         QMutexLocker guard(&lock);
         return !jid.isEmpty();
     }));
     QVERIFY(jid.startsWith(QStringLiteral("alice@") + server_.domain() + QLatin1Char('/')));
+
+    QCOMPARE(alice.probe().count("pushStarted"), 1);
+    QVERIFY(server_.announce(QStringLiteral("alice"), QStringLiteral("maintenance at 22:00")));
+    QVERIFY(waitUntil([&] { return alice.probe().count("push") == 1; }));
+    QCOMPARE(alice.probe().events().last(), QStringLiteral("push:maintenance at 22:00"));
+    // Push notices are not chat messages.
+    QCOMPARE(alice.probe().count("newMessage"), 0);
 }
 
 void SessionTest::serverRestartLosesAndDoublesNothing() {
@@ -86,7 +97,8 @@ void SessionTest::serverRestartLosesAndDoublesNothing() {
     TestSession bob(QStringLiteral("bob"));
     alice.login(server_, QStringLiteral("alice"), QStringLiteral("pw-alice"));
     bob.login(server_, QStringLiteral("bob"), QStringLiteral("pw-bob"));
-    QVERIFY(waitUntil([&] { return alice.probe().count("loginOk") && bob.probe().count("loginOk"); }));
+    QVERIFY(
+        waitUntil([&] { return alice.probe().count("loginOk") && bob.probe().count("loginOk"); }));
     alice.sendText(QStringLiteral("bob"), QStringLiteral("before"));
     QVERIFY(waitUntil([&] { return bob.probe().count("newMessage:alice") == 1; }));
 

@@ -8,8 +8,9 @@
 
 ProsodyServer::ProsodyServer() {
     const QByteArray tmp = qgetenv("QUELIX_TEST_TMP");
-    root_ = std::make_unique<QTemporaryDir>(
-        tmp.isEmpty() ? QString() : QString::fromLocal8Bit(tmp) + QStringLiteral("/prosody-XXXXXX"));
+    root_ = std::make_unique<QTemporaryDir>(tmp.isEmpty() ? QString()
+                                                          : QString::fromLocal8Bit(tmp) +
+                                                                QStringLiteral("/prosody-XXXXXX"));
     dir_ = root_->path() + QStringLiteral("/instance");
 }
 
@@ -51,4 +52,8 @@ bool ProsodyServer::stopKeepingData() {
 
 bool ProsodyServer::registerUser(const QString& user, const QString& secret) {
     return run({QStringLiteral("register"), user, secret});
+}
+
+bool ProsodyServer::announce(const QString& user, const QString& text) {
+    return run({QStringLiteral("announce"), user, text});
 }

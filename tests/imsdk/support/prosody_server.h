@@ -15,6 +15,8 @@ public:
     // Stops the server but keeps its data and ports, so that start() brings it back.
     bool stopKeepingData();
     bool registerUser(const QString& user, const QString& secret);
+    // The server itself sends `user` a headline message.
+    bool announce(const QString& user, const QString& text);
 
     QString host() const { return host_; }
     quint16 port() const { return port_; }

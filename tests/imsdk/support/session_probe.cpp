@@ -7,6 +7,19 @@ void SessionProbe::note(const QString& event) {
     events_ << event;
 }
 
+void SessionProbe::OnLoginOk(openim::LoginOkParam) {
+    {
+        QMutexLocker guard(&lock_);
+        loginThread_ = QThread::currentThread();
+    }
+    note(QStringLiteral("loginOk"));
+}
+
+QThread* SessionProbe::loginThread() const {
+    QMutexLocker guard(&lock_);
+    return loginThread_;
+}
+
 void SessionProbe::OnNewMessage(openim::IMUserID sender) {
     note(QStringLiteral("newMessage:") + wide_text::toQ(sender.account));
 }
@@ -36,6 +49,10 @@ void SessionProbe::OnHistory(prg::PrgStringT<wchar_t>, openim::ResultCode result
         pages_ << page;
     }
     note(QStringLiteral("history:%1").arg(result.code));
+}
+
+void SessionProbe::OnPushMsgs(std::vector<openim::XPushMsg> messages) {
+    for (const auto& m : messages) note(QStringLiteral("push:") + wide_text::toQ(m.content));
 }
 
 void SessionProbe::OnPresence(openim::ResultCode result,

@@ -3,6 +3,7 @@
 #include <QList>
 #include <QMutex>
 #include <QString>
+#include <QThread>
 #include <map>
 #include <vector>
 
@@ -18,7 +19,7 @@
 // thread to look at.
 class SessionProbe : public base::RefCountedThreadSafe<SessionProbe> {
 public:
-    void OnLoginOk(openim::LoginOkParam) { note("loginOk"); }
+    void OnLoginOk(openim::LoginOkParam);
     void OnLoginFail(openim::LoginFailParam) { note("loginFail"); }
     void OnKicked(openim::KickedParam) { note("kicked"); }
     void OnReLoginOk(openim::ReLoginOkParam) { note("reloginOk"); }
@@ -30,10 +31,16 @@ public:
     void OnSent(openim::IMMessage message, openim::ResultCode sent, openim::ResultCode upload);
     void OnHistory(prg::PrgStringT<wchar_t> peer, openim::ResultCode result,
                    std::vector<openim::IMMessage> page);
+    void OnPushStarted(openim::XPushStartOkParam) { note("pushStarted"); }
+    void OnPushKicked(openim::XPushKickedParam) { note("pushKicked"); }
+    void OnPushStopped(openim::XPushStopedParam) { note("pushStopped"); }
+    void OnPushMsgs(std::vector<openim::XPushMsg> messages);
     void OnPresence(openim::ResultCode result,
                     std::map<openim::IMUserID, openim::IMUserStatus> statuses);
 
     int count(const QString& event) const;
+    // The thread the login success was reported on.
+    QThread* loginThread() const;
     // Everything noted so far, in order ("newMessage:bob", "sent:0", ...).
     QStringList events() const;
     QList<openim::DownloadMediaResult> downloads() const;
@@ -47,6 +54,7 @@ private:
     void note(const QString& event);
 
     mutable QMutex lock_;
+    QThread* loginThread_ = nullptr;
     QStringList events_;
     QList<openim::DownloadMediaResult> downloads_;
     QList<bool> downloadOk_;

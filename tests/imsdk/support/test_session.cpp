@@ -6,9 +6,9 @@
 #include <QThread>
 
 #include "base/bind.h"
-#include "openim/ixpush_service.h"
 #include "openim/iim_core_service.h"
 #include "openim/imedia_service.h"
+#include "openim/ixpush_service.h"
 #include "openim/service_guids.h"
 #include "prosody_server.h"
 #include "sdk/sdk_instance.h"
@@ -37,16 +37,26 @@ base::scoped_refptr<T> fetch(prg::IPrgCOM* root, const char* module, const char*
 
 TestSession::TestSession(const QString& name) : probe_(new SessionProbe) {
     const QByteArray tmp = qgetenv("QUELIX_TEST_TMP");
-    folder_ = (tmp.isEmpty() ? QDir::tempPath() : QString::fromLocal8Bit(tmp)) +
-              QStringLiteral("/sessions/") + name;
+    // Outside tests/run-isolated, keep runs apart: one folder per process.
+    const QString base =
+        tmp.isEmpty()
+            ? QDir::tempPath() +
+                  QStringLiteral("/quelix-imsdk-%1").arg(QCoreApplication::applicationPid())
+            : QString::fromLocal8Bit(tmp);
+    folder_ = base + QStringLiteral("/sessions/") + name;
     QDir().mkpath(folder_);
     sdk_ = std::make_unique<SdkInstance>(folder_);
-    sdk_->root()->Init(base::FilePath::FromUTF8Unsafe(
-        QCoreApplication::applicationFilePath().toStdString()));
+    sdk_->root()->Init(
+        base::FilePath::FromUTF8Unsafe(QCoreApplication::applicationFilePath().toStdString()));
     auto core = fetch<openim::IIMCoreService>(root(), openim::kCoreModule, openim::kCoreInterface);
     core->Start(base::FilePath(), fromQ(appKey()));
 
     SessionProbe* p = probe_.get();
+    auto push = fetch<openim::IXPushService>(root(), openim::kXPushModule, openim::kXPushInterface);
+    push->RegisterStartOk(base::Bind(&SessionProbe::OnPushStarted, p));
+    push->RegisterKicked(base::Bind(&SessionProbe::OnPushKicked, p));
+    push->RegisterStoped(base::Bind(&SessionProbe::OnPushStopped, p));
+    push->RegisterMsgs(base::Bind(&SessionProbe::OnPushMsgs, p));
     auto login = loginService();
     login->RegisterLoginOk(base::Bind(&SessionProbe::OnLoginOk, p));
     login->RegisterKicked(base::Bind(&SessionProbe::OnKicked, p));
@@ -56,7 +66,8 @@ TestSession::TestSession(const QString& name) : probe_(new SessionProbe) {
     login->RegisterNetDisConnect(base::Bind(&SessionProbe::OnNetDisConnect, p));
     login->RegisterLogouted(base::Bind(&SessionProbe::OnLogouted, p));
     conversationService()->RegisterNewMessageCallback(base::Bind(&SessionProbe::OnNewMessage, p));
-    auto media = fetch<openim::IMediaService>(root(), openim::kMediaModule, openim::kMediaInterface);
+    auto media =
+        fetch<openim::IMediaService>(root(), openim::kMediaModule, openim::kMediaInterface);
     media->RegisterDownloadCallback(base::Bind(&SessionProbe::OnDownload, p));
 }
 
