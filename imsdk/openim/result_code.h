@@ -17,6 +17,7 @@ struct ResultCode {
         kNetworkError = 5,
         kServerError = 6,
         kNotFound = 7,
+        kAuthFailed = 8,  // the server refused the account or its secret
     };
 
     ResultCode() = default;

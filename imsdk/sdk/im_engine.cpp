@@ -216,8 +216,11 @@ void ImEngine::onStateChanged(QXmppClient::State state) {
     }
     if (state != QXmppClient::DisconnectedState) return;
     const State was = state_;
+    // A refused account or secret is told apart from a server that cannot be reached.
+    const bool refused = lastError_ == QXmppClient::XmppStreamError &&
+                         streamError_ == QXmppStanza::Error::NotAuthorized;
     const openim::ResultCode result(
-        openim::ResultCode::kNetworkError,
+        refused ? openim::ResultCode::kAuthFailed : openim::ResultCode::kNetworkError,
         fromQ(QStringLiteral("connection closed (error %1, stream error %2)")
                   .arg(int(lastError_))
                   .arg(int(streamError_))));

@@ -20,7 +20,7 @@
 class SessionProbe : public base::RefCountedThreadSafe<SessionProbe> {
 public:
     void OnLoginOk(openim::LoginOkParam);
-    void OnLoginFail(openim::LoginFailParam) { note("loginFail"); }
+    void OnLoginFail(openim::LoginFailParam p) { note(QStringLiteral("loginFail:%1").arg(p.result.code)); }
     void OnKicked(openim::KickedParam) { note("kicked"); }
     void OnReLoginOk(openim::ReLoginOkParam) { note("reloginOk"); }
     void OnReLoginFail(openim::ReLoginFailParam) { note("reloginFail"); }
