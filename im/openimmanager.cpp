@@ -1,6 +1,8 @@
 #include "openimmanager.h"
 
+#include <QCoreApplication>
 #include <QDateTime>
+#include <QElapsedTimer>
 #include <QImageReader>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -33,6 +35,7 @@
 #include "openim/service_guids.h"
 #include "prg/iprg_com.h"
 #include "sdk/wide_text.h"
+#include "unreadfetcher.h"
 
 using wide_text::fromQ;
 using wide_text::toQ;
@@ -82,13 +85,27 @@ OpenIMManager* OpenIMManager::instance() {
     return manager;
 }
 
-OpenIMManager::OpenIMManager() {
+OpenIMManager::OpenIMManager() : fetcher_(new UnreadFetcher) {
     qRegisterMetaType<BaseMsg::MMessage>();
+    fetchThread_.setObjectName(QStringLiteral("im-unread"));
+    fetcher_->moveToThread(&fetchThread_);
+    fetchThread_.start();
+    connect(fetcher_, &UnreadFetcher::unreadReady, this, &OpenIMManager::onUnreadReady,
+            Qt::QueuedConnection);
     retryTimer_.setSingleShot(true);
     connect(&retryTimer_, &QTimer::timeout, this, &OpenIMManager::OnTimeout);
+    watermarkSave_.setSingleShot(true);
+    watermarkSave_.setInterval(1000);
+    connect(&watermarkSave_, &QTimer::timeout, this,
+            [] { ConfigStore::instance().userConfig().save(); });
+    connect(qApp, &QCoreApplication::aboutToQuit, this, &OpenIMManager::flushWatermark);
 }
 
-OpenIMManager::~OpenIMManager() = default;
+OpenIMManager::~OpenIMManager() {
+    fetchThread_.quit();
+    fetchThread_.wait();
+    delete fetcher_;
+}
 
 // --- set-up -----------------------------------------------------------------------------
 
@@ -184,7 +201,14 @@ void OpenIMManager::login(const LoginUser& user) {
     login->Login(param);
 }
 
+void OpenIMManager::flushWatermark() {
+    if (!watermarkSave_.isActive()) return;
+    watermarkSave_.stop();
+    ConfigStore::instance().userConfig().save();
+}
+
 void OpenIMManager::logout() {
+    flushWatermark();
     killTimer(timerId_);
     timerId_ = 0;
     timerRunning_ = false;
@@ -416,20 +440,30 @@ void OpenIMManager::OnIMNotifyMsgsOfSingle(openim::IMUserID sender) {
     const QString id = toQ(sender.account);
     QX_LOG << "OpenIMManager::OnIMNotifyMsgsOfSingle " << id;
     debugLine(QStringLiteral("OpenIMManager::OnIMNotifyMsgsOfSingle ") + id);
+    if (msgReady_) {
+        // Read off the GUI thread; the messages come back through onUnreadReady.
+        fetcher_->requestFetch(sender);
+        return;
+    }
+    // Not ready yet: every notification is kept, in order, for when the client is.
     base::scoped_refptr<OpenIMManager> self(this);
     QMetaObject::invokeMethod(
-        this,
-        [self, sender, id] {
-            if (self->isUser(id)) {
-                self->updateUnreadMsg(sender);
-            } else if (self->directory_) {
-                self->directory_->fetchColleagues({id});  // OnHttpGetOthersBack follows
-            } else {
-                // No back end to ask: still show what the colleague wrote.
-                self->updateUnreadMsg(sender);
-            }
-        },
-        Qt::QueuedConnection);
+        this, [self, sender] { self->updateUnreadMsg(sender); }, Qt::QueuedConnection);
+}
+
+void OpenIMManager::onUnreadReady(const openim::IMUserID& user,
+                                  const std::vector<openim::IMMessage>& unread) {
+    const QString id = toQ(user.account);
+    if (!isUser(id) && directory_) {
+        std::vector<std::uint64_t> ids;
+        for (const openim::IMMessage& m : unread) ids.push_back(m.msgId);
+        fetcher_->giveBack(ids);
+        directory_->fetchColleagues({id});  // OnHttpGetOthersBack follows
+        return;
+    }
+    // With no back end to ask, an unknown colleague's messages are still shown.
+    FunctionTrace trace(&Logger::instance(), QStringLiteral("OpenIMManager::updateUnreadMsg"));
+    handleUnread(user, unread, true);
 }
 
 void OpenIMManager::OnHttpGetOthersBack(const QString& userId) {
@@ -456,36 +490,84 @@ void OpenIMManager::advanceWatermark(qint64 time, quint64 msgId) {
     watermarkMoved_ = true;
 }
 
-void OpenIMManager::updateUnreadMsg(const openim::IMUserID& user) {
-    FunctionTrace trace(&Logger::instance(), QStringLiteral("OpenIMManager::updateUnreadMsg"));
+bool OpenIMManager::fetchUnread(const openim::IMUserID& user,
+                                std::vector<openim::IMMessage>* unread) {
     auto single = service<openim::IConversationService>(openim::kConversationModule,
                                                         openim::kConversationInterface);
-    if (!single) return;
+    if (!single) return false;
     base::scoped_refptr<openim::IConversation> conversation;
     openim::IConversation* raw = nullptr;
-    if (single->GetConversation(user, &raw) != prg::PRG_OK || !raw) return;
+    if (single->GetConversation(user, &raw) != prg::PRG_OK || !raw) return false;
     conversation.adopt(raw);
     single = nullptr;  // released before the work, as the conversation is enough
-    if (conversation->GetUnreadCount() == 0) return;
+    if (conversation->GetUnreadCount() == 0) return false;
+    conversation->GetUnreadMessages(unread);
+    return true;
+}
+
+void OpenIMManager::updateUnreadMsg(const openim::IMUserID& user) {
+    FunctionTrace trace(&Logger::instance(), QStringLiteral("OpenIMManager::updateUnreadMsg"));
+    std::vector<openim::IMMessage> unread;
+    if (!fetchUnread(user, &unread)) return;
+    handleUnread(user, unread, false);
+}
+
+void OpenIMManager::handleUnread(const openim::IMUserID& user,
+                                 const std::vector<openim::IMMessage>& unread, bool fromFetcher) {
     const QString id = toQ(user.account);
     if (!msgReady_) {
         Logger::instance().write(QStringLiteral("MsgReady: false   id:") + id);
         pending_.append(user);
+        if (fromFetcher) {
+            std::vector<std::uint64_t> ids;
+            for (const openim::IMMessage& m : unread) ids.push_back(m.msgId);
+            fetcher_->giveBack(ids);
+        }
         return;
     }
     Logger::instance().write(QStringLiteral("MsgReady: true   id:") + id);
-    std::vector<openim::IMMessage> unread;
-    conversation->GetUnreadMessages(&unread);
-    bool shown = false;
+    std::vector<std::uint64_t> skipped;
     for (const openim::IMMessage& m : unread) {
-        if (!passesWatermark(m.msgTime, m.msgId)) continue;
-        showChatMsg(false, m);
-        advanceWatermark(m.msgTime, m.msgId);
-        shown = true;
+        if (queuedIds_.contains(m.msgId)) continue;  // already waiting to be shown
+        if (!passesWatermark(m.msgTime, m.msgId)) {
+            skipped.push_back(m.msgId);
+            continue;
+        }
+        queuedIds_.insert(m.msgId);
+        displayQueue_.push_back({user, m});
     }
-    // Shown messages are read: a restart does not bring them again.
-    conversation->MarkRead();
-    if (shown) ConfigStore::instance().userConfig().save();
+    if (!skipped.empty()) fetcher_->markRead(user, skipped);
+    showQueued();
+}
+
+// Shows queued messages a slice at a time, so that a burst of thousands never holds the
+// GUI thread for long. A message is marked read once it has been shown: one that a crash
+// keeps from the screen comes back at the next start.
+void OpenIMManager::showQueued() {
+    std::map<QString, std::pair<openim::IMUserID, std::vector<std::uint64_t>>> shownByPeer;
+    for (int n = 0; n < kShowSlice && !displayQueue_.empty(); ++n) {
+        const QueuedMessage next = displayQueue_.front();
+        displayQueue_.pop_front();
+        showChatMsg(false, next.message);
+        advanceWatermark(next.message.msgTime, next.message.msgId);
+        queuedIds_.remove(next.message.msgId);
+        auto& entry = shownByPeer[toQ(next.user.account)];
+        entry.first = next.user;
+        entry.second.push_back(next.message.msgId);
+    }
+    if (!shownByPeer.empty()) {
+        for (auto& peer : shownByPeer) fetcher_->markRead(peer.second.first, peer.second.second);
+        // Saved within a second rather than per slice: a burst would otherwise write (and
+        // sync) the settings file hundreds of times on the GUI thread.
+        if (!watermarkSave_.isActive()) watermarkSave_.start();
+    }
+    if (!displayQueue_.empty() && !showScheduled_) {
+        showScheduled_ = true;
+        QTimer::singleShot(0, this, [this] {
+            showScheduled_ = false;
+            showQueued();
+        });
+    }
 }
 
 QString OpenIMManager::previewOf(const QString& text) {

@@ -4,8 +4,11 @@
 #include <QObject>
 #include <QSet>
 #include <QString>
+#include <QThread>
 #include <QTimer>
 
+#include <atomic>
+#include <deque>
 #include <map>
 #include <vector>
 
@@ -24,6 +27,7 @@
 #include "prg/prg_string.h"
 
 class DirectoryClient;
+class UnreadFetcher;
 class Requester;
 
 // The client's one way to the IM SDK: session and heartbeat, messages in and out, unread
@@ -73,6 +77,8 @@ public:
 
     bool msgReady() const { return msgReady_; }
     void setMsgReady(bool ready);
+    // Writes a watermark that is waiting to be saved (at logout and exit).
+    void flushWatermark();
     const QList<openim::IMUserID>& pendingList() const { return pending_; }
     bool isLoggedIn() const { return loggedIn_; }
     bool sessionTimerRunning() const { return timerRunning_ && timerId_ != 0; }
@@ -160,7 +166,7 @@ private:
     int timerId_ = 0;
     bool presencePending_ = false;
     openim::IMUserID ownUser_;
-    bool msgReady_ = false;
+    std::atomic<bool> msgReady_{false};  // also read on the SDK thread
     bool loggedIn_ = false;
     bool secondState_ = false;
 
@@ -169,7 +175,24 @@ private:
     bool watermarkMoved_ = false;
     QSet<quint64> shownAtWatermark_;
     QList<openim::IMUserID> pending_;
+    static constexpr int kShowSlice = 50;
+    struct QueuedMessage {
+        openim::IMUserID user;
+        openim::IMMessage message;
+    };
+    void showQueued();
+    static bool fetchUnread(const openim::IMUserID& user, std::vector<openim::IMMessage>* unread);
+    void handleUnread(const openim::IMUserID& user, const std::vector<openim::IMMessage>& unread,
+                      bool fromFetcher);
+    void onUnreadReady(const openim::IMUserID& user, const std::vector<openim::IMMessage>& unread);
+    std::deque<QueuedMessage> displayQueue_;
+    QSet<quint64> queuedIds_;
+    bool showScheduled_ = false;
+
+    QThread fetchThread_;
+    UnreadFetcher* fetcher_;
     QTimer retryTimer_;
+    QTimer watermarkSave_;
     Requester* requester_ = nullptr;
     DirectoryClient* directory_ = nullptr;
 };

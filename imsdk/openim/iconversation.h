@@ -36,6 +36,9 @@ public:
     // Unread messages, oldest first.
     virtual void GetUnreadMessages(std::vector<IMMessage>* messages) = 0;
     virtual void MarkRead() = 0;
+    // Marks just these messages read: what arrived after the caller fetched its unread
+    // list stays unread for the next notification.
+    virtual void MarkMessagesRead(const std::vector<std::uint64_t>& msgIds) = 0;
     // The next older page of at most `count` messages: first from the local store, then
     // from the server's archive. An empty page means the beginning was reached.
     virtual void GetHistory(std::int32_t count, const HistoryCallback& done) = 0;

@@ -78,6 +78,15 @@ void ConversationImpl::MarkRead() {
         });
 }
 
+void ConversationImpl::MarkMessagesRead(const std::vector<std::uint64_t>& msgIds) {
+    ImEngine* e = engine_;
+    if (e && !msgIds.empty())
+        e->call([e, &msgIds] {
+            e->markRead(QList<quint64>(msgIds.begin(), msgIds.end()));
+            return true;
+        });
+}
+
 void ConversationImpl::GetHistory(std::int32_t count, const HistoryCallback& done) {
     ImEngine* e = engine_;
     if (!e) return;

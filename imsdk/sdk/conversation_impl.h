@@ -24,6 +24,7 @@ public:
     std::int32_t GetUnreadCount() override;
     void GetUnreadMessages(std::vector<openim::IMMessage>* messages) override;
     void MarkRead() override;
+    void MarkMessagesRead(const std::vector<std::uint64_t>& msgIds) override;
     void GetHistory(std::int32_t count, const HistoryCallback& done) override;
     void ResetHistory() override;
 

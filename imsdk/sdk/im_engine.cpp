@@ -612,6 +612,8 @@ QStringList ImEngine::unreadPeers() { return store_.unreadPeers(); }
 
 void ImEngine::markRead(const QString& peer) { store_.markRead(peer); }
 
+void ImEngine::markRead(const QList<quint64>& ids) { store_.markRead(ids); }
+
 void ImEngine::resetHistory(const QString& peer) { cursors_.remove(peer); }
 
 void ImEngine::history(const QString& peer, int count, const HistoryCallback& done) {

@@ -97,6 +97,7 @@ public:
     std::vector<openim::IMMessage> unread(const QString& peer);
     QStringList unreadPeers();
     void markRead(const QString& peer);
+    void markRead(const QList<quint64>& ids);
     void history(const QString& peer, int count, const HistoryCallback& done);
     void resetHistory(const QString& peer);
     void downloadMedia(quint64 msgId);

@@ -184,6 +184,19 @@ void MessageStore::markRead(const QString& peer) {
     q.exec();
 }
 
+void MessageStore::markRead(const QList<quint64>& ids) {
+    if (!isOpen() || ids.isEmpty()) return;
+    QSqlDatabase db = QSqlDatabase::database(connection_, false);
+    db.transaction();
+    QSqlQuery q(db);
+    q.prepare(QStringLiteral("UPDATE messages SET unread = 0 WHERE id = ?"));
+    for (quint64 id : ids) {
+        q.addBindValue(qint64(id));
+        q.exec();
+    }
+    db.commit();
+}
+
 QList<StoredMessage> MessageStore::page(const QString& peer, qint64 beforeTime, quint64 beforeId,
                                         int limit) {
     QList<StoredMessage> rows;

@@ -32,6 +32,7 @@ public:
     QList<StoredMessage> unread(const QString& peer);
     QStringList unreadPeers();
     void markRead(const QString& peer);
+    void markRead(const QList<quint64>& ids);
     // Up to `limit` messages older than (time, id), oldest first; (0, 0) starts at the newest.
     QList<StoredMessage> page(const QString& peer, qint64 beforeTime, quint64 beforeId, int limit);
     // The server id of the oldest message with `peer` that has one.
