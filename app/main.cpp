@@ -3,11 +3,11 @@
 #include <QTranslator>
 
 #include "base/at_exit.h"
+#include "clientsession.h"
 #include "commandlineswitches.h"
 #include "configstore.h"
 #include "crashdump.h"
 #include "logger.h"
-#include "clientsession.h"
 #include "logstream.h"
 #include "mainwindow.h"
 #include "openimmanager.h"
@@ -32,6 +32,14 @@ int main(int argc, char* argv[]) {
     webEngineTranslator.load(QStringLiteral(":/resource/qtwebengine_CN.qm"));
     app.installTranslator(&webEngineTranslator);
 
+#ifndef Q_OS_WIN
+    // From the start: a termination request during start-up still ends the program
+    // through its event loop, cleanly.
+    QuitSignalWatcher quitWatcher;
+    QObject::connect(&quitWatcher, &QuitSignalWatcher::quitRequested, &app,
+                     &QCoreApplication::quit);
+#endif
+
     // Declared last so it is destroyed first, before the translators and the application.
     base::AtExitManager atExitManager;
 
@@ -54,11 +62,6 @@ int main(int argc, char* argv[]) {
     auto* mainWindow = new MainWindow(config);
     MainViewDelegate::setInstance(mainWindow);
     ClientSession::connect(mainWindow, im);
-#ifndef Q_OS_WIN
-    QuitSignalWatcher quitWatcher;
-    QObject::connect(&quitWatcher, &QuitSignalWatcher::quitRequested, mainWindow,
-                     [mainWindow] { mainWindow->quitApplication(); });
-#endif
     mainWindow->start(flags.autoLogin, flags.kicked);
 
     const int code = app.exec();

@@ -114,6 +114,7 @@ MainWindow::MainWindow(ConfigStore& store, QWidget* parent)
     connect(&saveSizeTimer_, &QTimer::timeout, this, &MainWindow::saveWindowSize);
 
     flasher_ = [this] { platform::flashWindow(std::uintptr_t(winId())); };
+    connect(qApp, &QCoreApplication::aboutToQuit, this, &MainWindow::saveWindowSize);
 
     loginView_ = new LoginView;
     connect(loginView_, &LoginView::LoginSeccess, this, &MainWindow::showMainWindow);

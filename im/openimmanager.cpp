@@ -53,6 +53,30 @@ base::scoped_refptr<T> service(const char* module, const char* iface) {
     return out;
 }
 
+// The one-to-one conversation with a colleague, or the tribe of a project; null when the
+// SDK has none.
+base::scoped_refptr<openim::IConversation> conversationWith(const QString& id) {
+    base::scoped_refptr<openim::IConversation> out;
+    auto single = service<openim::IConversationService>(openim::kConversationModule,
+                                                        openim::kConversationInterface);
+    openim::IConversation* raw = nullptr;
+    const openim::IMUserID user(wide_text::fromQ(QLatin1String(OpenIMManager::kAppKey)),
+                                wide_text::fromQ(id));
+    if (single && single->GetConversation(user, &raw) == prg::PRG_OK && raw) out.adopt(raw);
+    return out;
+}
+
+base::scoped_refptr<openim::ITribe> tribeWith(const QString& id) {
+    base::scoped_refptr<openim::ITribe> out;
+    bool ok = false;
+    const quint64 tribeId = id.toULongLong(&ok);
+    auto tribes = service<openim::ITribeService>(openim::kTribeModule, openim::kTribeInterface);
+    openim::ITribe* raw = nullptr;
+    if (ok && tribes && tribes->GetTribe(openim::IMTribeID(tribeId), &raw) == prg::PRG_OK && raw)
+        out.adopt(raw);
+    return out;
+}
+
 void debugLine(const QString& text) {
     QMessageLogger(nullptr, 0, nullptr).debug().noquote() << text;
 }
@@ -659,7 +683,8 @@ void OpenIMManager::deliver(const BaseMsg::MMessage& m, const QString& preview) 
     MainViewDelegate* shell = MainViewDelegate::instance();
     if (!shell) return;
     shell->talkListPreview(m.conversationId, preview);
-    if (m.isHistory) return;
+    // History and the user's own messages (echoed as sent) mark nothing as new.
+    if (m.isHistory || m.isSelf) return;
     if (shell->currentConversationId() != m.conversationId) {
         shell->newMessageMark(m.conversationId, 1);
         shell->talkListPreview(m.conversationId, preview);
@@ -697,29 +722,12 @@ void OpenIMManager::OnDownloadTribeMedia(openim::ResultCode result,
 
 void OpenIMManager::getMoreMsg(const QString& id) {
     if (!isUser(id)) {
-        bool ok = false;
-        const quint64 tribeId = id.toULongLong(&ok);
-        auto tribes = service<openim::ITribeService>(openim::kTribeModule, openim::kTribeInterface);
-        openim::ITribe* raw = nullptr;
-        if (!ok || !tribes || tribes->GetTribe(openim::IMTribeID(tribeId), &raw) != prg::PRG_OK ||
-            !raw)
-            return;
-        base::scoped_refptr<openim::ITribe> tribe;
-        tribe.adopt(raw);
-        tribe->GetHistory(7, base::Bind(&OpenIMManager::OnTribeHistory, this, id));
+        if (auto tribe = tribeWith(id))
+            tribe->GetHistory(7, base::Bind(&OpenIMManager::OnTribeHistory, this, id));
         return;
     }
-    auto single = service<openim::IConversationService>(openim::kConversationModule,
-                                                        openim::kConversationInterface);
-    openim::IConversation* raw = nullptr;
-    if (!single ||
-        single->GetConversation(openim::IMUserID(fromQ(QLatin1String(kAppKey)), fromQ(id)), &raw) !=
-            prg::PRG_OK ||
-        !raw)
-        return;
-    base::scoped_refptr<openim::IConversation> conversation;
-    conversation.adopt(raw);
-    conversation->GetHistory(7, base::Bind(&OpenIMManager::OnHistory, this, id));
+    if (auto conversation = conversationWith(id))
+        conversation->GetHistory(7, base::Bind(&OpenIMManager::OnHistory, this, id));
 }
 
 void OpenIMManager::OnHistory(QString id, prg::PrgStringT<wchar_t> peer, openim::ResultCode result,
@@ -761,16 +769,8 @@ void OpenIMManager::sendCustemSlot(const QString& id, const QString& summary,
 void OpenIMManager::sendTextOrCustom(const QString& id, const QString& summary,
                                      const QString& content) {
     if (isUser(id)) {
-        auto single = service<openim::IConversationService>(openim::kConversationModule,
-                                                            openim::kConversationInterface);
-        openim::IConversation* raw = nullptr;
-        if (!single ||
-            single->GetConversation(openim::IMUserID(fromQ(QLatin1String(kAppKey)), fromQ(id)),
-                                    &raw) != prg::PRG_OK ||
-            !raw)
-            return;
-        base::scoped_refptr<openim::IConversation> conversation;
-        conversation.adopt(raw);
+        auto conversation = conversationWith(id);
+        if (!conversation) return;
         if (summary.isEmpty())
             conversation->SendText(fromQ(content), base::Bind(&OpenIMManager::OnSent, this));
         else
@@ -778,14 +778,8 @@ void OpenIMManager::sendTextOrCustom(const QString& id, const QString& summary,
                                      base::Bind(&OpenIMManager::OnSent, this));
         return;
     }
-    bool ok = false;
-    const quint64 tribeId = id.toULongLong(&ok);
-    auto tribes = service<openim::ITribeService>(openim::kTribeModule, openim::kTribeInterface);
-    openim::ITribe* raw = nullptr;
-    if (!ok || !tribes || tribes->GetTribe(openim::IMTribeID(tribeId), &raw) != prg::PRG_OK || !raw)
-        return;
-    base::scoped_refptr<openim::ITribe> tribe;
-    tribe.adopt(raw);
+    auto tribe = tribeWith(id);
+    if (!tribe) return;
     if (summary.isEmpty())
         tribe->SendText(fromQ(content), base::Bind(&OpenIMManager::OnTribeSent, this));
     else
@@ -798,55 +792,23 @@ void OpenIMManager::sendPicture(const QString& id, const QString& filePath) {
     const QSize size = QImageReader(filePath).size();
     const base::FilePath path = wide_text::pathFromQ(filePath);
     if (isUser(id)) {
-        auto single = service<openim::IConversationService>(openim::kConversationModule,
-                                                            openim::kConversationInterface);
-        openim::IConversation* raw = nullptr;
-        if (!single ||
-            single->GetConversation(openim::IMUserID(fromQ(QLatin1String(kAppKey)), fromQ(id)),
-                                    &raw) != prg::PRG_OK ||
-            !raw)
-            return;
-        base::scoped_refptr<openim::IConversation> conversation;
-        conversation.adopt(raw);
-        conversation->SendImage(path, size.width(), size.height(),
-                                base::Bind(&OpenIMManager::OnSent, this));
-        return;
+        if (auto conversation = conversationWith(id))
+            conversation->SendImage(path, size.width(), size.height(),
+                                    base::Bind(&OpenIMManager::OnSent, this));
+    } else if (auto tribe = tribeWith(id)) {
+        tribe->SendImage(path, size.width(), size.height(),
+                         base::Bind(&OpenIMManager::OnTribeSent, this));
     }
-    auto tribes = service<openim::ITribeService>(openim::kTribeModule, openim::kTribeInterface);
-    openim::ITribe* raw = nullptr;
-    if (!tribes || tribes->GetTribe(openim::IMTribeID(id.toULongLong()), &raw) != prg::PRG_OK ||
-        !raw)
-        return;
-    base::scoped_refptr<openim::ITribe> tribe;
-    tribe.adopt(raw);
-    tribe->SendImage(path, size.width(), size.height(),
-                     base::Bind(&OpenIMManager::OnTribeSent, this));
 }
 
 void OpenIMManager::sendFile(const QString& id, const QString& filePath) {
     const base::FilePath path = wide_text::pathFromQ(filePath);
     if (isUser(id)) {
-        auto single = service<openim::IConversationService>(openim::kConversationModule,
-                                                            openim::kConversationInterface);
-        openim::IConversation* raw = nullptr;
-        if (!single ||
-            single->GetConversation(openim::IMUserID(fromQ(QLatin1String(kAppKey)), fromQ(id)),
-                                    &raw) != prg::PRG_OK ||
-            !raw)
-            return;
-        base::scoped_refptr<openim::IConversation> conversation;
-        conversation.adopt(raw);
-        conversation->SendFile(path, base::Bind(&OpenIMManager::OnSent, this));
-        return;
+        if (auto conversation = conversationWith(id))
+            conversation->SendFile(path, base::Bind(&OpenIMManager::OnSent, this));
+    } else if (auto tribe = tribeWith(id)) {
+        tribe->SendFile(path, base::Bind(&OpenIMManager::OnTribeSent, this));
     }
-    auto tribes = service<openim::ITribeService>(openim::kTribeModule, openim::kTribeInterface);
-    openim::ITribe* raw = nullptr;
-    if (!tribes || tribes->GetTribe(openim::IMTribeID(id.toULongLong()), &raw) != prg::PRG_OK ||
-        !raw)
-        return;
-    base::scoped_refptr<openim::ITribe> tribe;
-    tribe.adopt(raw);
-    tribe->SendFile(path, base::Bind(&OpenIMManager::OnTribeSent, this));
 }
 
 void OpenIMManager::OnSent(openim::IMMessage message, openim::ResultCode sent,
@@ -857,14 +819,14 @@ void OpenIMManager::OnSent(openim::IMMessage message, openim::ResultCode sent,
     base::scoped_refptr<OpenIMManager> self(this);
     // Echoed into the conversation at once, sent or not: the user sees what they wrote.
     QMetaObject::invokeMethod(
-        this, [self, message] { self->showChatMsg(true, message); }, Qt::QueuedConnection);
+        this, [self, message] { self->showChatMsg(false, message); }, Qt::QueuedConnection);
 }
 
 void OpenIMManager::OnTribeSent(openim::IMTribeMessage message, openim::ResultCode,
                                 openim::ResultCode) {
     base::scoped_refptr<OpenIMManager> self(this);
     QMetaObject::invokeMethod(
-        this, [self, message] { self->showTribeChatMsg(true, message); }, Qt::QueuedConnection);
+        this, [self, message] { self->showTribeChatMsg(false, message); }, Qt::QueuedConnection);
 }
 
 // --- push channel -----------------------------------------------------------------------
