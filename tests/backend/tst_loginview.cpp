@@ -36,6 +36,7 @@ private slots:
     void backEndFailuresShowTheirTexts();
     void signsInAndRemembersTheAccountSealed();
     void rememberedAccountsFillAndGo();
+    void betaAccountsSignInThere();
 
 private:
     void signIn(LoginView& view, const QString& user, const QString& password, bool remember,
@@ -196,6 +197,32 @@ void TestLoginView::rememberedAccountsFillAndGo() {
     view.start(true, false);
     QCOMPARE(requests.size(), 1);
     QCOMPARE(requests.first().at(1).toString(), QStringLiteral("pw-lina"));
+}
+
+void TestLoginView::betaAccountsSignInThere() {
+    // The back end says the account lives on the beta service: the client moves its
+    // addresses there, remembers it, and signs in again there, once.
+    ConfigStore& config = ConfigStore::instance();
+    config.setUrl(UrlTable::UrlUpload,
+                  QStringLiteral("http://quelix.work/work/mobileTopic.htm?m=uploadFromPC"));
+    loginReply_ = "{\"errorCode\":0,\"redirectToBeta\":true,\"results\":{}}";
+    const int before = server_->requests().size();
+    LoginView view;
+    QSignalSpy requests(&view, &LoginView::onLoginRequestSignal);
+    signIn(view, "beta-user", "pw", false, false);
+    QTRY_VERIFY(!view.isBusy());
+    int logins = 0;
+    for (int i = before; i < server_->requests().size(); ++i)
+        if (server_->requests().at(i).target.contains("MobileLogin")) ++logins;
+    QCOMPARE(logins, 2);  // there, and not a third time
+    QCOMPARE(config.url(UrlTable::UrlUpload),
+             QStringLiteral("http://beta.qx.net/work/mobileTopic.htm?m=uploadFromPC"));
+    QCOMPARE(config.readValue(ConfigStore::ExistFile, "LoginBeta"), QStringLiteral("true"));
+    // The next sign-in starts on the beta service and says so.
+    view.OnClickedLogin();
+    QCOMPARE(requests.last().at(2).toBool(), true);
+    QTRY_VERIFY(!view.isBusy());
+    config.switchHost(false);
 }
 
 QTEST_MAIN(TestLoginView)
