@@ -256,6 +256,7 @@ void MainWindow::loginSuccess(const QString& ownId) {
         placeholder->deleteLater();
         pages_->insertWidget(ChatPage, conversationView_);
         conversationView_->setOnline(online_);
+        emit conversationViewCreated(conversationView_);
     }
     conversationView_->loadTalkList();
     showOwnUser();

@@ -81,6 +81,8 @@ signals:
     void showMessageSignal(const QString& name, const QString& text);
     void talkListUpdateSignal(const ConversationRecord& record, const QString& text);
     void feedBackSignal();
+    // The conversation page exists (after the first sign-in).
+    void conversationViewCreated(ConversationView* view);
 
 public slots:
     void vibrationWindowTimerOut();

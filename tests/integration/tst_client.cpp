@@ -15,6 +15,7 @@
 #include "base/at_exit.h"
 #include "clientsession.h"
 #include "configstore.h"
+#include "conversationcontentview.h"
 #include "conversationview.h"
 #include "directorystore.h"
 #include "loginview.h"
@@ -182,6 +183,14 @@ void TestClient::signsInAndChats() {
     QCOMPARE(got.back().content.type, std::int32_t(openim::kContentCustom));
     QTRY_VERIFY(messages.size() == 3);  // our own message echoed into the conversation
     QVERIFY(messages.last().first().value<BaseMsg::MMessage>().isSelf);
+
+    // Text sent from the conversation page reaches the colleague.
+    QVERIFY(window_->conversationView()->page(peer.id)->sendText("从会话页发出"));
+    QVERIFY(waitUntil([&] { return colleague.unreadCount(me.id) >= 2; }, 20000));
+    QCOMPARE(QString::fromStdWString(colleague.unread(me.id).back().content.content.str()),
+             QStringLiteral("从会话页发出"));
+    QTRY_VERIFY(messages.size() == 4);
+    messages.removeLast();
 
     // History comes back seven at a time, marked as such.
     messages.clear();
