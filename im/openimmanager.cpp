@@ -16,6 +16,7 @@
 #include "configstore.h"
 #include "directoryclient.h"
 #include "directorystore.h"
+#include "emotionset.h"
 #include "functiontrace.h"
 #include "logger.h"
 #include "logstream.h"
@@ -23,6 +24,7 @@
 #include "openim/iconversation.h"
 #include "openim/iconversation_service.h"
 #include "openim/iim_core_service.h"
+#include "openim/im_emotion_item.h"
 #include "openim/ilogin_account_service.h"
 #include "openim/ilogin_service.h"
 #include "openim/imedia_service.h"
@@ -151,6 +153,12 @@ bool OpenIMManager::init() {
         core->SetHostApplication(host.get());
         core->Start(program.DirName().Append(FILE_PATH_LITERAL("resource")),
                     fromQ(QLatin1String(kAppKey)));
+        std::vector<openim::IMEmotionItem> emotions;
+        core->GetEmotionItems(&emotions);
+        QList<EmotionSet::Item> items;
+        for (const openim::IMEmotionItem& e : emotions)
+            items.append({wide_text::toQ(e.emPngFixedPath), wide_text::toQ(e.emotionShortCut)});
+        EmotionSet::instance().setItems(items);
     }
 
     if (auto push = service<openim::IXPushService>(openim::kXPushModule, openim::kXPushInterface)) {
