@@ -18,6 +18,7 @@
 #include "globalhotkey.h"
 #include "mainviewdelegate.h"
 #include "screenmetrics.h"
+#include "view.h"
 
 namespace {
 // Never reset: after an outage the dots go on where they stopped.
@@ -156,7 +157,17 @@ ConversationContentView* ConversationView::page(const QString& id) {
     QMutexLocker lock(&mutex_);
     auto it = pageMap_.constFind(id);
     if (it != pageMap_.constEnd() && it.key() == id && it.value()) return it.value();
-    auto* created = new ConversationContentView(id, !DirectoryStore::instance().isUser(id), stack_);
+    const bool isTribe = !DirectoryStore::instance().isUser(id);
+    auto* created = new ConversationContentView(id, isTribe, stack_);
+    auto* output = new qx_output::View(id, isTribe);
+    created->setOutput(output);
+    if (!ConversationContentView::clientOnline()) output->showDisconnectLabel();
+    // Refused sends and tribe events read as tip lines in the conversation.
+    connect(created, &ConversationContentView::tipSignal, output, [output](const QString& text) {
+        BaseMsg::MMessage tip;
+        tip.text = text;
+        output->addTipMsg(tip);
+    });
     pageMap_.insert(id, created);
     stack_->insertWidget(stack_->count(), created);
     lock.unlock();
@@ -302,6 +313,15 @@ void ConversationView::reportTotal() {
 
 void ConversationView::setOnline(bool online) {
     ConversationContentView::setClientOnline(online);
+    for (int i = 0; i < stack_->count(); ++i) {
+        auto* page = qobject_cast<ConversationContentView*>(stack_->widget(i));
+        auto* output = page ? qobject_cast<qx_output::View*>(page->output()) : nullptr;
+        if (!output) continue;
+        if (online)
+            output->hideDisconnectLabelSlot();
+        else
+            output->showDisconnectLabel();
+    }
     if (online) {
         netTimer_.stop();
         netTip_->hide();

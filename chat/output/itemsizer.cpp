@@ -1,0 +1,92 @@
+#include "itemsizer.h"
+
+#include <QApplication>
+#include <QImageReader>
+#include <QTextDocument>
+#include <QtMath>
+
+#include "messageentry.h"
+
+namespace qx_output {
+
+const QSize ItemSizer::kLoadingSize(32, 32);
+const QSize ItemSizer::kBrokenSize(96, 72);
+const QSize ItemSizer::kFileCard(250, 78);
+const QSize ItemSizer::kTaskCard(260, 132);
+const QSize ItemSizer::kTableCard(260, 112);
+
+QFont ItemSizer::textFont() {
+    QFont font = QApplication::font();
+    font.setPixelSize(textPixelSize());
+    return font;
+}
+
+int ItemSizer::maxContentWidth(int viewWidth) {
+    const int room = viewWidth - 2 * (kSide + kAvatar + kGap + kPad) - 40;
+    return qBound(80, room, 560);
+}
+
+QSize ItemSizer::textSize(const QString& html, int maxWidth) {
+    // One document reused for every measurement: building one per message is the costly
+    // part of measuring.
+    static QTextDocument* doc = [] {
+        auto* d = new QTextDocument(qApp);
+        d->setDocumentMargin(0);
+        d->setUndoRedoEnabled(false);
+        return d;
+    }();
+    doc->setDefaultFont(textFont());
+    doc->setTextWidth(-1);
+    doc->setHtml(html);
+    doc->setTextWidth(maxWidth);
+    const int width = qMin(maxWidth, int(qCeil(doc->idealWidth())) + 1);
+    doc->setTextWidth(width);
+    return QSize(width, int(qCeil(doc->size().height())));
+}
+
+QSize ItemSizer::pictureSize(const QString& path) {
+    QImageReader reader(path);
+    const QSize size = reader.size();
+    if (!size.isValid() || size.isEmpty()) return QSize();
+    if (size.width() <= kPictureMax && size.height() <= kPictureMax) return size;
+    return size.scaled(kPictureMax, kPictureMax, Qt::KeepAspectRatio).expandedTo(QSize(1, 1));
+}
+
+void ItemSizer::measure(MessageEntry& e, int viewWidth) {
+    switch (e.kind) {
+        case MessageEntry::Text:
+            e.content = textSize(e.html, maxContentWidth(viewWidth));
+            break;
+        case MessageEntry::Image:
+            if (e.loading) {
+                e.content = kLoadingSize;
+            } else {
+                e.content = pictureSize(e.msg.mediaPath);
+                if (e.content.isEmpty()) e.content = kBrokenSize;
+            }
+            break;
+        case MessageEntry::File:
+            e.content = kFileCard;
+            break;
+        case MessageEntry::Task:
+            e.content = kTaskCard;
+            break;
+        case MessageEntry::Table:
+            e.content = kTableCard;
+            break;
+        case MessageEntry::Separator:
+        case MessageEntry::Tip:
+            e.content = QSize(0, kTipHeight);
+            break;
+    }
+}
+
+QSize ItemSizer::rowSize(const MessageEntry& e, int viewWidth) {
+    if (e.kind == MessageEntry::Separator || e.kind == MessageEntry::Tip)
+        return QSize(viewWidth, kTipHeight);
+    const int name = e.showName ? kNameHeight : 0;
+    const int body = qMax(kAvatar, name + e.content.height() + 2 * kPad);
+    return QSize(viewWidth, kTop + body + kBottom);
+}
+
+}  // namespace qx_output

@@ -1,0 +1,29 @@
+#pragma once
+
+#include <QListWidgetItem>
+#include <QSize>
+#include <QString>
+
+#include "basemsg.h"
+
+namespace qx_output {
+
+// One row of an output list: what the row shows, kept without any widget so that a long
+// history costs little. The row's widget is built from it while the row is in view.
+struct MessageEntry {
+    enum Kind { Separator, Tip, Text, Image, File, Task, Table };
+    Kind kind = Tip;
+    BaseMsg::MMessage msg;
+    QString html;   // text rows: the prepared rich text; tip rows: the line
+    QSize content;  // the size of the bubble's content at the current width
+    bool showName = false;
+    bool loading = false;  // a picture still on its way
+};
+
+class EntryItem : public QListWidgetItem {
+public:
+    explicit EntryItem(const MessageEntry& e) : QListWidgetItem(nullptr, UserType + 1), entry(e) {}
+    MessageEntry entry;
+};
+
+}  // namespace qx_output

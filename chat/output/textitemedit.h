@@ -1,0 +1,24 @@
+#pragma once
+
+#include <QTextEdit>
+
+namespace qx_output {
+
+// The read-only rich text inside a text bubble: selectable and copyable, never editable,
+// and it loads nothing but the emoticon pictures the markup names.
+class TextItemEdit : public QTextEdit {
+    Q_OBJECT
+public:
+    explicit TextItemEdit(QWidget* parent = nullptr);
+
+signals:
+    void heightChanged(int height);
+
+public slots:
+    void onContentsChanged();
+
+protected:
+    QVariant loadResource(int type, const QUrl& name) override;
+};
+
+}  // namespace qx_output

@@ -1,0 +1,516 @@
+#include "view.h"
+
+#include <QApplication>
+#include <QClipboard>
+#include <QCursor>
+#include <QFileInfo>
+#include <QImage>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QLabel>
+#include <QPushButton>
+#include <QScrollBar>
+#include <QVBoxLayout>
+
+#include "baseitem.h"
+#include "configstore.h"
+#include "directorystore.h"
+#include "filemsgitem.h"
+#include "filetransfer.h"
+#include "functiontrace.h"
+#include "imagemsgitem.h"
+#include "infocard.h"
+#include "itemsizer.h"
+#include "listwidget.h"
+#include "logger.h"
+#include "mainviewdelegate.h"
+#include "manager.h"
+#include "messageentry.h"
+#include "prompts.h"
+#include "showpicturewidget.h"
+#include "tablemsgitem.h"
+#include "taskmsgitem.h"
+#include "textmarkup.h"
+#include "textmsgitem.h"
+#include "tipmsgitem.h"
+#include "viewmenu.h"
+
+namespace qx_output {
+
+namespace {
+constexpr int kDefaultWidth = 600;  // until the view is laid out
+const QString kShakeSummary = QStringLiteral("[抖动窗口]");
+const QString kFileSummary = QStringLiteral("[文件]");
+
+QJsonObject contentOf(const BaseMsg::MMessage& m) {
+    return QJsonDocument::fromJson(m.contentJson.toUtf8()).object();
+}
+
+QString ownName() {
+    const DirectoryStore& store = DirectoryStore::instance();
+    const Colleague* me = store.colleague(store.selfId());
+    return me ? me->displayName() : QString();
+}
+}  // namespace
+
+View::View(const QString& conversationId, bool isTribe, QWidget* parent)
+    : QWidget(parent), id_(conversationId), isTribe_(isTribe) {
+    setObjectName(QStringLiteral("outputArea"));
+    setStyleSheet(QStringLiteral("QWidget{background-color:#f0f1f3;border-style:none;border: "
+                                 "0px;border-bottom-right-radius:%1px;}")
+                      .arg(4));
+    const QString labelStyle =
+        QStringLiteral(
+            "QLabel{font-family:%1;font-size:%2px;background-color:#E6E9EC;border-radius:0px;}")
+            .arg(font().family())
+            .arg(12);
+    disconnect_ = new QLabel(QStringLiteral("网络连接已断开，正在重新连接..."), this);
+    disconnect_->setAlignment(Qt::AlignCenter);
+    disconnect_->setStyleSheet(labelStyle);
+    disconnect_->setFixedHeight(24);
+    disconnect_->hide();
+    list_ = new ListWidget(this);
+    list_->setFactory([this](EntryItem* item) { return createItem(item); });
+    auto* layout = new QVBoxLayout(this);
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->setSpacing(0);
+    layout->addWidget(disconnect_);
+    layout->addWidget(list_);
+
+    atTip_ = new QPushButton(QStringLiteral("有人@了你"), this);
+    atTip_->setCursor(Qt::PointingHandCursor);
+    atTip_->setStyleSheet(QStringLiteral("QPushButton{background-color:#FFA54F;border-style:none;"
+                                         "font-family:%2;font-size:%3px;color:#fff;"
+                                         "border-radius:%1px;}")
+                              .arg(12)
+                              .arg(font().family())
+                              .arg(12));
+    atTip_->setFixedSize(96, 24);
+    atTip_->hide();
+    connect(atTip_, &QPushButton::clicked, this, &View::atTipClickedSlot);
+
+    infoCard_ = new InfoCard(this);
+    connect(infoCard_, &InfoCard::inforCardChatSignal, this, &View::onTalkToSlot);
+
+    connect(list_, &ListWidget::setHistoryTipSignal, this, &View::setHistoryTipSlot);
+    connect(list_, &ListWidget::widthChanged, this, &View::remeasure);
+    Manager* manager = Manager::instance();
+    connect(manager, &Manager::mainWinPressedSignal, this, &View::hideInfoCardSlot);
+    connect(manager, &Manager::mainWinDeactiveSignal, this, &View::hideInfoCardSlot);
+    connect(manager, &Manager::setAtTipHiddenSignal, this, [this](const QString& id, bool hidden) {
+        if (id == id_) setAtTipHiddenSlot(hidden);
+    });
+}
+
+QString View::pictureSaveName(const QDateTime& now) {
+    return now.toString(QStringLiteral("yyyyMMddhhmmss"));
+}
+
+// --- adding --------------------------------------------------------------------------
+
+void View::addMessage(const BaseMsg::MMessage& m) {
+    if (m.msgId != 0 && msgIds_.contains(m.msgId)) return;
+    switch (m.kind) {
+        case BaseMsg::Text:
+            return addTextMsg(m);
+        case BaseMsg::Media:
+            return addMediaMsg(m);
+        case BaseMsg::MediaFile:
+            return addFileMsg(m);
+        case BaseMsg::Custom:
+            break;
+        default:
+            return;
+    }
+    Logger::instance().write(
+        QStringLiteral("custom msg:(msgId:%1 msgFormat:%2 isTop:%3)")
+            .arg(m.msgId)
+            .arg(m.kind)
+            .arg(m.isHistory ? QStringLiteral("true") : QStringLiteral("false")));
+    const QJsonObject o = contentOf(m);
+    const int type = o.value(QStringLiteral("msgType")).toInt(-1);
+    if (type == BaseMsg::CustomShake || m.summary == kShakeSummary) {
+        BaseMsg::MMessage tip = m;
+        // The sender's own copy says what was sent; the receiver's window shakes.
+        tip.text = m.isSelf ? QStringLiteral("你向对方发送了一条抖动消息")
+                            : QStringLiteral("对方向你发送了一个抖动窗口。");
+        addTipMsg(tip);
+        if (!m.isSelf && !m.isHistory)
+            if (MainViewDelegate* shell = MainViewDelegate::instance()) shell->shakeWindow();
+        return;
+    }
+    switch (type) {
+        case BaseMsg::CustomTip: {
+            BaseMsg::MMessage tip = m;
+            tip.text = o.value(QStringLiteral("content")).toString();
+            return addTipMsg(tip);
+        }
+        case BaseMsg::CustomTask:
+            return addTaskMsg(m);
+        case BaseMsg::CustomTable:
+            return addTabelMsg(m);
+        case BaseMsg::CustomFile:
+            return addFileMsg(m);
+        default: {
+            // A kind this client does not draw: its summary, as text.
+            BaseMsg::MMessage text = m;
+            text.kind = BaseMsg::Text;
+            text.text = m.summary;
+            return addTextMsg(text);
+        }
+    }
+}
+
+void View::addTipMsg(BaseMsg::MMessage m) {
+    MessageEntry e;
+    e.kind = MessageEntry::Tip;
+    e.html = m.text;
+    e.msg = std::move(m);
+    e.msg.text.clear();
+    add(std::move(e));
+}
+
+void View::addTextMsg(BaseMsg::MMessage m) {
+    MessageEntry e;
+    e.kind = MessageEntry::Text;
+    e.html = TextMarkup::toHtml(m.text, ItemSizer::textPixelSize());
+    if (isTribe_ && !m.isSelf && !m.isHistory && TextMarkup::mentions(m.text, ownName())) {
+        e.msg = m;
+        add(std::move(e));
+        mentionRow_ = msgIds_.value(m.msgId);
+        setAtTipHiddenSlot(false);
+        emit Manager::instance()->setAtTextHiddenSignal(id_, false);
+        return;
+    }
+    m.text.clear();  // the row keeps the prepared text only
+    e.msg = std::move(m);
+    add(std::move(e));
+}
+
+void View::addMediaMsg(BaseMsg::MMessage m) {
+    MessageEntry e;
+    e.kind = MessageEntry::Image;
+    e.loading = m.mediaPath.isEmpty() && !m.isSelf && !Manager::instance()->mediaFailed(m.msgId);
+    e.msg = std::move(m);
+    add(std::move(e));
+}
+
+void View::addTaskMsg(BaseMsg::MMessage m) {
+    MessageEntry e;
+    e.kind = MessageEntry::Task;
+    e.msg = std::move(m);
+    add(std::move(e));
+}
+
+void View::addTabelMsg(BaseMsg::MMessage m) {
+    MessageEntry e;
+    e.kind = MessageEntry::Table;
+    e.msg = std::move(m);
+    add(std::move(e));
+}
+
+void View::addFileMsg(BaseMsg::MMessage m) {
+    if (m.isSelf) {
+        // The echo of a file we uploaded from this page: the row is here already.
+        const QString fileId = contentOf(m).value(QStringLiteral("id")).toVariant().toString();
+        if (EntryItem* row = uploads_.value(fileId)) {
+            msgIds_.remove(row->entry.msg.msgId);
+            row->entry.msg.msgId = m.msgId;
+            row->entry.msg.time = m.time;
+            msgIds_.insert(m.msgId, row);
+            return;
+        }
+    }
+    MessageEntry e;
+    e.kind = MessageEntry::File;
+    e.msg = std::move(m);
+    add(std::move(e));
+}
+
+void View::uploadFile(const QString& path) {
+    const QString userId = DirectoryStore::instance().selfId();
+    BaseMsg::MMessage m;
+    // Rows of our own uploads get ids of their own, far from the service's.
+    m.msgId = (quint64(1) << 63) + nextLocalId_++;
+    m.conversationId = id_;
+    m.isTribe = isTribe_;
+    m.senderId = userId;
+    m.isSelf = true;
+    m.time = QDateTime::currentSecsSinceEpoch();
+    m.kind = BaseMsg::Custom;
+    m.summary = kFileSummary;
+    m.mediaPath = path;
+    const QString key = QStringLiteral("upload:%1:%2").arg(m.msgId).arg(path);
+    QJsonObject o{{QStringLiteral("msgType"), int(BaseMsg::CustomFile)},
+                  {QStringLiteral("fileName"), QFileInfo(path).fileName()},
+                  {QStringLiteral("fileSize"), QString::number(QFileInfo(path).size())},
+                  {QStringLiteral("uploadKey"), key}};
+    m.contentJson = QString::fromUtf8(QJsonDocument(o).toJson(QJsonDocument::Compact));
+    FileTransfer* transfer = Manager::instance()->transfer(QStringLiteral("local:") + path);
+    Manager::instance()->rekeyTransfer(QStringLiteral("local:") + path, key);
+    const quint64 rowId = m.msgId;
+    addFileMsg(m);
+    connect(transfer, &FileTransfer::uploaded, this,
+            [this, rowId, transfer](const QString& fileId, const QString& name, qint64 size) {
+                EntryItem* row = msgIds_.value(rowId);
+                const QJsonObject content{{QStringLiteral("msgType"), int(BaseMsg::CustomFile)},
+                                          {QStringLiteral("fileName"), name},
+                                          {QStringLiteral("fileSize"), QString::number(size)},
+                                          {QStringLiteral("id"), fileId}};
+                const QString json =
+                    QString::fromUtf8(QJsonDocument(content).toJson(QJsonDocument::Compact));
+                if (row) {
+                    uploads_.insert(fileId, row);
+                    row->entry.msg.contentJson = json;
+                    Manager::instance()->rekeyTransfer(
+                        QStringLiteral("upload:%1:%2").arg(rowId).arg(transfer->localPath()),
+                        QStringLiteral("file:") + fileId);
+                }
+                emit Manager::instance()->sendCustemMsgSignal(id_, kFileSummary, json);
+            });
+    connect(transfer, &FileTransfer::finished, this, [this, transfer](bool ok) {
+        if (!ok && !transfer->failure().isEmpty()) Prompts::error(this, transfer->failure());
+    });
+    transfer->upload(ConfigStore::instance().url(UrlTable::UrlUpload), userId, path);
+}
+
+int View::historyRow(qint64 time) const {
+    // History arrives in pages, newest page last; a message goes above every row that
+    // is not older than it, among the rows loaded from history.
+    int r = 1;
+    while (r < list_->count()) {
+        EntryItem* e = list_->entryAt(r);
+        if (!e || !e->entry.msg.isHistory) break;
+        if (e->entry.kind != MessageEntry::Separator && e->entry.msg.time > time) break;
+        ++r;
+    }
+    return r;
+}
+
+void View::add(MessageEntry e) {
+    if (measuredWidth_ < 0)
+        measuredWidth_ = list_->isVisible() ? list_->viewport()->width() : kDefaultWidth;
+    e.showName = isTribe_ && e.kind != MessageEntry::Tip;
+    ItemSizer::measure(e, measuredWidth_);
+    const quint64 id = e.msg.msgId;
+    const bool history = e.msg.isHistory;
+    const bool follow = e.msg.isSelf;
+    const qint64 time = e.msg.time;
+    auto* item = new EntryItem(std::move(e));
+    item->setSizeHint(ItemSizer::rowSize(item->entry, measuredWidth_));
+    if (id != 0) msgIds_.insert(id, item);
+    if (!history) {
+        showChatMsgTime(time);
+        list_->appendEntry(item, follow);
+        return;
+    }
+    int r = historyRow(time);
+    // A separator above a history message that starts a new stretch of time.
+    EntryItem* before = list_->entryAt(r - 1);
+    bool stretch = false;
+    if (time != 0) {
+        if (!before)
+            stretch = true;  // the first row under the history control
+        else if (before->entry.kind != MessageEntry::Separator)
+            stretch = before->entry.msg.time + kSeparatorSeconds < time;
+    }
+    if (stretch) {
+        MessageEntry s;
+        s.kind = MessageEntry::Separator;
+        s.msg.isHistory = true;
+        s.msg.time = time;
+        s.html =
+            QDateTime::fromSecsSinceEpoch(time).toString(QStringLiteral("yyyy/MM/dd hh:mm:ss"));
+        ItemSizer::measure(s, measuredWidth_);
+        auto* sep = new EntryItem(s);
+        sep->setSizeHint(ItemSizer::rowSize(s, measuredWidth_));
+        list_->insertEntry(r++, sep);
+    }
+    list_->insertEntry(r, item);
+}
+
+bool View::showChatMsgTime(qint64 t) {
+    FunctionTrace trace(&Logger::instance(), QStringLiteral("qx_output::View::showChatMsgTime"));
+    Logger& log = Logger::instance();
+    if (t == 0) {
+        log.write(QStringLiteral("message time 0: no time line"));
+        return false;
+    }
+    const QDateTime at = QDateTime::fromSecsSinceEpoch(t);
+    if (lastSeparator_.isValid() && !(lastSeparator_.addSecs(kSeparatorSeconds) < at)) {
+        log.write(QStringLiteral("within %1 s of the last time line (%2): no time line")
+                      .arg(kSeparatorSeconds)
+                      .arg(lastSeparator_.toString(QStringLiteral("yyyy/MM/dd hh:mm:ss"))));
+        return false;
+    }
+    lastSeparator_ = at;
+    MessageEntry s;
+    s.kind = MessageEntry::Separator;
+    s.msg.time = t;
+    s.html = at.toString(QStringLiteral("yyyy/MM/dd hh:mm:ss"));
+    log.write(QStringLiteral("time line: ") + s.html);
+    if (measuredWidth_ < 0) measuredWidth_ = kDefaultWidth;
+    ItemSizer::measure(s, measuredWidth_);
+    auto* item = new EntryItem(s);
+    item->setSizeHint(ItemSizer::rowSize(s, measuredWidth_));
+    list_->appendEntry(item, false);
+    return true;
+}
+
+QWidget* View::createItem(EntryItem* item) {
+    const MessageEntry& e = item->entry;
+    BaseItem* widget = nullptr;
+    switch (e.kind) {
+        case MessageEntry::Separator:
+        case MessageEntry::Tip:
+            return new TipMsgItem(e.html);
+        case MessageEntry::Text:
+            widget = new TextMsgItem(e);
+            break;
+        case MessageEntry::Image: {
+            auto* image = new ImageMsgItem(e);
+            connect(image, &ImageMsgItem::showPictureSignal, this, &View::showPictureSlot);
+            connect(image, &ImageMsgItem::showPictureMenuSignal, this, &View::showPictureMenuSlot);
+            widget = image;
+            break;
+        }
+        case MessageEntry::File:
+            widget = new FileMsgItem(e);
+            break;
+        case MessageEntry::Task:
+            widget = new TaskMsgItem(e);
+            break;
+        case MessageEntry::Table:
+            widget = new TableMsgItem(e);
+            break;
+    }
+    connect(widget, &BaseItem::avatarClickedSignal, this, &View::showInfoCardSlot);
+    return widget;
+}
+
+void View::remeasure(int width) {
+    if (width <= 0) return;
+    const bool textChanged = measuredWidth_ < 0 || ItemSizer::maxContentWidth(width) !=
+                                                       ItemSizer::maxContentWidth(measuredWidth_);
+    measuredWidth_ = width;
+    for (int r = 1; r < list_->count(); ++r) {
+        EntryItem* item = list_->entryAt(r);
+        if (!item) continue;
+        if (textChanged && item->entry.kind == MessageEntry::Text)
+            ItemSizer::measure(item->entry, width);
+        item->setSizeHint(ItemSizer::rowSize(item->entry, width));
+        list_->refresh(item);
+    }
+}
+
+bool View::mediaReady(quint64 msgId, const QString& path) {
+    EntryItem* item = msgIds_.value(msgId);
+    if (!item) {
+        if (path.isEmpty()) Manager::instance()->setMediaFailed(msgId);
+        return false;
+    }
+    MessageEntry& e = item->entry;
+    e.msg.mediaPath = path;
+    e.loading = false;
+    if (e.kind == MessageEntry::Image) {
+        ItemSizer::measure(e, measuredWidth_);
+        item->setSizeHint(ItemSizer::rowSize(e, measuredWidth_));
+    }
+    list_->refresh(item);
+    return true;
+}
+
+// --- the rest of the view --------------------------------------------------------------
+
+void View::showPictureSlot(const QString& path) {
+    if (!picture_) picture_ = new ShowPictureWidget(window());
+    picture_->showPicture(path);
+    picture_->show();
+    picture_->raise();
+}
+
+void View::setHistoryTipSlot(int index) {
+    Q_UNUSED(index);  // the control stays the top row; older messages go below it
+    emit Manager::instance()->getHistoryMsgSignal(id_);
+}
+
+QListWidget* View::getListWidget() { return list_; }
+
+void View::showMemberView(bool isShow) {
+    // The tribe member list sits beside the output, in the page; the view only says so.
+    emit memberViewSignal(isShow);
+}
+
+void View::playmediaSlot() { list_->viewport()->update(); }
+
+void View::showShareOfPersonal(const QString& userId) { showInfoCardSlot(userId); }
+
+void View::showDisconnectLabel() { disconnect_->show(); }
+
+void View::hideDisconnectLabelSlot() { disconnect_->hide(); }
+
+void View::showPictureMenuSlot(const QString& path) {
+    auto* menu = new ViewMenu(path, this);
+    menu->setAttribute(Qt::WA_DeleteOnClose);
+    connect(menu, &ViewMenu::copySignal, this, &View::copyPic);
+    connect(menu, &ViewMenu::saveSignal, this, &View::savePic);
+    menu->popup(QCursor::pos());
+}
+
+void View::copyPic(const QString& path) {
+    const QImage image(path);
+    if (!image.isNull()) QApplication::clipboard()->setImage(image);
+}
+
+bool View::savePic(const QString& path) {
+    QString target =
+        Prompts::saveName(this, pictureSaveName(), QStringLiteral("Images (*.jpg *.png *.bmp)"));
+    if (target.isEmpty()) return false;
+    if (QFileInfo(target).suffix().isEmpty()) target += QStringLiteral(".png");
+    const QImage image(path);
+    if (image.isNull() || !image.save(target)) {
+        Prompts::error(this, QStringLiteral("保存文件：%1 失败。").arg(target));
+        return false;
+    }
+    return true;
+}
+
+void View::onTalkToSlot(const QString& userId) {
+    hideInfoCardSlot();
+    emit talkToSignal(userId);
+    emit Manager::instance()->talkToSignal(userId);
+}
+
+void View::showInfoCardSlot(const QString& userId) {
+    infoCard_->setUser(userId);
+    QPoint at = mapFromGlobal(QCursor::pos()) + QPoint(8, 8);
+    at.setX(qBound(0, at.x(), qMax(0, width() - infoCard_->width())));
+    at.setY(qBound(0, at.y(), qMax(0, height() - infoCard_->height())));
+    infoCard_->move(at);
+    infoCard_->show();
+    infoCard_->raise();
+}
+
+void View::hideInfoCardSlot() { infoCard_->hide(); }
+
+void View::setAtTipHiddenSlot(bool isHidden) {
+    atTip_->setHidden(isHidden);
+    if (!isHidden) atTip_->raise();
+}
+
+bool View::getAtHiddenStatus() const { return atTip_->isHidden(); }
+
+void View::atTipClickedSlot() {
+    if (mentionRow_ && list_->row(mentionRow_) >= 0)
+        list_->scrollToItem(mentionRow_, QAbstractItemView::PositionAtCenter);
+    mentionRow_ = nullptr;
+    setAtTipHiddenSlot(true);
+    emit Manager::instance()->setAtTextHiddenSignal(id_, true);
+}
+
+void View::resizeEvent(QResizeEvent* event) {
+    QWidget::resizeEvent(event);
+    atTip_->move(width() - atTip_->width() - 16, height() - atTip_->height() - 12);
+}
+
+}  // namespace qx_output
