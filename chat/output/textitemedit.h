@@ -11,14 +11,13 @@ class TextItemEdit : public QTextEdit {
 public:
     explicit TextItemEdit(QWidget* parent = nullptr);
 
+    QVariant loadResource(int type, const QUrl& name) override;
+
 signals:
     void heightChanged(int height);
 
 public slots:
     void onContentsChanged();
-
-protected:
-    QVariant loadResource(int type, const QUrl& name) override;
 };
 
 }  // namespace qx_output

@@ -1,0 +1,346 @@
+#include <QtTest>
+
+#include <QImageWriter>
+#include <QMovie>
+#include <QPushButton>
+#include <QScrollBar>
+#include <QTemporaryDir>
+
+#include "configstore.h"
+#include "directorystore.h"
+#include "emotionset.h"
+#include "filetransfer.h"
+#include "imagemsgitem.h"
+#include "listwidget.h"
+#include "mainviewdelegate.h"
+#include "manager.h"
+#include "messageentry.h"
+#include "prompts.h"
+#include "resources.h"
+#include "sdk/emotion_catalogue.h"
+#include "textitemedit.h"
+#include "textmsgitem.h"
+#include "tipmsgitem.h"
+#include "view.h"
+
+using qx_output::EntryItem;
+using qx_output::MessageEntry;
+using qx_output::View;
+
+namespace {
+class ShakeShell : public MainViewDelegate {
+public:
+    void shakeWindow() override { ++shakes; }
+    int shakes = 0;
+};
+
+BaseMsg::MMessage text(quint64 id, qint64 time, const QString& body, bool self = false) {
+    BaseMsg::MMessage m;
+    m.msgId = id;
+    m.time = time;
+    m.kind = BaseMsg::Text;
+    m.text = body;
+    m.isSelf = self;
+    m.senderId = self ? QStringLiteral("101") : QStringLiteral("102");
+    return m;
+}
+
+QList<MessageEntry::Kind> kinds(const View& v) {
+    QList<MessageEntry::Kind> out;
+    for (int r = 1; r < v.listWidget()->count(); ++r)
+        out << v.listWidget()->entryAt(r)->entry.kind;
+    return out;
+}
+
+QString writePicture(const QString& path, const QSize& size, const char* format = "png") {
+    QImage image(size, QImage::Format_RGB32);
+    image.fill(Qt::darkCyan);
+    image.save(path, format);
+    return path;
+}
+}  // namespace
+
+class TestOutputView : public QObject {
+    Q_OBJECT
+private slots:
+    void initTestCase();
+    void timeLinesFollowTheTwoMinuteRule();
+    void receivedTextIsShownNotInterpreted();
+    void historyGoesAboveAndKeepsTheViewStill();
+    void onlyRowsInViewHaveWidgets();
+    void picturesLoadingBrokenAnimatedAndSaved();
+    void receivedFileNamesStayInTheDownloadFolder();
+    void shakesMentionsAndDuplicates();
+
+private:
+    QTemporaryDir dir_;
+    ShakeShell shell_;
+};
+
+void TestOutputView::initTestCase() {
+    quelixInitResources();
+    ConfigStore::instance().init();
+    ConfigStore::instance().setUser(101, 7);
+    QVERIFY(DirectoryStore::instance().load(
+        "{\"errorCode\":0,\"results\":{\"allDeptList\":[{\"id\":\"1\"}],\"allUserList\":["
+        "{\"id\":\"101\",\"section\":\"1\",\"realName\":\"王伟\"},"
+        "{\"id\":\"102\",\"section\":\"1\",\"realName\":\"李娜\"}]}}"));
+    DirectoryStore::instance().setSelfId("101");
+    QList<EmotionSet::Item> items;
+    for (const EmotionCatalogue::Entry& e : EmotionCatalogue::entries())
+        items.append({e.picture, e.code});
+    EmotionSet::instance().setItems(items);
+    MainViewDelegate::setInstance(&shell_);
+}
+
+void TestOutputView::timeLinesFollowTheTwoMinuteRule() {
+    View v("102", false);
+    const qint64 t = 1700000000;
+    v.addMessage(text(1, t, "a"));
+    v.addMessage(text(2, t + 119, "b"));  // within two minutes of the line: none
+    QCOMPARE(kinds(v), (QList<MessageEntry::Kind>{MessageEntry::Separator, MessageEntry::Text,
+                                                  MessageEntry::Text}));
+    v.addMessage(text(3, t + 120, "c"));  // exactly two minutes: still none
+    v.addMessage(text(4, t + 241, "d"));  // more than two minutes after the line at t
+    QCOMPARE(kinds(v).count(MessageEntry::Separator), 2);
+    QCOMPARE(v.listWidget()->entryAt(5)->entry.html,
+             QDateTime::fromSecsSinceEpoch(t + 241).toString("yyyy/MM/dd hh:mm:ss"));
+    v.addMessage(text(5, 0, "no time"));  // an unknown time never gets a line
+    QCOMPARE(kinds(v).count(MessageEntry::Separator), 2);
+    QCOMPARE(v.messageCount(), 5);
+
+    View w("102", false);
+    w.addMessage(text(1, t, "a"));
+    w.addMessage(text(2, t + 121, "b"));
+    QCOMPARE(kinds(w).count(MessageEntry::Separator), 2);
+}
+
+void TestOutputView::receivedTextIsShownNotInterpreted() {
+    View v("102", false);
+    v.resize(600, 400);
+    v.show();
+    const QString hostile = QStringLiteral(
+        "<b>粗</b><img src=\"http://evil.example/x.png\"><a href=\"http://x\">链接</a>"
+        "<span style=\"color:red\">红</span>[smile] @李娜 &amp;");
+    v.addMessage(text(1, 1700000000, hostile));
+    QTRY_VERIFY(v.listWidget()->liveWidgetCount() >= 2);
+    auto* item = qobject_cast<qx_output::TextMsgItem*>(
+        v.listWidget()->itemWidget(v.listWidget()->entryAt(2)));
+    QVERIFY(item);
+    const QTextDocument* doc = item->edit()->document();
+    // Every character the sender typed is there to read, the emoticon became a picture.
+    QString shown = doc->toPlainText();
+    QVERIFY2(shown.startsWith(QStringLiteral("<b>粗</b><img src=\"http://evil.example/x.png\">"
+                                             "<a href=\"http://x\">链接</a>")),
+             qPrintable(shown));
+    QVERIFY(shown.contains(QStringLiteral("@李娜 &amp;")));
+    QVERIFY(!shown.contains(QStringLiteral("[smile]")));
+    const QString html = v.listWidget()->entryAt(2)->entry.html;
+    QCOMPARE(html.count(QStringLiteral("<img")), 1);
+    QVERIFY(html.contains(QStringLiteral("<img class='emo' src=\":/openim/emotion/smile.png\"")));
+    QVERIFY(html.contains(QStringLiteral("<span style=\"color:#FFA54F;font-size:14px\">@李娜</span>")));
+    QVERIFY(!html.contains(QStringLiteral("href")) || html.contains(QStringLiteral("&lt;a href")));
+    // The only resources the text loads are ours.
+    QVERIFY(!item->edit()->loadResource(QTextDocument::ImageResource,
+                                        QUrl("http://evil.example/x.png"))
+                 .isValid());
+    QVERIFY(!item->edit()->loadResource(QTextDocument::ImageResource, QUrl("file:///etc/passwd"))
+                 .isValid());
+    QVERIFY(item->edit()->isReadOnly());
+}
+
+void TestOutputView::historyGoesAboveAndKeepsTheViewStill() {
+    View v("102", false);
+    v.resize(500, 400);
+    v.show();
+    const qint64 t = 1700000000;
+    for (int i = 0; i < 60; ++i) v.addMessage(text(100 + i, t + 600 + i, QString("现在 %1").arg(i)));
+    qx_output::ListWidget* list = v.listWidget();
+    QTRY_VERIFY(list->verticalScrollBar()->maximum() > 0);
+    QTRY_VERIFY(list->isAtBottom());
+    list->verticalScrollBar()->setValue(list->verticalScrollBar()->maximum() / 2);
+    QListWidgetItem* top = list->itemAt(QPoint(1, 1));
+    QVERIFY(top);
+    const int y = list->visualItemRect(top).top();
+
+    QSignalSpy asked(qx_output::Manager::instance(), &qx_output::Manager::getHistoryMsgSignal);
+    list->historyButton()->click();
+    QCOMPARE(asked.size(), 1);
+    QCOMPARE(asked.first().first().toString(), QStringLiteral("102"));
+    // A page of older messages arrives, newest first as some servers send them.
+    for (int i = 6; i >= 0; --i) {
+        BaseMsg::MMessage m = text(10 + i, t + i * 10, QString("以前 %1").arg(i));
+        m.isHistory = true;
+        v.addMessage(m);
+    }
+    QCOMPARE(list->itemAt(QPoint(1, 1)), top);
+    QCOMPARE(list->visualItemRect(top).top(), y);
+    // In time order right under the control, with one time line above them.
+    QCOMPARE(list->entryAt(1)->entry.kind, MessageEntry::Separator);
+    for (int i = 0; i < 7; ++i) QCOMPARE(list->entryAt(2 + i)->entry.msg.msgId, quint64(10 + i));
+    // Shown already: a history copy of a live message is not shown twice.
+    BaseMsg::MMessage again = text(100, t + 600, "现在 0");
+    again.isHistory = true;
+    v.addMessage(again);
+    QCOMPARE(v.messageCount(), 67);
+}
+
+void TestOutputView::onlyRowsInViewHaveWidgets() {
+    View v("102", false);
+    v.resize(600, 500);
+    v.show();
+    for (int i = 0; i < 2000; ++i) v.addMessage(text(i + 1, 1700000000 + i, QString(i % 50 + 1, 'x')));
+    qx_output::ListWidget* list = v.listWidget();
+    QTRY_VERIFY(list->isAtBottom());
+    QTRY_VERIFY(list->liveWidgetCount() > 0);
+    QVERIFY2(list->liveWidgetCount() < 60, qPrintable(QString::number(list->liveWidgetCount())));
+    // The last row is in view and drawn by a widget; a row far above is not.
+    QVERIFY(list->itemWidget(list->item(list->count() - 1)));
+    QVERIFY(!list->itemWidget(list->item(100)));
+    list->scrollToTop();
+    QTRY_VERIFY(list->itemWidget(list->item(2)));
+    QVERIFY(!list->itemWidget(list->item(list->count() - 1)));
+    QVERIFY(list->liveWidgetCount() < 60);
+    // A narrower view measures the text again: a long line wraps onto more lines.
+    EntryItem* row = list->entryAt(list->count() - 1);
+    const int before = row->sizeHint().height();
+    v.resize(260, 500);
+    QTRY_VERIFY(row->sizeHint().height() > before);
+}
+
+void TestOutputView::picturesLoadingBrokenAnimatedAndSaved() {
+    View v("102", false);
+    v.resize(600, 500);
+    v.show();
+    const QString big = writePicture(dir_.filePath("big.png"), QSize(800, 400));
+    QFile::copy(":/resource/style/images/loading.gif", dir_.filePath("anim.gif"));
+    QFile corrupt(dir_.filePath("corrupt.png"));
+    QVERIFY(corrupt.open(QIODevice::WriteOnly));
+    corrupt.write("\x89PNG not really");
+    corrupt.close();
+
+    auto picture = [](quint64 id, const QString& path) {
+        BaseMsg::MMessage m;
+        m.msgId = id;
+        m.kind = BaseMsg::Media;
+        m.senderId = "102";
+        m.mediaPath = path;
+        return m;
+    };
+    v.addMessage(picture(1, big));
+    v.addMessage(picture(2, corrupt.fileName()));
+    v.addMessage(picture(3, dir_.filePath("anim.gif")));
+    v.addMessage(picture(4, QString()));  // on its way
+    qx_output::ListWidget* list = v.listWidget();
+    QTRY_COMPARE(list->liveWidgetCount(), 4);
+    auto itemAt = [&](int r) {
+        return qobject_cast<qx_output::ImageMsgItem*>(list->itemWidget(list->item(r)));
+    };
+    QCOMPARE(list->entryAt(1)->entry.content, QSize(200, 100));  // scaled to fit the bubble
+    QVERIFY(!itemAt(1)->isBroken());
+    QVERIFY(itemAt(2)->isBroken());
+    QVERIFY(itemAt(3)->isAnimated());
+    QCOMPARE(qx_output::Manager::instance()->getMovie(dir_.filePath("anim.gif"))->frameCount(), 8);
+    QVERIFY(list->entryAt(4)->entry.loading);
+    QCOMPARE(list->entryAt(4)->entry.content, QSize(32, 32));
+
+    // The download lands: the row becomes the picture.
+    const QString arrived = writePicture(dir_.filePath("arrived.png"), QSize(60, 40));
+    QVERIFY(v.mediaReady(4, arrived));
+    QTRY_VERIFY(itemAt(4) && !list->entryAt(4)->entry.loading);
+    QCOMPARE(list->entryAt(4)->entry.content, QSize(60, 40));
+
+    // Clicking opens the viewer at full size.
+    QTest::mouseClick(itemAt(1), Qt::LeftButton, {}, itemAt(1)->contentRect().center());
+    QVERIFY(v.pictureWindow() && v.pictureWindow()->isVisible());
+    QCOMPARE(v.pictureWindow()->path(), big);
+    v.pictureWindow()->close();
+
+    // Saving proposes the time as fourteen digits and writes the picture.
+    const QString name = View::pictureSaveName();
+    QVERIFY(QRegularExpression("^\\d{14}$").match(name).hasMatch());
+    QCOMPARE(name.left(8), QDate::currentDate().toString("yyyyMMdd"));
+    QString proposed, filter;
+    qx_output::Prompts::setSaveName([&](QWidget*, const QString& p, const QString& f) {
+        proposed = p;
+        filter = f;
+        return dir_.filePath("saved");
+    });
+    QVERIFY(v.savePic(big));
+    QCOMPARE(filter, QStringLiteral("Images (*.jpg *.png *.bmp)"));
+    QCOMPARE(proposed.size(), 14);
+    QCOMPARE(QImage(dir_.filePath("saved.png")).size(), QSize(800, 400));
+    QStringList errors;
+    qx_output::Prompts::setError([&](QWidget*, const QString& t) { errors << t; });
+    qx_output::Prompts::setSaveName(
+        [&](QWidget*, const QString&, const QString&) { return dir_.filePath("no/such/x.png"); });
+    QVERIFY(!v.savePic(big));
+    QCOMPARE(errors, QStringList{"保存文件：" + dir_.filePath("no/such/x.png") + " 失败。"});
+    qx_output::Prompts::setSaveName({});
+    qx_output::Prompts::setError({});
+}
+
+void TestOutputView::receivedFileNamesStayInTheDownloadFolder() {
+    using qx_output::FileTransfer;
+    const QString folder = dir_.filePath("Download");
+    const QStringList hostile = {"../../.bashrc",  "..\\..\\Windows\\evil.exe",
+                                 "/etc/passwd",    "C:\\Users\\x\\a.txt",
+                                 "..",             "",
+                                 "con.txt",        "报告<1>:\"?*|.docx",
+                                 "name.with.dots. ", QString("a\nb\x01.txt")};
+    for (const QString& name : hostile) {
+        const QString target = FileTransfer::targetPath(folder, name);
+        QCOMPARE(QFileInfo(target).absolutePath(), QFileInfo(folder).absoluteFilePath());
+        const QString file = QFileInfo(target).fileName();
+        QVERIFY2(!file.isEmpty() && !file.startsWith('.') && !file.contains('/') &&
+                     !file.contains('\\') && !file.contains(':') && !file.contains('\n'),
+                 qPrintable(name + " -> " + file));
+    }
+    QCOMPARE(FileTransfer::safeFileName("报告.docx"), QStringLiteral("报告.docx"));
+    QCOMPARE(FileTransfer::safeFileName("../../.bashrc"), QStringLiteral("bashrc"));
+    QCOMPARE(FileTransfer::safeFileName("con.txt"), QStringLiteral("_con.txt"));
+}
+
+void TestOutputView::shakesMentionsAndDuplicates() {
+    View v("900", true);
+    v.resize(600, 500);
+    v.show();
+    BaseMsg::MMessage shake;
+    shake.msgId = 1;
+    shake.kind = BaseMsg::Custom;
+    shake.senderId = "102";
+    shake.summary = QStringLiteral("[抖动窗口]");
+    shake.contentJson = "{\"msgType\":-1,\"summary\":\"[抖动窗口]\",\"isCustomMsg\":true}";
+    v.addMessage(shake);
+    v.addMessage(shake);  // the same message again: nothing new
+    BaseMsg::MMessage mine = shake;
+    mine.msgId = 2;
+    mine.isSelf = true;
+    mine.senderId = "101";
+    v.addMessage(mine);
+    BaseMsg::MMessage old = shake;
+    old.msgId = 3;
+    old.isHistory = true;
+    v.addMessage(old);
+    QCOMPARE(shell_.shakes, 1);  // only a new shake from the other side shakes the window
+    QCOMPARE(v.listWidget()->entryAt(1)->entry.msg.msgId, quint64(3));  // history goes on top
+    QCOMPARE(v.listWidget()->entryAt(v.listWidget()->count() - 1)->entry.html,
+             QStringLiteral("你向对方发送了一条抖动消息"));
+    QCOMPARE(v.listWidget()->entryAt(v.listWidget()->count() - 2)->entry.html,
+             QStringLiteral("对方向你发送了一个抖动窗口。"));
+
+    QVERIFY(v.getAtHiddenStatus());
+    QSignalSpy mentionText(qx_output::Manager::instance(),
+                           &qx_output::Manager::setAtTextHiddenSignal);
+    v.addMessage(text(10, 0, "@王伟不是我"));  // someone else's name that starts with ours
+    QVERIFY(v.getAtHiddenStatus());
+    v.addMessage(text(11, 0, "请 @王伟 看一下"));
+    QVERIFY(!v.getAtHiddenStatus());
+    QCOMPARE(mentionText.last(), (QList<QVariant>{"900", false}));
+    v.atTip()->click();
+    QVERIFY(v.getAtHiddenStatus());
+    QCOMPARE(mentionText.last(), (QList<QVariant>{"900", true}));
+}
+
+QTEST_MAIN(TestOutputView)
+#include "tst_outputview.moc"
