@@ -23,7 +23,9 @@ QFont ItemSizer::textFont() {
 
 int ItemSizer::maxContentWidth(int viewWidth) {
     const int room = viewWidth - 2 * (kSide + kAvatar + kGap + kPad) - 40;
-    return qBound(80, room, 560);
+    // In steps of 20 px: a slightly different width (a scroll bar coming and going, a
+    // splitter nudged) keeps every text row's measure.
+    return qBound(80, room / 20 * 20, 560);
 }
 
 QSize ItemSizer::textSize(const QString& html, int maxWidth) {
@@ -39,8 +41,9 @@ QSize ItemSizer::textSize(const QString& html, int maxWidth) {
     doc->setTextWidth(-1);
     doc->setHtml(html);
     doc->setTextWidth(maxWidth);
+    // Lines wrapped at maxWidth keep their breaks at the widest line's width, so the
+    // height needs no second layout.
     const int width = qMin(maxWidth, int(qCeil(doc->idealWidth())) + 1);
-    doc->setTextWidth(width);
     return QSize(width, int(qCeil(doc->size().height())));
 }
 
@@ -55,7 +58,8 @@ QSize ItemSizer::pictureSize(const QString& path) {
 void ItemSizer::measure(MessageEntry& e, int viewWidth) {
     switch (e.kind) {
         case MessageEntry::Text:
-            e.content = textSize(e.html, maxContentWidth(viewWidth));
+            e.measuredFor = maxContentWidth(viewWidth);
+            e.content = textSize(e.html, e.measuredFor);
             break;
         case MessageEntry::Image:
             if (e.loading) {

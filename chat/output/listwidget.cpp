@@ -2,6 +2,7 @@
 
 #include <QPushButton>
 #include <QScrollBar>
+#include <QStyle>
 #include <QTimer>
 
 #include "messageentry.h"
@@ -43,6 +44,10 @@ EntryItem* ListWidget::entryAt(int r) const {
     return i && i->type() == QListWidgetItem::UserType + 1 ? static_cast<EntryItem*>(i) : nullptr;
 }
 
+int ListWidget::rowWidth() const {
+    return width() - style()->pixelMetric(QStyle::PM_ScrollBarExtent, nullptr, this);
+}
+
 bool ListWidget::isAtBottom() const {
     const QScrollBar* bar = verticalScrollBar();
     return bar->value() >= bar->maximum() - 4;
@@ -50,25 +55,40 @@ bool ListWidget::isAtBottom() const {
 
 void ListWidget::appendEntry(EntryItem* item, bool follow) {
     follow_ = follow_ || follow || isAtBottom();
-    item->setSizeHint(QSize(viewport()->width(), item->sizeHint().height()));
     addItem(item);
     schedule();
 }
 
 void ListWidget::insertEntry(int r, EntryItem* item) {
-    // Keep the first row in view at the same place on screen.
+    keepingView([&] { insertItem(r, item); });
+}
+
+void ListWidget::keepingView(const std::function<void()>& change) {
     executeDelayedItemsLayout();
+    const bool bottom = follow_ || (isAtBottom() && verticalScrollBar()->maximum() > 0);
     QListWidgetItem* anchor = itemAt(QPoint(1, 1));
     if (anchor == historyRow_ && count() > 1 && row(anchor) + 1 < count())
         anchor = this->item(row(anchor) + 1);
     const int before = anchor ? visualItemRect(anchor).top() : 0;
-    insertItem(r, item);
-    if (anchor && !follow_) {
+    change();
+    if (bottom) {
+        follow_ = true;
+    } else if (anchor) {
         executeDelayedItemsLayout();
         const int after = visualItemRect(anchor).top();
         verticalScrollBar()->setValue(verticalScrollBar()->value() + after - before);
     }
     schedule();
+}
+
+void ListWidget::visibleRows(int* first, int* last) const {
+    const QRect area = viewport()->rect();
+    *first = row(itemAt(QPoint(1, area.top())));
+    *last = row(itemAt(QPoint(1, area.bottom())));
+    if (*first < 0) *first = 0;
+    if (*last < 0) *last = count() - 1;
+    *first = qMax(1, *first - kMargin);
+    *last = qMin(count() - 1, *last + kMargin);
 }
 
 void ListWidget::refresh(EntryItem* item) {
@@ -95,13 +115,9 @@ void ListWidget::materialize() {
         follow_ = false;
         scrollToBottom();
     }
-    const QRect area = viewport()->rect();
-    int first = row(itemAt(QPoint(1, area.top())));
-    int last = row(itemAt(QPoint(1, area.bottom())));
-    if (first < 0) first = 0;
-    if (last < 0) last = count() - 1;
-    first = qMax(1, first - kMargin);
-    last = qMin(count() - 1, last + kMargin);
+    int first = 0;
+    int last = 0;
+    visibleRows(&first, &last);
     const QSet<QListWidgetItem*> live = live_;
     for (QListWidgetItem* i : live) {
         const int r = row(i);
@@ -119,7 +135,7 @@ void ListWidget::materialize() {
 
 void ListWidget::resizeEvent(QResizeEvent* event) {
     QListWidget::resizeEvent(event);
-    const int width = viewport()->width();
+    const int width = rowWidth();
     if (width != lastWidth_) {
         lastWidth_ = width;
         const bool bottom = isAtBottom();

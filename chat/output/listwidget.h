@@ -19,7 +19,7 @@ class ListWidget : public QListWidget {
     Q_OBJECT
 public:
     using Factory = std::function<QWidget*(EntryItem* item)>;
-    static constexpr int kMargin = 6;  // rows built beyond each edge of the view
+    static constexpr int kMargin = 2;  // rows built beyond each edge of the view
 
     explicit ListWidget(QWidget* parent = nullptr);
 
@@ -30,11 +30,19 @@ public:
     void appendEntry(EntryItem* item, bool follow);
     // Inserts a row at `row` (history), keeping the rows in view where they are.
     void insertEntry(int row, EntryItem* item);
+    // Runs a change of rows (insertions, new heights) keeping the top row in view where
+    // it is on screen, unless the view follows the bottom.
+    void keepingView(const std::function<void()>& change);
+    // The rows now in view, widened by the build margin.
+    void visibleRows(int* first, int* last) const;
     EntryItem* entryAt(int row) const;
     // Rebuilds the row's widget (its content changed).
     void refresh(EntryItem* item);
     int liveWidgetCount() const { return live_.size(); }
     bool isAtBottom() const;
+    // The width rows are laid out for: the list's less a scroll bar, whether or not the
+    // bar shows, so that the bar coming and going changes nothing.
+    int rowWidth() const;
     // Builds the widgets for the rows now in view.
     void materialize();
 

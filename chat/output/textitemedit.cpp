@@ -20,9 +20,12 @@ TextItemEdit::TextItemEdit(QWidget* parent) : QTextEdit(parent) {
     setAcceptDrops(false);
     document()->setDocumentMargin(0);
     document()->setDefaultFont(ItemSizer::textFont());
+    // Transparent over the bubble, by palette: a style sheet per row costs too much.
+    setAutoFillBackground(false);
     viewport()->setAutoFillBackground(false);
-    setAttribute(Qt::WA_TranslucentBackground);
-    setStyleSheet(QStringLiteral("QTextEdit{background:transparent;}"));
+    QPalette p = palette();
+    p.setColor(QPalette::Base, Qt::transparent);
+    setPalette(p);
     connect(document(), &QTextDocument::contentsChanged, this, &TextItemEdit::onContentsChanged);
 }
 

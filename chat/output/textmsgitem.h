@@ -2,26 +2,36 @@
 
 #include "baseitem.h"
 
+class QTextDocument;
+
 namespace qx_output {
 
 class TextItemEdit;
 
-// A text message: the sender's text with emoticon pictures and highlighted mentions.
+// A text message: the sender's text with emoticon pictures and highlighted mentions. The
+// row paints its text itself; the read-only editor that lets the user select and copy is
+// put over it once the mouse comes near, so rows that are only looked at stay light.
 class TextMsgItem : public BaseItem {
     Q_OBJECT
 public:
     TextMsgItem(const MessageEntry& entry, QWidget* parent = nullptr);
     void setContent(const QString& html);
-    TextItemEdit* edit() const { return edit_; }
+    // The editor over the text, made on first use.
+    TextItemEdit* edit();
+    bool hasEdit() const { return edit_ != nullptr; }
 
 public slots:
     void OnAnimate(int frame);
 
 protected:
+    void paintEvent(QPaintEvent* event) override;
     void resizeEvent(QResizeEvent* event) override;
+    void enterEvent(QEvent* event) override;
 
 private:
-    TextItemEdit* edit_;
+    QString html_;
+    QTextDocument* doc_;
+    TextItemEdit* edit_ = nullptr;
 };
 
 }  // namespace qx_output

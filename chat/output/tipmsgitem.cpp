@@ -10,11 +10,16 @@ TipMsgItem::TipMsgItem(const QString& text, QWidget* parent) : QWidget(parent) {
     label_->setTextFormat(Qt::PlainText);
     label_->setText(text);
     label_->setAlignment(Qt::AlignCenter);
-    label_->setStyleSheet(QStringLiteral("QLabel{font-family:%1;font-size:%2px;color:#999999;"
-                                         "background-color:#E6E9EC;border-radius:0px;"
-                                         "padding:2px 8px;}")
-                              .arg(font().family())
-                              .arg(12));
+    // Grey on a light band, by palette: there can be many tip rows.
+    QFont f = label_->font();
+    f.setPixelSize(12);
+    label_->setFont(f);
+    QPalette p = label_->palette();
+    p.setColor(QPalette::WindowText, QColor(0x99, 0x99, 0x99));
+    p.setColor(QPalette::Window, QColor(0xE6, 0xE9, 0xEC));
+    label_->setPalette(p);
+    label_->setAutoFillBackground(true);
+    label_->setContentsMargins(8, 2, 8, 2);
     auto* layout = new QHBoxLayout(this);
     layout->setContentsMargins(0, 4, 0, 4);
     layout->addStretch();

@@ -10,7 +10,11 @@
 #include <QLabel>
 #include <QPushButton>
 #include <QScrollBar>
+#include <QStyle>
+#include <QTimer>
+
 #include <QVBoxLayout>
+#include <algorithm>
 
 #include "baseitem.h"
 #include "configstore.h"
@@ -56,9 +60,15 @@ QString ownName() {
 View::View(const QString& conversationId, bool isTribe, QWidget* parent)
     : QWidget(parent), id_(conversationId), isTribe_(isTribe) {
     setObjectName(QStringLiteral("outputArea"));
-    setStyleSheet(QStringLiteral("QWidget{background-color:#f0f1f3;border-style:none;border: "
-                                 "0px;border-bottom-right-radius:%1px;}")
-                      .arg(4));
+    // The background is a layer of its own under the list, so that its style sheet does
+    // not reach every message row (styling each row that way costs a millisecond a row).
+    background_ = new QWidget(this);
+    background_->setObjectName(QStringLiteral("outputBackground"));
+    background_->setAttribute(Qt::WA_StyledBackground);
+    background_->setStyleSheet(QStringLiteral("QWidget{background-color:#f0f1f3;border-style:none;"
+                                              "border: 0px;border-bottom-right-radius:%1px;}")
+                                   .arg(4));
+    background_->lower();
     const QString labelStyle =
         QStringLiteral(
             "QLabel{font-family:%1;font-size:%2px;background-color:#E6E9EC;border-radius:0px;}")
@@ -288,8 +298,7 @@ int View::historyRow(qint64 time) const {
 }
 
 void View::add(MessageEntry e) {
-    if (measuredWidth_ < 0)
-        measuredWidth_ = list_->isVisible() ? list_->viewport()->width() : kDefaultWidth;
+    currentWidth();
     e.showName = isTribe_ && e.kind != MessageEntry::Tip;
     ItemSizer::measure(e, measuredWidth_);
     const quint64 id = e.msg.msgId;
@@ -349,7 +358,7 @@ bool View::showChatMsgTime(qint64 t) {
     s.msg.time = t;
     s.html = at.toString(QStringLiteral("yyyy/MM/dd hh:mm:ss"));
     log.write(QStringLiteral("time line: ") + s.html);
-    if (measuredWidth_ < 0) measuredWidth_ = kDefaultWidth;
+    currentWidth();
     ItemSizer::measure(s, measuredWidth_);
     auto* item = new EntryItem(s);
     item->setSizeHint(ItemSizer::rowSize(s, measuredWidth_));
@@ -388,18 +397,71 @@ QWidget* View::createItem(EntryItem* item) {
     return widget;
 }
 
+int View::currentWidth() {
+    if (measuredWidth_ >= 0) return measuredWidth_;
+    if (list_->isVisible()) {
+        measuredWidth_ = list_->rowWidth();
+        return measuredWidth_;
+    }
+    // Not shown yet (a page behind the current one): the pages share the width of the
+    // nearest shown container, less a scroll bar.
+    measuredWidth_ = kDefaultWidth;
+    for (QWidget* w = parentWidget(); w; w = w->parentWidget()) {
+        if (w->isVisible()) {
+            measuredWidth_ = w->width() - style()->pixelMetric(QStyle::PM_ScrollBarExtent);
+            break;
+        }
+    }
+    return measuredWidth_;
+}
+
 void View::remeasure(int width) {
     if (width <= 0) return;
-    const bool textChanged = measuredWidth_ < 0 || ItemSizer::maxContentWidth(width) !=
-                                                       ItemSizer::maxContentWidth(measuredWidth_);
     measuredWidth_ = width;
-    for (int r = 1; r < list_->count(); ++r) {
-        EntryItem* item = list_->entryAt(r);
-        if (!item) continue;
-        if (textChanged && item->entry.kind == MessageEntry::Text)
-            ItemSizer::measure(item->entry, width);
-        item->setSizeHint(ItemSizer::rowSize(item->entry, width));
-        list_->refresh(item);
+    const int lines = ItemSizer::maxContentWidth(width);
+    pending_.clear();
+    list_->keepingView([&] {
+        for (int r = 1; r < list_->count(); ++r) {
+            EntryItem* item = list_->entryAt(r);
+            if (!item) continue;
+            if (item->entry.kind == MessageEntry::Text && item->entry.measuredFor != lines)
+                pending_.append(item);
+            item->setSizeHint(ItemSizer::rowSize(item->entry, width));
+            list_->refresh(item);
+        }
+    });
+    // The rows in view first, then from the newest up.
+    int first = 0;
+    int last = 0;
+    list_->visibleRows(&first, &last);
+    std::stable_sort(pending_.begin(), pending_.end(), [&](EntryItem* a, EntryItem* b) {
+        const int ra = list_->row(a);
+        const int rb = list_->row(b);
+        const bool va = ra >= first && ra <= last;
+        const bool vb = rb >= first && rb <= last;
+        if (va != vb) return va;
+        return ra > rb;
+    });
+    measurePending();
+}
+
+void View::measurePending() {
+    measuring_ = false;
+    if (pending_.isEmpty()) return;
+    constexpr int kRowsPerTurn = 40;
+    const int n = qMin(kRowsPerTurn, pending_.size());
+    list_->keepingView([&] {
+        for (int i = 0; i < n; ++i) {
+            EntryItem* item = pending_.at(i);
+            ItemSizer::measure(item->entry, measuredWidth_);
+            item->setSizeHint(ItemSizer::rowSize(item->entry, measuredWidth_));
+            list_->refresh(item);
+        }
+    });
+    pending_.remove(0, n);
+    if (!pending_.isEmpty() && !measuring_) {
+        measuring_ = true;
+        QTimer::singleShot(0, this, &View::measurePending);
     }
 }
 
@@ -510,6 +572,7 @@ void View::atTipClickedSlot() {
 
 void View::resizeEvent(QResizeEvent* event) {
     QWidget::resizeEvent(event);
+    background_->setGeometry(rect());
     atTip_->move(width() - atTip_->width() - 16, height() - atTip_->height() - 12);
 }
 

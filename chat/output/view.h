@@ -3,6 +3,7 @@
 #include <QDateTime>
 #include <QHash>
 #include <QPointer>
+#include <QVector>
 #include <QWidget>
 
 #include "basemsg.h"
@@ -85,10 +86,15 @@ private:
     void add(MessageEntry entry);
     QWidget* createItem(EntryItem* item);
     void remeasure(int width);
+    // Measures text rows again for the current width, some at a time: the rows in view
+    // at once, the rest in later turns of the event loop.
+    void measurePending();
+    int currentWidth();
     int historyRow(qint64 time) const;
 
     QString id_;
     bool isTribe_;
+    QWidget* background_;
     ListWidget* list_;
     QLabel* disconnect_;
     QPushButton* atTip_;
@@ -99,6 +105,8 @@ private:
     QHash<QString, EntryItem*> uploads_;
     EntryItem* mentionRow_ = nullptr;
     int measuredWidth_ = -1;
+    QVector<EntryItem*> pending_;
+    bool measuring_ = false;
     quint64 nextLocalId_ = 1;
 };
 

@@ -47,8 +47,7 @@ BaseMsg::MMessage text(quint64 id, qint64 time, const QString& body, bool self =
 
 QList<MessageEntry::Kind> kinds(const View& v) {
     QList<MessageEntry::Kind> out;
-    for (int r = 1; r < v.listWidget()->count(); ++r)
-        out << v.listWidget()->entryAt(r)->entry.kind;
+    for (int r = 1; r < v.listWidget()->count(); ++r) out << v.listWidget()->entryAt(r)->entry.kind;
     return out;
 }
 
@@ -138,13 +137,15 @@ void TestOutputView::receivedTextIsShownNotInterpreted() {
     const QString html = v.listWidget()->entryAt(2)->entry.html;
     QCOMPARE(html.count(QStringLiteral("<img")), 1);
     QVERIFY(html.contains(QStringLiteral("<img class='emo' src=\":/openim/emotion/smile.png\"")));
-    QVERIFY(html.contains(QStringLiteral("<span style=\"color:#FFA54F;font-size:14px\">@李娜</span>")));
+    QVERIFY(
+        html.contains(QStringLiteral("<span style=\"color:#FFA54F;font-size:14px\">@李娜</span>")));
     QVERIFY(!html.contains(QStringLiteral("href")) || html.contains(QStringLiteral("&lt;a href")));
     // The only resources the text loads are ours.
-    QVERIFY(!item->edit()->loadResource(QTextDocument::ImageResource,
-                                        QUrl("http://evil.example/x.png"))
+    QVERIFY(!item->edit()
+                 ->loadResource(QTextDocument::ImageResource, QUrl("http://evil.example/x.png"))
                  .isValid());
-    QVERIFY(!item->edit()->loadResource(QTextDocument::ImageResource, QUrl("file:///etc/passwd"))
+    QVERIFY(!item->edit()
+                 ->loadResource(QTextDocument::ImageResource, QUrl("file:///etc/passwd"))
                  .isValid());
     QVERIFY(item->edit()->isReadOnly());
 }
@@ -154,7 +155,8 @@ void TestOutputView::historyGoesAboveAndKeepsTheViewStill() {
     v.resize(500, 400);
     v.show();
     const qint64 t = 1700000000;
-    for (int i = 0; i < 60; ++i) v.addMessage(text(100 + i, t + 600 + i, QString("现在 %1").arg(i)));
+    for (int i = 0; i < 60; ++i)
+        v.addMessage(text(100 + i, t + 600 + i, QString("现在 %1").arg(i)));
     qx_output::ListWidget* list = v.listWidget();
     QTRY_VERIFY(list->verticalScrollBar()->maximum() > 0);
     QTRY_VERIFY(list->isAtBottom());
@@ -189,7 +191,8 @@ void TestOutputView::onlyRowsInViewHaveWidgets() {
     View v("102", false);
     v.resize(600, 500);
     v.show();
-    for (int i = 0; i < 2000; ++i) v.addMessage(text(i + 1, 1700000000 + i, QString(i % 50 + 1, 'x')));
+    for (int i = 0; i < 2000; ++i)
+        v.addMessage(text(i + 1, 1700000000 + i, QString(i % 50 + 1, 'x')));
     qx_output::ListWidget* list = v.listWidget();
     QTRY_VERIFY(list->isAtBottom());
     QTRY_VERIFY(list->liveWidgetCount() > 0);
@@ -283,11 +286,16 @@ void TestOutputView::picturesLoadingBrokenAnimatedAndSaved() {
 void TestOutputView::receivedFileNamesStayInTheDownloadFolder() {
     using qx_output::FileTransfer;
     const QString folder = dir_.filePath("Download");
-    const QStringList hostile = {"../../.bashrc",  "..\\..\\Windows\\evil.exe",
-                                 "/etc/passwd",    "C:\\Users\\x\\a.txt",
-                                 "..",             "",
-                                 "con.txt",        "报告<1>:\"?*|.docx",
-                                 "name.with.dots. ", QString("a\nb\x01.txt")};
+    const QStringList hostile = {"../../.bashrc",
+                                 "..\\..\\Windows\\evil.exe",
+                                 "/etc/passwd",
+                                 "C:\\Users\\x\\a.txt",
+                                 "..",
+                                 "",
+                                 "con.txt",
+                                 "报告<1>:\"?*|.docx",
+                                 "name.with.dots. ",
+                                 QString("a\nb\x01.txt")};
     for (const QString& name : hostile) {
         const QString target = FileTransfer::targetPath(folder, name);
         QCOMPARE(QFileInfo(target).absolutePath(), QFileInfo(folder).absoluteFilePath());
