@@ -36,11 +36,13 @@ ConversationContentView::ConversationContentView(const QString& id, bool isTribe
 
 void ConversationContentView::setOutput(QWidget* output) {
     delete splitter_->replaceWidget(0, output);
+    output->show();  // a widget made without a parent stays hidden until shown
     output_ = output;
 }
 
 void ConversationContentView::setInput(QWidget* input) {
     delete splitter_->replaceWidget(1, input);
+    input->show();
     input_ = input;
 }
 

@@ -32,7 +32,8 @@ const QString kLinkStyle = QStringLiteral(
 QString FileMsgItem::transferKey(const MessageEntry& e) {
     const QJsonObject o = QJsonDocument::fromJson(e.msg.contentJson.toUtf8()).object();
     const QString id = o.value(QStringLiteral("id")).toVariant().toString();
-    if (!id.isEmpty()) return QStringLiteral("file:") + id;
+    // Our upload and a download of the same file are different transfers.
+    if (!id.isEmpty()) return (e.msg.isSelf ? QStringLiteral("up:") : QStringLiteral("down:")) + id;
     return QStringLiteral("local:") + e.msg.mediaPath;
 }
 

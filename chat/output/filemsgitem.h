@@ -20,7 +20,7 @@ class FileMsgItem : public BaseItem {
 public:
     FileMsgItem(const MessageEntry& entry, QWidget* parent = nullptr);
 
-    // The transfer key of a message's file ("file:<id>", or the local path).
+    // The transfer key of a message's file ("up:<id>", "down:<id>", or the local path).
     static QString transferKey(const MessageEntry& entry);
     // The style of the icon for a file name.
     static QString iconStyle(const QString& fileName);

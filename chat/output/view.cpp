@@ -274,7 +274,7 @@ void View::uploadFile(const QString& path) {
                     row->entry.msg.contentJson = json;
                     Manager::instance()->rekeyTransfer(
                         QStringLiteral("upload:%1:%2").arg(rowId).arg(transfer->localPath()),
-                        QStringLiteral("file:") + fileId);
+                        QStringLiteral("up:") + fileId);
                 }
                 emit Manager::instance()->sendCustemMsgSignal(id_, kFileSummary, json);
             });

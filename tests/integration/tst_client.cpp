@@ -18,14 +18,20 @@
 #include "conversationcontentview.h"
 #include "conversationview.h"
 #include "directorystore.h"
+#include "filemsgitem.h"
+#include "filetransfer.h"
+#include "listwidget.h"
 #include "loginview.h"
 #include "mainwindow.h"
+#include "messageentry.h"
 #include "openim/iconversation.h"
 #include "openimmanager.h"
+#include "prompts.h"
 #include "resources.h"
 #include "support/prosody_server.h"
 #include "support/session_probe.h"
 #include "support/test_session.h"
+#include "view.h"
 
 namespace {
 struct Account {
@@ -42,6 +48,7 @@ private slots:
     void cleanupTestCase();
     void wrongPasswordIsRefused();
     void signsInAndChats();
+    void conversationPageShowsBothSides();
     void secondDesktopTakesTheSessionOver();
 
 private:
@@ -219,6 +226,146 @@ void TestClient::signsInAndChats() {
     QTRY_VERIFY_WITH_TIMEOUT(messages.size() == 8, 20000);
     QCOMPARE(messages.last().first().value<BaseMsg::MMessage>().text, QStringLiteral("我是新同事"));
     QVERIFY(store.isUser(stranger.id));
+}
+
+namespace {
+// The rows of a conversation page's output, newest last.
+QList<qx_output::EntryItem*> rowsOf(qx_output::View* out) {
+    QList<qx_output::EntryItem*> rows;
+    for (int r = 1; r < out->listWidget()->count(); ++r)
+        if (qx_output::EntryItem* e = out->listWidget()->entryAt(r)) rows << e;
+    return rows;
+}
+
+qx_output::EntryItem* lastOf(qx_output::View* out, qx_output::MessageEntry::Kind kind, bool self) {
+    const QList<qx_output::EntryItem*> rows = rowsOf(out);
+    for (int i = rows.size() - 1; i >= 0; --i)
+        if (rows[i]->entry.kind == kind && rows[i]->entry.msg.isSelf == self) return rows[i];
+    return nullptr;
+}
+}  // namespace
+
+// Both sides of a conversation on the page: what the colleague sends shows in the right
+// conversation with its badge, what we send from the page reaches them, and files go up
+// to the back end and come down again into the download folder.
+void TestClient::conversationPageShowsBothSides() {
+    using qx_output::MessageEntry;
+    const Account me = account(0);
+    const Account peer = account(1);
+    TestSession colleague("page-peer");
+    colleague.login(prosody_, peer.id, peer.secret);
+    QVERIFY(waitUntil([&] { return colleague.probe().count("loginOk") == 1; }));
+    ConversationView* conversations = window_->conversationView();
+    auto* out = qobject_cast<qx_output::View*>(conversations->page(peer.id)->output());
+    QVERIFY(out);
+
+    const int unreadBefore = window_->unreadCount(peer.id);
+    colleague.sendText(me.id, "页面上的字 <i>不是斜体</i> [smile]");
+    QImage picture(320, 160, QImage::Format_RGB32);
+    picture.fill(Qt::darkGreen);
+    const QString pictureFile = data_.filePath("from-peer.png");
+    QVERIFY(picture.save(pictureFile));
+    colleague.sendImage(me.id, pictureFile, 320, 160);
+    QTRY_VERIFY_WITH_TIMEOUT(lastOf(out, MessageEntry::Image, false), 20000);
+    qx_output::EntryItem* text = lastOf(out, MessageEntry::Text, false);
+    QVERIFY(text);
+    QVERIFY(text->entry.html.contains("&lt;i&gt;不是斜体&lt;/i&gt;"));
+    QVERIFY(text->entry.html.contains("<img class='emo'"));
+    qx_output::EntryItem* image = lastOf(out, MessageEntry::Image, false);
+    QTRY_VERIFY_WITH_TIMEOUT(!image->entry.loading, 20000);
+    QCOMPARE(QImage(image->entry.msg.mediaPath).size(), QSize(320, 160));
+    QCOMPARE(image->entry.content, QSize(200, 100));
+    QTRY_COMPARE(window_->unreadCount(peer.id), unreadBefore + 2);
+
+    // Opening the conversation clears its badge; the page shows the rows with widgets.
+    conversations->showConversation(peer.id, 0);
+    QCOMPARE(window_->unreadCount(peer.id), 0);
+    QTRY_VERIFY(out->isVisible() && out->listWidget()->itemWidget(image));
+
+    // From the page to the colleague: text, then a picture.
+    colleague.markRead(me.id);
+    ConversationContentView* page = conversations->page(peer.id);
+    QVERIFY(page->sendText("收到，谢谢"));
+    const QString ours = data_.filePath("ours.png");
+    QVERIFY(picture.scaled(64, 64).save(ours));
+    QVERIFY(page->sendMedia(ours));
+    QVERIFY(waitUntil([&] { return colleague.unreadCount(me.id) >= 2; }, 20000));
+    const std::vector<openim::IMMessage> got = colleague.unread(me.id);
+    QCOMPARE(QString::fromStdWString(got[got.size() - 2].content.content.str()),
+             QStringLiteral("收到，谢谢"));
+    QCOMPARE(got.back().content.type, std::int32_t(BaseMsg::Media));
+    QTRY_VERIFY(lastOf(out, MessageEntry::Image, true));  // our own rows, on our side
+    QVERIFY(lastOf(out, MessageEntry::Text, true));
+
+    // A file goes up to the back end and is offered to the colleague as a file card.
+    colleague.markRead(me.id);
+    const QString report = data_.filePath("周报 v2.txt");
+    QFile file(report);
+    QVERIFY(file.open(QIODevice::WriteOnly));
+    const QByteArray body = QByteArray("本周完成：输出视图。\n").repeated(2000);
+    file.write(body);
+    file.close();
+    QVERIFY(page->sendMedia(report));
+    QVERIFY(waitUntil([&] { return colleague.unreadCount(me.id) >= 1; }, 20000));
+    const openim::IMMessage card = colleague.unread(me.id).back();
+    QCOMPARE(card.content.type, std::int32_t(BaseMsg::Custom));
+    QCOMPARE(QString::fromStdWString(card.content.summary.str()), QStringLiteral("[文件]"));
+    const QJsonObject offered =
+        QJsonDocument::fromJson(QString::fromStdWString(card.content.content.str()).toUtf8())
+            .object();
+    QCOMPARE(offered.value("msgType").toInt(), 3);
+    QCOMPARE(offered.value("fileName").toString(), QStringLiteral("周报 v2.txt"));
+    QVERIFY(!offered.value("id").toString().isEmpty());
+    QTRY_VERIFY(lastOf(out, MessageEntry::File, true));
+    QCOMPARE(rowsOf(out).count(lastOf(out, MessageEntry::File, true)), 1);  // echo not doubled
+
+    // The colleague hands the same file back; we download it.
+    colleague.sendCustom(me.id, QString::fromStdWString(card.content.content.str()), "[文件]");
+    QTRY_VERIFY_WITH_TIMEOUT(lastOf(out, MessageEntry::File, false), 20000);
+    qx_output::EntryItem* received = lastOf(out, MessageEntry::File, false);
+    QTRY_VERIFY(out->listWidget()->itemWidget(received));
+    auto* item = qobject_cast<qx_output::FileMsgItem*>(out->listWidget()->itemWidget(received));
+    QVERIFY(item);
+    QStringList errors;
+    qx_output::Prompts::setError([&](QWidget*, const QString& t) { errors << t; });
+    item->operationOfLoad();
+    QTRY_COMPARE_WITH_TIMEOUT(item->statusText(), QStringLiteral("下载完成"), 20000);
+    const QString landed =
+        ConfigStore::instance().folderPath(ConfigStore::Download) + "/周报 v2.txt";
+    QFile down(landed);
+    QVERIFY(down.open(QIODevice::ReadOnly));
+    QCOMPARE(down.readAll(), body);
+    down.close();
+    QVERIFY(errors.isEmpty());
+
+    // Fetching it again asks before replacing the file; declining keeps it as it is.
+    QStringList asked;
+    qx_output::Prompts::setAsk(
+        [&](QWidget*, const QString& t, const QString& yes, const QString& no) {
+            asked << t + "|" + yes + "|" + no;
+            return false;
+        });
+    item->transfer()->setState(qx_output::FileTransfer::Idle);
+    item->operationOfLoad();
+    QCOMPARE(asked, QStringList{"文件：周报 v2.txt 已存在。您要替换吗？|替换|取消"});
+    QVERIFY(!item->transfer()->busy());
+
+    // A card naming a file the back end does not have fails with its texts.
+    QJsonObject missing = offered;
+    missing.insert("id", "987654321");
+    missing.insert("fileName", "../../不存在.txt");
+    colleague.sendCustom(me.id, QJsonDocument(missing).toJson(QJsonDocument::Compact), "[文件]");
+    QTRY_VERIFY_WITH_TIMEOUT(lastOf(out, MessageEntry::File, false) != received, 20000);
+    received = lastOf(out, MessageEntry::File, false);
+    QTRY_VERIFY(out->listWidget()->itemWidget(received));
+    item = qobject_cast<qx_output::FileMsgItem*>(out->listWidget()->itemWidget(received));
+    item->operationOfLoad();
+    QTRY_COMPARE_WITH_TIMEOUT(item->statusText(), QStringLiteral("下载失败"), 20000);
+    QCOMPARE(errors, QStringList{QStringLiteral("下载文件：不存在.txt 失败。")});
+    QVERIFY(
+        !QFile::exists(ConfigStore::instance().folderPath(ConfigStore::Download) + "/不存在.txt"));
+    qx_output::Prompts::setError({});
+    qx_output::Prompts::setAsk({});
 }
 
 void TestClient::secondDesktopTakesTheSessionOver() {
