@@ -23,6 +23,7 @@
 #include "directorystore.h"
 #include "functionlistview.h"
 #include "loginview.h"
+#include "manager.h"
 #include "platform/platform.h"
 #include "screenmetrics.h"
 #include "winstylebuttons.h"
@@ -420,6 +421,7 @@ bool MainWindow::eventFilter(QObject* watched, QEvent* event) {
     if (watched == titleStrip_ || watched == leftColumn_) {
         switch (event->type()) {
             case QEvent::MouseButtonPress: {
+                emit qx_output::Manager::instance()->mainWinPressedSignal();
                 auto* e = static_cast<QMouseEvent*>(event);
                 if (e->button() == Qt::LeftButton && !isMaximized()) {
                     dragging_ = true;
@@ -453,6 +455,13 @@ bool MainWindow::eventFilter(QObject* watched, QEvent* event) {
 
 void MainWindow::changeEvent(QEvent* event) {
     if (event->type() == QEvent::WindowStateChange) titleButtons_->setMaximized(isMaximized());
+    // Conversation outputs close their cards and menus when the window goes to the back.
+    if (event->type() == QEvent::ActivationChange) {
+        if (isActiveWindow())
+            emit qx_output::Manager::instance()->mainWinActiveSignal();
+        else
+            emit qx_output::Manager::instance()->mainWinDeactiveSignal();
+    }
     QMainWindow::changeEvent(event);
 }
 

@@ -102,6 +102,7 @@ View::View(const QString& conversationId, bool isTribe, QWidget* parent)
     infoCard_ = new InfoCard(this);
     connect(infoCard_, &InfoCard::inforCardChatSignal, this, &View::onTalkToSlot);
 
+    list_->viewport()->installEventFilter(this);
     connect(list_, &ListWidget::setHistoryTipSignal, this, &View::setHistoryTipSlot);
     connect(list_, &ListWidget::widthChanged, this, &View::remeasure);
     Manager* manager = Manager::instance();
@@ -568,6 +569,13 @@ void View::atTipClickedSlot() {
     mentionRow_ = nullptr;
     setAtTipHiddenSlot(true);
     emit Manager::instance()->setAtTextHiddenSignal(id_, true);
+}
+
+bool View::eventFilter(QObject* watched, QEvent* event) {
+    // A press anywhere in the list but on an avatar closes the card.
+    if (watched == list_->viewport() && event->type() == QEvent::MouseButtonPress)
+        hideInfoCardSlot();
+    return QWidget::eventFilter(watched, event);
 }
 
 void View::resizeEvent(QResizeEvent* event) {

@@ -80,6 +80,7 @@ public slots:
     void atTipClickedSlot();
 
 protected:
+    bool eventFilter(QObject* watched, QEvent* event) override;
     void resizeEvent(QResizeEvent* event) override;
 
 private:

@@ -6,11 +6,13 @@
 #include <QScrollBar>
 #include <QTemporaryDir>
 
+#include "baseitem.h"
 #include "configstore.h"
 #include "directorystore.h"
 #include "emotionset.h"
 #include "filetransfer.h"
 #include "imagemsgitem.h"
+#include "infocard.h"
 #include "listwidget.h"
 #include "mainviewdelegate.h"
 #include "manager.h"
@@ -70,6 +72,7 @@ private slots:
     void picturesLoadingBrokenAnimatedAndSaved();
     void receivedFileNamesStayInTheDownloadFolder();
     void shakesMentionsAndDuplicates();
+    void avatarOpensTheColleagueCard();
 
 private:
     QTemporaryDir dir_;
@@ -348,6 +351,28 @@ void TestOutputView::shakesMentionsAndDuplicates() {
     v.atTip()->click();
     QVERIFY(v.getAtHiddenStatus());
     QCOMPARE(mentionText.last(), (QList<QVariant>{"900", true}));
+}
+
+void TestOutputView::avatarOpensTheColleagueCard() {
+    View v("102", false);
+    v.resize(600, 500);
+    v.show();
+    v.addMessage(text(1, 0, "你好"));
+    QTRY_VERIFY(v.listWidget()->liveWidgetCount() == 1);
+    auto* row =
+        qobject_cast<qx_output::BaseItem*>(v.listWidget()->itemWidget(v.listWidget()->entryAt(1)));
+    QVERIFY(row);
+    QTest::mouseClick(row, Qt::LeftButton, {}, row->avatarRect().center());
+    QVERIFY(v.infoCard()->isVisible());
+    QCOMPARE(v.infoCard()->nameText(), QStringLiteral("李娜"));
+    QSignalSpy talk(qx_output::Manager::instance(), &qx_output::Manager::talkToSignal);
+    v.infoCard()->findChild<QPushButton*>()->click();
+    QCOMPARE(talk.size(), 1);
+    QCOMPARE(talk.first().first().toString(), QStringLiteral("102"));
+    QVERIFY(!v.infoCard()->isVisible());
+    v.showInfoCardSlot("102");
+    QTest::mouseClick(v.listWidget()->viewport(), Qt::LeftButton, {}, QPoint(5, 300));
+    QVERIFY(!v.infoCard()->isVisible());
 }
 
 QTEST_MAIN(TestOutputView)
