@@ -1,5 +1,6 @@
 #include <QtTest>
 
+#include <QClipboard>
 #include <QImageWriter>
 #include <QMovie>
 #include <QPushButton>
@@ -24,6 +25,7 @@
 #include "textmsgitem.h"
 #include "tipmsgitem.h"
 #include "view.h"
+#include "viewmenu.h"
 
 using qx_output::EntryItem;
 using qx_output::MessageEntry;
@@ -261,6 +263,12 @@ void TestOutputView::picturesLoadingBrokenAnimatedAndSaved() {
     QVERIFY(v.pictureWindow() && v.pictureWindow()->isVisible());
     QCOMPARE(v.pictureWindow()->path(), big);
     v.pictureWindow()->close();
+
+    // The picture menu copies to the clipboard.
+    qx_output::ViewMenu menu(big);
+    connect(&menu, &qx_output::ViewMenu::copySignal, &v, &View::copyPic);
+    menu.copyAction()->trigger();
+    QCOMPARE(QApplication::clipboard()->image().size(), QSize(800, 400));
 
     // Saving proposes the time as fourteen digits and writes the picture.
     const QString name = View::pictureSaveName();
