@@ -38,12 +38,14 @@ void ConversationContentView::setOutput(QWidget* output) {
     delete splitter_->replaceWidget(0, output);
     output->show();  // a widget made without a parent stays hidden until shown
     output_ = output;
+    splitter_->setSizes({3000, 1000});  // three quarters for the messages
 }
 
 void ConversationContentView::setInput(QWidget* input) {
     delete splitter_->replaceWidget(1, input);
     input->show();
     input_ = input;
+    splitter_->setSizes({3000, 1000});
 }
 
 void ConversationContentView::setClientOnline(bool online) { g_online = online; }

@@ -49,7 +49,9 @@ QString TextMarkup::toHtml(const QString& text, int fontPx) {
         if (run.picture.isEmpty()) {
             appendPlain(out, run.text, fontPx);
         } else {
-            out += QStringLiteral("<img class='emo' src=\"%1\" width=\"%2\" height=\"%2\">")
+            out += QStringLiteral(
+                       "<img class='emo' src=\"%1\" width=\"%2\" height=\"%2\" "
+                       "style=\"vertical-align:middle\">")
                        .arg(run.picture.toHtmlEscaped())
                        .arg(kEmotionSize);
         }
