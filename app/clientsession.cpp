@@ -52,6 +52,10 @@ void ClientSession::connect(MainWindow* window, OpenIMManager* im) {
                                      });
                 });
 
+            QObject::connect(view, &ConversationView::pageOpenedFirstTime, im,
+                             [im](ConversationContentView* page) {
+                                 if (im->isLoggedIn()) im->getMoreMsg(page->id());
+                             });
             // Messages reach the page of their conversation, which is made when needed.
             QObject::connect(im, &OpenIMManager::chatMessage, view,
                              [view](const BaseMsg::MMessage& m) {

@@ -175,7 +175,16 @@ ConversationContentView* ConversationView::page(const QString& id) {
     return created;
 }
 
-void ConversationView::openPage(const QString& id) { stack_->setCurrentWidget(page(id)); }
+void ConversationView::openPage(const QString& id) {
+    ConversationContentView* opened = page(id);
+    stack_->setCurrentWidget(opened);
+    // The first time a conversation is opened it shows its latest messages (after a
+    // restart the page would otherwise start empty).
+    if (!opened->property("opened").toBool()) {
+        opened->setProperty("opened", true);
+        emit pageOpenedFirstTime(opened);
+    }
+}
 
 void ConversationView::addRow(const QString& id, const QString& name, int count) {
     auto* row = new ChatListItemWidget(id, name, talkList_);

@@ -47,6 +47,8 @@ public:
 signals:
     // A new page exists: the IM core and the output attach to it.
     void pageCreated(ConversationContentView* page);
+    // The user opened a conversation for the first time since start.
+    void pageOpenedFirstTime(ConversationContentView* page);
 
 public slots:
     void showSearchList(QListWidget* list);

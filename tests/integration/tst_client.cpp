@@ -259,6 +259,12 @@ void TestClient::conversationPageShowsBothSides() {
     auto* out = qobject_cast<qx_output::View*>(conversations->page(peer.id)->output());
     QVERIFY(out);
 
+    // Messages shown live and again from history are on the page once.
+    int copies = 0;
+    for (qx_output::EntryItem* row : rowsOf(out))
+        copies += row->entry.html.contains(QStringLiteral("第8条")) ? 1 : 0;
+    QCOMPARE(copies, 1);
+
     const int unreadBefore = window_->unreadCount(peer.id);
     colleague.sendText(me.id, "页面上的字 <i>不是斜体</i> [smile]");
     QImage picture(320, 160, QImage::Format_RGB32);
