@@ -1,10 +1,19 @@
 #include "clientsession.h"
 
 #include <QImageReader>
+#include <QJsonArray>
+#include <QPointer>
 #include <QStackedWidget>
 
+#include "backendurls.h"
+#include "colleague.h"
+#include "configstore.h"
+#include "conversationcontentinputedit.h"
+#include "conversationcontentinputview.h"
 #include "conversationcontentview.h"
 #include "conversationview.h"
+#include "directorystore.h"
+#include "envelope.h"
 #include "logger.h"
 #include "loginview.h"
 #include "mainwindow.h"
@@ -27,7 +36,7 @@ void ClientSession::connect(MainWindow* window, OpenIMManager* im) {
 
     // What the user sends from a conversation page goes to the IM core.
     QObject::connect(
-        window, &MainWindow::conversationViewCreated, im, [im](ConversationView* view) {
+        window, &MainWindow::conversationViewCreated, im, [im, loginView](ConversationView* view) {
             QObject::connect(
                 view, &ConversationView::pageCreated, im, [im](ConversationContentView* page) {
                     QObject::connect(page, &ConversationContentView::sendTextMsg, im,
@@ -52,6 +61,30 @@ void ClientSession::connect(MainWindow* window, OpenIMManager* im) {
                                      });
                 });
 
+            // A tribe's members are offered after "@" in its input.
+            QObject::connect(view, &ConversationView::pageCreated, loginView,
+                             [loginView](ConversationContentView* page) {
+                                 auto* input =
+                                     qobject_cast<ConversationContentInputView*>(page->input());
+                                 if (!page->isTribe() || !input) return;
+                                 const QString url = BackendUrls::withQuery(
+                                     ConfigStore::instance().url(UrlTable::UrlGroupMember),
+                                     QStringLiteral("projectId=") + page->id());
+                                 QPointer<ConversationContentInputView> target(input);
+                                 loginView->requester()->get(url, [target](const QByteArray& body) {
+                                     const Envelope reply = Envelope::parse(body);
+                                     if (!target || !reply.isSuccess()) return;
+                                     const QString self = DirectoryStore::instance().selfId();
+                                     QList<AtListWidget::Member> members;
+                                     for (const QJsonValue& v :
+                                          reply.member(QStringLiteral("userList")).toArray()) {
+                                         const Colleague c = Colleague::fromJson(v.toObject());
+                                         if (!c.id().isEmpty() && c.id() != self)
+                                             members.append({c.displayName(), c.id()});
+                                     }
+                                     target->edit()->setMentionMembers(members);
+                                 });
+                             });
             QObject::connect(view, &ConversationView::pageOpenedFirstTime, im,
                              [im](ConversationContentView* page) {
                                  if (im->isLoggedIn()) im->getMoreMsg(page->id());

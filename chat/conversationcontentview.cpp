@@ -71,6 +71,8 @@ bool ConversationContentView::mayBeSent(Payload payload) {
     return true;
 }
 
+bool ConversationContentView::checkSend() { return mayBeSent(Payload::Message); }
+
 bool ConversationContentView::sendText(const QString& content) {
     if (!mayBeSent(Payload::Message)) return false;
     emit sendTextMsg(id_, content);

@@ -21,11 +21,14 @@ public:
     void setOutput(QWidget* output);
     void setInput(QWidget* input);
     QWidget* output() const { return output_; }
+    QWidget* input() const { return input_; }
 
     // Shared by every page: the connection state decides whether anything can be sent.
     static void setClientOnline(bool online);
     static bool clientOnline();
 
+    // Whether a message may go now; shows the tip that says why not.
+    bool checkSend();
     // Guarded sends; each returns whether the message was handed on.
     bool sendText(const QString& content);
     bool sendMedia(const QString& filePath);

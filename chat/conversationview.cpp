@@ -13,6 +13,7 @@
 #include "chatlistitemwidget.h"
 #include "colleagenamesearchedit.h"
 #include "configstore.h"
+#include "conversationcontentinputview.h"
 #include "conversationcontentview.h"
 #include "directorystore.h"
 #include "globalhotkey.h"
@@ -161,6 +162,7 @@ ConversationContentView* ConversationView::page(const QString& id) {
     auto* created = new ConversationContentView(id, isTribe, stack_);
     auto* output = new qx_output::View(id, isTribe);
     created->setOutput(output);
+    created->setInput(new ConversationContentInputView(created));
     if (!ConversationContentView::clientOnline()) output->showDisconnectLabel();
     // Refused sends and tribe events read as tip lines in the conversation.
     connect(created, &ConversationContentView::tipSignal, output, [output](const QString& text) {

@@ -10,6 +10,8 @@ namespace {
 Prompts::Ask g_ask;
 Prompts::Error g_error;
 Prompts::SaveName g_saveName;
+Prompts::Notice g_notice;
+Prompts::OpenName g_openName;
 const QString kErrorTitle = QStringLiteral("错误提示");
 }  // namespace
 
@@ -34,6 +36,21 @@ QString Prompts::saveName(QWidget* parent, const QString& proposed, const QStrin
     return QFileDialog::getSaveFileName(parent, QString(), proposed, filter);
 }
 
+void Prompts::notice(QWidget* parent, const QString& title, const QString& text,
+                     const QString& button) {
+    if (g_notice) return g_notice(parent, title, text, button);
+    QMessageBox box(QMessageBox::Warning, title, text, QMessageBox::NoButton, parent);
+    box.addButton(button, QMessageBox::AcceptRole);
+    box.exec();
+}
+
+QString Prompts::openName(QWidget* parent, const QString& title, const QString& filter) {
+    if (g_openName) return g_openName(parent, title, filter);
+    return QFileDialog::getOpenFileName(parent, title, QString(), filter);
+}
+
+void Prompts::setNotice(Notice notice) { g_notice = std::move(notice); }
+void Prompts::setOpenName(OpenName openName) { g_openName = std::move(openName); }
 void Prompts::setAsk(Ask ask) { g_ask = std::move(ask); }
 void Prompts::setError(Error error) { g_error = std::move(error); }
 void Prompts::setSaveName(SaveName saveName) { g_saveName = std::move(saveName); }

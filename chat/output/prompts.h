@@ -8,7 +8,8 @@ class QWidget;
 
 namespace qx_output {
 
-// The boxes and dialogs of the output, in one place so that tests can answer them.
+// The boxes and dialogs of the conversation page, in one place so that tests can answer
+// them.
 class Prompts {
 public:
     // A question with two buttons; true for the first.
@@ -16,6 +17,12 @@ public:
                                    const QString& no)>;
     // An error box titled "错误提示".
     using Error = std::function<void(QWidget* parent, const QString& text)>;
+    // A message box with a title and one button.
+    using Notice = std::function<void(QWidget* parent, const QString& title, const QString& text,
+                                      const QString& button)>;
+    // An open-file dialog; empty when cancelled.
+    using OpenName =
+        std::function<QString(QWidget* parent, const QString& title, const QString& filter)>;
     // A save dialog; empty when cancelled.
     using SaveName =
         std::function<QString(QWidget* parent, const QString& proposed, const QString& filter)>;
@@ -23,10 +30,15 @@ public:
     static bool ask(QWidget* parent, const QString& text, const QString& yes, const QString& no);
     static void error(QWidget* parent, const QString& text);
     static QString saveName(QWidget* parent, const QString& proposed, const QString& filter);
+    static void notice(QWidget* parent, const QString& title, const QString& text,
+                       const QString& button);
+    static QString openName(QWidget* parent, const QString& title, const QString& filter);
 
     static void setAsk(Ask ask);
     static void setError(Error error);
     static void setSaveName(SaveName saveName);
+    static void setNotice(Notice notice);
+    static void setOpenName(OpenName openName);
 };
 
 }  // namespace qx_output
