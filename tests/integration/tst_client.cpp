@@ -15,9 +15,12 @@
 #include "base/at_exit.h"
 #include "clientsession.h"
 #include "configstore.h"
+#include "conversationcontentinputedit.h"
+#include "conversationcontentinputview.h"
 #include "conversationcontentview.h"
 #include "conversationview.h"
 #include "directorystore.h"
+#include "emotionset.h"
 #include "filemsgitem.h"
 #include "filetransfer.h"
 #include "listwidget.h"
@@ -302,6 +305,35 @@ void TestClient::conversationPageShowsBothSides() {
     QCOMPARE(got.back().content.type, std::int32_t(BaseMsg::Media));
     QTRY_VERIFY(lastOf(out, MessageEntry::Image, true));  // our own rows, on our side
     QVERIFY(lastOf(out, MessageEntry::Text, true));
+
+    // Typed in the input: an emoticon leaves as its code and comes back as its picture.
+    auto* input = qobject_cast<ConversationContentInputView*>(page->input());
+    QVERIFY(input);
+    colleague.markRead(me.id);
+    const QString smile = EmotionSet::instance().pictureOf("[smile]");
+    QVERIFY(!smile.isEmpty());
+    input->edit()->addEmotion(smile, "[smile]");
+    input->edit()->insertPlainText("好的");
+    input->edit()->sendTextContent();
+    QVERIFY(waitUntil([&] { return colleague.unreadCount(me.id) >= 1; }, 20000));
+    QCOMPARE(QString::fromStdWString(colleague.unread(me.id).back().content.content.str()),
+             QStringLiteral("[smile]好的"));
+    colleague.sendText(me.id, "[smile]");
+    QTRY_VERIFY_WITH_TIMEOUT(lastOf(out, MessageEntry::Text, false)
+                                 ->entry.html.contains("<img class='emo' src=\"" + smile + "\""),
+                             20000);
+
+    // A shake goes as its custom message; one from the colleague reads as a tip line.
+    colleague.markRead(me.id);
+    input->conversationViewSendShake();
+    QVERIFY(waitUntil([&] { return colleague.unreadCount(me.id) >= 1; }, 20000));
+    QCOMPARE(QString::fromStdWString(colleague.unread(me.id).back().content.summary.str()),
+             QStringLiteral("[抖动窗口]"));
+    colleague.sendCustom(me.id, "{\"msgType\":\"shake\"}", "[抖动窗口]");
+    QTRY_VERIFY_WITH_TIMEOUT(
+        lastOf(out, MessageEntry::Tip, false) &&
+            lastOf(out, MessageEntry::Tip, false)->entry.html == "对方向你发送了一个抖动窗口。",
+        20000);
 
     // A file goes up to the back end and is offered to the colleague as a file card.
     colleague.markRead(me.id);
