@@ -38,7 +38,9 @@ EmotionWidget::EmotionWidget(QWidget* parent) : QFrame(parent, Qt::Popup) {
     layout->setSpacing(0);
     layout->addWidget(stack_);
     layout->addLayout(tabs);
-    resize(kDefaultColumns * EmotionLabel::kCell + 24, 5 * EmotionLabel::kCell + 48);
+    // Wide enough for a full row of either area, plus a scroll bar.
+    resize(qMax(kDefaultColumns * EmotionLabel::kCell, kStickerColumns * kStickerCell) + 24,
+           5 * EmotionLabel::kCell + 48);
     showDefultArea();
 }
 

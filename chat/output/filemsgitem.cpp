@@ -32,6 +32,9 @@ const QString kLinkStyle = QStringLiteral(
 QString FileMsgItem::transferKey(const MessageEntry& e) {
     const QJsonObject o = QJsonDocument::fromJson(e.msg.contentJson.toUtf8()).object();
     const QString id = o.value(QStringLiteral("id")).toVariant().toString();
+    // Our own file while it uploads: the transfer the view started for it.
+    const QString upload = o.value(QStringLiteral("uploadKey")).toString();
+    if (id.isEmpty() && !upload.isEmpty()) return upload;
     // Our upload and a download of the same file are different transfers.
     if (!id.isEmpty()) return (e.msg.isSelf ? QStringLiteral("up:") : QStringLiteral("down:")) + id;
     return QStringLiteral("local:") + e.msg.mediaPath;
@@ -161,18 +164,26 @@ void FileMsgItem::refresh() {
     }
     // Our own upload that failed cannot be fetched back from the server.
     action_->setVisible(!transfer_->busy() && !(isSelf() && fileId_.isEmpty() && !here));
+    placeChildren();
 }
 
 void FileMsgItem::resizeEvent(QResizeEvent* event) {
     BaseItem::resizeEvent(event);
+    placeChildren();
+}
+
+void FileMsgItem::placeChildren() {
     const QRect r = contentRect();
     icon_->setGeometry(r.x(), r.y() + 4, 40, 40);
     name_->setGeometry(r.x() + 48, r.y(), r.width() - 48, 20);
     status_->setGeometry(r.x() + 48, r.y() + 22, r.width() - 48 - 28, 18);
     progress_->setGeometry(r.x() + 48, r.y() + 44, r.width() - 48 - 28, 6);
     cancel_->setGeometry(r.right() - 22, r.y() + 36, 20, 20);
-    action_->setGeometry(r.right() - 120, r.bottom() - 20, 36, 20);
-    if (action_->text().isEmpty()) action_->setGeometry(r.right() - 22, r.y() + 22, 22, 22);
+    if (action_->text().isEmpty()) {
+        action_->setGeometry(r.right() - 22, r.y() + 22, 22, 22);  // the download arrow
+    } else {
+        action_->setGeometry(r.right() - 120, r.bottom() - 20, 36, 20);  // "打开"
+    }
     folder_->setGeometry(r.right() - 76, r.bottom() - 20, 76, 20);
 }
 

@@ -41,6 +41,7 @@ protected:
 
 private:
     void refresh();
+    void placeChildren();
     bool openLocal(bool folder);
 
     QString fileId_;

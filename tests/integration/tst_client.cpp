@@ -356,6 +356,13 @@ void TestClient::conversationPageShowsBothSides() {
     QVERIFY(!offered.value("id").toString().isEmpty());
     QTRY_VERIFY(lastOf(out, MessageEntry::File, true));
     QCOMPARE(rowsOf(out).count(lastOf(out, MessageEntry::File, true)), 1);  // echo not doubled
+    qx_output::EntryItem* ownFile = lastOf(out, MessageEntry::File, true);
+    QTRY_VERIFY(out->listWidget()->itemWidget(ownFile));
+    QCOMPARE(
+        qobject_cast<qx_output::FileMsgItem*>(out->listWidget()->itemWidget(ownFile))->statusText(),
+        QStringLiteral("上传完成"));
+    QVERIFY(
+        QJsonDocument::fromJson(ownFile->entry.msg.contentJson.toUtf8()).object().contains("id"));
 
     // The colleague hands the same file back; we download it.
     colleague.sendCustom(me.id, QString::fromStdWString(card.content.content.str()), "[文件]");
