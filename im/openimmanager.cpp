@@ -43,6 +43,8 @@ using wide_text::fromQ;
 using wide_text::toQ;
 
 namespace {
+// Sends that upload a file before the message goes.
+bool isUpload(std::int32_t type) { return type == BaseMsg::Media || type == BaseMsg::MediaFile; }
 
 constexpr long kNoRoot = 0x80004005L;
 
@@ -774,8 +776,44 @@ void OpenIMManager::sendCustemSlot(const QString& id, const QString& summary,
     sendTextOrCustom(id, summary, content);
 }
 
+// Sends to one conversation leave in the order they were asked for: a picture or file
+// takes a while to upload, and what is typed after it must not overtake it. A send that
+// uploads holds back the ones after it until the SDK reports it done (or a long while
+// passed without a report, so that a lost report cannot stall the conversation).
+void OpenIMManager::queueSend(const QString& id, bool uploads, std::function<void()> send) {
+    sendQueue_[id].push_back({uploads, std::move(send)});
+    if (!uploading_.contains(id)) pumpSends(id);
+}
+
+void OpenIMManager::pumpSends(const QString& id) {
+    std::deque<QueuedSend>& queue = sendQueue_[id];
+    while (!queue.empty()) {
+        QueuedSend next = std::move(queue.front());
+        queue.pop_front();
+        next.send();
+        if (next.uploads) {
+            const quint64 ticket = ++sendTicket_;
+            uploading_.insert(id, ticket);
+            QTimer::singleShot(kUploadReportMs, this, [this, id, ticket] {
+                if (uploading_.value(id) == ticket) uploadFinished(id);
+            });
+            return;
+        }
+    }
+    sendQueue_.remove(id);
+}
+
+void OpenIMManager::uploadFinished(const QString& id) {
+    uploading_.remove(id);
+    pumpSends(id);
+}
+
 void OpenIMManager::sendTextOrCustom(const QString& id, const QString& summary,
                                      const QString& content) {
+    queueSend(id, false, [this, id, summary, content] { sendNow(id, summary, content); });
+}
+
+void OpenIMManager::sendNow(const QString& id, const QString& summary, const QString& content) {
     if (isUser(id)) {
         auto conversation = conversationWith(id);
         if (!conversation) return;
@@ -796,6 +834,10 @@ void OpenIMManager::sendTextOrCustom(const QString& id, const QString& summary,
 }
 
 void OpenIMManager::sendPicture(const QString& id, const QString& filePath) {
+    queueSend(id, true, [this, id, filePath] { sendPictureNow(id, filePath); });
+}
+
+void OpenIMManager::sendPictureNow(const QString& id, const QString& filePath) {
     // The picture's size travels with it, so the receiver can lay it out before it loads.
     const QSize size = QImageReader(filePath).size();
     const base::FilePath path = wide_text::pathFromQ(filePath);
@@ -810,6 +852,10 @@ void OpenIMManager::sendPicture(const QString& id, const QString& filePath) {
 }
 
 void OpenIMManager::sendFile(const QString& id, const QString& filePath) {
+    queueSend(id, true, [this, id, filePath] { sendFileNow(id, filePath); });
+}
+
+void OpenIMManager::sendFileNow(const QString& id, const QString& filePath) {
     const base::FilePath path = wide_text::pathFromQ(filePath);
     if (isUser(id)) {
         if (auto conversation = conversationWith(id))
@@ -827,14 +873,25 @@ void OpenIMManager::OnSent(openim::IMMessage message, openim::ResultCode sent,
     base::scoped_refptr<OpenIMManager> self(this);
     // Echoed into the conversation at once, sent or not: the user sees what they wrote.
     QMetaObject::invokeMethod(
-        this, [self, message] { self->showChatMsg(false, message); }, Qt::QueuedConnection);
+        this,
+        [self, message] {
+            self->showChatMsg(false, message);
+            if (isUpload(message.content.type)) self->uploadFinished(toQ(message.receiver.account));
+        },
+        Qt::QueuedConnection);
 }
 
 void OpenIMManager::OnTribeSent(openim::IMTribeMessage message, openim::ResultCode,
                                 openim::ResultCode) {
     base::scoped_refptr<OpenIMManager> self(this);
     QMetaObject::invokeMethod(
-        this, [self, message] { self->showTribeChatMsg(false, message); }, Qt::QueuedConnection);
+        this,
+        [self, message] {
+            self->showTribeChatMsg(false, message);
+            if (isUpload(message.content.type))
+                self->uploadFinished(QString::number(message.tribe.tribeId));
+        },
+        Qt::QueuedConnection);
 }
 
 // --- push channel -----------------------------------------------------------------------

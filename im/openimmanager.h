@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QHash>
 #include <QList>
 #include <QObject>
 #include <QSet>
@@ -9,6 +10,7 @@
 
 #include <atomic>
 #include <deque>
+#include <functional>
 #include <map>
 #include <vector>
 
@@ -147,6 +149,21 @@ protected:
     void timerEvent(QTimerEvent* event) override;
 
 private:
+    static constexpr int kUploadReportMs = 120000;
+    struct QueuedSend {
+        bool uploads;
+        std::function<void()> send;
+    };
+    void queueSend(const QString& id, bool uploads, std::function<void()> send);
+    void pumpSends(const QString& id);
+    void uploadFinished(const QString& id);
+    void sendNow(const QString& id, const QString& summary, const QString& content);
+    void sendPictureNow(const QString& id, const QString& filePath);
+    void sendFileNow(const QString& id, const QString& filePath);
+    QHash<QString, std::deque<QueuedSend>> sendQueue_;
+    QHash<QString, quint64> uploading_;
+    quint64 sendTicket_ = 0;
+
     friend class base::RefCountedThreadSafe<OpenIMManager>;
     ~OpenIMManager() override;
 

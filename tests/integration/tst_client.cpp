@@ -298,11 +298,13 @@ void TestClient::conversationPageShowsBothSides() {
     const QString ours = data_.filePath("ours.png");
     QVERIFY(picture.scaled(64, 64).save(ours));
     QVERIFY(page->sendMedia(ours));
-    QVERIFY(waitUntil([&] { return colleague.unreadCount(me.id) >= 2; }, 20000));
+    QVERIFY(page->sendText("图在上面"));  // must not overtake the picture's upload
+    QVERIFY(waitUntil([&] { return colleague.unreadCount(me.id) >= 3; }, 20000));
     const std::vector<openim::IMMessage> got = colleague.unread(me.id);
-    QCOMPARE(QString::fromStdWString(got[got.size() - 2].content.content.str()),
+    QCOMPARE(QString::fromStdWString(got[got.size() - 3].content.content.str()),
              QStringLiteral("收到，谢谢"));
-    QCOMPARE(got.back().content.type, std::int32_t(BaseMsg::Media));
+    QCOMPARE(got[got.size() - 2].content.type, std::int32_t(BaseMsg::Media));
+    QCOMPARE(QString::fromStdWString(got.back().content.content.str()), QStringLiteral("图在上面"));
     QTRY_VERIFY(lastOf(out, MessageEntry::Image, true));  // our own rows, on our side
     QVERIFY(lastOf(out, MessageEntry::Text, true));
 
