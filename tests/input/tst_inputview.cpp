@@ -1,5 +1,6 @@
 #include <QtTest>
 
+#include <QAction>
 #include <QApplication>
 #include <QKeyEvent>
 
@@ -17,6 +18,7 @@
 #include "emotionlabel.h"
 #include "emotionset.h"
 #include "emotionwidget.h"
+#include "mainviewdelegate.h"
 #include "prompts.h"
 #include "resources.h"
 #include "sdk/emotion_catalogue.h"
@@ -69,6 +71,7 @@ private slots:
     void mentionListWrapsAndInsertsTheName();
     void emoticonPanelRowsAndStickers();
     void pastedPictureAndRefusedSend();
+    void screenshotAsksTheShellAndRemembersHiding();
 
 private:
     QTemporaryDir dir_;
@@ -294,6 +297,38 @@ void TestInputView::pastedPictureAndRefusedSend() {
     QTest::keyClick(edit, Qt::Key_Return);
     QCOMPARE(sent,
              (QStringList{"media:" + QDir(folder).filePath(pasted.first()), "text:稍后再发"}));
+}
+
+namespace {
+class ShotShell : public MainViewDelegate {
+public:
+    void startScreenshot() override { calls << "shot"; }
+    void hideMainWindow() override { calls << "hide"; }
+    QStringList calls;
+};
+}  // namespace
+
+void TestInputView::screenshotAsksTheShellAndRemembersHiding() {
+    ShotShell shell;
+    MainViewDelegate::setInstance(&shell);
+    ConversationContentView page("102", false);
+    {
+        ConversationContentInputView input(&page);
+        QVERIFY(!input.hideOnShotAction()->isChecked());
+        input.conversationViewScreenShots();
+        QCOMPARE(shell.calls, QStringList{"shot"});
+        input.hideOnShotAction()->setChecked(true);  // kept in the user's settings
+    }
+    QVERIFY(ConfigStore::instance().userConfig().shotHide);
+    ConfigStore::instance().userConfig().shotHide = false;
+    QVERIFY(ConfigStore::instance().userConfig().load());
+    QVERIFY(ConfigStore::instance().userConfig().shotHide);
+    ConversationContentInputView again(&page);
+    QVERIFY(again.hideOnShotAction()->isChecked());
+    shell.calls.clear();
+    again.conversationViewScreenShots();
+    QCOMPARE(shell.calls, (QStringList{"hide", "shot"}));
+    MainViewDelegate::setInstance(nullptr);
 }
 
 QTEST_MAIN(TestInputView)
