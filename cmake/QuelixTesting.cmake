@@ -30,4 +30,5 @@ function(quelix_add_bench name)
   set_target_properties(${name} PROPERTIES AUTOMOC ON
                         RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bench-bin)
   target_link_libraries(${name} PRIVATE ${B_LIBS})
+  target_include_directories(${name} PRIVATE ${CMAKE_SOURCE_DIR}/bench/support)
 endfunction()

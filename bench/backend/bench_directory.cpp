@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "backendserver.h"
+#include "benchfigures.h"
 #include "database.h"
 #include "democompany.h"
 #include "directorystore.h"
@@ -23,19 +24,6 @@
 namespace {
 
 QTextStream out(stdout);
-
-long rssKb() {
-    QFile status(QStringLiteral("/proc/self/status"));
-    if (!status.open(QIODevice::ReadOnly)) return 0;
-    for (const QByteArray& line : status.readAll().split('\n'))
-        if (line.startsWith("VmRSS:")) return line.mid(6).trimmed().split(' ').first().toLong();
-    return 0;
-}
-
-double percentile(std::vector<double> v, double p) {
-    std::sort(v.begin(), v.end());
-    return v.empty() ? 0 : v[std::min(v.size() - 1, size_t(p * double(v.size())))];
-}
 
 }  // namespace
 
@@ -84,11 +72,11 @@ int main(int argc, char** argv) {
 
     const int rounds = 5;
     // Memory first, in a process that has not parsed anything yet.
-    const long before = rssKb();
+    const long before = bench::rssKb();
     auto store = std::make_unique<DirectoryStore>();
     if (!store->load(body)) return 1;
     store->prepareSearch();
-    const long after = rssKb();
+    const long after = bench::rssKb();
 
     std::vector<double> parse;
     for (int i = 0; i < rounds; ++i) {
@@ -132,10 +120,12 @@ int main(int argc, char** argv) {
     }
 
     out << "org_search_keystrokes=" << search.size() << Qt::endl;
-    out << "org_search_ms_median=" << QString::number(percentile(search, 0.5), 'f', 2) << Qt::endl;
-    out << "org_raw_parse_ms=" << qRound(percentile(parse, 0.5)) << Qt::endl;
-    out << "org_load_ms=" << qRound(percentile(load, 0.5)) << Qt::endl;
-    out << "org_search_ms_p99=" << QString::number(percentile(search, 0.99), 'f', 1) << Qt::endl;
+    out << "org_search_ms_median=" << QString::number(bench::percentile(search, 0.5), 'f', 2)
+        << Qt::endl;
+    out << "org_raw_parse_ms=" << qRound(bench::percentile(parse, 0.5)) << Qt::endl;
+    out << "org_load_ms=" << qRound(bench::percentile(load, 0.5)) << Qt::endl;
+    out << "org_search_ms_p99=" << QString::number(bench::percentile(search, 0.99), 'f', 1)
+        << Qt::endl;
     out << "org_rss_kb=" << (after - before) << Qt::endl;
     return 0;
 }

@@ -12,6 +12,7 @@
 #include <cstdio>
 #include <vector>
 
+#include "benchfigures.h"
 #include "configstore.h"
 #include "directorystore.h"
 #include "emotionset.h"
@@ -22,18 +23,7 @@
 
 namespace {
 
-long rssKb() {
-    QFile status(QStringLiteral("/proc/self/status"));
-    if (!status.open(QIODevice::ReadOnly)) return 0;
-    for (const QByteArray& line : status.readAll().split('\n'))
-        if (line.startsWith("VmRSS:")) return line.mid(6).trimmed().split(' ').first().toLong();
-    return 0;
-}
-
-double p99(std::vector<double> v) {
-    std::sort(v.begin(), v.end());
-    return v.empty() ? 0 : v[std::min(v.size() - 1, size_t(v.size() * 0.99))];
-}
+double p99(const std::vector<double>& v) { return bench::percentile(v, 0.99); }
 
 const char* const kWords[] = {"项目", "进度", "明天",   "会议",   "需求", "测试", "上线", "确认",
                               "好的", "文档", "review", "deploy", "OK",   "谢谢", "收到", "周报"};
@@ -90,7 +80,7 @@ int main(int argc, char** argv) {
     view->resize(700, 600);
     view->show();
     settle();
-    const long empty = rssKb();
+    const long empty = bench::rssKb();
     std::vector<double> append;
     std::vector<double> addOnly;
     QElapsedTimer clock;
@@ -117,7 +107,7 @@ int main(int argc, char** argv) {
                                         append.begin() + part * 500 + 500)));
     }
     malloc_trim(0);
-    const long full = rssKb();
+    const long full = bench::rssKb();
     std::printf("appended 2000 messages, %d rows, %d row widgets alive\n",
                 view->listWidget()->count(), view->listWidget()->liveWidgetCount());
     delete view;

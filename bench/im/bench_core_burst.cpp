@@ -19,6 +19,7 @@
 #include "base/at_exit.h"
 #include "base/bind.h"
 #include "base/ref_counted.h"
+#include "benchfigures.h"
 #include "configstore.h"
 #include "directorystore.h"
 #include "mainviewdelegate.h"
@@ -31,14 +32,6 @@ namespace {
 
 constexpr int kMessages = 10000;
 constexpr int kTimeoutMs = 120000;
-
-long rssKb() {
-    QFile status(QStringLiteral("/proc/self/status"));
-    if (!status.open(QIODevice::ReadOnly)) return -1;
-    for (const QByteArray& line : status.readAll().split('\n'))
-        if (line.startsWith("VmRSS:")) return line.mid(6).trimmed().split(' ').first().toLong();
-    return -1;
-}
 
 // Runs the event loop (as the GUI does) until `done` or the time is up.
 bool runUntil(const std::function<bool()>& done, int timeoutMs) {
@@ -163,7 +156,7 @@ int main(int argc, char** argv) {
         return 1;
     }
     runUntil([] { return false; }, 1000);
-    const long idleRss = rssKb();
+    const long idleRss = bench::rssKb();
 
     // The burst, with a watch on the GUI thread's event loop.
     QElapsedTimer sinceTurn;
