@@ -152,18 +152,25 @@ std::optional<StoredMessage> MessageStore::message(quint64 id) {
     return rows.first();
 }
 
+// Unread messages of a peer (bound twice) that are ready to be read: those before the
+// first picture or file still downloading.
+static const char kReadyUnread[] =
+    "peer = ? AND unread = 1 AND pending_media = 0 AND id < COALESCE((SELECT MIN(id) FROM "
+    "messages WHERE peer = ? AND unread = 1 AND pending_media = 1), 9223372036854775807)";
+
 int MessageStore::unreadCount(const QString& peer) {
     if (!isOpen()) return 0;
     QSqlQuery q(QSqlDatabase::database(connection_, false));
-    q.prepare(QStringLiteral(
-        "SELECT COUNT(*) FROM messages WHERE peer = ? AND unread = 1 AND pending_media = 0"));
+    q.prepare(QStringLiteral("SELECT COUNT(*) FROM messages WHERE ") + kReadyUnread);
+    q.addBindValue(peer);
     q.addBindValue(peer);
     return q.exec() && q.next() ? q.value(0).toInt() : 0;
 }
 
 QList<StoredMessage> MessageStore::unread(const QString& peer) {
-    return select(QStringLiteral("peer = ? AND unread = 1 AND pending_media = 0"), {peer},
-                  QStringLiteral("ORDER BY time, id"));
+    // Only what came before the first picture or file still downloading: what was sent
+    // after it waits for it, so the conversation reads in the order it was written.
+    return select(QLatin1String(kReadyUnread), {peer, peer}, QStringLiteral("ORDER BY time, id"));
 }
 
 QStringList MessageStore::unreadPeers() {

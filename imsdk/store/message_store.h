@@ -26,8 +26,8 @@ public:
     std::optional<quint64> insert(const StoredMessage& m);
     std::optional<StoredMessage> message(quint64 id);
 
-    // Unread counts and lists leave out media still being fetched: they are reported once
-    // the file is here (or failed).
+    // Unread counts and lists leave out media still being fetched, and what came after it
+    // from the same peer: they are reported once the file is here (or failed), in order.
     int unreadCount(const QString& peer);
     QList<StoredMessage> unread(const QString& peer);
     QStringList unreadPeers();

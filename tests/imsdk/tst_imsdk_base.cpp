@@ -4,6 +4,7 @@
 #include <thread>
 
 #include <QImage>
+#include <QTemporaryDir>
 
 #include "base/at_exit.h"
 #include "base/bind.h"
@@ -17,6 +18,7 @@
 #include "prg/prg_com.h"
 #include "prg/prg_component.h"
 #include "sdk/sdk_instance.h"
+#include "store/message_store.h"
 
 namespace {
 
@@ -61,6 +63,7 @@ private slots:
     void rootFindsComponentsByExactGuidText();
     void rootNeedsAnAtExitManagerAndAPath();
     void emoticonCatalogueHasDrawnPictures();
+    void unreadWaitsForAPictureStillDownloading();
 };
 
 void BaseTest::bindKeepsReceiverAliveUntilLastCopyGoes() {
@@ -216,6 +219,37 @@ void BaseTest::emoticonCatalogueHasDrawnPictures() {
         QVERIFY2(opaque > picture.width() * picture.height() / 25, qPrintable(code));
         QVERIFY2(coloured > 0, qPrintable(code));
     }
+}
+
+void BaseTest::unreadWaitsForAPictureStillDownloading() {
+    QTemporaryDir dir;
+    MessageStore store;
+    QVERIFY(store.open(dir.filePath("messages.db")));
+    auto message = [](int kind, const QString& origin, bool pending) {
+        StoredMessage m;
+        m.peer = QStringLiteral("alice");
+        m.sender = m.peer;
+        m.kind = kind;
+        m.content = origin;
+        m.originId = origin;
+        m.time = 1700000000;
+        m.unread = true;
+        m.pendingMedia = pending;
+        return m;
+    };
+    QVERIFY(store.insert(message(1, "before", false)));
+    const std::optional<quint64> picture = store.insert(message(2, "picture", true));
+    QVERIFY(picture);
+    QVERIFY(store.insert(message(1, "after", false)));
+    // Only what was written before the picture, until the picture is here.
+    QCOMPARE(store.unreadCount("alice"), 1);
+    QCOMPARE(store.unread("alice").size(), 1);
+    QCOMPARE(store.unread("alice").first().originId, QStringLiteral("before"));
+    store.finishMedia(*picture, dir.filePath("picture.png"));
+    QStringList order;
+    for (const StoredMessage& m : store.unread("alice")) order << m.originId;
+    QCOMPARE(order, (QStringList{"before", "picture", "after"}));
+    QCOMPARE(store.unreadCount("alice"), 3);
 }
 
 QTEST_GUILESS_MAIN(BaseTest)
