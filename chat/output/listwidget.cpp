@@ -65,7 +65,10 @@ void ListWidget::insertEntry(int r, EntryItem* item) {
 
 void ListWidget::keepingView(const std::function<void()>& change) {
     executeDelayedItemsLayout();
-    const bool bottom = follow_ || (isAtBottom() && verticalScrollBar()->maximum() > 0);
+    // A conversation that had nothing yet shows its newest messages; otherwise the view
+    // stays at the bottom when it was there and keeps its top row in place when not.
+    const bool bottom =
+        follow_ || count() <= 1 || (isAtBottom() && verticalScrollBar()->maximum() > 0);
     QListWidgetItem* anchor = itemAt(QPoint(1, 1));
     if (anchor == historyRow_ && count() > 1 && row(anchor) + 1 < count())
         anchor = this->item(row(anchor) + 1);

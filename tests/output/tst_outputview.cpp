@@ -185,6 +185,18 @@ void TestOutputView::historyGoesAboveAndKeepsTheViewStill() {
     // In time order right under the control, with one time line above them.
     QCOMPARE(list->entryAt(1)->entry.kind, MessageEntry::Separator);
     for (int i = 0; i < 7; ++i) QCOMPARE(list->entryAt(2 + i)->entry.msg.msgId, quint64(10 + i));
+    // A conversation opened with nothing in it shows the newest of its history.
+    View fresh("102", false);
+    fresh.resize(500, 300);
+    fresh.show();
+    for (int i = 0; i < 30; ++i) {
+        BaseMsg::MMessage m = text(500 + i, t + i * 10, QString("历史 %1").arg(i));
+        m.isHistory = true;
+        fresh.addMessage(m);
+    }
+    QTRY_VERIFY(fresh.listWidget()->verticalScrollBar()->maximum() > 0);
+    QTRY_VERIFY(fresh.listWidget()->isAtBottom());
+
     // Shown already: a history copy of a live message is not shown twice.
     BaseMsg::MMessage again = text(100, t + 600, "现在 0");
     again.isHistory = true;
