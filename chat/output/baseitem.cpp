@@ -43,6 +43,8 @@ QRect BaseItem::bubbleRect() const {
     return QRect(QPoint(x, top), size);
 }
 
+QColor BaseItem::bubbleColour() const { return isSelf_ ? kOwnBubble : kOtherBubble; }
+
 QRect BaseItem::contentRect() const {
     return bubbleRect().adjusted(ItemSizer::kPad, ItemSizer::kPad, -ItemSizer::kPad,
                                  -ItemSizer::kPad);
@@ -95,7 +97,7 @@ void BaseItem::paintEvent(QPaintEvent*) {
     }
     if (paintsBubble()) {
         p.setPen(Qt::NoPen);
-        p.setBrush(isSelf_ ? kOwnBubble : kOtherBubble);
+        p.setBrush(bubbleColour());
         p.drawRoundedRect(bubbleRect(), 6, 6);
     }
 }

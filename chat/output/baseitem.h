@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QColor>
 #include <QWidget>
 
 #include "messageentry.h"
@@ -21,6 +22,7 @@ public:
     QRect contentRect() const;
     QRect avatarRect() const;
     QRect bubbleRect() const;
+    QColor bubbleColour() const;
 
     // The scaled avatar of a colleague, shared by every row that shows it.
     static QPixmap avatarPixmap(const QString& userId);

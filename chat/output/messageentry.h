@@ -25,6 +25,19 @@ class EntryItem : public QListWidgetItem {
 public:
     explicit EntryItem(const MessageEntry& e) : QListWidgetItem(nullptr, UserType + 1), entry(e) {}
     MessageEntry entry;
+
+    // The list asks every row for its size each time it lays itself out; answering from a
+    // member spares it a search through the item's values.
+    QVariant data(int role) const override {
+        return role == Qt::SizeHintRole ? QVariant(size_) : QListWidgetItem::data(role);
+    }
+    void setData(int role, const QVariant& value) override {
+        if (role == Qt::SizeHintRole) size_ = value.toSize();
+        QListWidgetItem::setData(role, value);
+    }
+
+private:
+    QSize size_;
 };
 
 }  // namespace qx_output

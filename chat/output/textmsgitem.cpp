@@ -20,6 +20,7 @@ void TextMsgItem::setContent(const QString& html) {
     html_ = html;
     doc_->setHtml(html);
     doc_->setTextWidth(content_.width());
+    drawn_ = QPixmap();
     if (edit_) {
         edit_->setHtml(html);
         edit_->document()->setTextWidth(content_.width());
@@ -47,10 +48,18 @@ void TextMsgItem::OnAnimate(int) {
 void TextMsgItem::paintEvent(QPaintEvent* event) {
     BaseItem::paintEvent(event);
     if (edit_) return;
-    QPainter p(this);
     const QRect r = contentRect();
-    p.translate(r.topLeft());
-    doc_->drawContents(&p, QRectF(0, 0, r.width(), r.height()));
+    const qreal ratio = devicePixelRatioF();
+    if (drawn_.isNull() || drawn_.size() != r.size() * ratio) {
+        // Shaping text is the costly part of drawing it: done once, then copied.
+        drawn_ = QPixmap(r.size() * ratio);
+        drawn_.setDevicePixelRatio(ratio);
+        drawn_.fill(bubbleColour());
+        QPainter cache(&drawn_);
+        doc_->drawContents(&cache, QRectF(0, 0, r.width(), r.height()));
+    }
+    QPainter p(this);
+    p.drawPixmap(r.topLeft(), drawn_);
 }
 
 void TextMsgItem::resizeEvent(QResizeEvent* event) {

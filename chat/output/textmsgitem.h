@@ -1,5 +1,7 @@
 #pragma once
 
+#include <QPixmap>
+
 #include "baseitem.h"
 
 class QTextDocument;
@@ -31,6 +33,7 @@ protected:
 private:
     QString html_;
     QTextDocument* doc_;
+    QPixmap drawn_;  // the text as last drawn: rows repaint often as the list scrolls
     TextItemEdit* edit_ = nullptr;
 };
 
