@@ -257,12 +257,11 @@ void View::uploadFile(const QString& path) {
                   {QStringLiteral("fileSize"), QString::number(QFileInfo(path).size())},
                   {QStringLiteral("uploadKey"), key}};
     m.contentJson = QString::fromUtf8(QJsonDocument(o).toJson(QJsonDocument::Compact));
-    FileTransfer* transfer = Manager::instance()->transfer(QStringLiteral("local:") + path);
-    Manager::instance()->rekeyTransfer(QStringLiteral("local:") + path, key);
+    FileTransfer* transfer = Manager::instance()->transfer(key);
     const quint64 rowId = m.msgId;
     addFileMsg(m);
     connect(transfer, &FileTransfer::uploaded, this,
-            [this, rowId, transfer](const QString& fileId, const QString& name, qint64 size) {
+            [this, rowId, key](const QString& fileId, const QString& name, qint64 size) {
                 EntryItem* row = msgIds_.value(rowId);
                 const QJsonObject content{{QStringLiteral("msgType"), int(BaseMsg::CustomFile)},
                                           {QStringLiteral("fileName"), name},
@@ -273,9 +272,8 @@ void View::uploadFile(const QString& path) {
                 if (row) {
                     uploads_.insert(fileId, row);
                     row->entry.msg.contentJson = json;
-                    Manager::instance()->rekeyTransfer(
-                        QStringLiteral("upload:%1:%2").arg(rowId).arg(transfer->localPath()),
-                        QStringLiteral("up:") + fileId);
+                    // From now on the row names the file by its id.
+                    Manager::instance()->rekeyTransfer(key, QStringLiteral("up:") + fileId);
                 }
                 emit Manager::instance()->sendCustemMsgSignal(id_, kFileSummary, json);
             });
