@@ -20,6 +20,7 @@
 #include "base/bind.h"
 #include "base/ref_counted.h"
 #include "benchfigures.h"
+#include "benchxmpp.h"
 #include "configstore.h"
 #include "directorystore.h"
 #include "mainviewdelegate.h"
@@ -69,14 +70,7 @@ public:
         thread_.start();
         client_ = new QXmppClient;
         client_->moveToThread(&thread_);
-        QXmppConfiguration c;
-        c.setHost(server.host());
-        c.setPort(server.port());
-        c.setDomain(server.domain());
-        c.setUser(user);
-        c.setPassword(QStringLiteral("pw"));
-        c.setResource(QStringLiteral("bench"));
-        c.setAutoReconnectionEnabled(false);
+        const QXmppConfiguration c = bench::xmppConfig(server, user);
         QMetaObject::invokeMethod(client_, [this, c] {
             QObject::connect(client_, &QXmppClient::connected, client_,
                              [this] { connected_ = true; });

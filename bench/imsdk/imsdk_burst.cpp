@@ -14,6 +14,8 @@
 
 #include "base/bind.h"
 #include "base/ref_counted.h"
+#include "benchfigures.h"
+#include "benchxmpp.h"
 #include "openim/iconversation_service.h"
 #include "openim/service_guids.h"
 #include "support/prosody_server.h"
@@ -29,26 +31,6 @@ public:
     void OnNewMessage(openim::IMUserID) { ++count; }
     std::atomic<int> count{0};
 };
-
-long rssKb() {
-    QFile status(QStringLiteral("/proc/self/status"));
-    if (!status.open(QIODevice::ReadOnly)) return -1;
-    for (const QByteArray& line : status.readAll().split('\n'))
-        if (line.startsWith("VmRSS:")) return line.mid(6).trimmed().split(' ').first().toLong();
-    return -1;
-}
-
-QXmppConfiguration config(const ProsodyServer& server, const QString& user) {
-    QXmppConfiguration c;
-    c.setHost(server.host());
-    c.setPort(server.port());
-    c.setDomain(server.domain());
-    c.setUser(user);
-    c.setPassword(QStringLiteral("pw"));
-    c.setResource(QStringLiteral("bench"));
-    c.setAutoReconnectionEnabled(false);
-    return c;
-}
 
 bool connectClient(QXmppClient& client, const QXmppConfiguration& c) {
     client.connectToServer(c);
@@ -94,10 +76,10 @@ int main(int argc, char** argv) {
     sdk.login(server, QStringLiteral("sdkreceiver"), QStringLiteral("pw"));
     if (!waitUntil([&] { return sdk.probe().count("loginOk") == 1; })) return 1;
     waitUntil([] { return false; }, 1000);
-    const long idleRss = rssKb();
+    const long idleRss = bench::rssKb();
 
     QXmppClient sender;
-    if (!connectClient(sender, config(server, QStringLiteral("sender")))) return 1;
+    if (!connectClient(sender, bench::xmppConfig(server, QStringLiteral("sender")))) return 1;
     // Should the link drop mid-burst, sign in again as the client's retry timer would; the
     // rest arrives from offline storage and the archive.
     const double sdkSeconds = burst(sender, QStringLiteral("sdkreceiver@") + server.domain(), [&] {
@@ -120,7 +102,7 @@ int main(int argc, char** argv) {
     QXmppClient* bare = nullptr;
     QObject anchor;
     anchor.moveToThread(&bareThread);
-    const QXmppConfiguration bareConfig = config(server, QStringLiteral("barereceiver"));
+    const QXmppConfiguration bareConfig = bench::xmppConfig(server, QStringLiteral("barereceiver"));
     QMetaObject::invokeMethod(
         &anchor,
         [&] {
@@ -139,7 +121,8 @@ int main(int argc, char** argv) {
     });
     // A sender of its own, so that both bursts meet the server's archives equally empty.
     QXmppClient bareSender;
-    bareUp = bareUp && connectClient(bareSender, config(server, QStringLiteral("baresender")));
+    bareUp = bareUp &&
+             connectClient(bareSender, bench::xmppConfig(server, QStringLiteral("baresender")));
     const double bareSeconds =
         bareUp ? burst(bareSender, QStringLiteral("barereceiver@") + server.domain(),
                        [&] { return bareCount.load(); })
