@@ -26,6 +26,7 @@
 #include "manager.h"
 #include "platform/platform.h"
 #include "screenmetrics.h"
+#include "tribetips.h"
 #include "winstylebuttons.h"
 
 namespace {
@@ -330,6 +331,39 @@ int MainWindow::unreadCount(const QString& id) const {
 
 void MainWindow::ignoreAllMessages() {
     if (conversationView_) conversationView_->ignoreAllMsgsSlot();
+}
+
+// ---- tribes: a tip in the tribe's page for every change of its members ----
+
+namespace {
+QString memberName(const QString& userId) {
+    if (const DirectoryStore::Colleague* c = DirectoryStore::instance().colleague(userId))
+        return c->displayName();
+    return userId;
+}
+}  // namespace
+
+void MainWindow::tribeTip(const QString& tribeId, const QString& userId, int event) {
+    if (!conversationView_) return;
+    const bool self = userId.isEmpty() || userId == DirectoryStore::instance().selfId();
+    conversationView_->showTribeTip(
+        tribeId, TribeTips::text(TribeTips::Event(event), self, memberName(userId)), self);
+}
+
+void MainWindow::tribeDismissed(const QString& tribeId) {
+    tribeTip(tribeId, QString(), TribeTips::Dismissed);
+}
+
+void MainWindow::tribeMemberQuit(const QString& tribeId, const QString& userId) {
+    tribeTip(tribeId, userId, TribeTips::Quit);
+}
+
+void MainWindow::tribeMemberJoined(const QString& tribeId, const QString& userId) {
+    tribeTip(tribeId, userId, TribeTips::Joined);
+}
+
+void MainWindow::tribeMemberKicked(const QString& tribeId, const QString& userId) {
+    tribeTip(tribeId, userId, TribeTips::Kicked);
 }
 
 void MainWindow::totalUnread(int count) {

@@ -51,6 +51,10 @@ public:
     int unreadCount(const QString& id) const override;
     void ignoreAllMessages() override;
     bool quitApplication() override;
+    void tribeDismissed(const QString& tribeId) override;
+    void tribeMemberQuit(const QString& tribeId, const QString& userId) override;
+    void tribeMemberJoined(const QString& tribeId, const QString& userId) override;
+    void tribeMemberKicked(const QString& tribeId, const QString& userId) override;
 
     // The flags of the last start(), kept for the login view.
     bool startAutoLogin() const { return startAutoLogin_; }
@@ -110,6 +114,8 @@ private:
     void saveWindowSize();
     void openWorkSite();
     void showOwnUser();
+    // event: a TribeTips::Event; an empty user is the user.
+    void tribeTip(const QString& tribeId, const QString& userId, int event);
 
     ConfigStore& store_;
     QFrame* frame_ = nullptr;

@@ -37,6 +37,9 @@ public:
         QString id;  // the project's id, also the IM tribe's id
         QString name;
         QString companyId;  // the company that owns the project
+        QString ownerId;    // the project owner's user id
+        QString sign;       // the owner's signature token (given to the owner only)
+        bool left = false;  // the user is no longer a member (left, removed, dissolved)
     };
 
     enum class SearchMode { Colleagues, Tribes };

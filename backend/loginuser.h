@@ -27,6 +27,8 @@ struct LoginUser {
     QString imHost;
     QString imDomain;
     int imPort = 5222;
+    // The back end's own IM account: the only one whose tribe notices are believed.
+    QString imAuthority;
 
     // False when the reply lacks what a session cannot do without (the ids).
     static bool fromJson(const QJsonObject& o, LoginUser* out);

@@ -61,6 +61,11 @@ bool ConversationContentView::mayBeSent(Payload payload) {
         const DirectoryStore& store = DirectoryStore::instance();
         const DirectoryStore::Tribe* tribe = store.tribe(id_);
         const quint64 own = store.companyId().toULongLong();
+        if (tribe && tribe->left) {
+            // Dissolved, left or removed: the page stays readable, the room takes nothing.
+            showTipLabel(QStringLiteral("您已不在该群中，无法发送消息。"));
+            return false;
+        }
         if (tribe && !tribe->companyId.isEmpty() && tribe->companyId.toULongLong() != own) {
             showTipLabel(payload == Payload::File
                              ? QStringLiteral("暂不支持在非本公司群中传输文件。")

@@ -177,6 +177,12 @@ ConversationContentView* ConversationView::page(const QString& id) {
     return created;
 }
 
+void ConversationView::showTribeTip(const QString& tribeId, const QString& text,
+                                    bool concernsUser) {
+    page(tribeId)->showTipLabel(text);
+    if (concernsUser && currentConversationId() != tribeId) showConversation(tribeId, 1);
+}
+
 void ConversationView::openPage(const QString& id) {
     ConversationContentView* opened = page(id);
     stack_->setCurrentWidget(opened);

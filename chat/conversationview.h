@@ -32,6 +32,9 @@ public:
     // The page of a conversation, created on first use.
     ConversationContentView* page(const QString& id);
     void setOnline(bool online);
+    // A tribe's membership changed: the tip goes into its page, and the tribe comes to the
+    // top of the talk list when the user is the one concerned.
+    void showTribeTip(const QString& tribeId, const QString& text, bool concernsUser);
 
     QString currentConversationId() const;
     int rowOf(const QString& id) const;

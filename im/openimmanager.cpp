@@ -37,6 +37,7 @@
 #include "openim/service_guids.h"
 #include "prg/iprg_com.h"
 #include "sdk/wide_text.h"
+#include "tribemanager.h"
 #include "unreadfetcher.h"
 
 using wide_text::fromQ;
@@ -120,6 +121,7 @@ OpenIMManager::OpenIMManager() : fetcher_(new UnreadFetcher) {
     fetchThread_.start();
     connect(fetcher_, &UnreadFetcher::unreadReady, this, &OpenIMManager::onUnreadReady,
             Qt::QueuedConnection);
+    tribes_ = new TribeManager(this, &fetchThread_);
     retryTimer_.setSingleShot(true);
     connect(&retryTimer_, &QTimer::timeout, this, &OpenIMManager::OnTimeout);
     watermarkSave_.setSingleShot(true);
@@ -212,6 +214,7 @@ void OpenIMManager::setRequester(Requester* requester) {
     requester_ = requester;
     delete directory_;
     directory_ = new DirectoryClient(requester, &DirectoryStore::instance(), this);
+    tribes_->setRequester(requester);
     connect(directory_, &DirectoryClient::colleaguesFetched, this, [this](const QStringList& ids) {
         for (const QString& id : ids) OnHttpGetOthersBack(id);
     });
@@ -230,6 +233,7 @@ void OpenIMManager::login(const LoginUser& user) {
     param.port = quint16(user.imPort);
     param.domain = fromQ(user.imDomain.isEmpty() ? user.imHost : user.imDomain);
     param.receiveFolder = fromQ(ConfigStore::instance().folderPath(ConfigStore::Receive));
+    param.authority = fromQ(user.imAuthority);
     msgReady_ = false;
     loginRequested_ = true;
     login->Login(param);
@@ -286,6 +290,7 @@ void OpenIMManager::onLoginSuccess(const openim::IMUserID& user) {
         emit loginResult(0);
     }
     emit signal_Landed(true);
+    tribes_->fetchProjects();
     // The views were built by the calls above; what arrived meanwhile is shown next, in
     // the order it came, then whatever is still unread from before.
     QMetaObject::invokeMethod(
@@ -294,6 +299,7 @@ void OpenIMManager::onLoginSuccess(const openim::IMUserID& user) {
 
 void OpenIMManager::setMsgReady(bool ready) {
     msgReady_ = ready;
+    tribes_->setReady(ready);
     if (ready) drainPending();
 }
 
@@ -378,6 +384,7 @@ void OpenIMManager::onReloginSuccess() {
     requestPresence();
     startSessionTimer();
     registerSync();
+    tribes_->fetchProjects();  // membership may have changed while we were away
 }
 
 void OpenIMManager::OnNetDisConnect(openim::NetDisConnectParam) {
@@ -923,41 +930,28 @@ void onGui(OpenIMManager* self, F f) {
         self, [keep, f] { f(); }, Qt::QueuedConnection);
 }
 
-bool knownTribe(const openim::IMTribeID& tribe) {
-    return DirectoryStore::instance().tribe(QString::number(tribe.tribeId)) != nullptr;
-}
 }  // namespace
 
 void OpenIMManager::OnTribesLoaded() {}
 
 void OpenIMManager::OnTribeMemberJoined(openim::IMTribeID tribe, openim::IMUserID user) {
-    onGui(this, [tribe, user] {
-        if (!knownTribe(tribe)) return;
-        if (MainViewDelegate* shell = MainViewDelegate::instance())
-            shell->tribeMemberJoined(QString::number(tribe.tribeId), toQ(user.account));
-    });
+    onGui(this, [this, tribe, user] { tribes_->memberJoined(tribe.tribeId, toQ(user.account)); });
 }
 
 void OpenIMManager::OnTribeMemberQuit(openim::IMTribeID tribe, openim::IMUserID user) {
-    onGui(this, [tribe, user] {
-        if (!knownTribe(tribe)) return;
-        if (MainViewDelegate* shell = MainViewDelegate::instance())
-            shell->tribeMemberQuit(QString::number(tribe.tribeId), toQ(user.account));
-    });
+    onGui(this, [this, tribe, user] { tribes_->memberQuit(tribe.tribeId, toQ(user.account)); });
 }
 
 void OpenIMManager::OnTribeMemberKicked(openim::IMTribeID tribe, openim::IMUserID user) {
-    onGui(this, [tribe, user] {
-        if (!knownTribe(tribe)) return;
-        if (MainViewDelegate* shell = MainViewDelegate::instance())
-            shell->tribeMemberKicked(QString::number(tribe.tribeId), toQ(user.account));
-    });
+    onGui(this, [this, tribe, user] { tribes_->memberKicked(tribe.tribeId, toQ(user.account)); });
 }
 
 void OpenIMManager::OnTribeRoleChanged(openim::IMTribeID, openim::IMUserID, openim::IMUserID) {}
 
-void OpenIMManager::OnTribeNameChanged(openim::IMTribeID, prg::PrgStringT<wchar_t> name) {
+void OpenIMManager::OnTribeNameChanged(openim::IMTribeID tribe, prg::PrgStringT<wchar_t> name) {
+    const QString title = toQ(name);
     name.Release();
+    onGui(this, [this, tribe, title] { tribes_->infoChanged(tribe.tribeId, title); });
 }
 
 void OpenIMManager::OnTribeNoticeChanged(openim::IMTribeID, prg::PrgStringT<wchar_t> notice) {
@@ -965,29 +959,19 @@ void OpenIMManager::OnTribeNoticeChanged(openim::IMTribeID, prg::PrgStringT<wcha
 }
 
 void OpenIMManager::OnTribeDismissed(const openim::IMTribeID& tribe) {
-    const openim::IMTribeID copy = tribe;
-    onGui(this, [copy] {
-        if (!knownTribe(copy)) return;
-        if (MainViewDelegate* shell = MainViewDelegate::instance())
-            shell->tribeDismissed(QString::number(copy.tribeId));
-    });
+    const quint64 id = tribe.tribeId;
+    onGui(this, [this, id] { tribes_->dismissed(id); });
 }
 
 void OpenIMManager::OnTribeInfoChanged(openim::IMTribeID tribe) {
-    onGui(this, [tribe] {
-        auto tribes = service<openim::ITribeService>(openim::kTribeModule, openim::kTribeInterface);
-        openim::ITribe* raw = nullptr;
-        if (!tribes || tribes->GetTribe(tribe, &raw) != prg::PRG_OK || !raw) return;
-        base::scoped_refptr<openim::ITribe> t;
-        t.adopt(raw);
-        DirectoryStore& store = DirectoryStore::instance();
-        const QString id = QString::number(tribe.tribeId);
-        DirectoryStore::Tribe record;
-        if (const DirectoryStore::Tribe* known = store.tribe(id)) record = *known;
-        record.id = id;
-        record.name = toQ(t->GetName());
-        store.addTribe(record);
+    onGui(this, [this, tribe] {
+        base::scoped_refptr<openim::ITribe> t = tribeWith(QString::number(tribe.tribeId));
+        tribes_->infoChanged(tribe.tribeId, t ? toQ(t->GetName()) : QString());
     });
 }
 
-void OpenIMManager::OnTribeNewMessage(openim::IMTribeID tribe) { Q_UNUSED(tribe); }
+void OpenIMManager::OnTribeNewMessage(openim::IMTribeID tribe) {
+    tribes_->newMessages(tribe.tribeId);
+}
+
+void OpenIMManager::dissolveOrLeave(quint64 tribe) { tribes_->dissolveOrLeave(tribe); }

@@ -29,6 +29,7 @@
 #include "prg/prg_string.h"
 
 class DirectoryClient;
+class TribeManager;
 class UnreadFetcher;
 class Requester;
 
@@ -76,6 +77,10 @@ public:
     // The client's message record for an SDK message (conversation id: the peer).
     static BaseMsg::MMessage toMessage(const openim::IMMessage& m, const QString& ownId,
                                        bool history);
+
+    // Dissolves (the owner) or leaves (any other member) the project of a tribe, after asking.
+    void dissolveOrLeave(quint64 tribe);
+    TribeManager* tribes() const { return tribes_; }
 
     bool msgReady() const { return msgReady_; }
     void setMsgReady(bool ready);
@@ -208,6 +213,7 @@ private:
 
     QThread fetchThread_;
     UnreadFetcher* fetcher_;
+    TribeManager* tribes_ = nullptr;
     QTimer retryTimer_;
     QTimer watermarkSave_;
     Requester* requester_ = nullptr;

@@ -31,7 +31,22 @@ public:
     virtual void SendImage(const base::FilePath& file, std::int32_t width, std::int32_t height,
                            const SendCallback& done) = 0;
     virtual void SendFile(const base::FilePath& file, const SendCallback& done) = 0;
+    // The next older page of at most `count` messages, oldest first: the local store, then
+    // the room's archive. An empty page means the beginning was reached.
     virtual void GetHistory(std::int32_t count, const HistoryCallback& done) = 0;
+    virtual void ResetHistory() = 0;
+
+    // Received messages not yet read, oldest first; a picture still downloading holds back
+    // what came after it.
+    virtual std::int32_t GetUnreadCount() = 0;
+    virtual void GetUnreadMessages(std::vector<IMTribeMessage>* messages) = 0;
+    virtual void MarkMessagesRead(const std::vector<std::uint64_t>& msgIds) = 0;
+    virtual void MarkRead() = 0;
+    // True while the server counts the user a member (the room has been joined or can be).
+    virtual bool IsMember() = 0;
+    // True while the user is in the room now: sends go out at once (otherwise they wait
+    // for the room, or fail when it will not have the user).
+    virtual bool IsInRoom() = 0;
 };
 
 }  // namespace openim

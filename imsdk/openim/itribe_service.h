@@ -8,10 +8,13 @@
 #include "prg/prg_result.h"
 #include "prg/prg_string.h"
 
+#include <vector>
+
 namespace openim {
 
-// Tribes (group chats, one per project). Declared now; the XMPP rooms behind them come
-// with the tribe work.
+// Tribes (group chats, one per project): members-only rooms on the XMPP server whose
+// membership the company back end keeps. The SDK joins every room the user belongs to at
+// sign-in and after every reconnect, and catches up on each room's archive.
 class ITribeService : public prg::IPrgUnknown {
 public:
     // Events, in the order a client registers them.
@@ -31,8 +34,16 @@ public:
     // Runs with the tribe each time new messages of it are stored.
     virtual void RegisterNewMessage(const base::Callback<void(IMTribeID)>& cb) = 0;
 
-    // *out gets a new reference (release it).
+    // *out gets a new reference (release it). Any tribe id gives a tribe; IsMember() says
+    // whether the user belongs to it.
     virtual prg::PrgResult GetTribe(const IMTribeID& tribe, ITribe** out) = 0;
+    // The tribes the company says the user belongs to (its project list). Rooms not yet
+    // known are joined; a room left out is kept until the server says the user is gone,
+    // since the list may be older than the room's own news.
+    virtual void SyncTribes(const std::vector<IMTribeID>& tribes,
+                            const std::vector<prg::PrgStringT<wchar_t>>& names) = 0;
+    // Tribes with unread messages.
+    virtual void GetUnreadTribes(std::vector<IMTribeID>* tribes) = 0;
 };
 
 }  // namespace openim

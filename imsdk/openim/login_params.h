@@ -18,6 +18,9 @@ struct LoginParam {
     prg::PrgStringT<wchar_t> domain;  // accounts are account@domain
     // Where received pictures and files go; empty: "<data folder>/<account>/Receive".
     prg::PrgStringT<wchar_t> receiveFolder;
+    // The company back end's own account on the IM server: only its notices about tribe
+    // membership are believed. Empty: tribe news comes from the rooms alone.
+    prg::PrgStringT<wchar_t> authority;
 };
 
 // The session records reported by the login service's callbacks.

@@ -13,9 +13,10 @@ const char kMamNs[] = "urn:xmpp:mam:2";
 }
 
 QString ArchiveExtension::query(const QString& with, const QString& before, const QString& after,
-                                int max) {
+                                int max, const QString& archive, const QDateTime& start) {
     QXmppMamQueryIq iq;
     iq.setType(QXmppIq::Set);
+    if (!archive.isEmpty()) iq.setTo(archive);
     const QString queryId = QUuid::createUuid().toString(QUuid::WithoutBraces);
     iq.setId(queryId);
     iq.setQueryId(queryId);
@@ -29,6 +30,12 @@ QString ArchiveExtension::query(const QString& with, const QString& before, cons
         withField.setKey(QStringLiteral("with"));
         withField.setValue(with);
         fields << withField;
+    }
+    if (start.isValid()) {
+        QXmppDataForm::Field startField;
+        startField.setKey(QStringLiteral("start"));
+        startField.setValue(QXmppUtils::datetimeToString(start));
+        fields << startField;
     }
     QXmppDataForm form(QXmppDataForm::Submit);
     form.setFields(fields);

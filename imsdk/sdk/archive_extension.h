@@ -13,8 +13,11 @@ class ArchiveExtension : public QXmppClientExtension {
 public:
     // Returns the query id. `with` limits to one peer (bare address, may be empty);
     // `before` pages backwards from an archive id ("" for the newest page), `after`
-    // forwards from one. Only one of `before`/`after` is used, `after` first.
-    QString query(const QString& with, const QString& before, const QString& after, int max);
+    // forwards from one. Only one of `before`/`after` is used, `after` first. `archive` is
+    // the archive to ask (a room's address; empty: the account's own); `start` leaves out
+    // what is older.
+    QString query(const QString& with, const QString& before, const QString& after, int max,
+                  const QString& archive = QString(), const QDateTime& start = QDateTime());
 
     bool handleStanza(const QDomElement& stanza) override;
 

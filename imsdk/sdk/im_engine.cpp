@@ -23,6 +23,9 @@
 #include "sdk/media_transfer.h"
 #include "sdk/message_codec.h"
 #include "sdk/receive_folder.h"
+#include "sdk/room_extension.h"
+#include "sdk/tribe_messages.h"
+#include "sdk/tribe_rooms.h"
 #include "sdk/wide_text.h"
 
 using wide_text::fromQ;
@@ -61,7 +64,8 @@ bool isMedia(int kind) { return kind == openim::kContentImage || kind == openim:
 
 }  // namespace
 
-ImEngine::ImEngine(QObject* parent) : QObject(parent), transfer_(new MediaTransfer(this)) {
+ImEngine::ImEngine(QObject* parent)
+    : QObject(parent), transfer_(new MediaTransfer(this)), tribes_(new TribeRooms(this)) {
     createClient();
 }
 
@@ -84,6 +88,8 @@ void ImEngine::createClient() {
         logger->setLoggingType(QXmppLogger::StdoutLogging);
         client_->setLogger(logger);
     }
+    // Room presence goes to the tribes before QXmpp's own handling sees it.
+    client_->addExtension(new RoomExtension(tribes_));
     client_->addExtension(archive_);
     client_->addExtension(carbons_);
     client_->addExtension(upload_);
@@ -150,6 +156,8 @@ void ImEngine::login(const openim::LoginParam& param, const QString& dataFolder)
                                                          L"cannot open the message store")});
         return;
     }
+    tribes_->setAuthority(toQ(param.authority));
+    tribes_->accountOpened();
     connectNow(false);
 }
 
@@ -211,6 +219,7 @@ void ImEngine::onStateChanged(QXmppClient::State state) {
         }
         if (!callbacks_.pushStarted.is_null()) callbacks_.pushStarted.Run({fromQ(domain_)});
         startCatchUp();
+        tribes_->sessionStarted();
         for (const StoredMessage& m : store_.pendingMedia()) startDownload(m.id, true);
         return;
     }
@@ -272,14 +281,15 @@ void ImEngine::sessionEnded() {
     }
     const auto uploads = std::exchange(uploads_, {});
     for (const PendingUpload& u : uploads)
-        if (!u.done.is_null())
-            u.done.Run(toIM(u.draft), openim::ResultCode(openim::ResultCode::kNetworkError),
-                       openim::ResultCode(openim::ResultCode::kNetworkError));
+        if (u.done)
+            u.done(u.draft, openim::ResultCode(openim::ResultCode::kNetworkError),
+                   openim::ResultCode(openim::ResultCode::kNetworkError));
     const auto queries = std::exchange(historyQueries_, {});
     for (auto it = queries.begin(); it != queries.end(); ++it)
         deliverHistory(it->peer, it->count, it->done,
                        openim::ResultCode(openim::ResultCode::kNetworkError));
     catchUpQuery_.clear();
+    tribes_->sessionEnded();
 }
 
 // ---- presence and sync ----
@@ -362,8 +372,12 @@ void ImEngine::onMessage(const QXmppMessage& message) {
         callbacks_.pushMsgs.Run({push});
         return;
     }
-    if (message.type() == QXmppMessage::GroupChat || message.type() == QXmppMessage::Headline)
+    if (message.type() == QXmppMessage::GroupChat) {
+        tribes_->handleGroupMessage(message);
         return;
+    }
+    if (tribes_->handleInvitation(message)) return;
+    if (message.type() == QXmppMessage::Headline) return;
     // The server's archive id, when our own archive stamped it.
     const QString archiveId =
         message.stanzaIdBy() == bareJid(account_) ? message.stanzaId() : QString();
@@ -372,6 +386,10 @@ void ImEngine::onMessage(const QXmppMessage& message) {
 
 void ImEngine::store(const QXmppMessage& message, const QString& archiveId, const QDateTime& stamp,
                      Source source) {
+    if (source != Source::History && tribes_->handleNotice(message, archiveId, stamp)) {
+        if (!archiveId.isEmpty()) store_.setMeta(QLatin1String(kLastArchiveId), archiveId);
+        return;
+    }
     std::optional<StoredMessage> decoded = MessageCodec::decode(message);
     if (!decoded) return;
     StoredMessage m = *decoded;
@@ -410,6 +428,7 @@ void ImEngine::startCatchUp() {
 
 void ImEngine::onArchived(const QString& queryId, const QString& archiveId,
                           const QXmppMessage& message, const QDateTime& stamp) {
+    if (tribes_->messages()->handleArchived(queryId, archiveId, message, stamp)) return;
     if (queryId == catchUpQuery_)
         store(message, archiveId, stamp, Source::CatchUp);
     else if (historyQueries_.contains(queryId))
@@ -418,6 +437,7 @@ void ImEngine::onArchived(const QString& queryId, const QString& archiveId,
 
 void ImEngine::onArchiveFinished(const QString& queryId, bool ok, bool complete,
                                  const QString& first, const QString& last) {
+    if (tribes_->messages()->handleArchiveFinished(queryId, ok, complete, first, last)) return;
     if (queryId == catchUpQuery_) {
         catchUpQuery_.clear();
         if (ok && !complete && !last.isEmpty())
@@ -458,6 +478,10 @@ void ImEngine::startDownload(quint64 id, bool notify) {
     transfer_->download(
         QUrl(m->url), target, [this, id, notify, m](bool ok, const QString& result) {
             store_.finishMedia(id, ok ? result : QString());
+            if (TribeRooms::isKey(m->peer)) {
+                tribes_->messages()->mediaFinished(*m, ok, result);
+                return;
+            }
             if (!callbacks_.download.is_null()) {
                 openim::DownloadMediaResult r;
                 r.msgId = id;
@@ -491,6 +515,14 @@ void ImEngine::downloadMedia(quint64 msgId) {
 
 void ImEngine::send(const QString& peer, StoredMessage draft, const QString& file,
                     const SendCallback& done) {
+    send(peer, std::move(draft), file,
+         Sent([this, done](const StoredMessage& m, openim::ResultCode sent,
+                           openim::ResultCode uploaded) {
+             if (!done.is_null()) done.Run(toIM(m), sent, uploaded);
+         }));
+}
+
+void ImEngine::send(const QString& peer, StoredMessage draft, const QString& file, Sent done) {
     draft.peer = peer;
     draft.sender = account_;
     draft.outgoing = true;
@@ -498,11 +530,24 @@ void ImEngine::send(const QString& peer, StoredMessage draft, const QString& fil
     draft.time = QDateTime::currentDateTimeUtc().toSecsSinceEpoch();
     draft.originId = QUuid::createUuid().toString(QUuid::WithoutBraces);
     auto fail = [&](int code, const wchar_t* why) {
-        if (!done.is_null())
-            done.Run(toIM(draft), openim::ResultCode(code, why), openim::ResultCode());
+        if (done) done(draft, openim::ResultCode(code, why), openim::ResultCode());
     };
     if (state_ != State::Online) return fail(openim::ResultCode::kNotLoggedIn, L"not logged in");
     if (peer.isEmpty()) return fail(openim::ResultCode::kInvalidArgument, L"no peer");
+    if (TribeRooms::isKey(peer) && !tribes_->isJoined(TribeRooms::idOfKey(peer))) {
+        // The room is still being joined (just after sign-in): the send waits for it.
+        tribes_->whenJoined(TribeRooms::idOfKey(peer), [this, peer, draft, file, done](bool in) {
+            if (in) {
+                send(peer, draft, file, done);
+            } else if (done) {
+                done(draft,
+                     openim::ResultCode(openim::ResultCode::kNotLoggedIn,
+                                        L"not in the tribe's room"),
+                     openim::ResultCode());
+            }
+        });
+        return;
+    }
     if (draft.content.size() > MessageCodec::kMaxBodyChars ||
         draft.summary.size() > MessageCodec::kMaxBodyChars)
         return fail(openim::ResultCode::kInvalidArgument, L"message too long");
@@ -527,10 +572,9 @@ void ImEngine::requestSlot(const PendingUpload& upload) {
     const QString id = upload_->requestUploadSlot(QFileInfo(upload.file),
                                                   QFileInfo(upload.file).fileName(), service);
     if (id.isEmpty()) {
-        if (!upload.done.is_null())
-            upload.done.Run(
-                toIM(upload.draft), openim::ResultCode(),
-                openim::ResultCode(openim::ResultCode::kServerError, L"no upload slot"));
+        if (upload.done)
+            upload.done(upload.draft, openim::ResultCode(),
+                        openim::ResultCode(openim::ResultCode::kServerError, L"no upload slot"));
         return;
     }
     uploads_.insert(id, upload);
@@ -544,9 +588,9 @@ void ImEngine::onSlot(const QXmppHttpUploadSlotIq& slot) {
         slot.putUrl(), slot.putHeaders(), u.file, mime,
         [this, u, url = slot.getUrl()](bool ok, const QString& error) {
             if (!ok) {
-                if (!u.done.is_null())
-                    u.done.Run(toIM(u.draft), openim::ResultCode(),
-                               openim::ResultCode(openim::ResultCode::kNetworkError, fromQ(error)));
+                if (u.done)
+                    u.done(u.draft, openim::ResultCode(),
+                           openim::ResultCode(openim::ResultCode::kNetworkError, fromQ(error)));
                 return;
             }
             StoredMessage draft = u.draft;
@@ -558,27 +602,29 @@ void ImEngine::onSlot(const QXmppHttpUploadSlotIq& slot) {
 void ImEngine::onSlotFailed(const QXmppHttpUploadRequestIq& request) {
     if (!uploads_.contains(request.id())) return;
     PendingUpload u = uploads_.take(request.id());
-    if (!u.done.is_null())
-        u.done.Run(toIM(u.draft), openim::ResultCode(),
-                   openim::ResultCode(openim::ResultCode::kServerError, L"upload refused"));
+    if (u.done)
+        u.done(u.draft, openim::ResultCode(),
+               openim::ResultCode(openim::ResultCode::kServerError, L"upload refused"));
 }
 
-void ImEngine::sendStored(StoredMessage draft, const SendCallback& done) {
+void ImEngine::sendStored(StoredMessage draft, const Sent& done) {
     if (state_ != State::Online) {
-        if (!done.is_null())
-            done.Run(toIM(draft), openim::ResultCode(openim::ResultCode::kNotLoggedIn),
-                     openim::ResultCode());
+        if (done)
+            done(draft, openim::ResultCode(openim::ResultCode::kNotLoggedIn), openim::ResultCode());
         return;
     }
-    const bool sent = client_->sendPacket(MessageCodec::encode(draft, bareJid(draft.peer)));
+    const bool toTribe = TribeRooms::isKey(draft.peer);
+    QXmppMessage stanza = MessageCodec::encode(
+        draft, toTribe ? tribes_->roomJid(TribeRooms::idOfKey(draft.peer)) : bareJid(draft.peer));
+    if (toTribe) stanza.setType(QXmppMessage::GroupChat);
+    const bool sent = client_->sendPacket(stanza);
     if (sent) {
         if (std::optional<quint64> id = store_.insert(draft)) draft.id = *id;
     }
-    if (!done.is_null())
-        done.Run(
-            toIM(draft),
-            openim::ResultCode(sent ? openim::ResultCode::kOk : openim::ResultCode::kNetworkError),
-            openim::ResultCode());
+    if (done)
+        done(draft,
+             openim::ResultCode(sent ? openim::ResultCode::kOk : openim::ResultCode::kNetworkError),
+             openim::ResultCode());
 }
 
 // ---- store queries ----
@@ -608,7 +654,11 @@ std::vector<openim::IMMessage> ImEngine::unread(const QString& peer) {
     return out;
 }
 
-QStringList ImEngine::unreadPeers() { return store_.unreadPeers(); }
+QStringList ImEngine::unreadPeers() {
+    QStringList peers = store_.unreadPeers();
+    peers.erase(std::remove_if(peers.begin(), peers.end(), TribeRooms::isKey), peers.end());
+    return peers;
+}
 
 void ImEngine::markRead(const QString& peer) { store_.markRead(peer); }
 

@@ -23,6 +23,7 @@
 
 class ArchiveExtension;
 class MediaTransfer;
+class TribeRooms;
 class QXmppCarbonManager;
 class QXmppHttpUploadRequestIq;
 class QXmppHttpUploadSlotIq;
@@ -57,6 +58,8 @@ public:
         base::Callback<void(openim::IMMessage, openim::ResultCode, openim::ResultCode)>;
     using HistoryCallback = base::Callback<void(prg::PrgStringT<wchar_t>, openim::ResultCode,
                                                 std::vector<openim::IMMessage>)>;
+    // How a send ended, with the message as stored: (message, send result, upload result).
+    using Sent = std::function<void(const StoredMessage&, openim::ResultCode, openim::ResultCode)>;
     using PresenceCallback =
         base::Callback<void(openim::ResultCode, std::map<openim::IMUserID, openim::IMUserStatus>)>;
 
@@ -93,6 +96,8 @@ public:
     // the picture or file to upload.
     void send(const QString& peer, StoredMessage draft, const QString& file,
               const SendCallback& done);
+    // The same for any peer key, a tribe's included.
+    void send(const QString& peer, StoredMessage draft, const QString& file, Sent done);
     int unreadCount(const QString& peer);
     std::vector<openim::IMMessage> unread(const QString& peer);
     QStringList unreadPeers();
@@ -105,6 +110,16 @@ public:
     openim::IMMessage toIM(const StoredMessage& m) const;
     openim::IMUserID userId(const QString& account) const;
 
+    // For the tribe rooms beside the engine (SDK thread).
+    TribeRooms* tribes() { return tribes_; }
+    MessageStore& messageStore() { return store_; }
+    QXmppClient* xmppClient() { return client_; }
+    ArchiveExtension* archive() { return archive_; }
+    const QString& domain() const { return domain_; }
+    const QString& account() const { return account_; }
+    // Fetches a received picture or file of the store and reports it when done.
+    void downloadStored(quint64 id) { startDownload(id, true); }
+
 private:
     enum class State { Idle, LoggingIn, Online, ReLoggingIn, Offline, LoggingOut, Kicked };
     enum class Source { Live, CatchUp, History };
@@ -115,7 +130,7 @@ private:
     struct PendingUpload {
         StoredMessage draft;
         QString file;
-        SendCallback done;
+        Sent done;
     };
     struct HistoryQuery {
         QString peer;
@@ -145,7 +160,7 @@ private:
     void startCatchUp();
     void startDownload(quint64 id, bool notify);
     void requestSlot(const PendingUpload& upload);
-    void sendStored(StoredMessage draft, const SendCallback& done);
+    void sendStored(StoredMessage draft, const Sent& done);
     void deliverHistory(const QString& peer, int count, const HistoryCallback& done,
                         openim::ResultCode result);
     void sessionEnded();
@@ -167,6 +182,7 @@ private:
     QXmppUploadRequestManager* upload_ = nullptr;
     MediaTransfer* transfer_;
     MessageStore store_;
+    TribeRooms* tribes_;
 
     QHash<QString, PendingPing> pings_;
     QHash<QString, PendingUpload> uploads_;

@@ -3,6 +3,9 @@
 #include "sdk/conversation_impl.h"
 #include "sdk/emotion_catalogue.h"
 #include "sdk/im_engine.h"
+#include "sdk/tribe_impl.h"
+#include "sdk/tribe_messages.h"
+#include "sdk/tribe_rooms.h"
 #include "sdk/wide_text.h"
 
 using wide_text::fromQ;
@@ -171,76 +174,85 @@ void SdkServices::Logout() {
     post([](ImEngine* e) { e->logout(); });
 }
 
-// ---- tribes: declared, rooms come later ----
+// ---- tribes: the rooms beside the engine ----
+
+template <class F>
+void SdkServices::onRooms(F task) {
+    ImEngine* e = engine_;
+    if (e) e->post([e, task] { task(e->tribes()->callbacks()); });
+}
 
 void SdkServices::RegisterDownloadCallback(const openim::ITribeMediaService::DownloadCallback& cb) {
-    std::lock_guard<std::mutex> guard(lock_);
-    tribe_.download = cb;
+    onRooms([cb](TribeRooms::Callbacks& c) { c.download = cb; });
 }
 
 void SdkServices::DownloadTribeMedia(std::uint64_t msgId) {
-    openim::ITribeMediaService::DownloadCallback cb;
-    {
-        std::lock_guard<std::mutex> guard(lock_);
-        cb = tribe_.download;
-    }
-    post([cb, msgId](ImEngine*) {
-        openim::DownloadTribeMediaResult r;
-        r.msgId = msgId;
-        if (!cb.is_null()) cb.Run(openim::ResultCode(openim::ResultCode::kNotFound), r);
-    });
+    post([msgId](ImEngine* e) { e->downloadMedia(msgId); });
 }
 
 void SdkServices::RegisterTribesLoaded(const base::Callback<void()>& cb) {
-    std::lock_guard<std::mutex> guard(lock_);
-    tribe_.loaded = cb;
+    onRooms([cb](TribeRooms::Callbacks& c) { c.loaded = cb; });
 }
 void SdkServices::RegisterMemberJoined(
     const base::Callback<void(openim::IMTribeID, openim::IMUserID)>& cb) {
-    std::lock_guard<std::mutex> guard(lock_);
-    tribe_.joined = cb;
+    onRooms([cb](TribeRooms::Callbacks& c) { c.joined = cb; });
 }
 void SdkServices::RegisterMemberQuit(
     const base::Callback<void(openim::IMTribeID, openim::IMUserID)>& cb) {
-    std::lock_guard<std::mutex> guard(lock_);
-    tribe_.quit = cb;
+    onRooms([cb](TribeRooms::Callbacks& c) { c.quit = cb; });
 }
 void SdkServices::RegisterMemberKicked(
     const base::Callback<void(openim::IMTribeID, openim::IMUserID)>& cb) {
-    std::lock_guard<std::mutex> guard(lock_);
-    tribe_.kicked = cb;
+    onRooms([cb](TribeRooms::Callbacks& c) { c.kicked = cb; });
 }
 void SdkServices::RegisterRoleChanged(
     const base::Callback<void(openim::IMTribeID, openim::IMUserID, openim::IMUserID)>& cb) {
-    std::lock_guard<std::mutex> guard(lock_);
-    tribe_.role = cb;
+    onRooms([cb](TribeRooms::Callbacks& c) { c.role = cb; });
 }
 void SdkServices::RegisterNameChanged(
     const base::Callback<void(openim::IMTribeID, prg::PrgStringT<wchar_t>)>& cb) {
-    std::lock_guard<std::mutex> guard(lock_);
-    tribe_.name = cb;
+    onRooms([cb](TribeRooms::Callbacks& c) { c.name = cb; });
 }
 void SdkServices::RegisterNoticeChanged(
     const base::Callback<void(openim::IMTribeID, prg::PrgStringT<wchar_t>)>& cb) {
-    std::lock_guard<std::mutex> guard(lock_);
-    tribe_.notice = cb;
+    onRooms([cb](TribeRooms::Callbacks& c) { c.notice = cb; });
 }
 void SdkServices::RegisterTribeDismissed(const base::Callback<void(const openim::IMTribeID&)>& cb) {
-    std::lock_guard<std::mutex> guard(lock_);
-    tribe_.dismissed = cb;
+    onRooms([cb](TribeRooms::Callbacks& c) { c.dismissed = cb; });
 }
 void SdkServices::RegisterTribeInfoChanged(const base::Callback<void(openim::IMTribeID)>& cb) {
-    std::lock_guard<std::mutex> guard(lock_);
-    tribe_.info = cb;
+    onRooms([cb](TribeRooms::Callbacks& c) { c.info = cb; });
 }
 void SdkServices::RegisterNewMessage(const base::Callback<void(openim::IMTribeID)>& cb) {
-    std::lock_guard<std::mutex> guard(lock_);
-    tribe_.message = cb;
+    onRooms([cb](TribeRooms::Callbacks& c) { c.message = cb; });
 }
 
-prg::PrgResult SdkServices::GetTribe(const openim::IMTribeID&, openim::ITribe** out) {
-    if (out) *out = nullptr;
-    return prg::PRG_E_NOINTERFACE;
+prg::PrgResult SdkServices::GetTribe(const openim::IMTribeID& tribe, openim::ITribe** out) {
+    if (!out) return prg::PRG_E_INVALIDARG;
+    *out = nullptr;
+    if (tribe.tribeId == 0 || !engine_) return prg::PRG_E_INVALIDARG;
+    *out = new TribeImpl(engine_, tribe.tribeId);
+    (*out)->AddRef();
+    return prg::PRG_OK;
+}
+
+void SdkServices::SyncTribes(const std::vector<openim::IMTribeID>& tribes,
+                             const std::vector<prg::PrgStringT<wchar_t>>& names) {
+    QList<quint64> ids;
+    QStringList titles;
+    for (size_t i = 0; i < tribes.size(); ++i) {
+        ids << tribes[i].tribeId;
+        titles << (i < names.size() ? toQ(names[i]) : QString());
+    }
+    post([ids, titles](ImEngine* e) { e->tribes()->sync(ids, titles); });
+}
+
+void SdkServices::GetUnreadTribes(std::vector<openim::IMTribeID>* tribes) {
+    ImEngine* e = engine_;
+    if (!tribes || !e) return;
+    tribes->clear();
+    const QList<quint64> ids = e->call([e] { return e->tribes()->messages()->unreadTribes(); });
+    for (quint64 id : ids) tribes->push_back(openim::IMTribeID(id));
 }
 
 // ---- push ----

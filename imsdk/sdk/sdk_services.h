@@ -20,8 +20,7 @@
 class ImEngine;
 
 // The ten services of the SDK, as one object: each interface is a thin door to the
-// engine, which does the work on the SDK thread. Tribe rooms are not served yet: their
-// callbacks are kept and GetTribe finds nothing.
+// engine, which does the work on the SDK thread (tribes: the rooms beside it).
 class SdkServices : public openim::IIMCoreService,
                     public openim::IMediaService,
                     public openim::IConversationService,
@@ -95,6 +94,9 @@ public:
     void RegisterTribeInfoChanged(const base::Callback<void(openim::IMTribeID)>& cb) override;
     void RegisterNewMessage(const base::Callback<void(openim::IMTribeID)>& cb) override;
     prg::PrgResult GetTribe(const openim::IMTribeID& tribe, openim::ITribe** out) override;
+    void SyncTribes(const std::vector<openim::IMTribeID>& tribes,
+                    const std::vector<prg::PrgStringT<wchar_t>>& names) override;
+    void GetUnreadTribes(std::vector<openim::IMTribeID>* tribes) override;
     // push
     void RegisterStartOk(const base::Callback<void(openim::XPushStartOkParam)>& cb) override;
     void RegisterKicked(const base::Callback<void(openim::XPushKickedParam)>& cb) override;
@@ -104,18 +106,11 @@ public:
 
 private:
     ~SdkServices() override = default;
-    // Tribe callbacks are kept until the rooms are served.
-    struct TribeCallbacks {
-        base::Callback<void()> loaded;
-        base::Callback<void(openim::IMTribeID, openim::IMUserID)> joined, quit, kicked;
-        base::Callback<void(openim::IMTribeID, openim::IMUserID, openim::IMUserID)> role;
-        base::Callback<void(openim::IMTribeID, prg::PrgStringT<wchar_t>)> name, notice;
-        base::Callback<void(const openim::IMTribeID&)> dismissed;
-        base::Callback<void(openim::IMTribeID)> info, message;
-        openim::ITribeMediaService::DownloadCallback download;
-    };
     template <class F>
     void post(F task);
+    // Runs `task` with the rooms' callbacks on the SDK thread.
+    template <class F>
+    void onRooms(F task);
 
     std::atomic<long> refs_{0};
     QPointer<ImEngine> engine_;
@@ -123,5 +118,4 @@ private:
     std::mutex lock_;
     base::scoped_refptr<openim::IHostApplication> host_;
     base::FilePath resourceFolder_;
-    TribeCallbacks tribe_;
 };

@@ -133,6 +133,16 @@ std::optional<quint64> MessageStore::insert(const StoredMessage& m) {
     return q.lastInsertId().toULongLong();
 }
 
+void MessageStore::settleTime(const QString& stanzaId, qint64 time) {
+    if (!isOpen() || stanzaId.isEmpty()) return;
+    QSqlQuery q(QSqlDatabase::database(connection_, false));
+    q.prepare(QStringLiteral("UPDATE messages SET time = ? WHERE stanza_id = ? AND time > ?"));
+    q.addBindValue(time);
+    q.addBindValue(stanzaId);
+    q.addBindValue(time);
+    q.exec();
+}
+
 QList<StoredMessage> MessageStore::select(const QString& where, const QVariantList& args,
                                           const QString& tail) {
     QList<StoredMessage> out;

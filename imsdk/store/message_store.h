@@ -25,6 +25,9 @@ public:
     // lacked fills it in.
     std::optional<quint64> insert(const StoredMessage& m);
     std::optional<StoredMessage> message(quint64 id);
+    // A message first stored live (with our receipt time) met again in the archive: the
+    // archive's time places it among what the catch-up brings, where it belongs.
+    void settleTime(const QString& stanzaId, qint64 time);
 
     // Unread counts and lists leave out media still being fetched, and what came after it
     // from the same peer: they are reported once the file is here (or failed), in order.

@@ -153,7 +153,7 @@ void TestDirectoryStore::searchIsCaseSensitiveAndOrdered() {
     QCOMPARE(hitIds("李"), QStringList({"10"}));
     QCOMPARE(hitIds("lm"), QStringList({"9"}));
     QVERIFY(hitIds("").isEmpty());
-    s.setTribes({{"300", "Quelix 项目", "7"}, {"200", "市场部活动", "7"}});
+    s.setTribes({{"300", "Quelix 项目", "7", "1", "", false}, {"200", "市场部活动", "7", "1", "", false}});
     QCOMPARE(hitIds("项目", DirectoryStore::SearchMode::Tribes), QStringList({"300"}));
     QCOMPARE(hitIds("li", DirectoryStore::SearchMode::Tribes), QStringList({"300"}));
     QVERIFY(hitIds("Li", DirectoryStore::SearchMode::Tribes).isEmpty());

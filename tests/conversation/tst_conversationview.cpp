@@ -62,7 +62,8 @@ void TestConversationView::initTestCase() {
     ConfigStore::instance().setUser(101, 7);
     QVERIFY(DirectoryStore::instance().load(org()));
     DirectoryStore::instance().setCompanyId("7");
-    DirectoryStore::instance().setTribes({{"900", "Quelix 项目", "7"}, {"901", "合作方群", "8"}});
+    DirectoryStore::instance().setTribes(
+        {{"900", "Quelix 项目", "7", "1", "", false}, {"901", "合作方群", "8", "1", "", false}});
     MainViewDelegate::setInstance(&shell_);
 }
 

@@ -85,7 +85,7 @@ base::scoped_refptr<openim::IConversationService> TestSession::conversationServi
 }
 
 void TestSession::login(const ProsodyServer& server, const QString& account,
-                        const QString& secret) {
+                        const QString& secret, const QString& authority) {
     openim::LoginParam param;
     param.user = openim::IMUserID(fromQ(appKey()), fromQ(account));
     param.secret = fromQ(secret);
@@ -93,6 +93,7 @@ void TestSession::login(const ProsodyServer& server, const QString& account,
     param.port = server.port();
     param.domain = fromQ(server.domain());
     param.receiveFolder = fromQ(receiveFolder());
+    param.authority = fromQ(authority);
     loginService()->Login(param);
 }
 

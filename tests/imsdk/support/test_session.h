@@ -23,7 +23,9 @@ public:
     explicit TestSession(const QString& name);
     ~TestSession();
 
-    void login(const ProsodyServer& server, const QString& account, const QString& secret);
+    // `authority`: the account whose tribe notices the SDK believes.
+    void login(const ProsodyServer& server, const QString& account, const QString& secret,
+               const QString& authority = QString());
     void relogin();
     void logout();
 

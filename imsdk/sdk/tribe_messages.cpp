@@ -1,0 +1,275 @@
+#include "sdk/tribe_messages.h"
+
+#include <QXmppUtils.h>
+#include <QDebug>
+#include <QTimer>
+
+#include "openim/im_message_content.h"
+#include "sdk/archive_extension.h"
+#include "sdk/im_engine.h"
+#include "sdk/message_codec.h"
+#include "sdk/tribe_rooms.h"
+#include "sdk/wide_text.h"
+
+using wide_text::fromQ;
+
+namespace {
+
+QString lastKey(quint64 tribe) { return QStringLiteral("tribe_last:%1").arg(tribe); }
+
+bool isMedia(int kind) { return kind == openim::kContentImage || kind == openim::kContentFile; }
+
+}  // namespace
+
+TribeMessages::TribeMessages(ImEngine* engine, TribeRooms* rooms)
+    : QObject(rooms), engine_(engine), rooms_(rooms), announceTimer_(new QTimer(this)) {
+    // New messages are announced once per turn of the event loop, not once per row: a
+    // catch-up page of a hundred is one report.
+    announceTimer_->setSingleShot(true);
+    announceTimer_->setInterval(0);
+    connect(announceTimer_, &QTimer::timeout, this, &TribeMessages::flushAnnouncements);
+}
+
+void TribeMessages::accountOpened() {
+    state_.clear();
+    cursors_.clear();
+}
+
+void TribeMessages::sessionEnded() {
+    for (auto it = state_.begin(); it != state_.end(); ++it) {
+        it->catchUpQuery.clear();
+        it->held.clear();  // the next catch-up brings them from the archive
+    }
+    catchUps_.clear();
+    const auto queries = std::exchange(historyQueries_, {});
+    for (const HistoryQuery& q : queries)
+        deliverHistory(q, openim::ResultCode(openim::ResultCode::kNetworkError));
+}
+
+void TribeMessages::received(quint64 tribe, const QXmppMessage& message, const QString& sender) {
+    const QString archiveId =
+        message.stanzaIdBy() == rooms_->roomJid(tribe) ? message.stanzaId() : QString();
+    RoomState& state = state_[tribe];
+    if (!state.catchUpQuery.isEmpty()) {
+        state.held.append(
+            {message, sender, archiveId,
+             message.stamp().isValid() ? message.stamp() : QDateTime::currentDateTimeUtc()});
+        return;
+    }
+    store(tribe, message, sender, archiveId, message.stamp(), Source::Live);
+}
+
+void TribeMessages::store(quint64 tribe, const QXmppMessage& message, const QString& sender,
+                          const QString& archiveId, const QDateTime& stamp, Source source) {
+    std::optional<StoredMessage> decoded = MessageCodec::decode(message);
+    if (!decoded) return;
+    StoredMessage m = *decoded;
+    m.peer = TribeRooms::key(tribe);
+    m.sender = sender;
+    m.outgoing = sender == engine_->account();
+    m.time = (stamp.isValid() ? stamp : QDateTime::currentDateTimeUtc()).toSecsSinceEpoch();
+    m.stanzaId = archiveId;
+    m.originId = message.originId().isEmpty() ? message.id() : message.originId();
+    m.unread = !m.outgoing && source != Source::History;
+    m.pendingMedia = isMedia(m.kind) && !m.outgoing && source != Source::History;
+    std::optional<quint64> id = engine_->messageStore().insert(m);
+    // A live message received while the catch-up ran carries our receipt time, later than
+    // archive times of messages sent after it; the archive's copy tells its real place.
+    if (!id && source == Source::CatchUp) engine_->messageStore().settleTime(archiveId, m.time);
+    // While a catch-up runs it moves the mark itself, page by page, so that a live message
+    // cannot make it skip what the archive still holds.
+    if (!archiveId.isEmpty() && source == Source::Live &&
+        state_.value(tribe).catchUpQuery.isEmpty())
+        engine_->messageStore().setMeta(lastKey(tribe), archiveId);
+    if (!id || !m.unread) return;
+    if (m.pendingMedia) {
+        engine_->downloadStored(*id);
+        return;
+    }
+    announce(tribe);
+}
+
+void TribeMessages::announce(quint64 tribe) {
+    dirty_.insert(tribe);
+    if (!announceTimer_->isActive()) announceTimer_->start();
+}
+
+void TribeMessages::flushAnnouncements() {
+    const QSet<quint64> dirty = std::exchange(dirty_, {});
+    if (rooms_->callbacks().message.is_null()) return;
+    for (quint64 tribe : dirty) rooms_->callbacks().message.Run(openim::IMTribeID(tribe));
+}
+
+void TribeMessages::mediaFinished(const StoredMessage& m, bool ok, const QString& result) {
+    const quint64 tribe = TribeRooms::idOfKey(m.peer);
+    if (!rooms_->callbacks().download.is_null()) {
+        openim::DownloadTribeMediaResult r;
+        r.msgId = m.id;
+        r.tribe = openim::IMTribeID(tribe);
+        r.sender = engine_->userId(m.sender);
+        r.url = fromQ(m.url);
+        r.localPath = ok ? fromQ(result) : prg::PrgStringT<wchar_t>();
+        rooms_->callbacks().download.Run(
+            ok ? openim::ResultCode()
+               : openim::ResultCode(openim::ResultCode::kNetworkError, fromQ(result)),
+            r);
+    }
+    if (m.unread) announce(tribe);
+}
+
+// ---- archive ----
+
+void TribeMessages::startCatchUp(quint64 tribe) {
+    RoomState& room = state_[tribe];
+    if (!room.catchUpQuery.isEmpty()) return;
+    const QString last = engine_->messageStore().meta(lastKey(tribe));
+    const qint64 since = rooms_->since(tribe);
+    const QDateTime start =
+        last.isEmpty() && since > 0 ? QDateTime::fromSecsSinceEpoch(since, Qt::UTC) : QDateTime();
+    if (last.isEmpty() && !start.isValid()) return;
+    const QString id = engine_->archive()->query(QString(), QString(), last, kCatchUpPage,
+                                                 rooms_->roomJid(tribe), start);
+    if (id.isEmpty()) return;
+    room.catchUpQuery = id;
+    catchUps_.insert(id, tribe);
+}
+
+// What came live meanwhile goes in now; what the archive already brought is dropped as a
+// duplicate.
+void TribeMessages::catchUpEnded(quint64 tribe) {
+    auto it = state_.find(tribe);
+    if (it == state_.end()) return;
+    const QList<HeldMessage> held = std::exchange(it->held, {});
+    for (const HeldMessage& h : held)
+        store(tribe, h.message, h.sender, h.archiveId, h.received, Source::Live);
+}
+
+bool TribeMessages::handleArchived(const QString& queryId, const QString& archiveId,
+                                   const QXmppMessage& message, const QDateTime& stamp) {
+    quint64 tribe = catchUps_.value(queryId);
+    Source source = Source::CatchUp;
+    if (tribe == 0) {
+        auto q = historyQueries_.constFind(queryId);
+        if (q == historyQueries_.cend()) return false;
+        tribe = q->tribe;
+        source = Source::History;
+    }
+    if (message.body().isEmpty()) return true;  // subject changes and status lines
+    const QString nick = QXmppUtils::jidToResource(message.from());
+    store(tribe, message, rooms_->senderOf(tribe, nick, message), archiveId, stamp, source);
+    return true;
+}
+
+bool TribeMessages::handleArchiveFinished(const QString& queryId, bool ok, bool complete,
+                                          const QString& first, const QString& last) {
+    if (catchUps_.contains(queryId)) {
+        const quint64 tribe = catchUps_.take(queryId);
+        RoomState& room = state_[tribe];
+        room.catchUpQuery.clear();
+        if (!ok) {
+            qWarning().noquote() << "imsdk: room" << tribe << "refused its archive";
+            catchUpEnded(tribe);
+            return true;
+        }
+        if (!last.isEmpty()) engine_->messageStore().setMeta(lastKey(tribe), last);
+        if (!complete && !last.isEmpty() && rooms_->isJoined(tribe)) {
+            const QString next = engine_->archive()->query(QString(), QString(), last, kCatchUpPage,
+                                                           rooms_->roomJid(tribe));
+            if (!next.isEmpty()) {
+                room.catchUpQuery = next;
+                catchUps_.insert(next, tribe);
+                return true;
+            }
+        }
+        catchUpEnded(tribe);
+        return true;
+    }
+    auto it = historyQueries_.find(queryId);
+    if (it == historyQueries_.end()) return false;
+    HistoryQuery q = *it;
+    historyQueries_.erase(it);
+    Cursor& cursor = cursors_[q.tribe];
+    if (!ok) {
+        deliverHistory(q, openim::ResultCode(openim::ResultCode::kServerError));
+        return true;
+    }
+    if (complete || first.isEmpty()) cursor.archiveDone = true;
+    const auto rows =
+        engine_->messageStore().page(TribeRooms::key(q.tribe), cursor.time, cursor.id, q.count);
+    if (rows.size() >= q.count || cursor.archiveDone) {
+        deliverHistory(q, openim::ResultCode());
+        return true;
+    }
+    const QString next = engine_->archive()->query(QString(), first, QString(),
+                                                   std::max(q.count, 20), rooms_->roomJid(q.tribe));
+    if (next.isEmpty())
+        deliverHistory(q, openim::ResultCode(openim::ResultCode::kNetworkError));
+    else
+        historyQueries_.insert(next, q);
+    return true;
+}
+
+void TribeMessages::history(quint64 tribe, int count, const HistoryCallback& done) {
+    count = std::max(1, count);
+    Cursor& cursor = cursors_[tribe];
+    const QString peer = TribeRooms::key(tribe);
+    const auto rows = engine_->messageStore().page(peer, cursor.time, cursor.id, count);
+    const HistoryQuery q{tribe, count, done};
+    if (rows.size() >= count || cursor.archiveDone || !rooms_->isJoined(tribe)) {
+        deliverHistory(q, openim::ResultCode());
+        return;
+    }
+    const QString id =
+        engine_->archive()->query(QString(), engine_->messageStore().oldestStanzaId(peer),
+                                  QString(), std::max(count, 20), rooms_->roomJid(tribe));
+    if (id.isEmpty()) {
+        deliverHistory(q, openim::ResultCode(openim::ResultCode::kNetworkError));
+        return;
+    }
+    historyQueries_.insert(id, q);
+}
+
+void TribeMessages::deliverHistory(const HistoryQuery& q, openim::ResultCode result) {
+    Cursor& cursor = cursors_[q.tribe];
+    const auto rows =
+        engine_->messageStore().page(TribeRooms::key(q.tribe), cursor.time, cursor.id, q.count);
+    if (!rows.isEmpty()) {
+        cursor.time = rows.first().time;
+        cursor.id = rows.first().id;
+    }
+    std::vector<openim::IMTribeMessage> page;
+    for (const StoredMessage& m : rows) page.push_back(toIM(m));
+    if (!q.done.is_null()) q.done.Run(fromQ(QString::number(q.tribe)), result, page);
+}
+
+// ---- unread ----
+
+QList<quint64> TribeMessages::unreadTribes() {
+    QList<quint64> out;
+    for (const QString& peer : engine_->messageStore().unreadPeers())
+        if (TribeRooms::isKey(peer)) out << TribeRooms::idOfKey(peer);
+    return out;
+}
+
+std::vector<openim::IMTribeMessage> TribeMessages::unread(quint64 tribe) {
+    std::vector<openim::IMTribeMessage> out;
+    for (const StoredMessage& m : engine_->messageStore().unread(TribeRooms::key(tribe)))
+        out.push_back(toIM(m));
+    return out;
+}
+
+openim::IMTribeMessage TribeMessages::toIM(const StoredMessage& m) const {
+    openim::IMTribeMessage im;
+    im.msgId = m.id;
+    im.msgTime = m.time;
+    im.tribe = openim::IMTribeID(TribeRooms::idOfKey(m.peer));
+    im.sender = engine_->userId(m.sender);
+    im.content.type = m.kind;
+    im.content.content = fromQ(m.content);
+    im.content.summary = fromQ(m.summary);
+    im.content.url = fromQ(m.url);
+    im.content.fileSize = quint64(m.fileSize);
+    im.content.width = m.width;
+    im.content.height = m.height;
+    return im;
+}

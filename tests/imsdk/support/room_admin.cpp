@@ -1,0 +1,186 @@
+#include "room_admin.h"
+
+#include <QXmppClient.h>
+#include <QXmppConfiguration.h>
+#include <QXmppElement.h>
+#include <QXmppIq.h>
+#include <QXmppMessage.h>
+#include <QXmppPresence.h>
+#include <QXmppUtils.h>
+#include <QDomElement>
+#include <QEventLoop>
+#include <QTimer>
+#include <QUuid>
+#include <QXmlStreamWriter>
+
+#include "prosody_server.h"
+
+namespace {
+
+// An IQ whose payload the caller writes.
+class RawIq : public QXmppIq {
+public:
+    std::function<void(QXmlStreamWriter*)> payload;
+
+protected:
+    void toXmlElementFromChild(QXmlStreamWriter* writer) const override {
+        if (payload) payload(writer);
+    }
+};
+
+const char kOwnerNs[] = "http://jabber.org/protocol/muc#owner";
+const char kAdminNs[] = "http://jabber.org/protocol/muc#admin";
+
+}  // namespace
+
+RoomAdmin::RoomAdmin(const ProsodyServer& server, const QString& account, const QString& secret)
+    : client_(new QXmppClient(this)),
+      account_(account),
+      secret_(secret),
+      host_(server.host()),
+      domain_(server.domain()),
+      port_(server.port()) {}
+
+RoomAdmin::~RoomAdmin() { client_->disconnectFromServer(); }
+
+bool RoomAdmin::connectNow() {
+    QXmppConfiguration config;
+    config.setUser(account_);
+    config.setDomain(domain_);
+    config.setPassword(secret_);
+    config.setHost(host_);
+    config.setPort(port_);
+    config.setResource(QStringLiteral("admin"));
+    config.setAutoReconnectionEnabled(false);
+    QEventLoop loop;
+    connect(client_, &QXmppClient::connected, &loop, &QEventLoop::quit);
+    QTimer::singleShot(10000, &loop, &QEventLoop::quit);
+    client_->connectToServer(config);
+    loop.exec();
+    return client_->isConnected();
+}
+
+QString RoomAdmin::roomJid(quint64 tribe) const {
+    return QString::number(tribe) + QStringLiteral("@conference.") + domain_;
+}
+
+bool RoomAdmin::request(const QString& to, const QString& type,
+                        const std::function<void(QXmlStreamWriter*)>& query) {
+    RawIq iq;
+    iq.setTo(to);
+    iq.setType(type == QLatin1String("get") ? QXmppIq::Get : QXmppIq::Set);
+    iq.payload = query;
+    const QString id = iq.id();
+    bool ok = false, answered = false;
+    QEventLoop loop;
+    auto c = connect(client_, &QXmppClient::iqReceived, &loop, [&](const QXmppIq& answer) {
+        if (answer.id() != id) return;
+        answered = true;
+        ok = answer.type() == QXmppIq::Result;
+        loop.quit();
+    });
+    QTimer::singleShot(10000, &loop, &QEventLoop::quit);
+    client_->sendPacket(iq);
+    if (!answered) loop.exec();
+    disconnect(c);
+    return ok;
+}
+
+bool RoomAdmin::createRoom(quint64 tribe, const QString& title, const QString& owner,
+                           const QStringList& members) {
+    const QString room = roomJid(tribe);
+    // Joining a room that does not exist makes it (locked until configured).
+    QXmppPresence join;
+    join.setTo(room + QStringLiteral("/backend"));
+    QXmppElement x;
+    x.setTagName(QStringLiteral("x"));
+    x.setAttribute(QStringLiteral("xmlns"), QStringLiteral("http://jabber.org/protocol/muc"));
+    join.setExtensions({x});
+    bool joined = false;
+    QEventLoop loop;
+    auto c = connect(client_, &QXmppClient::presenceReceived, &loop, [&](const QXmppPresence& p) {
+        if (QXmppUtils::jidToBareJid(p.from()) != room) return;
+        joined = p.type() == QXmppPresence::Available;
+        loop.quit();
+    });
+    QTimer::singleShot(10000, &loop, &QEventLoop::quit);
+    client_->sendPacket(join);
+    loop.exec();
+    disconnect(c);
+    if (!joined) return false;
+    const bool configured = request(room, QStringLiteral("set"), [&](QXmlStreamWriter* w) {
+        w->writeStartElement(QStringLiteral("query"));
+        w->writeDefaultNamespace(QLatin1String(kOwnerNs));
+        w->writeStartElement(QStringLiteral("x"));
+        w->writeDefaultNamespace(QStringLiteral("jabber:x:data"));
+        w->writeAttribute(QStringLiteral("type"), QStringLiteral("submit"));
+        const QList<QPair<QString, QString>> fields = {
+            {"FORM_TYPE", "http://jabber.org/protocol/muc#roomconfig"},
+            {"muc#roomconfig_roomname", title},
+            {"muc#roomconfig_persistentroom", "1"},
+            {"muc#roomconfig_membersonly", "1"},
+            {"muc#roomconfig_publicroom", "0"},
+            {"muc#roomconfig_whois", "anyone"},
+            {"muc#roomconfig_enablearchiving", "1"},
+        };
+        for (const auto& f : fields) {
+            w->writeStartElement(QStringLiteral("field"));
+            w->writeAttribute(QStringLiteral("var"), f.first);
+            w->writeTextElement(QStringLiteral("value"), f.second);
+            w->writeEndElement();
+        }
+        w->writeEndElement();
+        w->writeEndElement();
+    });
+    if (!configured) return false;
+    // The back end's session leaves; the room stays (persistent).
+    QXmppPresence leave(QXmppPresence::Unavailable);
+    leave.setTo(room + QStringLiteral("/backend"));
+    client_->sendPacket(leave);
+    if (!owner.isEmpty() && !setAffiliation(tribe, owner, QStringLiteral("owner"))) return false;
+    for (const QString& m : members)
+        if (!setAffiliation(tribe, m, QStringLiteral("member"))) return false;
+    return true;
+}
+
+bool RoomAdmin::setAffiliation(quint64 tribe, const QString& user, const QString& affiliation,
+                               const QString& reason) {
+    return request(roomJid(tribe), QStringLiteral("set"), [&](QXmlStreamWriter* w) {
+        w->writeStartElement(QStringLiteral("query"));
+        w->writeDefaultNamespace(QLatin1String(kAdminNs));
+        w->writeStartElement(QStringLiteral("item"));
+        w->writeAttribute(QStringLiteral("affiliation"), affiliation);
+        w->writeAttribute(QStringLiteral("jid"), user + QLatin1Char('@') + domain_);
+        if (!reason.isEmpty()) w->writeTextElement(QStringLiteral("reason"), reason);
+        w->writeEndElement();
+        w->writeEndElement();
+    });
+}
+
+bool RoomAdmin::destroyRoom(quint64 tribe) {
+    return request(roomJid(tribe), QStringLiteral("set"), [&](QXmlStreamWriter* w) {
+        w->writeStartElement(QStringLiteral("query"));
+        w->writeDefaultNamespace(QLatin1String(kOwnerNs));
+        w->writeStartElement(QStringLiteral("destroy"));
+        w->writeTextElement(QStringLiteral("reason"), QStringLiteral("dissolved"));
+        w->writeEndElement();
+        w->writeEndElement();
+    });
+}
+
+void RoomAdmin::notice(const QString& to, quint64 tribe, const QString& event, const QString& user,
+                       const QString& title) {
+    QXmppMessage m(QString(), to + QLatin1Char('@') + domain_,
+                   QStringLiteral("%1 %2 %3").arg(user, event).arg(tribe));
+    m.setType(QXmppMessage::Normal);
+    m.setId(QUuid::createUuid().toString(QUuid::WithoutBraces));
+    QXmppElement e;
+    e.setTagName(QStringLiteral("tribe"));
+    e.setAttribute(QStringLiteral("xmlns"), QStringLiteral("urn:quelix:tribe:1"));
+    e.setAttribute(QStringLiteral("id"), QString::number(tribe));
+    e.setAttribute(QStringLiteral("event"), event);
+    e.setAttribute(QStringLiteral("user"), user);
+    if (!title.isEmpty()) e.setAttribute(QStringLiteral("name"), title);
+    m.setExtensions({e});
+    client_->sendPacket(m);
+}

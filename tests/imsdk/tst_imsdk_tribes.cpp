@@ -1,0 +1,382 @@
+// Tribes through a private Prosody: project rooms kept by an administrator as the back end
+// keeps them, SDK sessions as members, a plain XMPP client beside them.
+#include <QFile>
+#include <QImage>
+#include <QMutex>
+#include <QProcess>
+#include <QtTest>
+
+#include "base/bind.h"
+#include "openim/im_message_content.h"
+#include "openim/itribe.h"
+#include "openim/itribe_media_service.h"
+#include "openim/itribe_service.h"
+#include "openim/service_guids.h"
+#include "sdk/wide_text.h"
+#include "support/prosody_server.h"
+#include "support/room_admin.h"
+#include "support/test_session.h"
+
+using wide_text::fromQ;
+using wide_text::toQ;
+
+namespace {
+
+const QString kAuthority = QStringLiteral("qxbackend");
+
+// Records a session's tribe callbacks (SDK thread) for the test thread.
+class TribeProbe : public base::RefCountedThreadSafe<TribeProbe> {
+public:
+    void OnLoaded() { note(QStringLiteral("loaded")); }
+    void OnJoined(openim::IMTribeID t, openim::IMUserID u) { note(event("joined", t, u)); }
+    void OnQuit(openim::IMTribeID t, openim::IMUserID u) { note(event("quit", t, u)); }
+    void OnKicked(openim::IMTribeID t, openim::IMUserID u) { note(event("kicked", t, u)); }
+    void OnRole(openim::IMTribeID, openim::IMUserID, openim::IMUserID) {}
+    void OnName(openim::IMTribeID t, prg::PrgStringT<wchar_t> n) {
+        note(QStringLiteral("name:%1:%2").arg(t.tribeId).arg(toQ(n)));
+    }
+    void OnNotice(openim::IMTribeID, prg::PrgStringT<wchar_t>) {}
+    void OnDismissed(const openim::IMTribeID& t) {
+        note(QStringLiteral("dismissed:%1").arg(t.tribeId));
+    }
+    void OnInfo(openim::IMTribeID) {}
+    void OnMessage(openim::IMTribeID t) { note(QStringLiteral("message:%1").arg(t.tribeId)); }
+    void OnDownload(openim::ResultCode r, openim::DownloadTribeMediaResult d) {
+        note(QStringLiteral("download:%1:%2").arg(r.code).arg(toQ(d.localPath)));
+    }
+    void OnSent(openim::IMTribeMessage, openim::ResultCode sent, openim::ResultCode up) {
+        note(QStringLiteral("sent:%1:%2").arg(sent.code).arg(up.code));
+    }
+    void OnHistory(prg::PrgStringT<wchar_t>, openim::ResultCode r,
+                   std::vector<openim::IMTribeMessage> page) {
+        QMutexLocker guard(&lock_);
+        pages_.append(page);
+        events_ << QStringLiteral("history:%1").arg(r.code);
+    }
+
+    int count(const QString& prefix) const {
+        QMutexLocker guard(&lock_);
+        int n = 0;
+        for (const QString& e : events_) n += e.startsWith(prefix) ? 1 : 0;
+        return n;
+    }
+    QStringList events() const {
+        QMutexLocker guard(&lock_);
+        return events_;
+    }
+    QList<std::vector<openim::IMTribeMessage>> pages() const {
+        QMutexLocker guard(&lock_);
+        return pages_;
+    }
+
+private:
+    friend class base::RefCountedThreadSafe<TribeProbe>;
+    ~TribeProbe() = default;
+    static QString event(const char* what, openim::IMTribeID t, const openim::IMUserID& u) {
+        return QStringLiteral("%1:%2:%3")
+            .arg(QLatin1String(what))
+            .arg(t.tribeId)
+            .arg(toQ(u.account));
+    }
+    void note(const QString& e) {
+        QMutexLocker guard(&lock_);
+        events_ << e;
+    }
+    mutable QMutex lock_;
+    QStringList events_;
+    QList<std::vector<openim::IMTribeMessage>> pages_;
+};
+
+template <class T>
+base::scoped_refptr<T> fetch(prg::IPrgCOM* root, const char* module, const char* iface) {
+    base::scoped_refptr<T> out;
+    out.adopt(root->GetService<T>(module, iface));
+    return out;
+}
+
+// An SDK session with its tribe callbacks registered, signed in with the company authority.
+struct Member {
+    explicit Member(const QString& name) : session(name), probe(new TribeProbe) {
+        auto tribes = service();
+        TribeProbe* p = probe.get();
+        tribes->RegisterTribesLoaded(base::Bind(&TribeProbe::OnLoaded, p));
+        tribes->RegisterMemberJoined(base::Bind(&TribeProbe::OnJoined, p));
+        tribes->RegisterMemberQuit(base::Bind(&TribeProbe::OnQuit, p));
+        tribes->RegisterMemberKicked(base::Bind(&TribeProbe::OnKicked, p));
+        tribes->RegisterRoleChanged(base::Bind(&TribeProbe::OnRole, p));
+        tribes->RegisterNameChanged(base::Bind(&TribeProbe::OnName, p));
+        tribes->RegisterNoticeChanged(base::Bind(&TribeProbe::OnNotice, p));
+        tribes->RegisterTribeDismissed(base::Bind(&TribeProbe::OnDismissed, p));
+        tribes->RegisterTribeInfoChanged(base::Bind(&TribeProbe::OnInfo, p));
+        tribes->RegisterNewMessage(base::Bind(&TribeProbe::OnMessage, p));
+        fetch<openim::ITribeMediaService>(session.root(), openim::kTribeMediaModule,
+                                          openim::kTribeMediaInterface)
+            ->RegisterDownloadCallback(base::Bind(&TribeProbe::OnDownload, p));
+    }
+    base::scoped_refptr<openim::ITribeService> service() {
+        return fetch<openim::ITribeService>(session.root(), openim::kTribeModule,
+                                            openim::kTribeInterface);
+    }
+    base::scoped_refptr<openim::ITribe> tribe(quint64 id) {
+        openim::ITribe* raw = nullptr;
+        service()->GetTribe(openim::IMTribeID(id), &raw);
+        base::scoped_refptr<openim::ITribe> out;
+        out.adopt(raw);
+        return out;
+    }
+    bool signIn(const ProsodyServer& server, const QString& account, QList<quint64> tribes) {
+        const int before = probe->count(QStringLiteral("loaded"));
+        session.login(server, account, QStringLiteral("pw-") + account, kAuthority);
+        if (!waitUntil([&] {
+                return session.probe().count("loginOk") + session.probe().count("reloginOk") > 0;
+            }))
+            return false;
+        std::vector<openim::IMTribeID> ids;
+        for (quint64 t : tribes) ids.push_back(openim::IMTribeID(t));
+        service()->SyncTribes(ids, {});
+        if (!waitUntil([&] { return probe->count(QStringLiteral("loaded")) > before; }))
+            return false;
+        // Each room answers on its own; rooms that refuse us count as answered.
+        return waitUntil([&] {
+            for (quint64 t : tribes)
+                if (tribe(t)->IsMember() && !tribe(t)->IsInRoom()) return false;
+            return true;
+        });
+    }
+    void sendText(quint64 id, const QString& text) {
+        tribe(id)->SendText(fromQ(text), base::Bind(&TribeProbe::OnSent, probe.get()));
+    }
+    std::vector<openim::IMTribeMessage> unread(quint64 id) {
+        std::vector<openim::IMTribeMessage> out;
+        tribe(id)->GetUnreadMessages(&out);
+        return out;
+    }
+
+    TestSession session;
+    base::scoped_refptr<TribeProbe> probe;
+};
+
+QStringList texts(const std::vector<openim::IMTribeMessage>& messages) {
+    QStringList out;
+    for (const auto& m : messages) out << toQ(m.content.content);
+    return out;
+}
+
+}  // namespace
+
+class TribesTest : public QObject {
+    Q_OBJECT
+private slots:
+    void initTestCase();
+    void membersExchangeTextCustomAndPicture();
+    void offlineMemberCatchesUpOnceAndInOrder();
+    void removalAndDissolutionReachEveryone();
+    void outsidersCanNeitherJoinNorRead();
+    void memberAddedWhileOnlineJoinsAtOnce();
+    void plainClientTakesPart();
+
+private:
+    ProsodyServer server_;
+    std::unique_ptr<RoomAdmin> admin_;
+};
+
+void TribesTest::initTestCase() {
+    QVERIFY2(server_.start(), qPrintable(server_.lastError()));
+    for (const char* user : {"alice", "bob", "carol", "mallory", "pat"})
+        QVERIFY(server_.registerUser(QLatin1String(user), QStringLiteral("pw-") + user));
+    QVERIFY(server_.registerUser(kAuthority, QStringLiteral("pw-admin")));
+    admin_ = std::make_unique<RoomAdmin>(server_, kAuthority, QStringLiteral("pw-admin"));
+    QVERIFY(admin_->connectNow());
+}
+
+void TribesTest::membersExchangeTextCustomAndPicture() {
+    QVERIFY(admin_->createRoom(1001, QStringLiteral("Quelix 项目"), QStringLiteral("alice"),
+                               {QStringLiteral("bob"), QStringLiteral("carol")}));
+    Member alice(QStringLiteral("alice")), bob(QStringLiteral("bob")),
+        carol(QStringLiteral("carol"));
+    QVERIFY(alice.signIn(server_, QStringLiteral("alice"), {1001}));
+    QVERIFY(bob.signIn(server_, QStringLiteral("bob"), {1001}));
+    QVERIFY(carol.signIn(server_, QStringLiteral("carol"), {1001}));
+    QVERIFY(alice.tribe(1001)->IsMember() && bob.tribe(1001)->IsMember());
+
+    QImage picture(24, 16, QImage::Format_RGB32);
+    picture.fill(Qt::darkMagenta);
+    const QString path = alice.session.dataFolder() + QStringLiteral("/p.png");
+    QVERIFY(picture.save(path));
+    alice.sendText(1001, QStringLiteral("大家好 [微笑]"));
+    alice.tribe(1001)->SendCustom(fromQ(QStringLiteral(R"({"msgType":1,"taskId":"5"})")),
+                                  fromQ(QStringLiteral("[任务]")),
+                                  base::Bind(&TribeProbe::OnSent, alice.probe.get()));
+    alice.tribe(1001)->SendImage(base::FilePath::FromUTF8Unsafe(path.toStdString()), 24, 16,
+                                 base::Bind(&TribeProbe::OnSent, alice.probe.get()));
+    QVERIFY(waitUntil([&] { return alice.probe->count("sent:") == 3; }, 20000));
+    QCOMPARE(alice.probe->count("sent:0:0"), 3);
+
+    for (Member* m : {&bob, &carol}) {
+        QVERIFY2(waitUntil([&] { return m->unread(1001).size() == 3; }, 20000),
+                 qPrintable(m->probe->events().join(' ')));
+        const auto got = m->unread(1001);
+        QCOMPARE(toQ(got[0].content.content), QStringLiteral("大家好 [微笑]"));
+        QCOMPARE(toQ(got[0].sender.account), QStringLiteral("alice"));
+        QCOMPARE(got[0].tribe.tribeId, quint64(1001));
+        QCOMPARE(got[1].content.type, openim::kContentCustom);
+        QCOMPARE(toQ(got[1].content.summary), QStringLiteral("[任务]"));
+        QCOMPARE(got[2].content.type, openim::kContentImage);
+        QImage arrived(toQ(got[2].content.content));
+        QCOMPARE(arrived.size(), QSize(24, 16));
+        QVERIFY(m->probe->count("message:1001") >= 1);
+        QCOMPARE(m->probe->count("download:0:"), 1);
+    }
+    // Our own messages come back from the room once, as sent, never as unread.
+    QCOMPARE(alice.tribe(1001)->GetUnreadCount(), 0);
+    alice.tribe(1001)->GetHistory(10, base::Bind(&TribeProbe::OnHistory, alice.probe.get()));
+    QVERIFY(waitUntil([&] { return alice.probe->pages().size() == 1; }));
+    QCOMPARE(int(alice.probe->pages().first().size()), 3);
+
+    // Reading marks exactly what was read.
+    std::vector<std::uint64_t> first{bob.unread(1001)[0].msgId};
+    bob.tribe(1001)->MarkMessagesRead(first);
+    QCOMPARE(bob.tribe(1001)->GetUnreadCount(), 2);
+}
+
+void TribesTest::offlineMemberCatchesUpOnceAndInOrder() {
+    QVERIFY(admin_->createRoom(1002, QStringLiteral("catch-up"), QStringLiteral("alice"),
+                               {QStringLiteral("carol")}));
+    Member alice(QStringLiteral("alice2")), carol(QStringLiteral("carol2"));
+    QVERIFY(alice.signIn(server_, QStringLiteral("alice"), {1002}));
+    QVERIFY(carol.signIn(server_, QStringLiteral("carol"), {1002}));
+    alice.sendText(1002, QStringLiteral("before"));
+    QVERIFY(waitUntil([&] { return carol.unread(1002).size() == 1; }));
+    carol.tribe(1002)->MarkRead();
+
+    carol.session.logout();
+    QVERIFY(waitUntil([&] { return carol.session.probe().count("logouted") == 1; }));
+    const int total = 500;
+    for (int i = 0; i < total; ++i) alice.sendText(1002, QStringLiteral("m%1").arg(i));
+    QVERIFY(waitUntil([&] { return alice.probe->count("sent:0:0") == total + 1; }, 60000));
+
+    QVERIFY(carol.signIn(server_, QStringLiteral("carol"), {1002}));
+    QVERIFY2(waitUntil([&] { return carol.tribe(1002)->GetUnreadCount() >= total; }, 60000),
+             qPrintable(QString::number(carol.tribe(1002)->GetUnreadCount())));
+    QStringList expected;
+    for (int i = 0; i < total; ++i) expected << QStringLiteral("m%1").arg(i);
+    // Lines that came live while the archive was read settle into their place.
+    QVERIFY(waitUntil([&] { return texts(carol.unread(1002)) == expected; }, 10000));
+    QCOMPARE(texts(carol.unread(1002)), expected);
+
+    // A reconnect asks the archive again from where it stopped: nothing comes twice.
+    carol.session.logout();
+    QVERIFY(waitUntil([&] { return carol.session.probe().count("logouted") == 2; }));
+    QVERIFY(carol.signIn(server_, QStringLiteral("carol"), {1002}));
+    QTest::qWait(1500);
+    QCOMPARE(carol.tribe(1002)->GetUnreadCount(), total);
+}
+
+void TribesTest::removalAndDissolutionReachEveryone() {
+    QVERIFY(admin_->createRoom(1003, QStringLiteral("leaving"), QStringLiteral("alice"),
+                               {QStringLiteral("bob"), QStringLiteral("carol")}));
+    Member alice(QStringLiteral("alice3")), bob(QStringLiteral("bob3")),
+        carol(QStringLiteral("carol3"));
+    QVERIFY(alice.signIn(server_, QStringLiteral("alice"), {1003}));
+    QVERIFY(bob.signIn(server_, QStringLiteral("bob"), {1003}));
+    QVERIFY(carol.signIn(server_, QStringLiteral("carol"), {1003}));
+
+    // The back end removes bob: the room puts him out, the notices tell everyone.
+    QVERIFY(admin_->setAffiliation(1003, QStringLiteral("bob"), QStringLiteral("none"),
+                                   QStringLiteral("kicked")));
+    for (const char* to : {"alice", "bob", "carol"})
+        admin_->notice(QLatin1String(to), 1003, QStringLiteral("kicked"), QStringLiteral("bob"));
+    QVERIFY(waitUntil([&] { return bob.probe->count("kicked:1003:bob") == 1; }));
+    QVERIFY(waitUntil([&] { return alice.probe->count("kicked:1003:bob") == 1; }));
+    QVERIFY(waitUntil([&] { return carol.probe->count("kicked:1003:bob") == 1; }));
+    QTest::qWait(500);
+    QCOMPARE(bob.probe->count("kicked:1003:bob"), 1);  // room and notice: told once
+    QVERIFY(!bob.tribe(1003)->IsMember());
+
+    alice.sendText(1003, QStringLiteral("without bob"));
+    QVERIFY(waitUntil([&] { return carol.unread(1003).size() == 1; }));
+    QTest::qWait(500);
+    QCOMPARE(bob.tribe(1003)->GetUnreadCount(), 0);
+    // A notice from anyone but the company's account changes nothing.
+    RoomAdmin forger(server_, QStringLiteral("mallory"), QStringLiteral("pw-mallory"));
+    QVERIFY(forger.connectNow());
+    forger.notice(QStringLiteral("carol"), 1003, QStringLiteral("dismissed"), QString());
+
+    // Dissolving destroys the room for everyone still in it.
+    QVERIFY(admin_->destroyRoom(1003));
+    QVERIFY(waitUntil([&] { return alice.probe->count("dismissed:1003") == 1; }));
+    QVERIFY(waitUntil([&] { return carol.probe->count("dismissed:1003") == 1; }));
+    QCOMPARE(bob.probe->count("dismissed:1003"), 0);
+    QVERIFY(!carol.tribe(1003)->IsMember());
+}
+
+void TribesTest::outsidersCanNeitherJoinNorRead() {
+    QVERIFY(admin_->createRoom(1004, QStringLiteral("closed"), QStringLiteral("alice"), {}));
+    Member alice(QStringLiteral("alice4")), mallory(QStringLiteral("mallory4"));
+    QVERIFY(alice.signIn(server_, QStringLiteral("alice"), {1004}));
+    alice.sendText(1004, QStringLiteral("secret plan"));
+    QVERIFY(waitUntil([&] { return alice.probe->count("sent:0:0") == 1; }));
+
+    // Mallory claims the tribe; the room refuses and she is not counted in.
+    QVERIFY(mallory.signIn(server_, QStringLiteral("mallory"), {1004}));
+    QVERIFY(waitUntil([&] { return !mallory.tribe(1004)->IsMember(); }));
+    mallory.tribe(1004)->SendText(fromQ(QStringLiteral("let me in")),
+                                  base::Bind(&TribeProbe::OnSent, mallory.probe.get()));
+    QVERIFY(waitUntil([&] { return mallory.probe->count("sent:") == 1; }));
+    QCOMPARE(mallory.probe->count("sent:0:"), 0);
+    mallory.tribe(1004)->GetHistory(10, base::Bind(&TribeProbe::OnHistory, mallory.probe.get()));
+    QVERIFY(waitUntil([&] { return mallory.probe->pages().size() == 1; }));
+    QVERIFY(mallory.probe->pages().first().empty());
+    // Not even a direct archive request gets anything out of the room.
+    QProcess raw;
+    raw.start(QStringLiteral("/usr/bin/python3"),
+              {QFINDTESTDATA("plain_client.py"), QStringLiteral("mallory@") + server_.domain(),
+               QStringLiteral("pw-mallory"), server_.host(), QString::number(server_.port()),
+               QStringLiteral("x"), QStringLiteral("--raw"),
+               QStringLiteral("<iq type='set' id='q1' to='1004@conference.%1'><query "
+                              "xmlns='urn:xmpp:mam:2' queryid='q1'/></iq>")
+                   .arg(server_.domain())});
+    QVERIFY(raw.waitForFinished(30000));
+    QVERIFY(!raw.readAllStandardOutput().contains("secret plan"));
+    QCOMPARE(alice.tribe(1004)->GetUnreadCount(), 0);
+}
+
+void TribesTest::memberAddedWhileOnlineJoinsAtOnce() {
+    QVERIFY(admin_->createRoom(1005, QStringLiteral("new team"), QStringLiteral("alice"), {}));
+    Member alice(QStringLiteral("alice5")), pat(QStringLiteral("pat5"));
+    QVERIFY(alice.signIn(server_, QStringLiteral("alice"), {1005}));
+    QVERIFY(pat.signIn(server_, QStringLiteral("pat"), {}));
+    QVERIFY(admin_->setAffiliation(1005, QStringLiteral("pat"), QStringLiteral("member")));
+    admin_->notice(QStringLiteral("pat"), 1005, QStringLiteral("joined"), QStringLiteral("pat"),
+                   QStringLiteral("new team"));
+    admin_->notice(QStringLiteral("alice"), 1005, QStringLiteral("joined"), QStringLiteral("pat"));
+    QVERIFY(waitUntil([&] { return pat.probe->count("joined:1005:pat") == 1; }, 10000));
+    QVERIFY(waitUntil([&] { return alice.probe->count("joined:1005:pat") == 1; }));
+    QCOMPARE(toQ(pat.tribe(1005)->GetName()), QStringLiteral("new team"));
+    alice.sendText(1005, QStringLiteral("welcome"));
+    QVERIFY(waitUntil([&] { return pat.unread(1005).size() == 1; }));
+}
+
+void TribesTest::plainClientTakesPart() {
+    QVERIFY(admin_->createRoom(1006, QStringLiteral("mixed"), QStringLiteral("alice"),
+                               {QStringLiteral("pat")}));
+    Member alice(QStringLiteral("alice6"));
+    QVERIFY(alice.signIn(server_, QStringLiteral("alice"), {1006}));
+    // pat uses a plain client: joins, says one line, prints the first group line it sees.
+    QProcess plain;
+    plain.start(
+        QStringLiteral("/usr/bin/python3"),
+        {QFINDTESTDATA("plain_room_client.py"), QStringLiteral("pat@") + server_.domain(),
+         QStringLiteral("pw-pat"), server_.host(), QString::number(server_.port()),
+         QStringLiteral("1006@conference.") + server_.domain(), QStringLiteral("hi from slixmpp")});
+    QVERIFY(waitUntil([&] { return alice.unread(1006).size() == 1; }, 20000));
+    QCOMPARE(texts(alice.unread(1006)), QStringList{QStringLiteral("hi from slixmpp")});
+    QCOMPARE(toQ(alice.unread(1006)[0].sender.account), QStringLiteral("pat"));
+    alice.sendText(1006, QStringLiteral("hello plain client"));
+    QVERIFY(plain.waitForFinished(30000));
+    QVERIFY2(plain.readAllStandardOutput().contains("hello plain client"),
+             qPrintable(plain.readAllStandardError()));
+}
+
+QTEST_MAIN(TribesTest)
+#include "tst_imsdk_tribes.moc"
