@@ -1,0 +1,318 @@
+// Tribes end to end: a private Prosody, the reference back end keeping the project rooms,
+// the client's own windows (offscreen) for one colleague and SDK sessions for two others.
+#include <QtTest>
+
+#include <QCheckBox>
+#include <QComboBox>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QLineEdit>
+#include <QNetworkAccessManager>
+#include <QNetworkReply>
+#include <QProcess>
+
+#include "base/bind.h"
+#include "clientsession.h"
+#include "configstore.h"
+#include "conversationcontentview.h"
+#include "conversationview.h"
+#include "directorystore.h"
+#include "loginview.h"
+#include "mainwindow.h"
+#include "openim/itribe.h"
+#include "openim/itribe_service.h"
+#include "openim/service_guids.h"
+#include "openimmanager.h"
+#include "resources.h"
+#include "sdk/wide_text.h"
+#include "support/prosody_server.h"
+#include "support/test_session.h"
+#include "tribemanager.h"
+
+using wide_text::fromQ;
+using wide_text::toQ;
+
+namespace {
+
+struct Colleague {
+    QString userName;
+    QString id;
+    QString secret;
+    QString session;  // the back end's session id
+};
+
+// A colleague on the back end: signs in there, then asks for what it needs.
+class BackendClient {
+public:
+    explicit BackendClient(const QString& base) : base_(base) {}
+    QJsonObject call(const QString& path, const QString& session) {
+        QNetworkRequest request(QUrl(base_ + path));
+        if (!session.isEmpty()) request.setRawHeader("Cookie", "QXSESSION=" + session.toUtf8());
+        QNetworkReply* reply = network_.get(request);
+        QSignalSpy done(reply, &QNetworkReply::finished);
+        done.wait(20000);
+        const QJsonObject o = QJsonDocument::fromJson(reply->readAll()).object();
+        reply->deleteLater();
+        return o;
+    }
+    Colleague signIn(const QString& userName) {
+        QNetworkRequest request(QUrl(base_ + "/work/checkIn.htm?m=MobileLogin"));
+        request.setHeader(QNetworkRequest::ContentTypeHeader, "application/x-www-form-urlencoded");
+        QNetworkReply* reply = network_.post(
+            request, "username=" + userName.toUtf8() + "&password=quelix123&client=3");
+        QSignalSpy done(reply, &QNetworkReply::finished);
+        done.wait(20000);
+        const QJsonObject user =
+            QJsonDocument::fromJson(reply->readAll()).object().value("results").toObject();
+        reply->deleteLater();
+        return {userName, user.value("id").toString(), user.value("imSecret").toString(),
+                user.value("sessionId").toString()};
+    }
+    bool roomReady(const QString& project, const QString& session) {
+        return call("/work/editProj.htm?m=roomState&projectId=" + project, session)
+                   .value("results")
+                   .toObject()
+                   .value("state")
+                   .toString() == QLatin1String("ready");
+    }
+
+private:
+    QString base_;
+    QNetworkAccessManager network_;
+};
+
+base::scoped_refptr<openim::ITribe> tribeOf(TestSession& s, quint64 id) {
+    base::scoped_refptr<openim::ITribeService> service;
+    service.adopt(s.root()->GetService<openim::ITribeService>(openim::kTribeModule,
+                                                              openim::kTribeInterface));
+    openim::ITribe* raw = nullptr;
+    service->GetTribe(openim::IMTribeID(id), &raw);
+    base::scoped_refptr<openim::ITribe> out;
+    out.adopt(raw);
+    return out;
+}
+
+}  // namespace
+
+class TestTribeClient : public QObject {
+    Q_OBJECT
+private slots:
+    void initTestCase();
+    void cleanupTestCase();
+    void projectTribeAppearsAndCarriesMessages();
+    void leavingAndDissolvingAskAndReachEveryone();
+
+private:
+    QString startProject(const Colleague& owner, const QString& title, const QStringList& members);
+
+    ProsodyServer prosody_;
+    QProcess backend_;
+    QString backendUrl_;
+    QStringList userNames_;
+    QTemporaryDir data_;
+    MainWindow* window_ = nullptr;
+    std::unique_ptr<BackendClient> http_;
+    Colleague me_, owner_, third_;
+    std::unique_ptr<TestSession> ownerIm_, thirdIm_;
+};
+
+void TestTribeClient::initTestCase() {
+    quelixInitResources();
+    qunsetenv("DBUS_SESSION_BUS_ADDRESS");
+    QVERIFY2(prosody_.start(), qPrintable(prosody_.lastError()));
+    QFile secret(data_.filePath("admin-secret"));
+    QVERIFY(secret.open(QIODevice::WriteOnly));
+    secret.write(prosody_.adminSecret().toUtf8() + "\n");
+    secret.close();
+    const QString docs =
+        QStandardPaths::standardLocations(QStandardPaths::DocumentsLocation).first();
+    backend_.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+    backend_.start(QStringLiteral(QUELIX_BACKEND_BIN),
+                   {"--data-dir", data_.filePath("backend"), "--seed-demo", "--pbkdf2-iterations",
+                    "1", "--port", "0", "--im-host", prosody_.host(), "--im-port",
+                    QString::number(prosody_.port()), "--im-domain", prosody_.domain(),
+                    "--prosody-data", prosody_.dataDir(), "--im-admin-jid", prosody_.adminJid(),
+                    "--im-admin-secret-file", secret.fileName(), "--write-url-table",
+                    docs + "/Quelix/Resource/Text/UrlText.ini"});
+    QVERIFY(backend_.waitForStarted());
+    QByteArray line;
+    QElapsedTimer clock;
+    clock.start();
+    while (!line.contains("listening on http://") && clock.elapsed() < 60000) {
+        backend_.waitForReadyRead(200);
+        line += backend_.readAllStandardOutput();
+    }
+    QVERIFY2(line.contains("listening on http://"), line.constData());
+    const QByteArray listening = line.mid(line.indexOf("listening on http://"));
+    backendUrl_ = QString::fromLatin1(listening.left(listening.indexOf('\n')).trimmed())
+                      .split(' ')
+                      .last();
+    http_ = std::make_unique<BackendClient>(backendUrl_);
+
+    QProcess accounts;
+    accounts.start(QStringLiteral(QUELIX_BACKEND_BIN),
+                   {"--data-dir", data_.filePath("backend"), "--print-accounts", "3"});
+    QVERIFY(accounts.waitForFinished(30000));
+    for (const QByteArray& row : accounts.readAllStandardOutput().split('\n'))
+        if (!row.trimmed().isEmpty())
+            userNames_ << QString::fromUtf8(row.trimmed().split(' ').first());
+    QCOMPARE(userNames_.size(), 3);
+    me_ = http_->signIn(userNames_[0]);
+    owner_ = http_->signIn(userNames_[1]);
+    third_ = http_->signIn(userNames_[2]);
+    QVERIFY(!me_.id.isEmpty() && !owner_.session.isEmpty());
+
+    ConfigStore::instance().init();
+    QVERIFY(OpenIMManager::instance()->init());
+    window_ = new MainWindow(ConfigStore::instance());
+    MainViewDelegate::setInstance(window_);
+    ClientSession::connect(window_, OpenIMManager::instance());
+    window_->start(true, false);
+    LoginView* login = window_->loginView();
+    login->findChild<QComboBox*>("m_cboxUserName")->setEditText(me_.userName);
+    login->findChild<QLineEdit*>("m_editPassword")->setText("quelix123");
+    login->OnClickedLogin();
+    QTRY_VERIFY_WITH_TIMEOUT(window_->isVisible(), 30000);
+    QTRY_VERIFY_WITH_TIMEOUT(OpenIMManager::instance()->msgReady(), 20000);
+
+    ownerIm_ = std::make_unique<TestSession>("owner");
+    thirdIm_ = std::make_unique<TestSession>("third");
+    const QString authority = prosody_.adminJid().section('@', 0, 0);
+    ownerIm_->login(prosody_, owner_.id, owner_.secret, authority);
+    thirdIm_->login(prosody_, third_.id, third_.secret, authority);
+    QVERIFY(waitUntil([&] {
+        return ownerIm_->probe().count("loginOk") == 1 && thirdIm_->probe().count("loginOk") == 1;
+    }));
+}
+
+void TestTribeClient::cleanupTestCase() {
+    MainViewDelegate::setInstance(nullptr);
+    backend_.terminate();
+    backend_.waitForFinished(10000);
+}
+
+// A project made on the back end while everyone is signed in; returns its id once its room
+// is on the XMPP server.
+QString TestTribeClient::startProject(const Colleague& owner, const QString& title,
+                                      const QStringList& members) {
+    const QJsonObject made = http_->call(
+        "/work/editProj.htm?m=createProj&title=" + QUrl::toPercentEncoding(title) +
+            "&memberIds=" + members.join(','),
+        owner.session);
+    const QJsonObject record = made.value("results").toObject();
+    QString id = record.value("projectId").toString();
+    if (id.isEmpty()) id = record.value("id").toString();
+    if (id.isEmpty()) return QString();
+    if (!waitUntil([&] { return http_->roomReady(id, owner.session); }, 20000)) return QString();
+    return id;
+}
+
+void TestTribeClient::projectTribeAppearsAndCarriesMessages() {
+    QSignalSpy messages(OpenIMManager::instance(), &OpenIMManager::chatMessage);
+    const QString project = startProject(owner_, "发布会筹备", {me_.id, third_.id});
+    QVERIFY(!project.isEmpty());
+    const quint64 tribe = project.toULongLong();
+
+    // The back end's notice brings the project to the client: its title is the row's name
+    // and the page says the user was invited.
+    QTRY_VERIFY_WITH_TIMEOUT(DirectoryStore::instance().tribe(project) != nullptr, 20000);
+    QCOMPARE(DirectoryStore::instance().tribe(project)->name, QStringLiteral("发布会筹备"));
+    ConversationView* view = window_->conversationView();
+    QTRY_VERIFY_WITH_TIMEOUT(view->rowOf(project) >= 0, 20000);
+    QTRY_VERIFY(view->page(project)->tips().contains(QStringLiteral("您已被邀请进该群。")));
+
+    // The others' SDKs learn the project from the same notices.
+    QVERIFY(waitUntil([&] { return tribeOf(*ownerIm_, tribe)->IsInRoom(); }, 20000));
+    QVERIFY(waitUntil([&] { return tribeOf(*thirdIm_, tribe)->IsInRoom(); }, 20000));
+
+    // A colleague's line reaches the tribe page, with its badge.
+    messages.clear();
+    tribeOf(*ownerIm_, tribe)
+        ->SendText(fromQ(QStringLiteral("明天九点开会")), openim::ITribe::SendCallback());
+    QTRY_VERIFY_WITH_TIMEOUT(!messages.isEmpty(), 20000);
+    const BaseMsg::MMessage m = messages.first().first().value<BaseMsg::MMessage>();
+    QVERIFY(m.isTribe);
+    QCOMPARE(m.conversationId, project);
+    QCOMPARE(m.senderId, owner_.id);
+    QCOMPARE(m.text, QStringLiteral("明天九点开会"));
+    QTRY_VERIFY(window_->unreadCount(project) >= 1);
+
+    // And the client's line reaches the colleagues.
+    QVERIFY(view->page(project)->sendText(QStringLiteral("收到")));
+    QVERIFY(waitUntil(
+        [&] {
+            std::vector<openim::IMTribeMessage> unread;
+            tribeOf(*thirdIm_, tribe)->GetUnreadMessages(&unread);
+            for (const auto& u : unread)
+                if (toQ(u.content.content) == QLatin1String("收到") &&
+                    toQ(u.sender.account) == me_.id)
+                    return true;
+            return false;
+        },
+        20000));
+}
+
+void TestTribeClient::leavingAndDissolvingAskAndReachEveryone() {
+    TribeManager* tribes = OpenIMManager::instance()->tribes();
+    QStringList asked;
+    QMessageBox::StandardButton answer = QMessageBox::No;
+    tribes->setQuestion([&](const QString& text) {
+        asked << text;
+        return answer;
+    });
+    QSignalSpy sent(tribes, &TribeManager::projectActionSent);
+    QSignalSpy done(tribes, &TribeManager::projectActionDone);
+
+    // A member is asked whether to leave; "No" sends nothing.
+    const QString project = startProject(owner_, "离开的项目", {me_.id, third_.id});
+    QVERIFY(!project.isEmpty());
+    QTRY_VERIFY_WITH_TIMEOUT(DirectoryStore::instance().tribe(project) != nullptr, 20000);
+    OpenIMManager::instance()->dissolveOrLeave(project.toULongLong());
+    QCOMPARE(asked, QStringList{QStringLiteral("是否确定退出该群？")});
+    QCOMPARE(sent.size(), 0);
+
+    // "Yes" leaves through the back end: the page says so, others are told, sends stop.
+    answer = QMessageBox::Yes;
+    OpenIMManager::instance()->dissolveOrLeave(project.toULongLong());
+    QCOMPARE(sent.size(), 1);
+    const QString leaveUrl = sent.first().first().toString();
+    QVERIFY(leaveUrl.contains("?&kickUserId=" + me_.id + "&projectId=" + project + "&m=exitPro"));
+    QVERIFY(!leaveUrl.contains("sign="));
+    QTRY_VERIFY_WITH_TIMEOUT(done.size() == 1, 20000);
+    QVERIFY(done.first().at(1).toBool());
+    ConversationContentView* page = window_->conversationView()->page(project);
+    QTRY_VERIFY_WITH_TIMEOUT(page->tips().contains(QStringLiteral("您已主动退出该群！")), 20000);
+    QVERIFY(!page->sendText(QStringLiteral("还在吗")));
+
+    // The owner is asked whether to dissolve; the address carries the project's sign.
+    const QJsonObject made =
+        http_->call("/work/editProj.htm?m=createProj&title=%E8%A7%A3%E6%95%A3&memberIds=" +
+                        third_.id,
+                    me_.session);
+    const QString own = made.value("results").toObject().value("projectId").toString().isEmpty()
+                            ? made.value("results").toObject().value("id").toString()
+                            : made.value("results").toObject().value("projectId").toString();
+    QVERIFY(!own.isEmpty());
+    QVERIFY(waitUntil([&] { return http_->roomReady(own, me_.session); }, 20000));
+    QTRY_VERIFY_WITH_TIMEOUT(DirectoryStore::instance().tribe(own) &&
+                                 !DirectoryStore::instance().tribe(own)->sign.isEmpty(),
+                             20000);
+    const quint64 ownTribe = own.toULongLong();
+    QVERIFY(waitUntil([&] { return tribeOf(*thirdIm_, ownTribe)->IsInRoom(); }, 20000));
+    asked.clear();
+    OpenIMManager::instance()->dissolveOrLeave(ownTribe);
+    QCOMPARE(asked, QStringList{QStringLiteral("您是群主，此操作将解散该群。是否确定解散该群？")});
+    const QString dissolveUrl = sent.last().first().toString();
+    QVERIFY(dissolveUrl.contains("?&projectId=" + own + "&sign=" +
+                                 DirectoryStore::instance().tribe(own)->sign + "&m=delProj"));
+    QTRY_VERIFY_WITH_TIMEOUT(done.size() == 2, 20000);
+    QVERIFY(done.last().at(1).toBool());
+    QTRY_VERIFY_WITH_TIMEOUT(window_->conversationView()->page(own)->tips().contains(
+                                 QStringLiteral("该群刚刚被关闭，您已自动退出该群。")),
+                             20000);
+    QVERIFY(waitUntil([&] { return !tribeOf(*thirdIm_, ownTribe)->IsMember(); }, 20000));
+}
+
+QTEST_MAIN(TestTribeClient)
+#include "tst_tribeclient.moc"
