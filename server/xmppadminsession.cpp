@@ -5,6 +5,7 @@
 #include "stanzahook.h"
 
 #include <QXmppConfiguration.h>
+#include <QXmppLogger.h>
 #include <QXmppPresence.h>
 #include <QXmppUtils.h>
 
@@ -17,10 +18,7 @@ QString presenceKey(const QString& occupantJid) {
 }  // namespace
 
 XmppAdminSession::XmppAdminSession(const Settings& settings, QObject* parent)
-    : QObject(parent), settings_(settings), client_(new QXmppClient(this)) {
-    client_->insertExtension(0, new StanzaHook([this](const QDomElement& s) { return route(s); }));
-    connect(client_, &QXmppClient::stateChanged, this, &XmppAdminSession::onStateChanged);
-    connect(client_, &QXmppClient::error, this, &XmppAdminSession::onError);
+    : QObject(parent), settings_(settings) {
     retry_.setSingleShot(true);
     connect(&retry_, &QTimer::timeout, this, &XmppAdminSession::connectNow);
 }
@@ -41,12 +39,34 @@ void XmppAdminSession::start() {
 void XmppAdminSession::stop() {
     running_ = false;
     retry_.stop();
-    client_->disconnectFromServer();
+    if (client_) client_->disconnectFromServer();
     failAll(QStringLiteral("offline"));
 }
 
+// A new client for every sign-in: QXmpp would otherwise try to resume the old stream, which
+// a restarted server no longer knows (and send queued queries before the new stream opens).
+// Queries of the old stream were answered "offline" already and are asked again.
+void XmppAdminSession::createClient() {
+    if (client_) {
+        client_->disconnect(this);
+        client_->disconnectFromServer();
+        client_->deleteLater();
+    }
+    client_ = new QXmppClient(this);
+    // Set QUELIX_XMPP_LOG to see the XML stream when the session misbehaves.
+    if (qEnvironmentVariableIsSet("QUELIX_XMPP_LOG")) {
+        auto* logger = new QXmppLogger(client_);
+        logger->setLoggingType(QXmppLogger::StdoutLogging);
+        client_->setLogger(logger);
+    }
+    client_->insertExtension(0, new StanzaHook([this](const QDomElement& s) { return route(s); }));
+    connect(client_, &QXmppClient::stateChanged, this, &XmppAdminSession::onStateChanged);
+    connect(client_, &QXmppClient::error, this, &XmppAdminSession::onError);
+}
+
 void XmppAdminSession::connectNow() {
-    if (!running_ || client_->state() != QXmppClient::DisconnectedState) return;
+    if (!running_ || (client_ && client_->state() != QXmppClient::DisconnectedState)) return;
+    createClient();
     QXmppConfiguration config;
     config.setJid(settings_.jid);
     config.setPassword(settings_.secret);
@@ -89,7 +109,8 @@ void XmppAdminSession::onError(QXmppClient::Error error) {
         case QXmppClient::XmppStreamError:
             problem = client_->xmppStreamError() == QXmppStanza::Error::NotAuthorized
                           ? QStringLiteral("the server refused %1 and its secret").arg(bareJid())
-                          : QStringLiteral("stream error");
+                          : QStringLiteral("stream error (condition %1)")
+                                .arg(int(client_->xmppStreamError()));
             break;
         case QXmppClient::NoError:
             return;
@@ -132,7 +153,8 @@ void XmppAdminSession::sendIq(QXmppIq::Type type, const QString& to, const QXmpp
     if (!online_) return done(QDomElement(), QStringLiteral("offline"));
     ElementIq iq(type, to, query);
     expect(iq.id(), std::move(done));
-    if (!client_->sendPacket(iq)) finish(iq.id(), QDomElement(), QStringLiteral("offline"));
+    if (!client_ || !client_->sendPacket(iq))
+        finish(iq.id(), QDomElement(), QStringLiteral("offline"));
 }
 
 void XmppAdminSession::enterRoom(const QString& occupantJid, Reply done) {
@@ -141,7 +163,7 @@ void XmppAdminSession::enterRoom(const QString& occupantJid, Reply done) {
     presence.setTo(occupantJid);
     presence.setExtensions({MucProtocol::joinElement()});
     expect(presenceKey(occupantJid), std::move(done));
-    if (!client_->sendPacket(presence)) {
+    if (!client_ || !client_->sendPacket(presence)) {
         finish(presenceKey(occupantJid), QDomElement(), QStringLiteral("offline"));
     }
 }
@@ -149,7 +171,7 @@ void XmppAdminSession::enterRoom(const QString& occupantJid, Reply done) {
 void XmppAdminSession::leaveRoom(const QString& occupantJid) {
     QXmppPresence presence(QXmppPresence::Unavailable);
     presence.setTo(occupantJid);
-    client_->sendPacket(presence);
+    if (client_) client_->sendPacket(presence);
 }
 
 bool XmppAdminSession::route(const QDomElement& stanza) {

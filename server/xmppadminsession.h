@@ -60,12 +60,13 @@ private:
     void expect(const QString& key, Reply done);
     void finish(const QString& key, const QDomElement& answer, const QString& error);
     void failAll(const QString& error);
+    void createClient();
     void connectNow();
     void onStateChanged(QXmppClient::State state);
     void onError(QXmppClient::Error error);
 
     Settings settings_;
-    QXmppClient* client_;
+    QXmppClient* client_ = nullptr;
     QHash<QString, Pending> pending_;  // by IQ id, or "presence " + occupant JID
     quint64 serial_ = 0;
     QTimer retry_;

@@ -146,6 +146,7 @@ private slots:
     void addressesCheckTheCaller();
     void catchesUpAfterTheServerWasAway();
     void catchesUpAfterTheKeeperWasAway();
+    void aRefusedAdminLeavesRoomsPending();
 
 private:
     QJsonObject call(const std::string& path, const QString& session = QString());
@@ -511,6 +512,25 @@ void RoomKeeperTest::catchesUpAfterTheKeeperWasAway() {
     Colleague dave(prosody_, d.id, d.secret);
     QVERIFY(dave.online());
     QCOMPARE(dave.enter(room(p)), QString());
+}
+
+void RoomKeeperTest::aRefusedAdminLeavesRoomsPending() {
+    RoomKeeper::Settings settings;
+    settings.host = prosody_.host();
+    settings.port = prosody_.port();
+    settings.domain = prosody_.domain();
+    settings.adminJid = prosody_.adminJid();
+    settings.adminSecret = QStringLiteral("not the secret");
+    settings.retryMaxMs = 200;
+    QTest::ignoreMessage(QtWarningMsg,
+                         QRegularExpression(QStringLiteral("rooms: XMPP session: the server "
+                                                           "refused .* and its secret")));
+    RoomKeeper keeper(db_.get(), settings);
+    keeper.start();
+    QTest::qWait(1500);  // several attempts, one log line
+    QVERIFY(!keeper.isOnline());
+    QCOMPARE(keeper.state(50001), RoomQueue::State::Pending);
+    keeper.stop();
 }
 
 QTEST_GUILESS_MAIN(RoomKeeperTest)
