@@ -1,5 +1,6 @@
 #include "backendserver.h"
 
+#include "apihelpers.h"
 #include "avatarpainter.h"
 #include "database.h"
 #include "directory.h"
@@ -9,6 +10,7 @@
 #include "orgcache.h"
 #include "pagerenderer.h"
 #include "passwordhasher.h"
+#include "projecteditor.h"
 #include "sessionstore.h"
 
 #include <httplib.h>
@@ -22,50 +24,18 @@
 #include <QUrl>
 #include <QVariant>
 
+using api::fail;
+using api::kHtml;
+using api::kJson;
+using api::ok;
+using api::param;
+using api::parseId;
+using api::parseIdList;
+using api::reply;
+
 namespace {
 
-// Not "application/json": the HTTP library would then compress every reply on the fly.
-const char kJson[] = "application/json;charset=UTF-8";
-const char kHtml[] = "text/html;charset=UTF-8";
 const char kSessionCookie[] = "QXSESSION";
-constexpr int kMaxIdsPerRequest = 1000;
-
-QString param(const httplib::Request& req, const char* name) {
-    // The first value wins when a field is repeated.
-    return req.has_param(name) ? QString::fromStdString(req.get_param_value(name)) : QString();
-}
-
-bool parseId(const QString& text, qint64* id) {
-    if (text.isEmpty() || text.size() > 18) return false;
-    for (const QChar c : text) {
-        if (c < QLatin1Char('0') || c > QLatin1Char('9')) return false;
-    }
-    *id = text.toLongLong();
-    return *id > 0;
-}
-
-bool parseIdList(const QString& text, QList<qint64>* ids) {
-    const QStringList parts = text.split(QLatin1Char(','), Qt::SkipEmptyParts);
-    if (parts.isEmpty() || parts.size() > kMaxIdsPerRequest) return false;
-    for (const QString& part : parts) {
-        qint64 id = 0;
-        if (!parseId(part.trimmed(), &id)) return false;
-        if (!ids->contains(id)) ids->append(id);
-    }
-    return true;
-}
-
-void reply(httplib::Response& res, const QByteArray& body, const char* type = kJson) {
-    res.set_content(body.constData(), size_t(body.size()), type);
-}
-
-void fail(httplib::Response& res, const httplib::Request& req, Envelope::Code code) {
-    reply(res, Envelope::failure(code, param(req, "client")));
-}
-
-void ok(httplib::Response& res, const httplib::Request& req, const QJsonValue& results) {
-    reply(res, Envelope::success(results, param(req, "client")));
-}
 
 }  // namespace
 
@@ -105,6 +75,7 @@ bool BackendServer::start(const QString& host, int port) {
     while (publicUrl_.endsWith(QLatin1Char('/'))) publicUrl_.chop(1);
     directory_ = std::make_unique<Directory>(db_, publicUrl_);
     orgCache_ = std::make_unique<OrgCache>(db_, directory_.get());
+    projects_ = std::make_unique<ProjectEditor>(directory_.get(), sessions_.get(), rooms_);
 
     auto handler = [this](const httplib::Request& req, httplib::Response& res) {
         dispatch(req, res);
@@ -379,44 +350,7 @@ void BackendServer::projectById(const httplib::Request& req, httplib::Response& 
 }
 
 void BackendServer::editProject(const httplib::Request& req, httplib::Response& res) {
-    const QString m = param(req, "m");
-    qint64 projectId = 0;
-    if (!parseId(param(req, "projectId"), &projectId))
-        return fail(res, req, Envelope::BadParameter);
-    if (m == QLatin1String("delProj")) {
-        const QByteArray sign = param(req, "sign").toLatin1();
-        if (sign.isEmpty()) return fail(res, req, Envelope::BadParameter);
-        const qint64 owner = directory_->projectOwner(projectId);
-        if (owner == 0) return fail(res, req, Envelope::NotFound);
-        // Dissolving is authorised by the owner's signature token alone.
-        if (!sessions_->tokenMatches(owner, sign)) return fail(res, req, Envelope::Forbidden);
-        if (!directory_->deleteProject(projectId)) return fail(res, req, Envelope::InternalError);
-        return ok(res, req, QJsonObject{{QStringLiteral("projectId"), QString::number(projectId)}});
-    }
-    if (m == QLatin1String("exitPro")) {
-        // Leaving carries no sign (the client never sends one here); a caller that is signed
-        // in may only remove itself, or anyone when it owns the project.
-        qint64 kick = 0;
-        if (!parseId(param(req, "kickUserId"), &kick))
-            return fail(res, req, Envelope::BadParameter);
-        const qint64 owner = directory_->projectOwner(projectId);
-        if (owner == 0 || !directory_->isMember(projectId, kick)) {
-            return fail(res, req, Envelope::NotFound);
-        }
-        if (kick == owner) {
-            return reply(res, Envelope::failure(Envelope::Forbidden,
-                                                QStringLiteral("群主不能退出该群，请解散该群"),
-                                                param(req, "client")));
-        }
-        const qint64 caller = sessionUser(req);
-        if (caller != 0 && caller != kick && caller != owner)
-            return fail(res, req, Envelope::Forbidden);
-        if (!directory_->removeMember(projectId, kick)) return fail(res, req, Envelope::NotFound);
-        return ok(res, req,
-                  QJsonObject{{QStringLiteral("projectId"), QString::number(projectId)},
-                              {QStringLiteral("kickUserId"), QString::number(kick)}});
-    }
-    fail(res, req, Envelope::BadParameter);
+    projects_->handle(req, res, sessionUser(req));
 }
 
 void BackendServer::taskReadFlags(const httplib::Request& req, httplib::Response& res) {

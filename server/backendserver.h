@@ -17,6 +17,8 @@ class Directory;
 class FileStore;
 class LoginThrottle;
 class OrgCache;
+class ProjectEditor;
+class RoomKeeper;
 class SessionStore;
 
 // The HTTP service: every address of the client's URL table, the pages it opens, the update
@@ -60,6 +62,10 @@ public:
     // Drops the cached organisation replies, after the directory changed underneath.
     void directoryChanged();
 
+    // Project changes made through the addresses are handed to `rooms` (may be null: no
+    // XMPP rooms are kept). Set before start(); the keeper must outlive the server.
+    void setRoomKeeper(RoomKeeper* rooms) { rooms_ = rooms; }
+
 private:
     void dispatch(const httplib::Request& req, httplib::Response& res);
     void login(const httplib::Request& req, httplib::Response& res);
@@ -92,6 +98,8 @@ private:
     std::unique_ptr<SessionStore> sessions_;
     std::unique_ptr<LoginThrottle> throttle_;
     std::unique_ptr<FileStore> files_;
+    std::unique_ptr<ProjectEditor> projects_;
+    RoomKeeper* rooms_ = nullptr;
     QString dummyHash_;  // verified against for unknown accounts, so timing tells nothing
     std::thread thread_;
     std::thread warmUp_;

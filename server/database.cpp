@@ -32,6 +32,9 @@ const char* const kSchema[] = {
     "CREATE TABLE IF NOT EXISTS project (id BIGINT PRIMARY KEY, company_id BIGINT NOT NULL,"
     " title VARCHAR(200) NOT NULL, owner_id BIGINT NOT NULL,"
     " date_created VARCHAR(40) NOT NULL)",
+    // Dissolved projects: their ids stay taken, and their rooms wait here to be destroyed.
+    "CREATE TABLE IF NOT EXISTS project_dissolved (id BIGINT PRIMARY KEY,"
+    " company_id BIGINT NOT NULL, room_destroyed INTEGER NOT NULL DEFAULT 0)",
     "CREATE TABLE IF NOT EXISTS project_member (project_id BIGINT NOT NULL,"
     " user_id BIGINT NOT NULL, PRIMARY KEY (project_id, user_id))",
     "CREATE INDEX IF NOT EXISTS project_member_user ON project_member (user_id)",

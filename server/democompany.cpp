@@ -364,23 +364,3 @@ QVector<ImProvisioner::Account> DemoCompany::imAccounts(Database* db) {
     }
     return out;
 }
-
-QVector<ImProvisioner::Room> DemoCompany::imRooms(Database* db) {
-    QSqlQuery q(db->connection());
-    QVector<ImProvisioner::Room> rooms;
-    QHash<QString, int> index;
-    if (!q.exec(QStringLiteral("SELECT id, title, owner_id FROM project ORDER BY id")))
-        return rooms;
-    while (q.next()) {
-        index.insert(q.value(0).toString(), rooms.size());
-        rooms.append({q.value(0).toString(), q.value(1).toString(), q.value(2).toString(), {}});
-    }
-    if (q.exec(QStringLiteral(
-            "SELECT project_id, user_id FROM project_member ORDER BY project_id, user_id"))) {
-        while (q.next()) {
-            const int i = index.value(q.value(0).toString(), -1);
-            if (i >= 0) rooms[i].members << q.value(1).toString();
-        }
-    }
-    return rooms;
-}

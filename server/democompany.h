@@ -28,6 +28,4 @@ public:
     static QStringList accounts(Database* db, int count);
     // Every colleague's IM account and secret, for provisioning.
     static QVector<ImProvisioner::Account> imAccounts(Database* db);
-    // Every project's group chat room with its members.
-    static QVector<ImProvisioner::Room> imRooms(Database* db);
 };

@@ -182,6 +182,8 @@ bool Directory::deleteProject(qint64 projectId) {
     QSqlDatabase db = db_->connection();
     if (!db.transaction()) return false;
     const char* const statements[] = {
+        "INSERT INTO project_dissolved (id, company_id) SELECT id, company_id FROM project"
+        " WHERE id = ?",
         "DELETE FROM task_read WHERE task_id IN (SELECT id FROM task WHERE project_id = ?)",
         "DELETE FROM task WHERE project_id = ?",
         "DELETE FROM project_member WHERE project_id = ?",
@@ -205,6 +207,136 @@ bool Directory::removeMember(qint64 projectId, qint64 userId) {
     q.addBindValue(projectId);
     q.addBindValue(userId);
     return q.exec() && q.numRowsAffected() > 0;
+}
+
+qint64 Directory::createProject(qint64 owner, const QString& title, const QList<qint64>& members) {
+    const qint64 company = companyOf(owner);
+    if (company == 0) return 0;
+    QList<qint64> everyone{owner};
+    for (qint64 m : members) {
+        if (!everyone.contains(m)) everyone << m;
+    }
+    QSqlDatabase db = db_->connection();
+    // Random ids, like attachments: nothing to coordinate between threads, and an id once
+    // used (a dissolved project's room) is never handed out again.
+    for (int attempt = 0; attempt < 5; ++attempt) {
+        const qint64 id =
+            1000000000 + qint64(QRandomGenerator::system()->generate64() % 9000000000000000ULL);
+        if (projectCompany(id) != 0) continue;
+        if (!db.transaction()) return 0;
+        QSqlQuery q(db);
+        q.prepare(
+            QStringLiteral("INSERT INTO project (id, company_id, title, owner_id,"
+                           " date_created) VALUES (?, ?, ?, ?, ?)"));
+        q.addBindValue(id);
+        q.addBindValue(company);
+        q.addBindValue(title);
+        q.addBindValue(owner);
+        q.addBindValue(
+            QDateTime::currentDateTime().toString(QStringLiteral("yyyy-MM-dd HH:mm:ss")));
+        bool done = q.exec();
+        for (int i = 0; done && i < everyone.size(); ++i) {
+            QSqlQuery m(db);
+            m.prepare(
+                QStringLiteral("INSERT INTO project_member (project_id, user_id) VALUES (?, ?)"));
+            m.addBindValue(id);
+            m.addBindValue(everyone[i]);
+            done = m.exec();
+        }
+        if (done && db.commit()) return id;
+        db.rollback();
+    }
+    return 0;
+}
+
+bool Directory::addMembers(qint64 projectId, const QList<qint64>& userIds) {
+    QSqlDatabase db = db_->connection();
+    if (!db.transaction()) return false;
+    for (qint64 user : userIds) {
+        if (isMember(projectId, user)) continue;
+        QSqlQuery q(db);
+        q.prepare(QStringLiteral("INSERT INTO project_member (project_id, user_id) VALUES (?, ?)"));
+        q.addBindValue(projectId);
+        q.addBindValue(user);
+        if (!q.exec()) {
+            db.rollback();
+            return false;
+        }
+    }
+    return db.commit();
+}
+
+int Directory::projectsOwnedBy(qint64 userId) const {
+    QSqlQuery q = prepared(db_, QStringLiteral("SELECT COUNT(*) FROM project WHERE owner_id = ?"));
+    q.addBindValue(userId);
+    return q.exec() && q.next() ? q.value(0).toInt() : 0;
+}
+
+int Directory::memberCount(qint64 projectId) const {
+    QSqlQuery q =
+        prepared(db_, QStringLiteral("SELECT COUNT(*) FROM project_member WHERE project_id = ?"));
+    q.addBindValue(projectId);
+    return q.exec() && q.next() ? q.value(0).toInt() : 0;
+}
+
+qint64 Directory::projectCompany(qint64 projectId) const {
+    QSqlQuery q = prepared(db_, QStringLiteral("SELECT company_id FROM project WHERE id = ? UNION"
+                                               " SELECT company_id FROM project_dissolved"
+                                               " WHERE id = ?"));
+    q.addBindValue(projectId);
+    q.addBindValue(projectId);
+    return q.exec() && q.next() ? q.value(0).toLongLong() : 0;
+}
+
+int Directory::countInCompany(qint64 companyId, const QList<qint64>& userIds) const {
+    if (userIds.isEmpty()) return 0;
+    QSqlQuery q = prepared(db_, QStringLiteral("SELECT COUNT(*) FROM users WHERE company_id = ?"
+                                               " AND id IN (%1)")
+                                    .arg(inList(userIds.size())));
+    q.addBindValue(companyId);
+    for (qint64 id : userIds) q.addBindValue(id);
+    return q.exec() && q.next() ? q.value(0).toInt() : 0;
+}
+
+ProjectRoom Directory::projectRoom(qint64 projectId) const {
+    ProjectRoom room;
+    room.id = projectId;
+    QSqlQuery q = prepared(db_, QStringLiteral("SELECT title, owner_id FROM project WHERE id = ?"));
+    q.addBindValue(projectId);
+    if (q.exec() && q.next()) {
+        room.exists = true;
+        room.title = text(q, 0);
+        room.owner = q.value(1).toLongLong();
+        QSqlQuery m = prepared(db_, QStringLiteral("SELECT user_id FROM project_member"
+                                                   " WHERE project_id = ? ORDER BY user_id"));
+        m.addBindValue(projectId);
+        if (m.exec()) {
+            while (m.next()) room.members << m.value(0).toLongLong();
+        }
+        return room;
+    }
+    QSqlQuery d =
+        prepared(db_, QStringLiteral("SELECT room_destroyed FROM project_dissolved WHERE id = ?"));
+    d.addBindValue(projectId);
+    room.dissolved = d.exec() && d.next();
+    return room;
+}
+
+QList<qint64> Directory::roomIds() const {
+    QList<qint64> ids;
+    QSqlQuery q(db_->connection());
+    if (q.exec(QStringLiteral("SELECT id FROM project UNION SELECT id FROM project_dissolved"
+                              " WHERE room_destroyed = 0 ORDER BY 1"))) {
+        while (q.next()) ids << q.value(0).toLongLong();
+    }
+    return ids;
+}
+
+bool Directory::roomDestroyed(qint64 projectId) {
+    QSqlQuery q = prepared(
+        db_, QStringLiteral("UPDATE project_dissolved SET room_destroyed = 1 WHERE id = ?"));
+    q.addBindValue(projectId);
+    return q.exec();
 }
 
 QString Directory::taskStatusText(int status) {

@@ -5,6 +5,8 @@
 #include <QList>
 #include <QString>
 
+#include "projectroom.h"
+
 class Database;
 
 // The company directory as the wire sees it: every read returns records with the keys the
@@ -28,8 +30,26 @@ public:
     qint64 projectOwner(qint64 projectId) const;  // 0 when unknown
     bool isMember(qint64 projectId, qint64 userId) const;
     QJsonArray projectMembers(qint64 projectId) const;
+    // Dissolving keeps the id as a dissolved room (so the id is never handed out again and
+    // the room keeper knows to destroy the room).
     bool deleteProject(qint64 projectId);
     bool removeMember(qint64 projectId, qint64 userId);
+    // A new project of `owner` with the given members (the owner is always one); 0 on failure.
+    qint64 createProject(qint64 owner, const QString& title, const QList<qint64>& members);
+    bool addMembers(qint64 projectId, const QList<qint64>& userIds);
+    int projectsOwnedBy(qint64 userId) const;
+    int memberCount(qint64 projectId) const;
+    // The company of a project, dissolved ones included; 0 when unknown.
+    qint64 projectCompany(qint64 projectId) const;
+    // How many of `userIds` belong to `companyId`.
+    int countInCompany(qint64 companyId, const QList<qint64>& userIds) const;
+
+    // The room side of projects: what a project's room should be, every id whose room needs
+    // checking (live projects and dissolved rooms not yet destroyed), and marking a
+    // dissolved room as destroyed.
+    ProjectRoom projectRoom(qint64 projectId) const;
+    QList<qint64> roomIds() const;
+    bool roomDestroyed(qint64 projectId);
 
     QJsonObject task(qint64 taskId) const;  // empty when unknown
     QJsonArray tasksOf(qint64 projectId) const;

@@ -13,20 +13,6 @@ public:
         QString secret;
     };
 
-    // A project's group chat: a persistent, members-only room named by the project id.
-    struct Room {
-        QString id;
-        QString name;
-        QString owner;        // user id
-        QStringList members;  // user ids, the owner included or not
-    };
-
     virtual ~ImProvisioner() = default;
     virtual bool provision(const QVector<Account>& accounts, QString* error) = 0;
-    // Makes the rooms exist with exactly these members; rooms of projects that are gone are
-    // removed. Not every server can be provisioned this way: the default says so.
-    virtual bool provisionRooms(const QVector<Room>& rooms, QString* error) {
-        if (error) *error = QStringLiteral("this provisioner does not create rooms");
-        return rooms.isEmpty();
-    }
 };

@@ -5,6 +5,7 @@
 #include "democompany.h"
 #include "passwordhasher.h"
 #include "prosodystoreprovisioner.h"
+#include "roomkeeper.h"
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
@@ -84,6 +85,22 @@ int main(int argc, char** argv) {
         QStringLiteral("Provision IM accounts by running this command per account (%u user, %d "
                        "domain, %p secret), e.g. \"ejabberdctl register %u %d %p\"."),
         QStringLiteral("command"));
+    const QCommandLineOption imMucDomain(
+        QStringLiteral("im-muc-domain"),
+        QStringLiteral("Group chat service of the XMPP server (default conference.<im-domain>)."),
+        QStringLiteral("domain"));
+    const QCommandLineOption imAdminJid(
+        QStringLiteral("im-admin-jid"),
+        QStringLiteral("The back end's own XMPP account, an administrator of the XMPP server; "
+                       "with it every project's room is kept on the live server."),
+        QStringLiteral("jid"));
+    const QCommandLineOption imAdminSecret(QStringLiteral("im-admin-secret"),
+                                           QStringLiteral("Secret of --im-admin-jid."),
+                                           QStringLiteral("secret"));
+    const QCommandLineOption imAdminSecretFile(
+        QStringLiteral("im-admin-secret-file"),
+        QStringLiteral("Read the secret of --im-admin-jid from this file (first line)."),
+        QStringLiteral("file"));
     const QCommandLineOption uploadLimit(QStringLiteral("upload-limit-mb"),
                                          QStringLiteral("Largest attachment accepted."),
                                          QStringLiteral("MB"), QStringLiteral("20"));
@@ -100,9 +117,11 @@ int main(int argc, char** argv) {
         QStringLiteral("write-url-table"),
         QStringLiteral("Once listening, write the client's URL table (UrlText.ini) pointing here."),
         QStringLiteral("file"));
-    parser.addOptions({urlTable, listen, port, dataDir, database, seedDemo, generate, departments,
-                       iterations, publicUrl, imHost, imPort, imDomain, prosodyData, imCommand,
-                       uploadLimit, threads, sessionMinutes, accounts});
+    parser.addOptions({urlTable,    listen,         port,          dataDir,           database,
+                       seedDemo,    generate,       departments,   iterations,        publicUrl,
+                       imHost,      imPort,         imDomain,      prosodyData,       imCommand,
+                       imMucDomain, imAdminJid,     imAdminSecret, imAdminSecretFile, uploadLimit,
+                       threads,     sessionMinutes, accounts});
     parser.process(app);
 
     const QString data = QDir(parser.value(dataDir)).absolutePath();
@@ -151,8 +170,35 @@ int main(int argc, char** argv) {
         err << "IM provisioning: " << error << Qt::endl;
         return 1;
     }
-    if (provisioner && !provisioner->provisionRooms(DemoCompany::imRooms(&db), &error)) {
-        err << "IM rooms not provisioned: " << error << Qt::endl;  // accounts still work
+
+    // Rooms are kept on the live XMPP server through the back end's own admin session.
+    std::unique_ptr<RoomKeeper> rooms;
+    if (parser.isSet(imAdminJid)) {
+        RoomKeeper::Settings settings;
+        settings.host = parser.value(imHost);
+        settings.port = parser.value(imPort).toInt();
+        settings.domain = parser.value(imDomain);
+        settings.mucDomain = parser.value(imMucDomain);
+        settings.adminJid = parser.value(imAdminJid);
+        settings.adminSecret = parser.value(imAdminSecret);
+        if (parser.isSet(imAdminSecretFile)) {
+            QFile file(parser.value(imAdminSecretFile));
+            if (!file.open(QIODevice::ReadOnly)) {
+                err << "cannot read " << file.fileName() << Qt::endl;
+                return 1;
+            }
+            settings.adminSecret = QString::fromUtf8(file.readLine()).trimmed();
+        }
+        if (!settings.adminJid.contains(QLatin1Char('@')) || settings.adminSecret.isEmpty()) {
+            err << "--im-admin-jid needs user@domain and a secret (--im-admin-secret or "
+                   "--im-admin-secret-file)"
+                << Qt::endl;
+            return 1;
+        }
+        rooms = std::make_unique<RoomKeeper>(&db, settings);
+        rooms->start();
+    } else {
+        err << "no --im-admin-jid: project rooms are not kept on the XMPP server" << Qt::endl;
     }
 
     BackendServer::Options options;
@@ -166,6 +212,7 @@ int main(int argc, char** argv) {
     // The client renews its authorisation only after 30 minutes.
     options.sessionLifetimeSeconds = qMax(30, parser.value(sessionMinutes).toInt()) * 60;
     BackendServer server(&db, options);
+    server.setRoomKeeper(rooms.get());
     if (!server.start(parser.value(listen), parser.value(port).toInt())) {
         err << "cannot listen on " << parser.value(listen) << ':' << parser.value(port) << Qt::endl;
         return 1;
@@ -191,5 +238,6 @@ int main(int argc, char** argv) {
     std::signal(SIGTERM, onSignal);
     const int rc = app.exec();
     server.stop();
+    if (rooms) rooms->stop();
     return rc;
 }

@@ -1,9 +1,7 @@
 #include "prosodystoreprovisioner.h"
 
 #include <QDir>
-#include <QFile>
 #include <QSaveFile>
-#include <QSet>
 
 namespace {
 
@@ -21,22 +19,10 @@ QByteArray luaString(const QString& value) {
     return out + '"';
 }
 
-bool writeFile(const QString& path, const QByteArray& content, QString* error) {
-    QSaveFile file(path);
-    if (file.open(QIODevice::WriteOnly) && file.write(content) == content.size() && file.commit()) {
-        return true;
-    }
-    if (error) *error = QStringLiteral("%1: %2").arg(path, file.errorString());
-    return false;
-}
-
 }  // namespace
 
-ProsodyStoreProvisioner::ProsodyStoreProvisioner(const QString& dataDir, const QString& domain,
-                                                 const QString& mucDomain)
-    : dataDir_(dataDir),
-      domain_(domain),
-      mucDomain_(mucDomain.isEmpty() ? QStringLiteral("conference.") + domain : mucDomain) {}
+ProsodyStoreProvisioner::ProsodyStoreProvisioner(const QString& dataDir, const QString& domain)
+    : dataDir_(dataDir), domain_(domain) {}
 
 QString ProsodyStoreProvisioner::encodeName(const QString& name) {
     QString out;
@@ -74,42 +60,4 @@ bool ProsodyStoreProvisioner::provision(const QVector<Account>& accounts, QStrin
         }
     }
     return true;
-}
-
-bool ProsodyStoreProvisioner::provisionRooms(const QVector<Room>& rooms, QString* error) {
-    const QString host = dataDir_ + QLatin1Char('/') + encodeName(mucDomain_);
-    const QString configs = host + QStringLiteral("/config");
-    if (!QDir().mkpath(configs)) {
-        if (error) *error = QStringLiteral("cannot create %1").arg(configs);
-        return false;
-    }
-    QByteArray persistent = "return {\n";
-    QSet<QString> kept;
-    for (const Room& room : rooms) {
-        const QString jid = room.id + QLatin1Char('@') + mucDomain_;
-        const QString file = encodeName(room.id) + QStringLiteral(".dat");
-        kept.insert(file);
-        QByteArray affiliations;
-        for (const QString& member : room.members) {
-            if (member == room.owner) continue;
-            affiliations +=
-                "\t\t[" + luaString(member + QLatin1Char('@') + domain_) + "] = \"member\";\n";
-        }
-        affiliations +=
-            "\t\t[" + luaString(room.owner + QLatin1Char('@') + domain_) + "] = \"owner\";\n";
-        // Prosody's older room layout, which it still reads: "jid" plus "_affiliations".
-        const QByteArray config = "return {\n\t[\"jid\"] = " + luaString(jid) +
-                                  ";\n\t[\"_data\"] = {\n\t\t[\"persistent\"] = true;\n"
-                                  "\t\t[\"members_only\"] = true;\n\t\t[\"name\"] = " +
-                                  luaString(room.name) + ";\n\t};\n\t[\"_affiliations\"] = {\n" +
-                                  affiliations + "\t};\n\t[\"_affiliation_data\"] = {};\n};\n";
-        if (!writeFile(configs + QLatin1Char('/') + file, config, error)) return false;
-        persistent += "\t[" + luaString(jid) + "] = true;\n";
-    }
-    persistent += "};\n";
-    // Rooms of projects that are gone must not come back when someone asks for them.
-    for (const QString& stale : QDir(configs).entryList({QStringLiteral("*.dat")}, QDir::Files)) {
-        if (!kept.contains(stale)) QFile::remove(configs + QLatin1Char('/') + stale);
-    }
-    return writeFile(host + QStringLiteral("/persistent.dat"), persistent, error);
 }

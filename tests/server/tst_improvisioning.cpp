@@ -61,17 +61,6 @@ bool signsIn(int port, const QString& user, const QString& secret) {
     return authenticate(socket, port, user, secret);
 }
 
-// Joins a group chat room; true when the room accepts the user as an occupant.
-bool joinsRoom(int port, const QString& user, const QString& secret, const QString& room) {
-    QTcpSocket socket;
-    if (!authenticate(socket, port, user, secret)) return false;
-    socket.write("<presence to='" + room.toUtf8() + "@conference.localhost/" + user.toUtf8() +
-                 "'><x xmlns='http://jabber.org/protocol/muc'/></presence>");
-    const QByteArray answer =
-        readUntil(socket, {"code='110'", "code=\"110\"", "type='error'", "type=\"error\""});
-    return answer.contains("110") && !answer.contains("type='error'");
-}
-
 }  // namespace
 
 class ImProvisioningTest : public QObject {
@@ -104,9 +93,7 @@ void ImProvisioningTest::accountsSignInToProsody() {
                        "c2s_require_encryption = false\nallow_unencrypted_plain_auth = true\n"
                        "authentication = \"internal_hashed\"\nstorage = \"internal\"\n"
                        "modules_enabled = { \"saslauth\"; \"disco\"; \"ping\" }\n"
-                       "VirtualHost \"localhost\"\n"
-                       "Component \"conference.localhost\" \"muc\"\n"
-                       "    restrict_room_creation = \"local\"\n")
+                       "VirtualHost \"localhost\"\n")
             .arg(dir.path(), data)
             .arg(port)
             .arg(freePort())
@@ -148,31 +135,6 @@ void ImProvisioningTest::accountsSignInToProsody() {
     QVERIFY(signsIn(port, QStringLiteral("10003"), QStringLiteral("third secret")));
     QVERIFY(!signsIn(port, QStringLiteral("10001"), QStringLiteral("second-secret")));
     QVERIFY(!signsIn(port, QStringLiteral("10009"), QStringLiteral("s3cret\"quote")));
-
-    // Project rooms: members get in, other colleagues do not, and a project that is gone
-    // takes its room along. The first room is read while the server runs.
-    QVERIFY2(store.provisionRooms(
-                 {{QStringLiteral("50001"),
-                   QStringLiteral("客户端 2.0"),
-                   QStringLiteral("10001"),
-                   {QStringLiteral("10001"), QStringLiteral("10002")}},
-                  {QStringLiteral("50002"), QStringLiteral("old"), QStringLiteral("10003"), {}}},
-                 &error),
-             qPrintable(error));
-    QVERIFY2(store.provisionRooms({{QStringLiteral("50001"),
-                                    QStringLiteral("客户端 2.0"),
-                                    QStringLiteral("10001"),
-                                    {QStringLiteral("10001"), QStringLiteral("10002")}}},
-                                  &error),
-             qPrintable(error));
-    QVERIFY(QFile::exists(data + QStringLiteral("/conference%2elocalhost/config/50001.dat")));
-    QVERIFY(!QFile::exists(data + QStringLiteral("/conference%2elocalhost/config/50002.dat")));
-    QVERIFY(joinsRoom(port, QStringLiteral("10002"), QStringLiteral("second-secret"),
-                      QStringLiteral("50001")));
-    QVERIFY(joinsRoom(port, QStringLiteral("10001"), QStringLiteral("s3cret\"quote"),
-                      QStringLiteral("50001")));
-    QVERIFY(!joinsRoom(port, QStringLiteral("10003"), QStringLiteral("third secret"),
-                       QStringLiteral("50001")));
 
     server.terminate();
     if (!server.waitForFinished(5000)) {

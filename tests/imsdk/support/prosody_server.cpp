@@ -40,6 +40,8 @@ bool ProsodyServer::start() {
         if (key == QLatin1String("XMPP_HOST")) host_ = value;
         if (key == QLatin1String("XMPP_PORT")) port_ = quint16(value.toUInt());
         if (key == QLatin1String("XMPP_DOMAIN")) domain_ = value;
+        if (key == QLatin1String("XMPP_ADMIN_JID")) adminJid_ = value;
+        if (key == QLatin1String("XMPP_ADMIN_SECRET")) adminSecret_ = value;
     }
     return port_ != 0 && !domain_.isEmpty();
 }

@@ -21,6 +21,9 @@ public:
     QString host() const { return host_; }
     quint16 port() const { return port_; }
     QString domain() const { return domain_; }
+    // The back end's administrative account, an admin of this server (it keeps the rooms).
+    QString adminJid() const { return adminJid_; }
+    QString adminSecret() const { return adminSecret_; }
     // Where the server keeps its accounts (the back end writes IM accounts there).
     QString dataDir() const { return dir_ + QStringLiteral("/data"); }
     QString lastError() const { return error_; }
@@ -33,6 +36,8 @@ private:
     QString host_;
     quint16 port_ = 0;
     QString domain_;
+    QString adminJid_;
+    QString adminSecret_;
     QString error_;
     bool running_ = false;
 };

@@ -1,0 +1,37 @@
+#pragma once
+
+#include "envelope.h"
+
+#include <QByteArray>
+#include <QJsonValue>
+#include <QList>
+#include <QString>
+
+namespace httplib {
+struct Request;
+struct Response;
+}  // namespace httplib
+
+// What every address handler does with its request and reply: read a field, check an id,
+// answer with the envelope. Shared by the server and the handlers kept in files of their own.
+namespace api {
+
+// Not "application/json": the HTTP library would then compress every reply on the fly.
+extern const char kJson[];
+extern const char kHtml[];
+constexpr int kMaxIdsPerRequest = 1000;
+
+// The first value wins when a field is repeated; empty when absent.
+QString param(const httplib::Request& req, const char* name);
+// A positive decimal id of at most 18 digits, nothing else.
+bool parseId(const QString& text, qint64* id);
+// Comma-separated ids, 1 to kMaxIdsPerRequest of them, duplicates dropped.
+bool parseIdList(const QString& text, QList<qint64>* ids);
+
+void reply(httplib::Response& res, const QByteArray& body, const char* type = kJson);
+void fail(httplib::Response& res, const httplib::Request& req, Envelope::Code code);
+void fail(httplib::Response& res, const httplib::Request& req, Envelope::Code code,
+          const QString& message);
+void ok(httplib::Response& res, const httplib::Request& req, const QJsonValue& results);
+
+}  // namespace api

@@ -1,0 +1,190 @@
+#include "projecteditor.h"
+
+#include "apihelpers.h"
+#include "directory.h"
+#include "roomkeeper.h"
+#include "sessionstore.h"
+
+#include <httplib.h>
+
+#include <QJsonObject>
+
+using api::fail;
+using api::ok;
+using api::param;
+using api::parseId;
+using api::parseIdList;
+
+namespace {
+
+// Refusals of the new addresses leave one line each, so a script that gets an error code
+// can see why in the back end's log.
+void refuse(httplib::Response& res, const httplib::Request& req, Envelope::Code code,
+            const char* why, const QString& message = QString()) {
+    qInfo("editProj %s refused (%d): %s", qPrintable(param(req, "m")), int(code), why);
+    if (message.isEmpty()) return fail(res, req, code);
+    fail(res, req, code, message);
+}
+
+bool validTitle(const QString& title) {
+    if (title.isEmpty() || title.size() > ProjectEditor::kMaxTitleLength) return false;
+    for (const QChar c : title) {
+        if (c.category() == QChar::Other_Control || c.category() == QChar::Other_Format)
+            return false;
+    }
+    return true;
+}
+
+}  // namespace
+
+ProjectEditor::ProjectEditor(Directory* directory, SessionStore* sessions, RoomKeeper* rooms)
+    : directory_(directory), sessions_(sessions), rooms_(rooms) {}
+
+void ProjectEditor::handle(const httplib::Request& req, httplib::Response& res, qint64 caller) {
+    const QString m = param(req, "m");
+    if (m == QLatin1String("createProj")) return create(req, res, caller);
+    qint64 projectId = 0;
+    if (!parseId(param(req, "projectId"), &projectId))
+        return fail(res, req, Envelope::BadParameter);
+    if (m == QLatin1String("delProj")) return dissolve(req, res, projectId);
+    if (m == QLatin1String("exitPro")) return removeMember(req, res, projectId, caller);
+    if (m == QLatin1String("addMember")) return addMembers(req, res, projectId, caller);
+    if (m == QLatin1String("roomState")) return roomState(req, res, projectId, caller);
+    fail(res, req, Envelope::BadParameter);
+}
+
+void ProjectEditor::changed(qint64 projectId) {
+    if (rooms_) rooms_->projectChanged(projectId);
+}
+
+QJsonObject ProjectEditor::record(qint64 projectId, qint64 viewer) const {
+    QJsonObject project = directory_->project(projectId);
+    // A project's sign is its owner's signature token, shown only to the signed-in owner.
+    if (viewer != 0 && directory_->projectOwner(projectId) == viewer) {
+        project.insert(QStringLiteral("sign"), QString::fromLatin1(sessions_->tokenOf(viewer)));
+    }
+    if (rooms_) project.insert(QStringLiteral("roomJid"), rooms_->roomJid(projectId));
+    return project;
+}
+
+void ProjectEditor::dissolve(const httplib::Request& req, httplib::Response& res,
+                             qint64 projectId) {
+    const QByteArray sign = param(req, "sign").toLatin1();
+    if (sign.isEmpty()) return fail(res, req, Envelope::BadParameter);
+    const qint64 owner = directory_->projectOwner(projectId);
+    if (owner == 0) return fail(res, req, Envelope::NotFound);
+    // Dissolving is authorised by the owner's signature token alone.
+    if (!sessions_->tokenMatches(owner, sign)) return fail(res, req, Envelope::Forbidden);
+    if (!directory_->deleteProject(projectId)) return fail(res, req, Envelope::InternalError);
+    changed(projectId);
+    ok(res, req, QJsonObject{{QStringLiteral("projectId"), QString::number(projectId)}});
+}
+
+void ProjectEditor::removeMember(const httplib::Request& req, httplib::Response& res,
+                                 qint64 projectId, qint64 caller) {
+    // Leaving carries no sign (the client never sends one here); a caller that is signed
+    // in may only remove itself, or anyone when it owns the project.
+    qint64 kick = 0;
+    if (!parseId(param(req, "kickUserId"), &kick)) return fail(res, req, Envelope::BadParameter);
+    const qint64 owner = directory_->projectOwner(projectId);
+    if (owner == 0 || !directory_->isMember(projectId, kick)) {
+        return fail(res, req, Envelope::NotFound);
+    }
+    if (kick == owner) {
+        return fail(res, req, Envelope::Forbidden, QStringLiteral("群主不能退出该群，请解散该群"));
+    }
+    if (caller != 0 && caller != kick && caller != owner)
+        return fail(res, req, Envelope::Forbidden);
+    if (!directory_->removeMember(projectId, kick)) return fail(res, req, Envelope::NotFound);
+    changed(projectId);
+    ok(res, req,
+       QJsonObject{{QStringLiteral("projectId"), QString::number(projectId)},
+                   {QStringLiteral("kickUserId"), QString::number(kick)}});
+}
+
+void ProjectEditor::create(const httplib::Request& req, httplib::Response& res, qint64 caller) {
+    if (caller == 0) return refuse(res, req, Envelope::NotSignedIn, "no session");
+    const QString title = param(req, "title").trimmed();
+    if (!validTitle(title)) return refuse(res, req, Envelope::BadParameter, "bad title");
+    QList<qint64> members;
+    const QString memberText = param(req, "memberIds");
+    if (!memberText.isEmpty() && !parseIdList(memberText, &members)) {
+        return refuse(res, req, Envelope::BadParameter, "bad memberIds");
+    }
+    members.removeAll(caller);
+    if (members.size() + 1 > kMaxMembers) {
+        return refuse(res, req, Envelope::Forbidden, "too many members",
+                      QStringLiteral("项目成员数量已达上限"));
+    }
+    // Only colleagues of the caller's own company; others are as unknown as missing ids.
+    const qint64 company = directory_->companyOf(caller);
+    if (directory_->countInCompany(company, members) != members.size()) {
+        return refuse(res, req, Envelope::NotFound, "member outside the company");
+    }
+    if (directory_->projectsOwnedBy(caller) >= kMaxOwnedProjects) {
+        return refuse(res, req, Envelope::Forbidden, "too many projects",
+                      QStringLiteral("项目数量已达上限"));
+    }
+    const qint64 id = directory_->createProject(caller, title, members);
+    if (id == 0) return fail(res, req, Envelope::InternalError);
+    changed(id);
+    ok(res, req, record(id, caller));
+}
+
+void ProjectEditor::addMembers(const httplib::Request& req, httplib::Response& res,
+                               qint64 projectId, qint64 caller) {
+    if (caller == 0) return refuse(res, req, Envelope::NotSignedIn, "no session");
+    QList<qint64> users;
+    if (!parseIdList(param(req, "userIds"), &users)) {
+        return refuse(res, req, Envelope::BadParameter, "bad userIds");
+    }
+    const qint64 owner = directory_->projectOwner(projectId);
+    if (owner == 0 || directory_->projectCompany(projectId) != directory_->companyOf(caller)) {
+        return refuse(res, req, Envelope::NotFound, "no such project in the caller's company");
+    }
+    // Only the owner decides who is in the project.
+    if (owner != caller) return refuse(res, req, Envelope::Forbidden, "not the owner");
+    if (directory_->countInCompany(directory_->companyOf(caller), users) != users.size()) {
+        return refuse(res, req, Envelope::NotFound, "member outside the company");
+    }
+    QList<qint64> added;
+    for (qint64 u : qAsConst(users)) {
+        if (!directory_->isMember(projectId, u)) added << u;
+    }
+    if (directory_->memberCount(projectId) + added.size() > kMaxMembers) {
+        return refuse(res, req, Envelope::Forbidden, "too many members",
+                      QStringLiteral("项目成员数量已达上限"));
+    }
+    if (!directory_->addMembers(projectId, added)) return fail(res, req, Envelope::InternalError);
+    if (!added.isEmpty()) changed(projectId);
+    ok(res, req, record(projectId, caller));
+}
+
+void ProjectEditor::roomState(const httplib::Request& req, httplib::Response& res, qint64 projectId,
+                              qint64 caller) {
+    if (caller == 0) return refuse(res, req, Envelope::NotSignedIn, "no session");
+    const qint64 company = directory_->projectCompany(projectId);
+    if (company == 0 || company != directory_->companyOf(caller)) {
+        return refuse(res, req, Envelope::NotFound, "no such project in the caller's company");
+    }
+    QJsonObject state{
+        {QStringLiteral("projectId"), QString::number(projectId)},
+        {QStringLiteral("dissolved"),
+         directory_->projectOwner(projectId) == 0 ? QStringLiteral("1") : QStringLiteral("0")},
+    };
+    if (!rooms_) {
+        state.insert(QStringLiteral("state"), QStringLiteral("unmanaged"));
+        return ok(res, req, state);
+    }
+    QString error;
+    const RoomQueue::State s = rooms_->state(projectId, &error);
+    state.insert(QStringLiteral("roomJid"), rooms_->roomJid(projectId));
+    state.insert(QStringLiteral("state"), s == RoomQueue::State::Ready ? QStringLiteral("ready")
+                                          : s == RoomQueue::State::Pending
+                                              ? QStringLiteral("pending")
+                                              : QStringLiteral("failed"));
+    state.insert(QStringLiteral("error"), error);
+    state.insert(QStringLiteral("online"),
+                 rooms_->isOnline() ? QStringLiteral("1") : QStringLiteral("0"));
+    ok(res, req, state);
+}

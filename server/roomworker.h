@@ -1,0 +1,44 @@
+#pragma once
+
+#include "projectroom.h"
+#include "roomkeeper.h"
+
+#include <QHash>
+#include <QObject>
+
+#include <atomic>
+#include <memory>
+
+class Directory;
+class XmppAdminSession;
+
+// The room keeper's side on its own thread: the XMPP session, and the passes over the
+// rooms that wait in the queue, a few at a time.
+class RoomWorker : public QObject {
+    Q_OBJECT
+
+public:
+    RoomWorker(Database* db, RoomQueue* queue, const RoomKeeper::Settings& settings,
+               std::atomic<bool>* online);
+    ~RoomWorker() override;
+
+    void start();
+    void stop();
+    // Starts passes over waiting rooms while there is room for them.
+    void pump();
+
+private:
+    void onOnline();
+    void onOffline();
+    void onFinished(qint64 projectId, bool succeeded, const QString& error);
+
+    Database* db_;
+    RoomQueue* queue_;
+    RoomKeeper::Settings settings_;
+    std::atomic<bool>* online_;
+    std::unique_ptr<Directory> directory_;
+    XmppAdminSession* session_ = nullptr;
+    QHash<qint64, bool> running_;  // project id -> the pass destroys a dissolved room
+    bool checkingAll_ = false;
+    int checked_ = 0;
+};

@@ -1,0 +1,200 @@
+#include "xmppadminsession.h"
+
+#include "elementiq.h"
+#include "mucprotocol.h"
+#include "stanzahook.h"
+
+#include <QXmppConfiguration.h>
+#include <QXmppLogger.h>
+#include <QXmppPresence.h>
+#include <QXmppUtils.h>
+
+namespace {
+
+QString presenceKey(const QString& occupantJid) {
+    return QStringLiteral("presence ") + occupantJid.toLower();
+}
+
+}  // namespace
+
+XmppAdminSession::XmppAdminSession(const Settings& settings, QObject* parent)
+    : QObject(parent), settings_(settings) {
+    retry_.setSingleShot(true);
+    connect(&retry_, &QTimer::timeout, this, &XmppAdminSession::connectNow);
+}
+
+XmppAdminSession::~XmppAdminSession() {
+    // Nobody waits for answers any more: the replies' owners are going away too.
+    pending_.clear();
+    running_ = false;
+}
+
+QString XmppAdminSession::bareJid() const { return settings_.jid.toLower(); }
+
+void XmppAdminSession::start() {
+    running_ = true;
+    connectNow();
+}
+
+void XmppAdminSession::stop() {
+    running_ = false;
+    retry_.stop();
+    if (client_) client_->disconnectFromServer();
+    failAll(QStringLiteral("offline"));
+}
+
+// A new client for every sign-in: QXmpp would otherwise try to resume the old stream, which
+// a restarted server no longer knows (and send queued queries before the new stream opens).
+// Queries of the old stream were answered "offline" already and are asked again.
+void XmppAdminSession::createClient() {
+    if (client_) {
+        client_->disconnect(this);
+        client_->disconnectFromServer();
+        client_->deleteLater();
+    }
+    client_ = new QXmppClient(this);
+    // Set QUELIX_XMPP_LOG to see the XML stream when the session misbehaves.
+    if (qEnvironmentVariableIsSet("QUELIX_XMPP_LOG")) {
+        auto* logger = new QXmppLogger(client_);
+        logger->setLoggingType(QXmppLogger::StdoutLogging);
+        client_->setLogger(logger);
+    }
+    client_->insertExtension(0, new StanzaHook([this](const QDomElement& s) { return route(s); }));
+    connect(client_, &QXmppClient::stateChanged, this, &XmppAdminSession::onStateChanged);
+    connect(client_, &QXmppClient::error, this, &XmppAdminSession::onError);
+}
+
+void XmppAdminSession::connectNow() {
+    if (!running_ || (client_ && client_->state() != QXmppClient::DisconnectedState)) return;
+    createClient();
+    QXmppConfiguration config;
+    config.setJid(settings_.jid);
+    config.setPassword(settings_.secret);
+    config.setHost(settings_.host);
+    config.setPort(settings_.port);
+    config.setResource(QStringLiteral("rooms"));
+    config.setAutoReconnectionEnabled(false);  // we retry sooner than QXmpp would
+    config.setKeepAliveInterval(30);
+    config.setKeepAliveTimeout(20);
+    client_->connectToServer(config);
+}
+
+void XmppAdminSession::onStateChanged(QXmppClient::State state) {
+    if (state == QXmppClient::ConnectedState) {
+        retryMs_ = 0;
+        online_ = true;
+        if (!lastProblem_.isEmpty()) lastProblem_.clear();
+        emit online();
+        return;
+    }
+    if (state != QXmppClient::DisconnectedState) return;
+    const bool was = online_;
+    online_ = false;
+    failAll(QStringLiteral("offline"));
+    if (!running_) return;
+    if (was) emit offline();
+    retryMs_ = qBound(250, retryMs_ * 2, qMax(250, settings_.retryMaxMs));
+    retry_.start(retryMs_);
+}
+
+void XmppAdminSession::onError(QXmppClient::Error error) {
+    QString problem;
+    switch (error) {
+        case QXmppClient::SocketError:
+            problem = QStringLiteral("cannot reach %1:%2").arg(settings_.host).arg(settings_.port);
+            break;
+        case QXmppClient::KeepAliveError:
+            problem = QStringLiteral("the server stopped answering");
+            break;
+        case QXmppClient::XmppStreamError:
+            problem = client_->xmppStreamError() == QXmppStanza::Error::NotAuthorized
+                          ? QStringLiteral("the server refused %1 and its secret").arg(bareJid())
+                          : QStringLiteral("stream error (condition %1)")
+                                .arg(int(client_->xmppStreamError()));
+            break;
+        case QXmppClient::NoError:
+            return;
+    }
+    // One line per kind of trouble, not one per retry.
+    if (problem != lastProblem_) {
+        qWarning("rooms: XMPP session: %s; trying again", qPrintable(problem));
+        lastProblem_ = problem;
+    }
+}
+
+void XmppAdminSession::expect(const QString& key, Reply done) {
+    const quint64 serial = ++serial_;
+    // A request that is somehow still open under the same key cannot be answered now.
+    if (pending_.contains(key)) finish(key, QDomElement(), QStringLiteral("superseded"));
+    pending_.insert(key, {serial, std::move(done)});
+    QTimer::singleShot(settings_.replyTimeoutMs, this, [this, key, serial] {
+        const auto it = pending_.constFind(key);
+        if (it != pending_.constEnd() && it->serial == serial) {
+            finish(key, QDomElement(), QStringLiteral("timeout"));
+        }
+    });
+}
+
+void XmppAdminSession::finish(const QString& key, const QDomElement& answer, const QString& error) {
+    const auto it = pending_.find(key);
+    if (it == pending_.end()) return;
+    const Reply reply = std::move(it->reply);
+    pending_.erase(it);
+    reply(answer, error);
+}
+
+void XmppAdminSession::failAll(const QString& error) {
+    const QStringList keys = pending_.keys();
+    for (const QString& key : keys) finish(key, QDomElement(), error);
+}
+
+void XmppAdminSession::sendIq(QXmppIq::Type type, const QString& to, const QXmppElement& query,
+                              Reply done) {
+    if (!online_) return done(QDomElement(), QStringLiteral("offline"));
+    ElementIq iq(type, to, query);
+    expect(iq.id(), std::move(done));
+    if (!client_ || !client_->sendPacket(iq))
+        finish(iq.id(), QDomElement(), QStringLiteral("offline"));
+}
+
+void XmppAdminSession::enterRoom(const QString& occupantJid, Reply done) {
+    if (!online_) return done(QDomElement(), QStringLiteral("offline"));
+    QXmppPresence presence;
+    presence.setTo(occupantJid);
+    presence.setExtensions({MucProtocol::joinElement()});
+    expect(presenceKey(occupantJid), std::move(done));
+    if (!client_ || !client_->sendPacket(presence)) {
+        finish(presenceKey(occupantJid), QDomElement(), QStringLiteral("offline"));
+    }
+}
+
+void XmppAdminSession::leaveRoom(const QString& occupantJid) {
+    QXmppPresence presence(QXmppPresence::Unavailable);
+    presence.setTo(occupantJid);
+    if (client_) client_->sendPacket(presence);
+}
+
+bool XmppAdminSession::route(const QDomElement& stanza) {
+    const QString type = stanza.attribute(QStringLiteral("type"));
+    if (stanza.tagName() == QLatin1String("iq")) {
+        if (type != QLatin1String("result") && type != QLatin1String("error")) return false;
+        const QString id = stanza.attribute(QStringLiteral("id"));
+        if (!pending_.contains(id)) return false;
+        finish(id, stanza,
+               type == QLatin1String("error") ? MucProtocol::errorCondition(stanza) : QString());
+        return true;
+    }
+    if (stanza.tagName() == QLatin1String("presence")) {
+        const QString key = presenceKey(stanza.attribute(QStringLiteral("from")));
+        if (!pending_.contains(key)) return false;
+        if (type == QLatin1String("error")) {
+            finish(key, stanza, MucProtocol::errorCondition(stanza));
+            return true;
+        }
+        if (type.isEmpty() && MucProtocol::statusCodes(stanza).contains(110)) {
+            finish(key, stanza, QString());
+            return true;
+        }
+    }
+    return false;
+}

@@ -1,0 +1,537 @@
+// Project rooms on a real Prosody, kept by the back end while everything runs: the back end
+// (in process, over real HTTP) with the demo company, its room keeper signed in as the
+// server's administrator, and colleagues as bare XMPP clients that try to enter the rooms.
+#include "backendserver.h"
+#include "database.h"
+#include "democompany.h"
+#include "elementiq.h"
+#include "mucprotocol.h"
+#include "prosodystoreprovisioner.h"
+#include "roomkeeper.h"
+#include "stanzahook.h"
+#include "support/prosody_server.h"
+
+#include <httplib.h>
+
+#include <QXmppClient.h>
+#include <QXmppConfiguration.h>
+#include <QXmppPresence.h>
+#include <QDomElement>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QSqlQuery>
+#include <QTemporaryDir>
+#include <QtTest>
+
+#include <memory>
+
+namespace {
+
+std::string enc(const QString& s) { return QUrl::toPercentEncoding(s).toStdString(); }
+
+// A colleague on a plain XMPP client: enters rooms, asks them things, and keeps every
+// presence the rooms send it.
+class Colleague {
+public:
+    Colleague(const ProsodyServer& server, const QString& id, const QString& secret)
+        : id_(id), domain_(server.domain()) {
+        client_.insertExtension(
+            0, new StanzaHook([this](const QDomElement& s) {
+                if (s.tagName() == QLatin1String("presence")) presences_ << s;
+                if (s.tagName() == QLatin1String("iq") && answers_.contains(s.attribute("id"))) {
+                    answers_[s.attribute("id")] = s;
+                    return true;
+                }
+                return false;
+            }));
+        QXmppConfiguration config;
+        config.setUser(id);
+        config.setDomain(server.domain());
+        config.setPassword(secret);
+        config.setHost(server.host());
+        config.setPort(server.port());
+        config.setResource(QStringLiteral("probe"));
+        config.setAutoReconnectionEnabled(false);
+        client_.connectToServer(config);
+    }
+
+    bool online() {
+        QElapsedTimer clock;
+        clock.start();
+        while (!client_.isConnected() && clock.elapsed() < 10000) QTest::qWait(20);
+        return client_.isConnected();
+    }
+
+    // "" when the room let us in, otherwise its error condition ("registration-required").
+    QString enter(const QString& room) {
+        const QString occupant = room + QLatin1Char('/') + id_;
+        QXmppPresence presence;
+        presence.setTo(occupant);
+        presence.setExtensions({MucProtocol::joinElement()});
+        const int from = presences_.size();
+        client_.sendPacket(presence);
+        QElapsedTimer clock;
+        clock.start();
+        while (clock.elapsed() < 10000) {
+            for (int i = from; i < presences_.size(); ++i) {
+                const QDomElement& p = presences_[i];
+                if (p.attribute("from").compare(occupant, Qt::CaseInsensitive) != 0) continue;
+                if (p.attribute("type") == QLatin1String("error"))
+                    return MucProtocol::errorCondition(p);
+                if (MucProtocol::statusCodes(p).contains(110)) return QString();
+            }
+            QTest::qWait(20);
+        }
+        return QStringLiteral("no answer");
+    }
+
+    void leave(const QString& room) {
+        QXmppPresence presence(QXmppPresence::Unavailable);
+        presence.setTo(room + QLatin1Char('/') + id_);
+        client_.sendPacket(presence);
+    }
+
+    // Waits until the room puts us out; returns that presence (null on time-out).
+    QDomElement putOut(const QString& room) {
+        const QString occupant = room + QLatin1Char('/') + id_;
+        QElapsedTimer clock;
+        clock.start();
+        while (clock.elapsed() < 10000) {
+            for (const QDomElement& p : qAsConst(presences_)) {
+                if (p.attribute("from").compare(occupant, Qt::CaseInsensitive) == 0 &&
+                    p.attribute("type") == QLatin1String("unavailable"))
+                    return p;
+            }
+            QTest::qWait(20);
+        }
+        return QDomElement();
+    }
+
+    QDomElement ask(QXmppIq::Type type, const QString& to, const QXmppElement& query) {
+        ElementIq iq(type, to, query);
+        answers_.insert(iq.id(), QDomElement());
+        client_.sendPacket(iq);
+        QElapsedTimer clock;
+        clock.start();
+        while (answers_.value(iq.id()).isNull() && clock.elapsed() < 10000) QTest::qWait(20);
+        return answers_.take(iq.id());
+    }
+
+    QString jid() const { return id_ + QLatin1Char('@') + domain_; }
+
+private:
+    QString id_;
+    QString domain_;
+    QXmppClient client_;
+    QList<QDomElement> presences_;
+    QHash<QString, QDomElement> answers_;
+};
+
+struct User {
+    QString id;
+    QString session;
+    QString secret;
+};
+
+}  // namespace
+
+class RoomKeeperTest : public QObject {
+    Q_OBJECT
+
+private slots:
+    void initTestCase();
+    void cleanupTestCase();
+    void demoRoomsAreMembersOnlyAndPersistent();
+    void membershipFollowsTheDirectoryAtOnce();
+    void addressesCheckTheCaller();
+    void catchesUpAfterTheServerWasAway();
+    void catchesUpAfterTheKeeperWasAway();
+    void aRefusedAdminLeavesRoomsPending();
+
+private:
+    QJsonObject call(const std::string& path, const QString& session = QString());
+    User signIn(int index);
+    QString room(qint64 projectId) const {
+        return QStringLiteral("%1@conference.%2").arg(projectId).arg(prosody_.domain());
+    }
+    bool waitReady(qint64 projectId, const QString& session);
+    qint64 createProject(const User& owner, const QString& title, const QStringList& members);
+
+    ProsodyServer prosody_;
+    QTemporaryDir dir_;
+    std::unique_ptr<Database> db_;
+    std::unique_ptr<RoomKeeper> keeper_;
+    std::unique_ptr<BackendServer> server_;
+    std::unique_ptr<httplib::Client> http_;
+    QStringList userNames_;
+};
+
+void RoomKeeperTest::initTestCase() {
+    QVERIFY2(prosody_.start(), qPrintable(prosody_.lastError()));
+    QVERIFY(!prosody_.adminJid().isEmpty());
+    db_ = std::make_unique<Database>(QStringLiteral("sqlite:") + dir_.filePath("directory.db"));
+    QVERIFY(db_->createSchema());
+    QString error;
+    QVERIFY2(DemoCompany::seedDemo(db_.get(), 1, &error), qPrintable(error));
+    userNames_ = DemoCompany::accounts(db_.get(), 5);
+    ProsodyStoreProvisioner accounts(prosody_.dataDir(), prosody_.domain());
+    QVERIFY2(accounts.provision(DemoCompany::imAccounts(db_.get()), &error), qPrintable(error));
+
+    RoomKeeper::Settings settings;
+    settings.host = prosody_.host();
+    settings.port = prosody_.port();
+    settings.domain = prosody_.domain();
+    settings.adminJid = prosody_.adminJid();
+    settings.adminSecret = prosody_.adminSecret();
+    settings.retryMaxMs = 300;
+    settings.failedRetryMs = 1000;
+    keeper_ = std::make_unique<RoomKeeper>(db_.get(), settings);
+    keeper_->start();
+
+    BackendServer::Options options;
+    options.filesDir = dir_.filePath("files");
+    options.threads = 4;
+    server_ = std::make_unique<BackendServer>(db_.get(), options);
+    server_->setRoomKeeper(keeper_.get());
+    QVERIFY(server_->start(QStringLiteral("127.0.0.1"), 0));
+    http_ = std::make_unique<httplib::Client>("127.0.0.1", server_->port());
+}
+
+void RoomKeeperTest::cleanupTestCase() {
+    http_.reset();
+    if (server_) server_->stop();
+    if (keeper_) keeper_->stop();
+}
+
+QJsonObject RoomKeeperTest::call(const std::string& path, const QString& session) {
+    httplib::Headers headers;
+    if (!session.isEmpty()) headers.emplace("Cookie", ("QXSESSION=" + session).toStdString());
+    const auto r = http_->Get(path.c_str(), headers);
+    return r ? QJsonDocument::fromJson(QByteArray::fromStdString(r->body)).object() : QJsonObject();
+}
+
+User RoomKeeperTest::signIn(int index) {
+    const auto r =
+        http_->Post("/work/checkIn.htm?m=MobileLogin",
+                    "username=" + enc(userNames_.at(index)) + "&password=quelix123&client=3",
+                    "application/x-www-form-urlencoded");
+    const QJsonObject user = QJsonDocument::fromJson(QByteArray::fromStdString(r ? r->body : ""))
+                                 .object()
+                                 .value("results")
+                                 .toObject();
+    return {user.value("id").toString(), user.value("sessionId").toString(),
+            user.value("imSecret").toString()};
+}
+
+bool RoomKeeperTest::waitReady(qint64 projectId, const QString& session) {
+    const std::string path =
+        "/work/editProj.htm?m=roomState&projectId=" + std::to_string(projectId);
+    QElapsedTimer clock;
+    clock.start();
+    QJsonObject state;
+    while (clock.elapsed() < 20000) {
+        state = call(path, session).value("results").toObject();
+        if (state.value("state") == QLatin1String("ready")) return true;
+        QTest::qWait(50);
+    }
+    qWarning("room of %lld not ready: %s", projectId,
+             QJsonDocument(state).toJson(QJsonDocument::Compact).constData());
+    return false;
+}
+
+qint64 RoomKeeperTest::createProject(const User& owner, const QString& title,
+                                     const QStringList& members) {
+    const QJsonObject env = call("/work/editProj.htm?m=createProj&title=" + enc(title) +
+                                     "&memberIds=" + members.join(',').toStdString(),
+                                 owner.session);
+    if (env.value("errorCode").toInt(-1) != 0) return 0;
+    return env.value("results").toObject().value("projectId").toString().toLongLong();
+}
+
+void RoomKeeperTest::demoRoomsAreMembersOnlyAndPersistent() {
+    const User first = signIn(0);
+    QSqlQuery q(db_->connection());
+    QVERIFY(q.exec("SELECT id, title, owner_id FROM project ORDER BY id"));
+    QList<qint64> projects;
+    QHash<qint64, QString> titles;
+    QHash<qint64, QString> owners;
+    while (q.next()) {
+        projects << q.value(0).toLongLong();
+        titles.insert(projects.last(), q.value(1).toString());
+        owners.insert(projects.last(), q.value(2).toString());
+    }
+    QCOMPARE(projects.size(), 12);
+    for (qint64 p : projects) QVERIFY(waitReady(p, first.session));
+
+    // The second demo colleague is in every project; the fourth is not in the first one.
+    const qint64 p = projects.first();
+    const User second = signIn(1);
+    Colleague member(prosody_, second.id, second.secret);
+    QVERIFY(member.online());
+    QSqlQuery in(db_->connection());
+    in.prepare("SELECT 1 FROM project_member WHERE project_id = ? AND user_id = ?");
+    int outsiderIndex = 2;
+    User outsider;
+    for (; outsiderIndex < 5; ++outsiderIndex) {
+        outsider = signIn(outsiderIndex);
+        in.addBindValue(p);
+        in.addBindValue(outsider.id);
+        QVERIFY(in.exec());
+        if (!in.next()) break;
+    }
+    QVERIFY2(outsiderIndex < 5, "every early colleague is in the first project");
+    Colleague stranger(prosody_, outsider.id, outsider.secret);
+    QVERIFY(stranger.online());
+
+    // What the room says about itself: members only, kept when empty, hidden, named.
+    const QDomElement info =
+        member.ask(QXmppIq::Get, room(p), MucProtocol::query(MucProtocol::kDiscoInfo));
+    QVERIFY(!info.isNull());
+    QStringList features;
+    const QDomElement query = info.firstChildElement("query");
+    for (QDomElement f = query.firstChildElement("feature"); !f.isNull();
+         f = f.nextSiblingElement("feature")) {
+        features << f.attribute("var");
+    }
+    QVERIFY(features.contains("muc_membersonly"));
+    QVERIFY(features.contains("muc_persistent"));
+    QVERIFY(features.contains("muc_hidden"));
+    QVERIFY(features.contains("muc_nonanonymous"));
+    QCOMPARE(query.firstChildElement("identity").attribute("name"), titles.value(p));
+
+    // Members may read the member list of such a room: it is exactly the directory's.
+    QStringList listed = MucProtocol::listedJids(
+        member.ask(QXmppIq::Get, room(p), MucProtocol::affiliationQuery("member")));
+    QStringList expected;
+    QSqlQuery m(db_->connection());
+    m.prepare("SELECT user_id FROM project_member WHERE project_id = ? AND user_id <> ?");
+    m.addBindValue(p);
+    m.addBindValue(owners.value(p));
+    QVERIFY(m.exec());
+    while (m.next()) expected << m.value(0).toString() + '@' + prosody_.domain();
+    listed.sort();
+    expected.sort();
+    QCOMPARE(listed, expected);
+    QStringList owned = MucProtocol::listedJids(
+        member.ask(QXmppIq::Get, room(p), MucProtocol::affiliationQuery("owner")));
+    owned.sort();
+    QStringList expectedOwners{prosody_.adminJid(), owners.value(p) + '@' + prosody_.domain()};
+    expectedOwners.sort();
+    QCOMPARE(owned, expectedOwners);
+
+    QCOMPARE(member.enter(room(p)), QString());
+    QCOMPARE(stranger.enter(room(p)), QStringLiteral("registration-required"));
+    // Nobody but the back end makes rooms.
+    QCOMPARE(stranger.enter(room(999999)), QStringLiteral("not-allowed"));
+}
+
+void RoomKeeperTest::membershipFollowsTheDirectoryAtOnce() {
+    const User owner = signIn(0);
+    const User b = signIn(1);
+    const User c = signIn(2);
+    const qint64 p = createProject(owner, QStringLiteral("发布 3.0"), {b.id});
+    QVERIFY(p > 0);
+    QVERIFY(waitReady(p, owner.session));
+
+    Colleague bob(prosody_, b.id, b.secret);
+    Colleague carol(prosody_, c.id, c.secret);
+    Colleague olga(prosody_, owner.id, owner.secret);
+    QVERIFY(bob.online() && carol.online() && olga.online());
+    QCOMPARE(bob.enter(room(p)), QString());
+    QCOMPARE(carol.enter(room(p)), QStringLiteral("registration-required"));
+
+    // Added: may enter.
+    QJsonObject env = call("/work/editProj.htm?m=addMember&projectId=" + std::to_string(p) +
+                               "&userIds=" + c.id.toStdString(),
+                           owner.session);
+    QCOMPARE(env.value("errorCode").toInt(-1), 0);
+    QCOMPARE(env.value("results").toObject().value("memberCount").toString(), QStringLiteral("3"));
+    QVERIFY(waitReady(p, owner.session));
+    QCOMPARE(carol.enter(room(p)), QString());
+
+    // Removed by the owner while inside: put out at once, and kept out.
+    env = call("/work/editProj.htm?&kickUserId=" + b.id.toStdString() +
+                   "&projectId=" + std::to_string(p) + "&m=exitPro",
+               owner.session);
+    QCOMPARE(env.value("errorCode").toInt(-1), 0);
+    const QDomElement out = bob.putOut(room(p));
+    QVERIFY(!out.isNull());
+    QVERIFY(MucProtocol::statusCodes(out).contains(321));  // affiliation change
+    QVERIFY(waitReady(p, owner.session));
+    QCOMPARE(bob.enter(room(p)), QStringLiteral("registration-required"));
+
+    // Dissolved: the room goes, with everyone in it.
+    const QString sign = call("/rest/auth/client.htm", owner.session)
+                             .value("results")
+                             .toObject()
+                             .value("md5Sign")
+                             .toString();
+    env = call("/work/editProj.htm?&projectId=" + std::to_string(p) + "&sign=" + enc(sign) +
+               "&m=delProj");
+    QCOMPARE(env.value("errorCode").toInt(-1), 0);
+    const QDomElement destroyed = carol.putOut(room(p));
+    QVERIFY(!destroyed.isNull());
+    QVERIFY(!destroyed.firstChildElement("x").firstChildElement("destroy").isNull());
+    QVERIFY(waitReady(p, owner.session));
+    QCOMPARE(call("/work/editProj.htm?m=roomState&projectId=" + std::to_string(p), owner.session)
+                 .value("results")
+                 .toObject()
+                 .value("dissolved")
+                 .toString(),
+             QStringLiteral("1"));
+    QVERIFY(!olga.enter(room(p)).isEmpty());
+}
+
+void RoomKeeperTest::addressesCheckTheCaller() {
+    const User owner = signIn(0);
+    const User other = signIn(1);
+    // A colleague and a project of another company on the same back end.
+    QSqlQuery q(db_->connection());
+    QVERIFY(
+        q.exec("INSERT INTO users (id, company_id, dept_id, user_name, real_name, work_nick,"
+               " mobile, email, date_created, full_pinyin, short_pinyin, password_hash,"
+               " im_secret, open_id) VALUES (90001, 2, 1, 'elsewhere', 'x', 'x', '', '', '',"
+               " '', '', 'x', 'x', '')"));
+    QVERIFY(
+        q.exec("INSERT INTO project (id, company_id, title, owner_id, date_created)"
+               " VALUES (90002, 2, 'theirs', 90001, '')"));
+    auto code = [this](const std::string& path, const QString& session) {
+        return call(path, session).value("errorCode").toInt(-1);
+    };
+    const std::string create = "/work/editProj.htm?m=createProj&title=";
+    QCOMPARE(code(create + "x", QString()), 1003);
+    QCOMPARE(code(create + "", owner.session), 1001);
+    QCOMPARE(code(create + enc(QString(101, QLatin1Char('x'))), owner.session), 1001);
+    QCOMPARE(code(create + "a%0Ab", owner.session), 1001);
+    QCOMPARE(code(create + "x&memberIds=1,abc", owner.session), 1001);
+    QCOMPARE(code(create + "x&memberIds=90001", owner.session), 1006);
+
+    const qint64 p = createProject(owner, QStringLiteral("only mine"), {});
+    QVERIFY(p > 0);
+    const std::string add = "/work/editProj.htm?m=addMember&projectId=" + std::to_string(p);
+    QCOMPARE(code(add + "&userIds=" + other.id.toStdString(), QString()), 1003);
+    QCOMPARE(code(add + "&userIds=" + other.id.toStdString(), other.session), 1004);
+    QCOMPARE(code(add + "&userIds=90001", owner.session), 1006);
+    QCOMPARE(code(add + "&userIds=", owner.session), 1001);
+    QCOMPARE(
+        code("/work/editProj.htm?m=addMember&projectId=90002&userIds=" + owner.id.toStdString(),
+             owner.session),
+        1006);
+
+    const std::string state = "/work/editProj.htm?m=roomState&projectId=";
+    QCOMPARE(code(state + std::to_string(p), QString()), 1003);
+    QCOMPARE(code(state + "90002", owner.session), 1006);
+    QCOMPARE(code(state + std::to_string(p), other.session), 0);  // same company may look
+    QVERIFY(waitReady(p, owner.session));
+}
+
+void RoomKeeperTest::catchesUpAfterTheServerWasAway() {
+    const User owner = signIn(0);
+    const User b = signIn(1);
+    const User c = signIn(2);
+    const User d = signIn(3);
+    const qint64 kept = createProject(owner, QStringLiteral("kept"), {b.id, c.id});
+    const qint64 doomed = createProject(owner, QStringLiteral("doomed"), {b.id});
+    QVERIFY(kept > 0 && doomed > 0);
+    QVERIFY(waitReady(kept, owner.session));
+    QVERIFY(waitReady(doomed, owner.session));
+    {
+        // The project's owner also owns its room and could let a stranger in behind the
+        // back end's back; the next check puts that right.
+        Colleague olga(prosody_, owner.id, owner.secret);
+        QVERIFY(olga.online());
+        const QDomElement set =
+            olga.ask(QXmppIq::Set, room(kept),
+                     MucProtocol::affiliationQuery("member", d.id + '@' + prosody_.domain()));
+        QCOMPARE(set.attribute("type"), QStringLiteral("result"));
+    }
+
+    QVERIFY(prosody_.stopKeepingData());
+    QTRY_VERIFY_WITH_TIMEOUT(!keeper_->isOnline(), 10000);
+    // Changes made while the XMPP server is away wait for it.
+    QCOMPARE(call("/work/editProj.htm?&kickUserId=" + c.id.toStdString() +
+                      "&projectId=" + std::to_string(kept) + "&m=exitPro",
+                  c.session)
+                 .value("errorCode")
+                 .toInt(-1),
+             0);
+    const QString sign = call("/rest/auth/client.htm", owner.session)
+                             .value("results")
+                             .toObject()
+                             .value("md5Sign")
+                             .toString();
+    QCOMPARE(call("/work/editProj.htm?&projectId=" + std::to_string(doomed) + "&sign=" + enc(sign) +
+                  "&m=delProj")
+                 .value("errorCode")
+                 .toInt(-1),
+             0);
+    const qint64 fresh = createProject(owner, QStringLiteral("made while away"), {d.id});
+    QVERIFY(fresh > 0);
+    QTest::qWait(500);
+    QCOMPARE(
+        call("/work/editProj.htm?m=roomState&projectId=" + std::to_string(fresh), owner.session)
+            .value("results")
+            .toObject()
+            .value("state")
+            .toString(),
+        QStringLiteral("pending"));
+
+    QVERIFY2(prosody_.start(), qPrintable(prosody_.lastError()));
+    for (qint64 p : {kept, doomed, fresh}) QVERIFY(waitReady(p, owner.session));
+    QVERIFY(keeper_->isOnline());
+
+    Colleague bob(prosody_, b.id, b.secret);
+    Colleague carol(prosody_, c.id, c.secret);
+    Colleague dave(prosody_, d.id, d.secret);
+    QVERIFY(bob.online() && carol.online() && dave.online());
+    QCOMPARE(bob.enter(room(kept)), QString());
+    QCOMPARE(carol.enter(room(kept)), QStringLiteral("registration-required"));
+    QCOMPARE(dave.enter(room(kept)), QStringLiteral("registration-required"));
+    QCOMPARE(dave.enter(room(fresh)), QString());
+    QVERIFY(!bob.enter(room(doomed)).isEmpty());
+}
+
+void RoomKeeperTest::catchesUpAfterTheKeeperWasAway() {
+    const User owner = signIn(0);
+    const User d = signIn(3);
+    const qint64 p = createProject(owner, QStringLiteral("quiet"), {});
+    QVERIFY(p > 0);
+    QVERIFY(waitReady(p, owner.session));
+
+    // The back end restarts its room keeping (as after a restart of the back end itself):
+    // what changed in the directory meanwhile reaches the room.
+    keeper_->stop();
+    QCOMPARE(call("/work/editProj.htm?m=addMember&projectId=" + std::to_string(p) +
+                      "&userIds=" + d.id.toStdString(),
+                  owner.session)
+                 .value("errorCode")
+                 .toInt(-1),
+             0);
+    keeper_->start();
+    QVERIFY(waitReady(p, owner.session));
+    Colleague dave(prosody_, d.id, d.secret);
+    QVERIFY(dave.online());
+    QCOMPARE(dave.enter(room(p)), QString());
+}
+
+void RoomKeeperTest::aRefusedAdminLeavesRoomsPending() {
+    RoomKeeper::Settings settings;
+    settings.host = prosody_.host();
+    settings.port = prosody_.port();
+    settings.domain = prosody_.domain();
+    settings.adminJid = prosody_.adminJid();
+    settings.adminSecret = QStringLiteral("not the secret");
+    settings.retryMaxMs = 200;
+    QTest::ignoreMessage(QtWarningMsg,
+                         QRegularExpression(QStringLiteral("rooms: XMPP session: the server "
+                                                           "refused .* and its secret")));
+    RoomKeeper keeper(db_.get(), settings);
+    keeper.start();
+    QTest::qWait(1500);  // several attempts, one log line
+    QVERIFY(!keeper.isOnline());
+    QCOMPARE(keeper.state(50001), RoomQueue::State::Pending);
+    keeper.stop();
+}
+
+QTEST_GUILESS_MAIN(RoomKeeperTest)
+#include "tst_roomkeeper.moc"
