@@ -35,6 +35,13 @@ void RoomWorker::start() {
     connect(session_, &XmppAdminSession::online, this, &RoomWorker::onOnline);
     connect(session_, &XmppAdminSession::offline, this, &RoomWorker::onOffline);
     session_->start();
+    if (settings_.recheckMs > 0) {
+        auto* recheck = new QTimer(this);
+        connect(recheck, &QTimer::timeout, this, [this] {
+            if (session_->isOnline()) checkAll("time for the regular check");
+        });
+        recheck->start(settings_.recheckMs);
+    }
 }
 
 void RoomWorker::stop() {
@@ -43,9 +50,12 @@ void RoomWorker::stop() {
 
 void RoomWorker::onOnline() {
     *online_ = true;
+    checkAll(qPrintable(QStringLiteral("signed in as ") + session_->bareJid()));
+}
+
+void RoomWorker::checkAll(const char* why) {
     const QList<qint64> ids = directory_->roomIds();
-    qInfo("rooms: signed in as %s; checking %d rooms against the directory",
-          qPrintable(session_->bareJid()), int(ids.size()));
+    qInfo("rooms: %s; checking %d rooms against the directory", why, int(ids.size()));
     checkingAll_ = true;
     checked_ = ids.size();
     queue_->markAll(ids);

@@ -29,6 +29,7 @@ public:
 
 private:
     void onOnline();
+    void checkAll(const char* why);
     void onOffline();
     void onFinished(qint64 projectId, bool succeeded, const QString& error);
 

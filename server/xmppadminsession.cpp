@@ -9,6 +9,8 @@
 #include <QXmppPresence.h>
 #include <QXmppUtils.h>
 
+#include <QAbstractSocket>
+
 namespace {
 
 QString presenceKey(const QString& occupantJid) {
@@ -81,6 +83,12 @@ void XmppAdminSession::connectNow() {
 
 void XmppAdminSession::onStateChanged(QXmppClient::State state) {
     if (state == QXmppClient::ConnectedState) {
+        // Every room change is a chain of small query-answer exchanges; with Nagle's
+        // algorithm each could wait for the server's delayed acknowledgement (40 ms). QXmpp
+        // does not offer its socket, but it is the client's child.
+        for (QAbstractSocket* socket : client_->findChildren<QAbstractSocket*>()) {
+            socket->setSocketOption(QAbstractSocket::LowDelayOption, 1);
+        }
         retryMs_ = 0;
         online_ = true;
         if (!lastProblem_.isEmpty()) lastProblem_.clear();
