@@ -2,6 +2,7 @@
 
 #include "roomqueue.h"
 
+#include <QMutex>
 #include <QString>
 #include <QThread>
 
@@ -59,6 +60,7 @@ private:
     Settings settings_;
     RoomQueue queue_;
     QThread thread_;
+    QMutex workerMutex_;  // handlers wake the worker while stop() may be taking it away
     RoomWorker* worker_ = nullptr;
     std::atomic<bool> online_{false};
 };

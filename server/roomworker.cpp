@@ -45,7 +45,13 @@ void RoomWorker::start() {
 }
 
 void RoomWorker::stop() {
-    if (session_) session_->stop();
+    if (session_) session_->stop();  // passes waiting for answers end here, as offline
+    // Whatever is still running waits for the next start.
+    for (auto it = running_.constBegin(); it != running_.constEnd(); ++it) {
+        queue_->done(it.key(), false, QStringLiteral("stopped"));
+        queue_->mark(it.key());
+    }
+    running_.clear();
 }
 
 void RoomWorker::onOnline() {
