@@ -147,6 +147,7 @@ private slots:
     void catchesUpAfterTheServerWasAway();
     void catchesUpAfterTheKeeperWasAway();
     void aRefusedAdminLeavesRoomsPending();
+    void handEditsAreUndoneByTheRegularCheck();
 
 private:
     QJsonObject call(const std::string& path, const QString& session = QString());
@@ -531,6 +532,40 @@ void RoomKeeperTest::aRefusedAdminLeavesRoomsPending() {
     QVERIFY(!keeper.isOnline());
     QCOMPARE(keeper.state(50001), RoomQueue::State::Pending);
     keeper.stop();
+}
+
+void RoomKeeperTest::handEditsAreUndoneByTheRegularCheck() {
+    const User owner = signIn(0);
+    const User d = signIn(3);
+    const qint64 p = createProject(owner, QStringLiteral("checked"), {});
+    QVERIFY(p > 0);
+    QVERIFY(waitReady(p, owner.session));
+
+    keeper_->stop();
+    RoomKeeper::Settings settings;
+    settings.host = prosody_.host();
+    settings.port = prosody_.port();
+    settings.domain = prosody_.domain();
+    settings.adminJid = prosody_.adminJid();
+    settings.adminSecret = prosody_.adminSecret();
+    settings.recheckMs = 1000;
+    RoomKeeper often(db_.get(), settings);
+    often.start();
+    QTRY_VERIFY_WITH_TIMEOUT(often.isOnline(), 10000);
+
+    // The owner lets a stranger in with a plain client; the next regular check puts the
+    // stranger out again.
+    Colleague olga(prosody_, owner.id, owner.secret);
+    Colleague dave(prosody_, d.id, d.secret);
+    QVERIFY(olga.online() && dave.online());
+    const QDomElement set =
+        olga.ask(QXmppIq::Set, room(p), MucProtocol::affiliationQuery("member", dave.jid()));
+    QCOMPARE(set.attribute("type"), QStringLiteral("result"));
+    QCOMPARE(dave.enter(room(p)), QString());
+    QVERIFY(!dave.putOut(room(p)).isNull());
+    QCOMPARE(dave.enter(room(p)), QStringLiteral("registration-required"));
+    often.stop();
+    keeper_->start();
 }
 
 QTEST_GUILESS_MAIN(RoomKeeperTest)
