@@ -6,6 +6,7 @@
 
 #include <QXmppConfiguration.h>
 #include <QXmppLogger.h>
+#include <QXmppMessage.h>
 #include <QXmppPresence.h>
 #include <QXmppUtils.h>
 
@@ -180,6 +181,10 @@ void XmppAdminSession::leaveRoom(const QString& occupantJid) {
     QXmppPresence presence(QXmppPresence::Unavailable);
     presence.setTo(occupantJid);
     if (client_) client_->sendPacket(presence);
+}
+
+bool XmppAdminSession::sendMessage(const QXmppMessage& message) {
+    return online_ && client_ && client_->sendPacket(message);
 }
 
 bool XmppAdminSession::route(const QDomElement& stanza) {
