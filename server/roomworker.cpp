@@ -69,6 +69,7 @@ void RoomWorker::checkAll(const char* why) {
     qInfo("rooms: %s; checking %d rooms against the directory", why, int(ids.size()));
     checkingAll_ = true;
     checked_ = ids.size();
+    refused_ = 0;
     queue_->markAll(ids);
     pump();
 }
@@ -91,7 +92,11 @@ void RoomWorker::pump() {
     }
     if (checkingAll_ && running_.isEmpty() && queue_->waiting() == 0) {
         checkingAll_ = false;
-        qInfo("rooms: %d rooms in step with the directory", checked_);
+        if (refused_ == 0) {
+            qInfo("rooms: %d rooms in step with the directory", checked_);
+        } else {
+            qWarning("rooms: check done, %d of %d rooms refused by the server", refused_, checked_);
+        }
     }
 }
 
@@ -106,6 +111,7 @@ void RoomWorker::onFinished(qint64 projectId, bool succeeded, const QString& err
     // After the pass: a colleague told "joined" finds the room ready to let them in.
     if (succeeded) sendNotices(projectId);
     if (!succeeded) {
+        if (checkingAll_ && session_->isOnline()) ++refused_;
         if (session_->isOnline()) {
             qWarning("rooms: project %lld: %s; trying again in %d s", projectId, qPrintable(error),
                      settings_.failedRetryMs / 1000);

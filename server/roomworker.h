@@ -46,4 +46,5 @@ private:
     QHash<qint64, bool> running_;  // project id -> the pass destroys a dissolved room
     bool checkingAll_ = false;
     int checked_ = 0;
+    int refused_ = 0;  // rooms of the current check that failed
 };
