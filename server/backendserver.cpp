@@ -75,7 +75,7 @@ bool BackendServer::start(const QString& host, int port) {
     while (publicUrl_.endsWith(QLatin1Char('/'))) publicUrl_.chop(1);
     directory_ = std::make_unique<Directory>(db_, publicUrl_);
     orgCache_ = std::make_unique<OrgCache>(db_, directory_.get());
-    projects_ = std::make_unique<ProjectEditor>(directory_.get(), sessions_.get(), rooms_);
+    projects_ = std::make_unique<ProjectEditor>(db_, directory_.get(), sessions_.get(), rooms_);
 
     auto handler = [this](const httplib::Request& req, httplib::Response& res) {
         dispatch(req, res);
@@ -262,6 +262,8 @@ void BackendServer::login(const httplib::Request& req, httplib::Response& res) {
     user.insert(QStringLiteral("imDomain"), options_.imDomain);
     user.insert(QStringLiteral("imHost"), options_.imHost);
     user.insert(QStringLiteral("imPort"), QString::number(options_.imPort));
+    // The back end's own IM account: the client believes membership notices from it only.
+    user.insert(QStringLiteral("imAuthority"), options_.imAuthority);
     user.insert(QStringLiteral("iosVersion"), QString());
     user.insert(QStringLiteral("androidVersion"), QString());
     res.set_header("Set-Cookie",

@@ -31,6 +31,7 @@ public:
         QString imHost = QStringLiteral("127.0.0.1");
         int imPort = 5222;
         QString imDomain = QStringLiteral("localhost");
+        QString imAuthority;  // the node of the back end's own IM account; empty: none
         QString clientVersion = QStringLiteral("1.1.9.0");
         QString frameworkVersion = QStringLiteral("5.15.8");
         QString filesDir;  // attachments; required

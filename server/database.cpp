@@ -35,6 +35,10 @@ const char* const kSchema[] = {
     // Dissolved projects: their ids stay taken, and their rooms wait here to be destroyed.
     "CREATE TABLE IF NOT EXISTS project_dissolved (id BIGINT PRIMARY KEY,"
     " company_id BIGINT NOT NULL, room_destroyed INTEGER NOT NULL DEFAULT 0)",
+    "CREATE TABLE IF NOT EXISTS room_notice (id BIGINT PRIMARY KEY, project_id BIGINT NOT NULL,"
+    " recipient BIGINT NOT NULL, event VARCHAR(20) NOT NULL, user_id BIGINT NOT NULL,"
+    " title VARCHAR(200) NOT NULL)",
+    "CREATE INDEX IF NOT EXISTS room_notice_project ON room_notice (project_id, id)",
     "CREATE TABLE IF NOT EXISTS project_member (project_id BIGINT NOT NULL,"
     " user_id BIGINT NOT NULL, PRIMARY KEY (project_id, user_id))",
     "CREATE INDEX IF NOT EXISTS project_member_user ON project_member (user_id)",

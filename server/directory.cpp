@@ -326,7 +326,8 @@ QList<qint64> Directory::roomIds() const {
     QList<qint64> ids;
     QSqlQuery q(db_->connection());
     if (q.exec(QStringLiteral("SELECT id FROM project UNION SELECT id FROM project_dissolved"
-                              " WHERE room_destroyed = 0 ORDER BY 1"))) {
+                              " WHERE room_destroyed = 0 UNION SELECT project_id FROM room_notice"
+                              " ORDER BY 1"))) {
         while (q.next()) ids << q.value(0).toLongLong();
     }
     return ids;

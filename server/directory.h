@@ -45,7 +45,8 @@ public:
     int countInCompany(qint64 companyId, const QList<qint64>& userIds) const;
 
     // The room side of projects: what a project's room should be, every id whose room needs
-    // checking (live projects and dissolved rooms not yet destroyed), and marking a
+    // checking (live projects, dissolved rooms not yet destroyed, projects with notices
+    // not yet sent), and marking a
     // dissolved room as destroyed.
     ProjectRoom projectRoom(qint64 projectId) const;
     QList<qint64> roomIds() const;

@@ -206,6 +206,7 @@ int main(int argc, char** argv) {
     options.imHost = parser.value(imHost);
     options.imPort = parser.value(imPort).toInt();
     options.imDomain = parser.value(imDomain);
+    if (rooms) options.imAuthority = parser.value(imAdminJid).section(QLatin1Char('@'), 0, 0);
     options.filesDir = data + QStringLiteral("/attachments");
     options.uploadLimit = qint64(qMax(1, parser.value(uploadLimit).toInt())) * 1024 * 1024;
     options.threads = parser.value(threads).toInt();

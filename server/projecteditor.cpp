@@ -37,8 +37,9 @@ bool validTitle(const QString& title) {
 
 }  // namespace
 
-ProjectEditor::ProjectEditor(Directory* directory, SessionStore* sessions, RoomKeeper* rooms)
-    : directory_(directory), sessions_(sessions), rooms_(rooms) {}
+ProjectEditor::ProjectEditor(Database* db, Directory* directory, SessionStore* sessions,
+                             RoomKeeper* rooms)
+    : directory_(directory), notices_(db), sessions_(sessions), rooms_(rooms) {}
 
 void ProjectEditor::handle(const httplib::Request& req, httplib::Response& res, qint64 caller) {
     const QString m = param(req, "m");
@@ -55,6 +56,27 @@ void ProjectEditor::handle(const httplib::Request& req, httplib::Response& res, 
 
 void ProjectEditor::changed(qint64 projectId) {
     if (rooms_) rooms_->projectChanged(projectId);
+}
+
+QList<qint64> ProjectEditor::memberIds(qint64 projectId) const {
+    return directory_->projectRoom(projectId).members;
+}
+
+void ProjectEditor::notify(qint64 projectId, const QString& event, const QList<qint64>& users,
+                           const QList<qint64>& recipients, const QString& title) {
+    if (!rooms_) return;  // nobody would send them
+    QList<QPair<qint64, qint64>> pairs;
+    for (qint64 user : users) {
+        if (recipients.isEmpty()) pairs.append({user, user});
+        for (qint64 r : recipients) pairs.append({r, user});
+    }
+    const QString name =
+        title.isEmpty() ? directory_->project(projectId).value(QStringLiteral("title")).toString()
+                        : title;
+    // The change itself is committed; a notice that cannot be queued is logged, not fatal.
+    if (!notices_.add(projectId, name, event, pairs)) {
+        qWarning("editProj: %s notices of project %lld not queued", qPrintable(event), projectId);
+    }
 }
 
 QJsonObject ProjectEditor::record(qint64 projectId, qint64 viewer) const {
@@ -75,7 +97,10 @@ void ProjectEditor::dissolve(const httplib::Request& req, httplib::Response& res
     if (owner == 0) return fail(res, req, Envelope::NotFound);
     // Dissolving is authorised by the owner's signature token alone.
     if (!sessions_->tokenMatches(owner, sign)) return fail(res, req, Envelope::Forbidden);
+    const QList<qint64> members = memberIds(projectId);
+    const QString title = directory_->project(projectId).value(QStringLiteral("title")).toString();
     if (!directory_->deleteProject(projectId)) return fail(res, req, Envelope::InternalError);
+    notify(projectId, QStringLiteral("dismissed"), {owner}, members, title);
     changed(projectId);
     ok(res, req, QJsonObject{{QStringLiteral("projectId"), QString::number(projectId)}});
 }
@@ -96,6 +121,10 @@ void ProjectEditor::removeMember(const httplib::Request& req, httplib::Response&
     if (caller != 0 && caller != kick && caller != owner)
         return fail(res, req, Envelope::Forbidden);
     if (!directory_->removeMember(projectId, kick)) return fail(res, req, Envelope::NotFound);
+    // Leaving by oneself and being removed show different tips; the removed colleague is
+    // told too.
+    notify(projectId, caller == kick ? QStringLiteral("quit") : QStringLiteral("kicked"), {kick},
+           memberIds(projectId) << kick);
     changed(projectId);
     ok(res, req,
        QJsonObject{{QStringLiteral("projectId"), QString::number(projectId)},
@@ -127,6 +156,7 @@ void ProjectEditor::create(const httplib::Request& req, httplib::Response& res, 
     }
     const qint64 id = directory_->createProject(caller, title, members);
     if (id == 0) return fail(res, req, Envelope::InternalError);
+    notify(id, QStringLiteral("joined"), memberIds(id), {});
     changed(id);
     ok(res, req, record(id, caller));
 }
@@ -155,8 +185,15 @@ void ProjectEditor::addMembers(const httplib::Request& req, httplib::Response& r
         return refuse(res, req, Envelope::Forbidden, "too many members",
                       QStringLiteral("项目成员数量已达上限"));
     }
+    const QList<qint64> before = memberIds(projectId);
     if (!directory_->addMembers(projectId, added)) return fail(res, req, Envelope::InternalError);
-    if (!added.isEmpty()) changed(projectId);
+    if (!added.isEmpty()) {
+        notify(projectId, QStringLiteral("joined"), added, {});
+        if (qint64(added.size()) * before.size() <= kMaxNoticesPerChange) {
+            notify(projectId, QStringLiteral("joined"), added, before);
+        }
+        changed(projectId);
+    }
     ok(res, req, record(projectId, caller));
 }
 

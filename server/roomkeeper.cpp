@@ -3,6 +3,10 @@
 #include "directory.h"
 #include "roomworker.h"
 
+#include <QMutexLocker>
+
+#include <utility>
+
 RoomKeeper::RoomKeeper(Database* db, const Settings& settings) : db_(db), settings_(settings) {
     if (settings_.mucDomain.isEmpty())
         settings_.mucDomain = QStringLiteral("conference.") + settings_.domain;
@@ -12,6 +16,7 @@ RoomKeeper::RoomKeeper(Database* db, const Settings& settings) : db_(db), settin
 RoomKeeper::~RoomKeeper() { stop(); }
 
 void RoomKeeper::start() {
+    QMutexLocker lock(&workerMutex_);
     if (worker_) return;
     // Every room counts as waiting until the first check after signing in has seen it, so
     // nobody takes a room for ready before the keeper looked.
@@ -23,9 +28,12 @@ void RoomKeeper::start() {
 }
 
 void RoomKeeper::stop() {
-    if (!worker_) return;
-    RoomWorker* worker = worker_;
-    worker_ = nullptr;
+    RoomWorker* worker = nullptr;
+    {
+        QMutexLocker lock(&workerMutex_);
+        std::swap(worker, worker_);
+    }
+    if (!worker) return;
     QMetaObject::invokeMethod(
         worker,
         [worker] {
@@ -44,6 +52,9 @@ void RoomKeeper::projectChanged(qint64 projectId) {
 }
 
 void RoomKeeper::wake() {
+    // A wake-up posted just before stop() takes the worker is dropped with it: Qt discards
+    // the events of a deleted object.
+    QMutexLocker lock(&workerMutex_);
     if (worker_) QMetaObject::invokeMethod(worker_, &RoomWorker::pump, Qt::QueuedConnection);
 }
 

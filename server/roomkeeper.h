@@ -2,6 +2,7 @@
 
 #include "roomqueue.h"
 
+#include <QMutex>
 #include <QString>
 #include <QThread>
 
@@ -29,6 +30,9 @@ public:
         int retryMaxMs = 5000;      // longest pause between connection attempts
         int failedRetryMs = 10000;  // a room the server refused is tried again after this
         int replyTimeoutMs = 20000;
+        // Every room is checked again this often (0: never), which also undoes what a room
+        // owner changed by hand behind the back end's back.
+        int recheckMs = 15 * 60 * 1000;
     };
 
     RoomKeeper(Database* db, const Settings& settings);
@@ -56,6 +60,7 @@ private:
     Settings settings_;
     RoomQueue queue_;
     QThread thread_;
+    QMutex workerMutex_;  // handlers wake the worker while stop() may be taking it away
     RoomWorker* worker_ = nullptr;
     std::atomic<bool> online_{false};
 };

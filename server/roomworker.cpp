@@ -1,9 +1,12 @@
 #include "roomworker.h"
 
 #include "directory.h"
+#include "noticeoutbox.h"
 #include "roomsync.h"
 #include "xmppadminsession.h"
 
+#include <QXmppElement.h>
+#include <QXmppMessage.h>
 #include <QTimer>
 
 namespace {
@@ -11,6 +14,7 @@ namespace {
 // Passes at a time: enough to check hundreds of rooms quickly after a reconnect without
 // flooding the server with queries.
 constexpr int kParallel = 4;
+constexpr int kNoticeBatch = 200;
 
 }  // namespace
 
@@ -24,6 +28,7 @@ void RoomWorker::start() {
     // Made here, on the keeper's thread: the session's sockets and the directory's database
     // connection belong to the thread that made them.
     directory_ = std::make_unique<Directory>(db_, QString());
+    notices_ = std::make_unique<NoticeOutbox>(db_);
     XmppAdminSession::Settings s;
     s.host = settings_.host;
     s.port = settings_.port;
@@ -35,19 +40,36 @@ void RoomWorker::start() {
     connect(session_, &XmppAdminSession::online, this, &RoomWorker::onOnline);
     connect(session_, &XmppAdminSession::offline, this, &RoomWorker::onOffline);
     session_->start();
+    if (settings_.recheckMs > 0) {
+        auto* recheck = new QTimer(this);
+        connect(recheck, &QTimer::timeout, this, [this] {
+            if (session_->isOnline()) checkAll("time for the regular check");
+        });
+        recheck->start(settings_.recheckMs);
+    }
 }
 
 void RoomWorker::stop() {
-    if (session_) session_->stop();
+    if (session_) session_->stop();  // passes waiting for answers end here, as offline
+    // Whatever is still running waits for the next start.
+    for (auto it = running_.constBegin(); it != running_.constEnd(); ++it) {
+        queue_->done(it.key(), false, QStringLiteral("stopped"));
+        queue_->mark(it.key());
+    }
+    running_.clear();
 }
 
 void RoomWorker::onOnline() {
     *online_ = true;
+    checkAll(qPrintable(QStringLiteral("signed in as ") + session_->bareJid()));
+}
+
+void RoomWorker::checkAll(const char* why) {
     const QList<qint64> ids = directory_->roomIds();
-    qInfo("rooms: signed in as %s; checking %d rooms against the directory",
-          qPrintable(session_->bareJid()), int(ids.size()));
+    qInfo("rooms: %s; checking %d rooms against the directory", why, int(ids.size()));
     checkingAll_ = true;
     checked_ = ids.size();
+    refused_ = 0;
     queue_->markAll(ids);
     pump();
 }
@@ -70,7 +92,11 @@ void RoomWorker::pump() {
     }
     if (checkingAll_ && running_.isEmpty() && queue_->waiting() == 0) {
         checkingAll_ = false;
-        qInfo("rooms: %d rooms in step with the directory", checked_);
+        if (refused_ == 0) {
+            qInfo("rooms: %d rooms in step with the directory", checked_);
+        } else {
+            qWarning("rooms: check done, %d of %d rooms refused by the server", refused_, checked_);
+        }
     }
 }
 
@@ -82,7 +108,10 @@ void RoomWorker::onFinished(qint64 projectId, bool succeeded, const QString& err
         qWarning("rooms: room of dissolved project %lld destroyed but not noted", projectId);
     }
     queue_->done(projectId, succeeded, error);
+    // After the pass: a colleague told "joined" finds the room ready to let them in.
+    if (succeeded) sendNotices(projectId);
     if (!succeeded) {
+        if (checkingAll_ && session_->isOnline()) ++refused_;
         if (session_->isOnline()) {
             qWarning("rooms: project %lld: %s; trying again in %d s", projectId, qPrintable(error),
                      settings_.failedRetryMs / 1000);
@@ -96,4 +125,50 @@ void RoomWorker::onFinished(qint64 projectId, bool succeeded, const QString& err
         }
     }
     QTimer::singleShot(0, this, &RoomWorker::pump);
+}
+
+void RoomWorker::sendNotices(qint64 projectId) {
+    const QList<NoticeOutbox::Notice> notices = notices_->pending(projectId, kNoticeBatch);
+    if (notices.isEmpty()) return;
+    QList<qint64> sent;
+    for (const NoticeOutbox::Notice& n : notices) {
+        QXmppMessage m(QString(), QStringLiteral("%1@%2").arg(n.recipient).arg(settings_.domain),
+                       QStringLiteral("%1 %2 %3").arg(n.user).arg(n.event).arg(projectId));
+        m.setType(QXmppMessage::Normal);
+        // The same id every time it is sent: the client acts on it once.
+        m.setId(QStringLiteral("tribe-notice-%1-%2").arg(n.id).arg(n.recipient));
+        QXmppElement tribe;
+        tribe.setTagName(QStringLiteral("tribe"));
+        tribe.setAttribute(QStringLiteral("xmlns"), QStringLiteral("urn:quelix:tribe:1"));
+        tribe.setAttribute(QStringLiteral("id"), QString::number(projectId));
+        tribe.setAttribute(QStringLiteral("event"), n.event);
+        tribe.setAttribute(QStringLiteral("user"), QString::number(n.user));
+        if (!n.title.isEmpty()) tribe.setAttribute(QStringLiteral("name"), n.title);
+        m.setExtensions({tribe});
+        if (!session_->sendMessage(m)) break;
+        sent << n.id;
+    }
+    if (sent.isEmpty()) return;
+    // The server handles a stream's stanzas in order: once it answers this ping it has taken
+    // every notice before it. Without the answer they are sent again with the next pass.
+    QXmppElement ping;
+    ping.setTagName(QStringLiteral("ping"));
+    ping.setAttribute(QStringLiteral("xmlns"), QStringLiteral("urn:xmpp:ping"));
+    const bool more = notices.size() == kNoticeBatch;
+    session_->sendIq(
+        QXmppIq::Get, settings_.domain, ping,
+        [this, sent, projectId, more](const QDomElement&, const QString& error) {
+            // Any answer will do, an error too (a server without ping): only
+            // no answer leaves it unknown whether the notices arrived.
+            if (error == QLatin1String("offline") || error == QLatin1String("timeout") ||
+                error == QLatin1String("superseded"))
+                return;
+            if (!notices_->drop(sent)) {
+                qWarning("rooms: notices of project %lld sent but not dropped", projectId);
+            }
+            if (more) {
+                queue_->mark(projectId);
+                pump();
+            }
+        });
 }

@@ -10,6 +10,7 @@
 #include <memory>
 
 class Directory;
+class NoticeOutbox;
 class XmppAdminSession;
 
 // The room keeper's side on its own thread: the XMPP session, and the passes over the
@@ -29,16 +30,21 @@ public:
 
 private:
     void onOnline();
+    void checkAll(const char* why);
     void onOffline();
     void onFinished(qint64 projectId, bool succeeded, const QString& error);
+    // Sends the project's waiting notices; they leave the outbox once the server has them.
+    void sendNotices(qint64 projectId);
 
     Database* db_;
     RoomQueue* queue_;
     RoomKeeper::Settings settings_;
     std::atomic<bool>* online_;
     std::unique_ptr<Directory> directory_;
+    std::unique_ptr<NoticeOutbox> notices_;
     XmppAdminSession* session_ = nullptr;
     QHash<qint64, bool> running_;  // project id -> the pass destroys a dissolved room
     bool checkingAll_ = false;
     int checked_ = 0;
+    int refused_ = 0;  // rooms of the current check that failed
 };

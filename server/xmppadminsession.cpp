@@ -6,8 +6,11 @@
 
 #include <QXmppConfiguration.h>
 #include <QXmppLogger.h>
+#include <QXmppMessage.h>
 #include <QXmppPresence.h>
 #include <QXmppUtils.h>
+
+#include <QAbstractSocket>
 
 namespace {
 
@@ -81,6 +84,12 @@ void XmppAdminSession::connectNow() {
 
 void XmppAdminSession::onStateChanged(QXmppClient::State state) {
     if (state == QXmppClient::ConnectedState) {
+        // Every room change is a chain of small query-answer exchanges; with Nagle's
+        // algorithm each could wait for the server's delayed acknowledgement (40 ms). QXmpp
+        // does not offer its socket, but it is the client's child.
+        for (QAbstractSocket* socket : client_->findChildren<QAbstractSocket*>()) {
+            socket->setSocketOption(QAbstractSocket::LowDelayOption, 1);
+        }
         retryMs_ = 0;
         online_ = true;
         if (!lastProblem_.isEmpty()) lastProblem_.clear();
@@ -172,6 +181,10 @@ void XmppAdminSession::leaveRoom(const QString& occupantJid) {
     QXmppPresence presence(QXmppPresence::Unavailable);
     presence.setTo(occupantJid);
     if (client_) client_->sendPacket(presence);
+}
+
+bool XmppAdminSession::sendMessage(const QXmppMessage& message) {
+    return online_ && client_ && client_->sendPacket(message);
 }
 
 bool XmppAdminSession::route(const QDomElement& stanza) {

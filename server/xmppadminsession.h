@@ -11,6 +11,7 @@
 #include <functional>
 
 class QXmppElement;
+class QXmppMessage;
 
 // The back end's own XMPP session, as an administrator of the XMPP server: sends queries
 // and waits for their answers, and stays signed in: a dropped or refused connection is
@@ -45,6 +46,8 @@ public:
     // for us (status 110) or its error.
     void enterRoom(const QString& occupantJid, Reply done);
     void leaveRoom(const QString& occupantJid);
+    // False when it could not be handed to the stream (offline).
+    bool sendMessage(const QXmppMessage& message);
 
 signals:
     void online();

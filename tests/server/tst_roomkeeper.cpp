@@ -38,6 +38,12 @@ public:
         client_.insertExtension(
             0, new StanzaHook([this](const QDomElement& s) {
                 if (s.tagName() == QLatin1String("presence")) presences_ << s;
+                const QDomElement tribe = s.firstChildElement("tribe");
+                if (s.tagName() == QLatin1String("message") && !tribe.isNull()) {
+                    notices_ << QStringLiteral("%1 %2 %3 %4")
+                                    .arg(tribe.attribute("event"), tribe.attribute("user"),
+                                         tribe.attribute("id"), tribe.attribute("name"));
+                }
                 if (s.tagName() == QLatin1String("iq") && answers_.contains(s.attribute("id"))) {
                     answers_[s.attribute("id")] = s;
                     return true;
@@ -119,12 +125,22 @@ public:
 
     QString jid() const { return id_ + QLatin1Char('@') + domain_; }
 
+    // The back end's membership notices received so far ("event user project title"),
+    // once `count` of them are in (or after a time-out).
+    QStringList notices(int count) {
+        QElapsedTimer clock;
+        clock.start();
+        while (notices_.size() < count && clock.elapsed() < 10000) QTest::qWait(20);
+        return notices_;
+    }
+
 private:
     QString id_;
     QString domain_;
     QXmppClient client_;
     QList<QDomElement> presences_;
     QHash<QString, QDomElement> answers_;
+    QStringList notices_;
 };
 
 struct User {
@@ -147,6 +163,7 @@ private slots:
     void catchesUpAfterTheServerWasAway();
     void catchesUpAfterTheKeeperWasAway();
     void aRefusedAdminLeavesRoomsPending();
+    void handEditsAreUndoneByTheRegularCheck();
 
 private:
     QJsonObject call(const std::string& path, const QString& session = QString());
@@ -339,6 +356,10 @@ void RoomKeeperTest::membershipFollowsTheDirectoryAtOnce() {
     QVERIFY(bob.online() && carol.online() && olga.online());
     QCOMPARE(bob.enter(room(p)), QString());
     QCOMPARE(carol.enter(room(p)), QStringLiteral("registration-required"));
+    // Told, with the project's title; the owner too (each about itself only).
+    const QString tail = QStringLiteral(" %1 发布 3.0").arg(p);
+    QCOMPARE(bob.notices(1), QStringList{"joined " + b.id + tail});
+    QCOMPARE(olga.notices(1), QStringList{"joined " + owner.id + tail});
 
     // Added: may enter.
     QJsonObject env = call("/work/editProj.htm?m=addMember&projectId=" + std::to_string(p) +
@@ -348,6 +369,8 @@ void RoomKeeperTest::membershipFollowsTheDirectoryAtOnce() {
     QCOMPARE(env.value("results").toObject().value("memberCount").toString(), QStringLiteral("3"));
     QVERIFY(waitReady(p, owner.session));
     QCOMPARE(carol.enter(room(p)), QString());
+    QCOMPARE(carol.notices(1), QStringList{"joined " + c.id + tail});
+    QCOMPARE(bob.notices(2).last(), "joined " + c.id + tail);
 
     // Removed by the owner while inside: put out at once, and kept out.
     env = call("/work/editProj.htm?&kickUserId=" + b.id.toStdString() +
@@ -359,6 +382,8 @@ void RoomKeeperTest::membershipFollowsTheDirectoryAtOnce() {
     QVERIFY(MucProtocol::statusCodes(out).contains(321));  // affiliation change
     QVERIFY(waitReady(p, owner.session));
     QCOMPARE(bob.enter(room(p)), QStringLiteral("registration-required"));
+    QCOMPARE(bob.notices(3).last(), "kicked " + b.id + tail);
+    QCOMPARE(carol.notices(2).last(), "kicked " + b.id + tail);
 
     // Dissolved: the room goes, with everyone in it.
     const QString sign = call("/rest/auth/client.htm", owner.session)
@@ -372,6 +397,8 @@ void RoomKeeperTest::membershipFollowsTheDirectoryAtOnce() {
     const QDomElement destroyed = carol.putOut(room(p));
     QVERIFY(!destroyed.isNull());
     QVERIFY(!destroyed.firstChildElement("x").firstChildElement("destroy").isNull());
+    QCOMPARE(carol.notices(3).last(), "dismissed " + owner.id + tail);
+    QCOMPARE(bob.notices(3).size(), 3);  // no longer a member: not told
     QVERIFY(waitReady(p, owner.session));
     QCOMPARE(call("/work/editProj.htm?m=roomState&projectId=" + std::to_string(p), owner.session)
                  .value("results")
@@ -487,6 +514,11 @@ void RoomKeeperTest::catchesUpAfterTheServerWasAway() {
     QCOMPARE(bob.enter(room(kept)), QString());
     QCOMPARE(carol.enter(room(kept)), QStringLiteral("registration-required"));
     QCOMPARE(dave.enter(room(kept)), QStringLiteral("registration-required"));
+    // What happened while the XMPP server was away is told once it is back (kept for
+    // colleagues who were not signed in).
+    QVERIFY(carol.notices(2).contains(QStringLiteral("quit %1 %2 kept").arg(c.id).arg(kept)));
+    QVERIFY(bob.notices(4).contains(
+        QStringLiteral("dismissed %1 %2 doomed").arg(owner.id).arg(doomed)));
     QCOMPARE(dave.enter(room(fresh)), QString());
     QVERIFY(!bob.enter(room(doomed)).isEmpty());
 }
@@ -531,6 +563,40 @@ void RoomKeeperTest::aRefusedAdminLeavesRoomsPending() {
     QVERIFY(!keeper.isOnline());
     QCOMPARE(keeper.state(50001), RoomQueue::State::Pending);
     keeper.stop();
+}
+
+void RoomKeeperTest::handEditsAreUndoneByTheRegularCheck() {
+    const User owner = signIn(0);
+    const User d = signIn(3);
+    const qint64 p = createProject(owner, QStringLiteral("checked"), {});
+    QVERIFY(p > 0);
+    QVERIFY(waitReady(p, owner.session));
+
+    keeper_->stop();
+    RoomKeeper::Settings settings;
+    settings.host = prosody_.host();
+    settings.port = prosody_.port();
+    settings.domain = prosody_.domain();
+    settings.adminJid = prosody_.adminJid();
+    settings.adminSecret = prosody_.adminSecret();
+    settings.recheckMs = 1000;
+    RoomKeeper often(db_.get(), settings);
+    often.start();
+    QTRY_VERIFY_WITH_TIMEOUT(often.isOnline(), 10000);
+
+    // The owner lets a stranger in with a plain client; the next regular check puts the
+    // stranger out again.
+    Colleague olga(prosody_, owner.id, owner.secret);
+    Colleague dave(prosody_, d.id, d.secret);
+    QVERIFY(olga.online() && dave.online());
+    const QDomElement set =
+        olga.ask(QXmppIq::Set, room(p), MucProtocol::affiliationQuery("member", dave.jid()));
+    QCOMPARE(set.attribute("type"), QStringLiteral("result"));
+    QCOMPARE(dave.enter(room(p)), QString());
+    QVERIFY(!dave.putOut(room(p)).isNull());
+    QCOMPARE(dave.enter(room(p)), QStringLiteral("registration-required"));
+    often.stop();
+    keeper_->start();
 }
 
 QTEST_GUILESS_MAIN(RoomKeeperTest)

@@ -67,7 +67,6 @@ class RoomPartsTest : public QObject {
 private slots:
     void queueKeepsEveryChange();
     void configurationIsSubmittedOnlyWhenItDiffers();
-    void answersAreRead();
 };
 
 void RoomPartsTest::queueKeepsEveryChange() {
@@ -129,32 +128,6 @@ void RoomPartsTest::configurationIsSubmittedOnlyWhenItDiffers() {
     QCOMPARE(fixed.value("muc#roomconfig_allowinvites"), QStringLiteral("0"));
     QVERIFY(!fixed.contains("mam"));
     QVERIFY(!fixed.contains("muc#roomconfig_changesubject"));
-}
-
-void RoomPartsTest::answersAreRead() {
-    const QDomElement list = parse(
-        "<iq type='result' xmlns='jabber:client'><query "
-        "xmlns='http://jabber.org/protocol/muc#admin'><item affiliation='member' "
-        "jid='10002@Quelix.Test'/><item affiliation='member' jid='10003@quelix.test/desk'/>"
-        "<item affiliation='member'/></query></iq>");
-    QCOMPARE(MucProtocol::listedJids(list),
-             QStringList({"10002@quelix.test", "10003@quelix.test"}));
-
-    const QDomElement error = parse(
-        "<presence type='error' xmlns='jabber:client'><error type='auth'>"
-        "<text xmlns='urn:ietf:params:xml:ns:xmpp-stanzas'>Members only</text>"
-        "<registration-required xmlns='urn:ietf:params:xml:ns:xmpp-stanzas'/></error>"
-        "</presence>");
-    QCOMPARE(MucProtocol::errorCondition(error), QStringLiteral("registration-required"));
-    QVERIFY(MucProtocol::errorCondition(list).isEmpty());
-
-    const QDomElement self = parse(
-        "<presence xmlns='jabber:client'><x xmlns='http://jabber.org/protocol/muc#user'>"
-        "<item affiliation='owner' role='moderator'/><status code='110'/><status code='201'/>"
-        "</x></presence>");
-    QCOMPARE(MucProtocol::statusCodes(self), QList<int>({110, 201}));
-    QVERIFY(written(MucProtocol::destroyQuery("x")).contains("<destroy><reason>x</reason>"));
-    QVERIFY(written(MucProtocol::affiliationQuery("none", "a@b")).contains("jid=\"a@b\""));
 }
 
 QTEST_GUILESS_MAIN(RoomPartsTest)
