@@ -30,6 +30,11 @@ const char kKeyPrefix[] = "tribe:";
 const char kNoticePeer[] = "tribe-notices";
 // A room that never answers its join must not hold back the "loaded" report for ever.
 constexpr int kLoadedWaitMs = 15000;
+// How long a removal without a reason waits for the back end's word on it.
+constexpr int kNoticeWaitMs = 5000;
+// A room never entered that refuses us is tried again after 2, 8 and 32 seconds.
+constexpr int kJoinRetries = 3;
+constexpr int kJoinRetryMs = 2000;
 
 QDomElement child(const QDomElement& parent, const char* name, const char* ns) {
     for (QDomElement e = parent.firstChildElement(QLatin1String(name)); !e.isNull();
@@ -300,14 +305,28 @@ bool TribeRooms::handlePresence(const QDomElement& stanza) {
                 c.tagName() != QLatin1String("text"))
                 condition = c.tagName();
         qInfo().noquote() << "imsdk: room" << tribe << "refused us:" << condition;
-        if (condition == QLatin1String("registration-required") ||
-            condition == QLatin1String("forbidden")) {
-            // Removed while we were away.
-            if (room.member) gone(tribe, false, false);
-        } else if (condition == QLatin1String("item-not-found") ||
-                   condition == QLatin1String("not-allowed")) {
-            // The room is no more. One we never got into may simply not exist yet.
-            if (room.member && room.everJoined) gone(tribe, true, false);
+        const bool refused = condition == QLatin1String("registration-required") ||
+                             condition == QLatin1String("forbidden");
+        const bool missing = condition == QLatin1String("item-not-found") ||
+                             condition == QLatin1String("not-allowed");
+        if (room.member && room.everJoined && refused) {
+            gone(tribe, false, false);  // removed while we were away
+        } else if (room.member && room.everJoined && missing) {
+            gone(tribe, true, false);  // dissolved while we were away
+        } else if (room.member && (refused || missing)) {
+            // A room we never got into: the back end may still be making it or adding us
+            // (the project list can be ahead of the room). Try again a few times.
+            if (room.joinRetries < kJoinRetries) {
+                const int delay = kJoinRetryMs << (2 * room.joinRetries++);
+                QTimer::singleShot(delay, this, [this, tribe] {
+                    auto it = rooms_.find(tribe);
+                    if (it != rooms_.end() && it->member && engine_->isOnline()) join(tribe);
+                });
+            } else {
+                qInfo().noquote() << "imsdk: room" << tribe << "gave up: not a member";
+                room.member = false;
+                save();
+            }
         }
         releaseWaiting(tribe, false);
         if (wasJoining) joinAnswered(tribe);
@@ -325,7 +344,10 @@ bool TribeRooms::handlePresence(const QDomElement& stanza) {
             if (!destroy.isNull()) {
                 if (room.member) gone(tribe, true, false);
             } else if (codes.contains(321) || codes.contains(301) || codes.contains(307)) {
-                if (room.member) gone(tribe, false, reason == QLatin1String("quit"));
+                if (room.member && reason.isEmpty() && !authority_.isEmpty())
+                    removedAwaitingNotice(tribe);
+                else if (room.member)
+                    gone(tribe, false, reason == QLatin1String("quit"));
             } else if (room.member && engine_->isOnline() && !codes.contains(332)) {
                 // Dropped by the room for no stated reason: come back.
                 join(tribe);
@@ -373,6 +395,7 @@ bool TribeRooms::handlePresence(const QDomElement& stanza) {
         if (firstTime) save();
         messages_->startCatchUp(tribe);
         releaseWaiting(tribe, true);
+        room.joinRetries = 0;
         if (room.invited) {
             room.invited = false;
             if (!callbacks_.joined.is_null())
@@ -387,15 +410,42 @@ bool TribeRooms::handlePresence(const QDomElement& stanza) {
 // We are out of the room: removed (quit or kicked) or the room is gone.
 void TribeRooms::gone(quint64 tribe, bool dismissed, bool quit) {
     auto it = rooms_.find(tribe);
-    if (it == rooms_.end() || !it->member) return;
+    if (it == rooms_.end()) return;
+    if (!it->member) {
+        // Already out and waiting to hear why: this is why.
+        if (it->removalUnreported && !dismissed) reportRemoval(tribe, quit);
+        return;
+    }
     it->member = false;
     it->invited = false;
+    it->removalUnreported = false;
     if (it->joined || it->joining) leave(tribe);
     save();
     const openim::IMTribeID id(tribe);
     if (dismissed) {
         if (!callbacks_.dismissed.is_null()) callbacks_.dismissed.Run(id);
-    } else if (quit) {
+    } else {
+        reportRemoval(tribe, quit);
+    }
+}
+
+void TribeRooms::removedAwaitingNotice(quint64 tribe) {
+    Room& room = rooms_[tribe];
+    room.member = false;
+    room.invited = false;
+    room.removalUnreported = true;
+    save();
+    QTimer::singleShot(kNoticeWaitMs, this, [this, tribe] {
+        auto it = rooms_.find(tribe);
+        if (it != rooms_.end() && it->removalUnreported) reportRemoval(tribe, false);
+    });
+}
+
+void TribeRooms::reportRemoval(quint64 tribe, bool quit) {
+    auto it = rooms_.find(tribe);
+    if (it != rooms_.end()) it->removalUnreported = false;
+    const openim::IMTribeID id(tribe);
+    if (quit) {
         if (!callbacks_.quit.is_null()) callbacks_.quit.Run(id, user(engine_->account()));
     } else if (!callbacks_.kicked.is_null()) {
         callbacks_.kicked.Run(id, user(engine_->account()));

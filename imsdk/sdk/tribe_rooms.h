@@ -115,7 +115,11 @@ private:
         bool everJoined = false;
         bool joined = false;
         bool joining = false;
-        bool invited = false;                // report our own arrival once the room lets us in
+        bool invited = false;
+        // Put out of the room with no reason given: the back end's notice says whether
+        // we left or were removed; without one in a few seconds, it counts as removed.
+        bool removalUnreported = false;
+        int joinRetries = 0;                 // report our own arrival once the room lets us in
         QHash<QString, Occupant> occupants;  // by nick
     };
 
@@ -126,6 +130,8 @@ private:
     void joinAnswered(quint64 tribe);
     void releaseWaiting(quint64 tribe, bool joined);
     void gone(quint64 tribe, bool dismissed, bool quit);
+    void removedAwaitingNotice(quint64 tribe);
+    void reportRemoval(quint64 tribe, bool quit);
     QString senderOf(const Room& room, const QString& nick, const QXmppMessage& message) const;
     quint64 tribeOfJid(const QString& jid) const;
     openim::IMUserID user(const QString& account) const;

@@ -12,6 +12,7 @@
 #include <QNetworkReply>
 #include <QProcess>
 
+#include "base/at_exit.h"
 #include "base/bind.h"
 #include "clientsession.h"
 #include "configstore.h"
@@ -35,7 +36,7 @@ using wide_text::toQ;
 
 namespace {
 
-struct Colleague {
+struct Person {
     QString userName;
     QString id;
     QString secret;
@@ -49,17 +50,20 @@ public:
     QJsonObject call(const QString& path, const QString& session) {
         QNetworkRequest request(QUrl(base_ + path));
         if (!session.isEmpty()) request.setRawHeader("Cookie", "QXSESSION=" + session.toUtf8());
-        QNetworkReply* reply = network_.get(request);
+        // A manager of its own: the shared one keeps the cookie of the last sign-in.
+        QNetworkAccessManager network;
+        QNetworkReply* reply = network.get(request);
         QSignalSpy done(reply, &QNetworkReply::finished);
         done.wait(20000);
         const QJsonObject o = QJsonDocument::fromJson(reply->readAll()).object();
         reply->deleteLater();
         return o;
     }
-    Colleague signIn(const QString& userName) {
+    Person signIn(const QString& userName) {
         QNetworkRequest request(QUrl(base_ + "/work/checkIn.htm?m=MobileLogin"));
         request.setHeader(QNetworkRequest::ContentTypeHeader, "application/x-www-form-urlencoded");
-        QNetworkReply* reply = network_.post(
+        QNetworkAccessManager network;
+        QNetworkReply* reply = network.post(
             request, "username=" + userName.toUtf8() + "&password=quelix123&client=3");
         QSignalSpy done(reply, &QNetworkReply::finished);
         done.wait(20000);
@@ -79,7 +83,6 @@ public:
 
 private:
     QString base_;
-    QNetworkAccessManager network_;
 };
 
 base::scoped_refptr<openim::ITribe> tribeOf(TestSession& s, quint64 id) {
@@ -104,7 +107,7 @@ private slots:
     void leavingAndDissolvingAskAndReachEveryone();
 
 private:
-    QString startProject(const Colleague& owner, const QString& title, const QStringList& members);
+    QString startProject(const Person& owner, const QString& title, const QStringList& members);
 
     ProsodyServer prosody_;
     QProcess backend_;
@@ -113,7 +116,7 @@ private:
     QTemporaryDir data_;
     MainWindow* window_ = nullptr;
     std::unique_ptr<BackendClient> http_;
-    Colleague me_, owner_, third_;
+    Person me_, owner_, third_;
     std::unique_ptr<TestSession> ownerIm_, thirdIm_;
 };
 
@@ -194,7 +197,7 @@ void TestTribeClient::cleanupTestCase() {
 
 // A project made on the back end while everyone is signed in; returns its id once its room
 // is on the XMPP server.
-QString TestTribeClient::startProject(const Colleague& owner, const QString& title,
+QString TestTribeClient::startProject(const Person& owner, const QString& title,
                                       const QStringList& members) {
     const QJsonObject made = http_->call(
         "/work/editProj.htm?m=createProj&title=" + QUrl::toPercentEncoding(title) +
@@ -245,7 +248,7 @@ void TestTribeClient::projectTribeAppearsAndCarriesMessages() {
             std::vector<openim::IMTribeMessage> unread;
             tribeOf(*thirdIm_, tribe)->GetUnreadMessages(&unread);
             for (const auto& u : unread)
-                if (toQ(u.content.content) == QLatin1String("收到") &&
+                if (toQ(u.content.content) == QStringLiteral("收到") &&
                     toQ(u.sender.account) == me_.id)
                     return true;
             return false;
@@ -314,5 +317,10 @@ void TestTribeClient::leavingAndDissolvingAskAndReachEveryone() {
     QVERIFY(waitUntil([&] { return !tribeOf(*thirdIm_, ownTribe)->IsMember(); }, 20000));
 }
 
-QTEST_MAIN(TestTribeClient)
+int main(int argc, char** argv) {
+    QApplication app(argc, argv);
+    base::AtExitManager atExit;
+    TestTribeClient test;
+    return QTest::qExec(&test, argc, argv);
+}
 #include "tst_tribeclient.moc"

@@ -107,7 +107,10 @@ bool RoomAdmin::createRoom(quint64 tribe, const QString& title, const QString& o
     client_->sendPacket(join);
     loop.exec();
     disconnect(c);
-    if (!joined) return false;
+    if (!joined) {
+        qWarning("room admin: could not enter %s", qPrintable(room));
+        return false;
+    }
     const bool configured = request(room, QStringLiteral("set"), [&](QXmlStreamWriter* w) {
         w->writeStartElement(QStringLiteral("query"));
         w->writeDefaultNamespace(QLatin1String(kOwnerNs));
@@ -132,7 +135,10 @@ bool RoomAdmin::createRoom(quint64 tribe, const QString& title, const QString& o
         w->writeEndElement();
         w->writeEndElement();
     });
-    if (!configured) return false;
+    if (!configured) {
+        qWarning("room admin: could not configure %s", qPrintable(room));
+        return false;
+    }
     // The back end's session leaves; the room stays (persistent).
     QXmppPresence leave(QXmppPresence::Unavailable);
     leave.setTo(room + QStringLiteral("/backend"));
