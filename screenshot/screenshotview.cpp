@@ -64,7 +64,7 @@ ScreenShotView::ScreenShotView(const DesktopImage& desktop, QWidget* parent)
     textEdit_->installEventFilter(this);
     connect(textEdit_, &QTextEdit::textChanged, this, &ScreenShotView::onTextChanged);
 
-    buildToolBars();
+    // The tool bars are built with the first selection: opening stays quick.
     pointer_ = mapFromGlobal(QCursor::pos());
     magnifierShown_ = true;
 }
@@ -193,7 +193,7 @@ void ScreenShotView::mousePressEvent(QMouseEvent* event) {
             selection_.clear();
             setTool(Tool::None);
             magnifierShown_ = true;
-            updateBars();
+            placeToolBars();
             update(selectionPaintRect(old).united(magnifierRect()));
         }
         return;
@@ -221,8 +221,8 @@ void ScreenShotView::mousePressEvent(QMouseEvent* event) {
     }
     if (handle != SelectionGeometry::None) {
         selection_.press(handle, pos);
-        toolBar_->hide();
-        sizeBar_->hide();
+        if (toolBar_) toolBar_->hide();
+        if (sizeBar_) sizeBar_->hide();
         magnifierShown_ = handle != SelectionGeometry::Inside;
         update(magnifierRect());
     }

@@ -58,6 +58,7 @@ public:
     // The information box's lines for the pointer's last position.
     QStringList infoLines() const;
     bool magnifierShown() const { return magnifierShown_; }
+    // The bars exist from the first selection on (null before).
     QToolBar* toolBar() const { return toolBar_; }
     QToolBar* sizeBar() const { return sizeBar_; }
     ColorWidget* colorWidget() const { return colorWidget_; }

@@ -139,6 +139,7 @@ void ScreenShotView::setTool(Tool tool) {
         case Tool::None:
             break;
     }
+    if (!tools_) return;  // no bars yet: nothing to show checked
     for (QAction* a : tools_->actions()) {
         const bool on = name && a->objectName() == QLatin1String(name);
         if (a->isChecked() != on) {
@@ -151,14 +152,17 @@ void ScreenShotView::setTool(Tool tool) {
 
 void ScreenShotView::setPenWidth(int width) { penWidth_ = width; }
 
-void ScreenShotView::updateBars() { undo_->setEnabled(!document_.isEmpty() || typing_); }
+void ScreenShotView::updateBars() {
+    if (undo_) undo_->setEnabled(!document_.isEmpty() || typing_);
+}
 
 void ScreenShotView::placeToolBars() {
     if (!selection_.hasSelection() || done_) {
-        toolBar_->hide();
-        sizeBar_->hide();
+        if (toolBar_) toolBar_->hide();
+        if (sizeBar_) sizeBar_->hide();
         return;
     }
+    if (!toolBar_) buildToolBars();
     const QRect sel = selection_.rect();
     const QRect area = screenAreaAt(sel.bottomRight());
     toolBar_->adjustSize();

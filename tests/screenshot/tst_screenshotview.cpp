@@ -79,7 +79,7 @@ void TestScreenShotView::selectingShowsMagnifierThenToolBars() {
     ScreenShotView v(desktop());
     v.show();
     QVERIFY(v.magnifierShown());
-    QVERIFY(!v.toolBar()->isVisible());
+    QVERIFY(!v.toolBar());  // bars come with the first selection
     mouse(&v, QEvent::MouseMove, {30, 25});
     QCOMPARE(v.infoLines().first(), QStringLiteral("x: 30  y: 25"));
     QCOMPARE(v.infoLines().at(1), QStringLiteral("rgb: (230,230,230)"));
