@@ -176,9 +176,16 @@ void ScreenShotView::placeToolBars() {
     }
     sizeBar_->adjustSize();
     const QSize size = sizeBar_->sizeHint();
-    QPoint sizeAt(toolBar_->x(), toolBar_->geometry().bottom() + 4);
-    if (sizeAt.y() + size.height() > area.top() + area.height())
-        sizeAt.setY(toolBar_->y() - 4 - size.height());
+    // Away from the selection: under a bar that is under it, above one that is above it,
+    // and the other way round where the screen ends.
+    const int below = toolBar_->geometry().bottom() + 4;
+    const int above = toolBar_->y() - 4 - size.height();
+    const bool barAbove = toolBar_->geometry().bottom() < sel.top();
+    const bool fitsBelow = below + size.height() <= area.top() + area.height();
+    const bool fitsAbove = above >= area.top();
+    int y = (barAbove && fitsAbove) || (!fitsBelow && fitsAbove) ? above : below;
+    y = qBound(area.top(), y, qMax(area.top(), area.top() + area.height() - size.height()));
+    const QPoint sizeAt(toolBar_->x(), y);
     sizeBar_->setGeometry(QRect(sizeAt, size));
     sizeBar_->show();
     sizeBar_->raise();
