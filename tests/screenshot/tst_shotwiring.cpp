@@ -130,6 +130,14 @@ void TestShotWiring::finishedCaptureWaitsInTheOpenConversation() {
     QCOMPARE(files.size(), 1);
     QCOMPARE(QImage(QDir(folder).filePath(files.first())).size(), QSize(64, 48));
     QCOMPARE(QApplication::clipboard()->image().size(), QSize(64, 48));
+    // Enter sends it to the conversation as a picture.
+    ConversationContentView::setClientOnline(true);
+    QSignalSpy media(view.page("102"), &ConversationContentView::sendMediaMsg);
+    input->edit()->sendTextContent();
+    QCOMPARE(media.size(), 1);
+    QCOMPARE(media.at(0).at(0).toString(), QStringLiteral("102"));
+    QCOMPARE(QFileInfo(media.at(0).at(1).toString()).fileName(), files.first());
+    ConversationContentView::setClientOnline(false);
 
     // With no conversation open the capture stays on the clipboard only.
     ConversationView empty;
