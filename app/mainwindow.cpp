@@ -20,12 +20,15 @@
 #include "configbase_t.h"
 #include "configstore.h"
 #include "conversationview.h"
+#include "desktopgrabber.h"
 #include "directorystore.h"
 #include "functionlistview.h"
+#include "logger.h"
 #include "loginview.h"
 #include "manager.h"
 #include "platform/platform.h"
 #include "screenmetrics.h"
+#include "screenshotview.h"
 #include "tribetips.h"
 #include "winstylebuttons.h"
 
@@ -378,6 +381,35 @@ void MainWindow::showMainWindow() {
 }
 
 void MainWindow::hideMainWindow() { hide(); }
+
+screenshot::ScreenShotView* MainWindow::screenShot() const { return shot_.data(); }
+
+void MainWindow::startScreenshot() {
+    if (shot_) {  // the hot key again while capturing: keep the capture under way
+        shot_->raise();
+        shot_->activateWindow();
+        return;
+    }
+    if (shotPending_) return;
+    shotPending_ = true;
+    // Hidden a moment ago, the window may still be on screen until the desktop repaints.
+    QTimer::singleShot(isVisible() ? 0 : kHideSettleMs, this, &MainWindow::openScreenshot);
+}
+
+void MainWindow::openScreenshot() {
+    shotPending_ = false;
+    const screenshot::DesktopImage desktop = screenshot::DesktopGrabber::grab();
+    if (!desktop.isValid()) {
+        // Never a black overlay: the user is told why, and the window comes back.
+        QMessageBox::information(nullptr, QStringLiteral("提示"), desktop.refusal);
+        if (conversationView_) showMainWindow();
+        return;
+    }
+    shot_ = new screenshot::ScreenShotView(desktop);
+    shot_->setAttribute(Qt::WA_DeleteOnClose);
+    if (conversationView_) conversationView_->attachScreenShot(shot_);
+    shot_->showOverlay();
+}
 
 bool MainWindow::isMainWindowActive() const { return isActiveWindow(); }
 

@@ -2,6 +2,7 @@
 
 #include <QMainWindow>
 #include <QPoint>
+#include <QPointer>
 #include <QTimer>
 
 #include <functional>
@@ -17,6 +18,9 @@ class QButtonGroup;
 class QFrame;
 class QStackedWidget;
 class WinStyleButtons;
+namespace screenshot {
+class ScreenShotView;
+}
 
 // The client's one top-level window: a frameless frame with its own title strip, the
 // left column (user, page buttons) and the page stack. It is also the hub the rest of the
@@ -36,6 +40,7 @@ public:
     void talkListPreview(const QString& id, const QString& preview) override;
     void newMessageMark(const QString& id, int count) override;
     void totalUnread(int count) override;
+    void startScreenshot() override;
     void showMainWindow() override;
     void hideMainWindow() override;
     bool isMainWindowActive() const override;
@@ -71,6 +76,10 @@ public:
     LoginView* loginView() const { return loginView_; }
     WinStyleButtons* titleButtons() const { return titleButtons_; }
     QTimer* shakeTimer() { return &shakeTimer_; }
+    // The capture overlay while one is open.
+    screenshot::ScreenShotView* screenShot() const;
+    // A window hidden for a capture gets this long to leave the screen before the grab.
+    static constexpr int kHideSettleMs = 250;
     int shakeCounter() const { return shakeCounter_; }
 
     static QString windowSizeFile(const ConfigStore& store);
@@ -116,6 +125,7 @@ private:
     void showOwnUser();
     // event: a TribeTips::Event; an empty user is the user.
     void tribeTip(const QString& tribeId, const QString& userId, int event);
+    void openScreenshot();
 
     ConfigStore& store_;
     QFrame* frame_ = nullptr;
@@ -127,6 +137,8 @@ private:
     QButtonGroup* pageButtons_ = nullptr;
     ConversationView* conversationView_ = nullptr;
     LoginView* loginView_ = nullptr;
+    QPointer<screenshot::ScreenShotView> shot_;
+    bool shotPending_ = false;
 
     // Shake: steps per shake, offset in pixels, interval in milliseconds.
     QTimer shakeTimer_;

@@ -2,8 +2,10 @@
 
 #include <QAbstractEventDispatcher>
 #include <QApplication>
+#include <QClipboard>
 #include <QLabel>
 #include <QListWidget>
+#include <QMimeData>
 #include <QMutexLocker>
 #include <QPushButton>
 #include <QStackedWidget>
@@ -13,12 +15,15 @@
 #include "chatlistitemwidget.h"
 #include "colleagenamesearchedit.h"
 #include "configstore.h"
+#include "conversationcontentinputedit.h"
 #include "conversationcontentinputview.h"
 #include "conversationcontentview.h"
 #include "directorystore.h"
 #include "globalhotkey.h"
+#include "logger.h"
 #include "mainviewdelegate.h"
 #include "screenmetrics.h"
+#include "screenshotview.h"
 #include "view.h"
 
 namespace {
@@ -407,7 +412,32 @@ void ConversationView::showWinSlot() {
     if (MainViewDelegate* shell = MainViewDelegate::instance()) shell->showMainWindow();
 }
 
-void ConversationView::screenShortFinished() { showWinSlot(); }
+void ConversationView::attachScreenShot(screenshot::ScreenShotView* shot) {
+    connect(shot, &screenshot::ScreenShotView::signal_Exit, this, &ConversationView::showWinSlot);
+    connect(shot, &screenshot::ScreenShotView::signal_Finish, this,
+            &ConversationView::screenShortFinished);
+}
+
+void ConversationView::screenShortFinished() {
+    showWinSlot();
+    // The capture is on the clipboard; it also goes into the open conversation's input,
+    // as if pasted, so that Enter sends it.
+    const QString id = currentConversationId();
+    if (id.isEmpty()) return;  // no conversation open: the clipboard has it
+    const QImage picture = QApplication::clipboard()->image();
+    if (picture.isNull()) {
+        Logger::instance().write(QStringLiteral("screenshot: the clipboard lost the capture"));
+        return;
+    }
+    auto* input = qobject_cast<ConversationContentInputView*>(page(id)->input());
+    if (!input) return;
+    if (MainViewDelegate* shell = MainViewDelegate::instance())
+        shell->showPage(MainViewDelegate::ChatPage);
+    QMimeData pasted;
+    pasted.setImageData(picture);
+    input->edit()->insertFromMimeData(&pasted);
+    input->edit()->setFocus();
+}
 
 void ConversationView::ignoreAllMsgsSlot() {
     for (int row = 0; row < talkList_->count(); ++row) rowWidget(row)->setUnreadCount(0);

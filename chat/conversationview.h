@@ -13,6 +13,9 @@ class QLabel;
 class QListWidget;
 class QListWidgetItem;
 class QStackedWidget;
+namespace screenshot {
+class ScreenShotView;
+}
 
 // The conversation area: the talk list (recent conversations, newest activity first,
 // with unread badges) beside a stack of conversation pages. It also shows the
@@ -44,6 +47,9 @@ public:
     QStackedWidget* pages() const { return stack_; }
     QLabel* netTip() const { return netTip_; }
     bool hotKeyRegistered() const { return hotKeyRegistered_; }
+    // Brings the window back when a capture ends, and takes a finished one into the
+    // open conversation's input.
+    void attachScreenShot(screenshot::ScreenShotView* shot);
 
     bool nativeEventFilter(const QByteArray& eventType, void* message, long* result) override;
 

@@ -31,6 +31,7 @@
 #include "openimmanager.h"
 #include "prompts.h"
 #include "resources.h"
+#include "screenshotview.h"
 #include "support/prosody_server.h"
 #include "support/session_probe.h"
 #include "support/test_session.h"
@@ -52,6 +53,7 @@ private slots:
     void wrongPasswordIsRefused();
     void signsInAndChats();
     void conversationPageShowsBothSides();
+    void captureReachesTheColleagueAsAPicture();
     void secondDesktopTakesTheSessionOver();
 
 private:
@@ -413,6 +415,64 @@ void TestClient::conversationPageShowsBothSides() {
         !QFile::exists(ConfigStore::instance().folderPath(ConfigStore::Download) + "/不存在.txt"));
     qx_output::Prompts::setError({});
     qx_output::Prompts::setAsk({});
+}
+
+// A capture with an arrow and a line of text, finished into the open conversation's input,
+// leaves with Enter and reaches the colleague as a picture. The offscreen platform has no
+// screen to grab, so the overlay gets a desktop picture of our own.
+void TestClient::captureReachesTheColleagueAsAPicture() {
+    using qx_output::MessageEntry;
+    const Account me = account(0);
+    const Account peer = account(1);
+    TestSession colleague("capture-peer");
+    colleague.login(prosody_, peer.id, peer.secret);
+    QVERIFY(waitUntil([&] { return colleague.probe().count("loginOk") == 1; }));
+    colleague.markRead(me.id);
+    ConversationView* conversations = window_->conversationView();
+    conversations->showConversation(peer.id, 0);
+    ConversationContentView* page = conversations->page(peer.id);
+    auto* out = qobject_cast<qx_output::View*>(page->output());
+    auto* input = qobject_cast<ConversationContentInputView*>(page->input());
+    QVERIFY(out && input);
+    const qx_output::EntryItem* before = lastOf(out, MessageEntry::Image, true);
+
+    screenshot::DesktopImage desktop;
+    desktop.geometry = QRect(0, 0, 640, 400);
+    desktop.image = QImage(640, 400, QImage::Format_RGB32);
+    desktop.image.fill(QColor(250, 250, 240));
+    auto* shot = new screenshot::ScreenShotView(desktop);
+    shot->setAttribute(Qt::WA_DeleteOnClose);
+    conversations->attachScreenShot(shot);
+    shot->showOverlay();
+    shot->setSelection(QRect(100, 80, 300, 200));
+    auto send = [&](QEvent::Type type, QPoint pos) {
+        QMouseEvent e(type, pos, shot->mapToGlobal(pos),
+                      type == QEvent::MouseMove ? Qt::NoButton : Qt::LeftButton,
+                      type == QEvent::MouseButtonRelease ? Qt::NoButton : Qt::LeftButton,
+                      Qt::NoModifier);
+        QApplication::sendEvent(shot, &e);
+    };
+    shot->setTool(screenshot::ScreenShotView::Tool::Arrow);
+    send(QEvent::MouseButtonPress, {130, 250});
+    send(QEvent::MouseMove, {250, 150});
+    send(QEvent::MouseButtonRelease, {260, 140});
+    shot->setTool(screenshot::ScreenShotView::Tool::Text);
+    send(QEvent::MouseButtonPress, {270, 130});
+    send(QEvent::MouseButtonRelease, {270, 130});
+    shot->textEdit()->insertPlainText(QStringLiteral("这里"));  // typed (keyClicks is ASCII only)
+    shot->OnFinish();
+    QCOMPARE(shot->annotations().count(), 2);
+    QVERIFY(input->edit()->toHtml().contains("<img"));
+
+    input->edit()->sendTextContent();
+    QVERIFY(waitUntil([&] { return colleague.unreadCount(me.id) >= 1; }, 20000));
+    QCOMPARE(colleague.unread(me.id).back().content.type, std::int32_t(BaseMsg::Media));
+    QTRY_VERIFY(lastOf(out, MessageEntry::Image, true) != before);
+    const qx_output::EntryItem* ours = lastOf(out, MessageEntry::Image, true);
+    const QImage sent(ours->entry.msg.mediaPath);
+    QCOMPARE(sent.size(), QSize(300, 200));
+    QVERIFY(qRed(sent.pixel(95, 115)) > 200 && qGreen(sent.pixel(95, 115)) < 60);  // the arrow
+    QTRY_VERIFY(window_->isVisible());
 }
 
 void TestClient::secondDesktopTakesTheSessionOver() {
