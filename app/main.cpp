@@ -1,5 +1,6 @@
 #include <QApplication>
 #include <QDir>
+#include <QTimer>
 #include <QTranslator>
 
 #include "base/at_exit.h"
@@ -13,6 +14,7 @@
 #include "openimmanager.h"
 #include "resources.h"
 #include "screenmetrics.h"
+#include "shellservices.h"
 #ifndef Q_OS_WIN
 #include "quitsignalwatcher.h"
 #endif
@@ -63,6 +65,11 @@ int main(int argc, char* argv[]) {
     MainViewDelegate::setInstance(mainWindow);
     ClientSession::connect(mainWindow, im);
     mainWindow->start(flags.autoLogin, flags.kicked);
+    // The tray, the settings and the update check come once the log-in window is up, so
+    // they never stand between starting and the window the user waits for.
+    QTimer::singleShot(0, mainWindow, [mainWindow, &config] {
+        new ShellServices(mainWindow, config, nullptr, mainWindow);
+    });
 
     const int code = app.exec();
     QX_LOG << "Quelix exits with code " << code;
