@@ -93,6 +93,12 @@ int main(int argc, char** argv) {
         QStringLiteral("session-minutes"),
         QStringLiteral("How long a log-in authorises (at least 30; default 120)."),
         QStringLiteral("minutes"), QStringLiteral("120"));
+    const QCommandLineOption updateDir(
+        QStringLiteral("update-dir"),
+        QStringLiteral(
+            "Publish the client packages of this folder, described by its release.ini "
+            "([info] ExeVersion, QtVersion; [General] package_maximum, package_minimum)."),
+        QStringLiteral("dir"));
     const QCommandLineOption accounts(
         QStringLiteral("print-accounts"),
         QStringLiteral("Print the first N sign-in accounts and exit."), QStringLiteral("N"));
@@ -100,9 +106,10 @@ int main(int argc, char** argv) {
         QStringLiteral("write-url-table"),
         QStringLiteral("Once listening, write the client's URL table (UrlText.ini) pointing here."),
         QStringLiteral("file"));
-    parser.addOptions({urlTable, listen, port, dataDir, database, seedDemo, generate, departments,
-                       iterations, publicUrl, imHost, imPort, imDomain, prosodyData, imCommand,
-                       uploadLimit, threads, sessionMinutes, accounts});
+    parser.addOptions({urlTable,    listen,   port,           dataDir,     database,
+                       seedDemo,    generate, departments,    iterations,  publicUrl,
+                       imHost,      imPort,   imDomain,       prosodyData, imCommand,
+                       uploadLimit, threads,  sessionMinutes, accounts,    updateDir});
     parser.process(app);
 
     const QString data = QDir(parser.value(dataDir)).absolutePath();
@@ -163,6 +170,7 @@ int main(int argc, char** argv) {
     options.filesDir = data + QStringLiteral("/attachments");
     options.uploadLimit = qint64(qMax(1, parser.value(uploadLimit).toInt())) * 1024 * 1024;
     options.threads = parser.value(threads).toInt();
+    if (parser.isSet(updateDir)) options.updateDir = QDir(parser.value(updateDir)).absolutePath();
     // The client renews its authorisation only after 30 minutes.
     options.sessionLifetimeSeconds = qMax(30, parser.value(sessionMinutes).toInt()) * 60;
     BackendServer server(&db, options);

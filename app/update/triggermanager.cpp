@@ -58,6 +58,7 @@ TriggerManager::TriggerManager(QObject* parent, const QString& appDir)
         QMessageBox::information(nullptr, QStringLiteral("提示"), text, QMessageBox::Ok);
     };
     startLoader_ = [this](const QString& key) { return startLoader(key); };
+    quit_ = [] { QCoreApplication::quit(); };
 }
 
 quint32 TriggerManager::packVersion(const QString& text) {
@@ -130,7 +131,7 @@ void TriggerManager::onUpdateIniDownloaded(QNetworkReply* reply) {
             const QString key =
                 d == UpdateMaximum ? QStringLiteral("url_maximum") : QStringLiteral("url_minimum");
             if (startLoader_(key)) {
-                QCoreApplication::quit();
+                quit_();
             } else {
                 Logger::instance().write(QStringLiteral("update loader could not start"));
                 inform_(QStringLiteral("无法启动更新程序，请稍后再试。"));
@@ -154,8 +155,9 @@ bool TriggerManager::startLoader(const QString& key) {
     const QString loader = QDir(appDir_).filePath(loaderName());
     if (!QFileInfo(loader).isExecutable()) return false;
     // The loader works on a copy of itself outside the folder it replaces.
-    return QProcess::startDetached(
-        loader, {key, QStringLiteral("--ini"), iniPath_, QStringLiteral("--install-dir"), appDir_});
+    return QProcess::startDetached(loader, QStringList{key, QStringLiteral("--ini"), iniPath_,
+                                                       QStringLiteral("--install-dir"), appDir_} +
+                                               loaderArgs_);
 }
 
 bool TriggerManager::openWithShell(const QString& file, const QString& parameters) {

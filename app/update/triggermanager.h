@@ -2,6 +2,7 @@
 
 #include <QObject>
 #include <QString>
+#include <QStringList>
 
 #include <functional>
 
@@ -60,6 +61,11 @@ public:
         startLoader_ = std::move(start);
     }
 
+    // How the client steps aside for the loader (the application's quit by default).
+    void setQuitter(std::function<void()> quit) { quit_ = std::move(quit); }
+    // Extra switches for the loader (tests ask it to report on standard error only).
+    void setLoaderArguments(const QStringList& args) { loaderArgs_ = args; }
+
 signals:
     // One per check, once it is decided (also when the network failed: UpToDate, ok false).
     void checkFinished(int decision, bool ok);
@@ -82,6 +88,8 @@ private:
     std::function<bool(const QString&)> ask_;
     std::function<void(const QString&)> inform_;
     std::function<bool(const QString&)> startLoader_;
+    std::function<void()> quit_;
+    QStringList loaderArgs_;
 };
 
 }  // namespace quelix
