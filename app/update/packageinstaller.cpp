@@ -62,6 +62,10 @@ bool PackageInstaller::run() {
         return fail(QStringLiteral("no installed client in ") + install.path());
     QDir parent(install);
     parent.cdUp();
+    // A folder the user cannot change (a system-wide install) is updated by the system's
+    // package manager, not here.
+    if (!QFileInfo(parent.path()).isWritable() || !QFileInfo(install.path()).isWritable())
+        return fail(QStringLiteral("the installed folder is not writable: ") + install.path());
     const QStorageInfo disk(parent.path());
     if (disk.bytesAvailable() >= 0 && disk.bytesAvailable() < size * kSpaceFactor)
         return fail(QStringLiteral("not enough disk space"));
