@@ -1,6 +1,5 @@
 #include <QApplication>
 #include <QDir>
-#include <QTimer>
 #include <QTranslator>
 
 #include "base/at_exit.h"
@@ -9,12 +8,14 @@
 #include "configstore.h"
 #include "crashdump.h"
 #include "logger.h"
+#include "loginview.h"
 #include "logstream.h"
 #include "mainwindow.h"
 #include "openimmanager.h"
 #include "resources.h"
 #include "screenmetrics.h"
 #include "shellservices.h"
+#include "startupprobe.h"
 #ifndef Q_OS_WIN
 #include "quitsignalwatcher.h"
 #endif
@@ -54,9 +55,7 @@ int main(int argc, char* argv[]) {
     crashdump::installCrashHandler(dumpFolder.constData(), 1);
     QX_LOG << "Quelix " << ConfigStore::kVersion << " started";
 
-    // Without an SDK the client still starts; signing in then reports no server.
     OpenIMManager* im = OpenIMManager::instance();
-    im->init();
 
     const CommandLineSwitches::Flags flags = CommandLineSwitches::parse(argc, argv);
 
@@ -64,12 +63,16 @@ int main(int argc, char* argv[]) {
     auto* mainWindow = new MainWindow(config);
     MainViewDelegate::setInstance(mainWindow);
     ClientSession::connect(mainWindow, im);
-    mainWindow->start(flags.autoLogin, flags.kicked);
-    // The tray, the settings and the update check come once the log-in window is up, so
-    // they never stand between starting and the window the user waits for.
-    QTimer::singleShot(0, mainWindow, [mainWindow, &config] {
+    // The IM SDK (its thread, store and emoticon table), the tray, the settings and the
+    // update check come once the log-in window is drawn, so they never stand between
+    // starting and the window the user waits for; signing in needs a round trip to the
+    // back end first, by which time the SDK is up. Without an SDK the client still
+    // starts; signing in then reports no server.
+    StartupProbe::watch(mainWindow->loginView(), [mainWindow, im, &config] {
+        im->init();
         new ShellServices(mainWindow, config, nullptr, mainWindow);
     });
+    mainWindow->start(flags.autoLogin, flags.kicked);
 
     const int code = app.exec();
     QX_LOG << "Quelix exits with code " << code;
