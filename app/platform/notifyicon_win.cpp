@@ -1,7 +1,8 @@
 // The notification-area icon on Windows: Shell_NotifyIconW with icon id 1, flags
 // message|icon|tip and the callback message WM_USER + 123.
-#include <shellapi.h>
 #include <windows.h>
+// Needs windows.h first.
+#include <shellapi.h>
 
 #include <cstring>
 #include <cwchar>

@@ -1,7 +1,8 @@
 // Windows: version resources, the shell's "open" and ending processes by program path.
+#include <windows.h>
+// These need windows.h first.
 #include <psapi.h>
 #include <shellapi.h>
-#include <windows.h>
 
 #include <string>
 #include <vector>

@@ -33,8 +33,9 @@ bool AutoStart::setEnabled(bool enabled, const QString& program) {
 #ifdef Q_OS_WIN
     QSettings run(QLatin1String(kRunKey), QSettings::NativeFormat);
     if (enabled)
-        run.setValue(QStringLiteral("Quelix"),
-                     QLatin1Char('"') + QDir::toNativeSeparators(program) + QLatin1Char('"'));
+        run.setValue(
+            QStringLiteral("Quelix"),
+            QLatin1Char('"') + QDir::toNativeSeparators(program) + QStringLiteral("\" autostart"));
     else
         run.remove(QStringLiteral("Quelix"));
     run.sync();
@@ -47,13 +48,14 @@ bool AutoStart::setEnabled(bool enabled, const QString& program) {
         return false;
     }
     QDir().mkpath(QFileInfo(path).absolutePath());
-    // The program path is quoted as the desktop entry format asks.
+    // The program path is quoted as the desktop entry format asks; the first argument is
+    // the loader's place, so switches would follow it.
     QString exec = program;
     exec.replace(QLatin1Char('\\'), QLatin1String("\\\\"))
         .replace(QLatin1Char('"'), QLatin1String("\\\""));
     const QString entry = QStringLiteral(
                               "[Desktop Entry]\nType=Application\nName=Quelix\n"
-                              "Exec=\"%1\"\nIcon=quelix\nTerminal=false\n"
+                              "Exec=\"%1\" autostart\nIcon=quelix\nTerminal=false\n"
                               "X-GNOME-Autostart-enabled=true\n")
                               .arg(exec);
     if (quelix::configbase_t::writeFileAtomically(path, entry.toUtf8())) return true;
