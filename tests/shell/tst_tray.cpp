@@ -8,6 +8,7 @@
 #include <QTemporaryDir>
 #include <QtTest>
 
+#include "autostart.h"
 #include "configstore.h"
 #include "faketraybackend.h"
 #include "mainwindow.h"
@@ -229,6 +230,16 @@ void TestTray::togglesStayInStepBothWays() {
     store.loginList().logins = {{"lilei", "sealed"}};
     settings->utility()->autoLogin->setChecked(true);
     QCOMPARE(store.loginList().autoLogin, QString("lilei"));
+
+    // Starting with the system writes the desktop's autostart entry, and removes it.
+    settings->setProgram("/opt/quelix dir/Quelix");
+    settings->utility()->startWithSystem->setChecked(true);
+    QFile entry(AutoStart::entryPath());
+    QVERIFY(entry.open(QIODevice::ReadOnly));
+    QVERIFY(entry.readAll().contains("Exec=\"/opt/quelix dir/Quelix\" autostart"));
+    entry.close();
+    settings->utility()->startWithSystem->setChecked(false);
+    QVERIFY(!QFileInfo::exists(AutoStart::entryPath()));
     MainViewDelegate::setInstance(nullptr);
 }
 
