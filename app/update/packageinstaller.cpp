@@ -221,8 +221,16 @@ QString PackageInstaller::findProgramFolder(const QString& root) const {
     return QString();
 }
 
-bool PackageInstaller::startProgram(const QString& folder) const {
+bool PackageInstaller::startProgram(const QString& folder) {
     const QString program = QDir(folder).filePath(programName());
-    return QFileInfo(program).isExecutable() &&
-           QProcess::startDetached(program, {QStringLiteral("loader")}, folder);
+    if (!QFileInfo(program).isExecutable()) return false;
+    QProcess client;
+    client.setProgram(program);
+    client.setArguments({QStringLiteral("loader")});
+    client.setWorkingDirectory(folder);
+    // The client outlives the loader and owes nothing to whoever started the loader.
+    client.setStandardInputFile(QProcess::nullDevice());
+    client.setStandardOutputFile(QProcess::nullDevice());
+    client.setStandardErrorFile(QProcess::nullDevice());
+    return client.startDetached();
 }

@@ -25,13 +25,14 @@ public:
     const QString& error() const { return error_; }
     // The installed program's file name on this platform.
     static QString programName();
+    // Starts the client in folder, detached from the loader.
+    static bool startProgram(const QString& folder);
 
 private:
     bool fail(const QString& text);
     bool download(const QString& url, qint64 size, const QByteArray& sha256, const QString& to);
     bool unpack(const QString& package, const QString& stage);
     QString findProgramFolder(const QString& root) const;
-    bool startProgram(const QString& folder) const;
 
     Options options_;
     QString error_;

@@ -3,9 +3,7 @@
 // the new client; on any failure the old client stays and is started again.
 #include <QApplication>
 #include <QCommandLineParser>
-#include <QDir>
 #include <QMessageBox>
-#include <QProcess>
 
 #include <cstdio>
 
@@ -46,9 +44,6 @@ int main(int argc, char** argv) {
             nullptr, QStringLiteral("提示"),
             QStringLiteral("更新没有完成，将继续使用当前版本。\n") + installer.error());
     // The client quit for the update; the one still installed comes back.
-    if (o.startClient) {
-        const QString program = QDir(o.installDir).filePath(PackageInstaller::programName());
-        QProcess::startDetached(program, {QStringLiteral("loader")}, o.installDir);
-    }
+    if (o.startClient) PackageInstaller::startProgram(o.installDir);
     return 1;
 }
