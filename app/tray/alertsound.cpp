@@ -2,8 +2,7 @@
 
 #include <QCoreApplication>
 #include <QFileInfo>
-#include <QSoundEffect>
-#include <QUrl>
+#include <QLibrary>
 
 #include "logger.h"
 
@@ -14,17 +13,22 @@ QString AlertSound::defaultSource() {
 }
 
 void AlertSound::play() {
+    if (!play_) {
+        QLibrary module(QCoreApplication::applicationDirPath() + QStringLiteral("/quelix-sound"));
+        play_ = reinterpret_cast<PlayFunction>(module.resolve("quelixPlaySound"));
+        if (!play_) {
+            if (!failedLogged_)
+                Logger::instance().write(QStringLiteral("alert sound unavailable: ") +
+                                         module.errorString());
+            failedLogged_ = true;
+            return;
+        }
+    }
     if (!QFileInfo(source_).isFile()) {
-        if (!missingLogged_)
+        if (!failedLogged_)
             Logger::instance().write(QStringLiteral("alert sound missing: ") + source_);
-        missingLogged_ = true;
+        failedLogged_ = true;
         return;
     }
-    if (!effect_) {
-        effect_ = new QSoundEffect(this);
-        effect_->setSource(QUrl::fromLocalFile(source_));
-        effect_->setVolume(0.8);
-    }
-    effect_->stop();
-    effect_->play();
+    play_(source_.toUtf8().constData(), 80);
 }

@@ -3,10 +3,8 @@
 #include <QObject>
 #include <QString>
 
-class QSoundEffect;
-
 // The new-message sound: "<program folder>/resource/MSG.wav" at volume 80 of 100. The
-// player is made on the first message, so starting the client loads no audio back end.
+// player module is loaded on the first message, so starting the client loads no audio.
 class AlertSound : public QObject {
     Q_OBJECT
 public:
@@ -20,7 +18,8 @@ public:
     void play();
 
 private:
+    using PlayFunction = void (*)(const char*, int);
     QString source_;
-    QSoundEffect* effect_ = nullptr;
-    bool missingLogged_ = false;
+    PlayFunction play_ = nullptr;
+    bool failedLogged_ = false;
 };
