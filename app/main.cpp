@@ -21,6 +21,13 @@
 #endif
 
 int main(int argc, char* argv[]) {
+#if !defined(Q_OS_WIN) && !defined(QUELIX_NEEDS_OPENGL)
+    // The widgets never draw with OpenGL, yet on X11 the toolkit loads its GL integration
+    // (and with it the system's GL driver) at start: about 50 MB and a good part of the
+    // start-up time. Left out unless the user's environment asks for it.
+    if (!qEnvironmentVariableIsSet("QT_XCB_GL_INTEGRATION"))
+        qputenv("QT_XCB_GL_INTEGRATION", "none");
+#endif
     QApplication app(argc, argv);
     quelixInitResources();
 
