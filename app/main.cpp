@@ -15,6 +15,7 @@
 #include "resources.h"
 #include "screenmetrics.h"
 #include "shellservices.h"
+#include "shellstate.h"
 #include "startupprobe.h"
 #ifndef Q_OS_WIN
 #include "quitsignalwatcher.h"
@@ -57,6 +58,7 @@ int main(int argc, char* argv[]) {
 
     ConfigStore& config = ConfigStore::instance();
     config.init();
+    if (const int px = ShellState::fontSize(config)) ShellState::applyFontSize(px);
     const QByteArray dumpFolder =
         QDir::toNativeSeparators(config.folderPath(ConfigStore::Dump)).toUtf8();
     crashdump::installCrashHandler(dumpFolder.constData(), 1);

@@ -26,6 +26,7 @@
 #include "manager.h"
 #include "platform/platform.h"
 #include "screenmetrics.h"
+#include "shellstate.h"
 #include "winstylebuttons.h"
 
 namespace {
@@ -485,12 +486,9 @@ void MainWindow::closeEvent(QCloseEvent* event) {
     if (settings.closeQuit()) {
         // Quitting ends the alerts too, so the first time it is asked; the answer is
         // remembered either way ("no" keeps the client in the tray from then on).
-        const QString file = shellStateFile(store_);
-        if (ConfigStore::readValueAt(file, QStringLiteral("CloseAsked")) != QLatin1String("true")) {
+        if (ShellState::value(store_, QStringLiteral("CloseAsked")) != QLatin1String("true")) {
             const bool quit = closeQuestion_ ? closeQuestion_() : true;
-            QJsonObject o;
-            o.insert(QStringLiteral("CloseAsked"), QStringLiteral("true"));
-            quelix::configbase_t::writeFileAtomically(file, quelix::configbase_t::toBytes(o));
+            ShellState::setValue(store_, QStringLiteral("CloseAsked"), QStringLiteral("true"));
             if (!quit) {
                 settings.setCloseQuit(false);
                 settings.save();
@@ -510,9 +508,7 @@ void MainWindow::closeEvent(QCloseEvent* event) {
     quitApplication();
 }
 
-QString MainWindow::shellStateFile(const ConfigStore& store) {
-    return store.folderPath(ConfigStore::Config) + QStringLiteral("/Shell.ini");
-}
+QString MainWindow::shellStateFile(const ConfigStore& store) { return ShellState::path(store); }
 
 void MainWindow::resizeEvent(QResizeEvent* event) {
     QMainWindow::resizeEvent(event);

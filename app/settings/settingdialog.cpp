@@ -1,6 +1,7 @@
 #include "settingdialog.h"
 
 #include <QCheckBox>
+#include <QComboBox>
 #include <QCoreApplication>
 #include <QDir>
 #include <QFile>
@@ -21,6 +22,7 @@
 #include "mainviewdelegate.h"
 #include "settingaccount.h"
 #include "settingutility.h"
+#include "shellstate.h"
 
 SettingDialog::SettingDialog(ConfigStore& store, QWidget* parent)
     : QWidget(parent), store_(store), program_(QCoreApplication::applicationFilePath()) {
@@ -49,6 +51,7 @@ SettingDialog::SettingDialog(ConfigStore& store, QWidget* parent)
     connect(u->autoLogin, SIGNAL(toggled(bool)), this, SLOT(OnClickedAuto(bool)));
     connect(u->startWithSystem, SIGNAL(toggled(bool)), this, SLOT(OnClickedStartup(bool)));
     connect(u->closeQuits, SIGNAL(toggled(bool)), this, SLOT(OnClickedCloseQuit(bool)));
+    connect(u->fontSize, SIGNAL(currentIndexChanged(int)), this, SLOT(OnChangedFontSize(int)));
     const SettingAccount* a = account_;
     connect(a->reply, SIGNAL(toggled(bool)), this, SLOT(OnClickedReply(bool)));
     connect(a->suspend, SIGNAL(toggled(bool)), this, SLOT(OnClickedSuspend(bool)));
@@ -88,7 +91,20 @@ void SettingDialog::reload() {
         const QSignalBlocker quiet(s.box);
         s.box->setChecked(s.value);
     }
+    {
+        const QSignalBlocker quiet(utility_->fontSize);
+        const int index = utility_->fontSize->findData(ShellState::fontSize(store_));
+        utility_->fontSize->setCurrentIndex(qMax(0, index));
+    }
     showUserDir();
+}
+
+void SettingDialog::OnChangedFontSize(int index) {
+    const int px = utility_->fontSize->itemData(index).toInt();
+    if (!ShellState::setValue(store_, QStringLiteral("FontSize"), QString::number(px)))
+        Logger::instance().write(QStringLiteral("font size not saved: ") +
+                                 ShellState::path(store_));
+    ShellState::applyFontSize(px);
 }
 
 void SettingDialog::showUserDir() {

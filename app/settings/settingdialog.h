@@ -52,6 +52,7 @@ public slots:
     void OnCLickedExit();
     void OnClickedStartup(bool on);
     void OnClickedCloseQuit(bool quits);
+    void OnChangedFontSize(int index);
     // A toggle changed on the tray's side.
     void trayToggleSlot(int number, bool value);
     void showAbout();

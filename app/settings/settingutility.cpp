@@ -2,6 +2,7 @@
 
 #include <QButtonGroup>
 #include <QCheckBox>
+#include <QComboBox>
 #include <QGridLayout>
 #include <QLabel>
 #include <QPushButton>
@@ -19,6 +20,15 @@ QLabel* heading(const QString& text, QWidget* parent) {
 SettingUtility::SettingUtility(QWidget* parent) : QWidget(parent) {
     setObjectName(QStringLiteral("settingUtility"));
     auto* v = new QVBoxLayout(this);
+    v->addWidget(heading(QStringLiteral("字体大小"), this));
+    fontSize = new QComboBox(this);
+    fontSize->setObjectName(QStringLiteral("fontSize"));
+    fontSize->addItem(QStringLiteral("跟随系统"), 0);
+    fontSize->addItem(QStringLiteral("小"), 12);
+    fontSize->addItem(QStringLiteral("中"), 14);
+    fontSize->addItem(QStringLiteral("大"), 16);
+    fontSize->addItem(QStringLiteral("特大"), 18);
+    v->addWidget(fontSize, 0, Qt::AlignLeft);
     v->addWidget(heading(QStringLiteral("文件保存位置"), this));
     auto* row = new QHBoxLayout;
     userDir = new QLabel(this);

@@ -3,6 +3,7 @@
 #include <QWidget>
 
 class QCheckBox;
+class QComboBox;
 class QLabel;
 class QPushButton;
 class QRadioButton;
@@ -14,6 +15,7 @@ class SettingUtility : public QWidget {
 public:
     explicit SettingUtility(QWidget* parent = nullptr);
 
+    QComboBox* fontSize;
     QLabel* userDir;
     QPushButton* browse;
     QCheckBox* autoLogin;

@@ -1,8 +1,10 @@
 // The tray's alerts, its card and menu, the settings page kept in step with the menu, and
 // what closing the main window does.
 #include <QAction>
+#include <QApplication>
 #include <QCheckBox>
 #include <QCloseEvent>
+#include <QComboBox>
 #include <QSignalSpy>
 #include <QStackedWidget>
 #include <QTemporaryDir>
@@ -18,6 +20,7 @@
 #include "settingdialog.h"
 #include "settingutility.h"
 #include "shellservices.h"
+#include "shellstate.h"
 #include "systemtrayicon.h"
 #include "traymenu.h"
 #include "unreadmsgscard.h"
@@ -240,6 +243,17 @@ void TestTray::togglesStayInStepBothWays() {
     entry.close();
     settings->utility()->startWithSystem->setChecked(false);
     QVERIFY(!QFileInfo::exists(AutoStart::entryPath()));
+
+    // The font size applies at once, is kept beside the close question's answer, and a
+    // value nobody offered is ignored.
+    ShellState::setValue(store, "CloseAsked", "true");
+    settings->utility()->fontSize->setCurrentIndex(settings->utility()->fontSize->findData(16));
+    QCOMPARE(QApplication::font().pixelSize(), 16);
+    QCOMPARE(ShellState::fontSize(store), 16);
+    QCOMPARE(ShellState::value(store, "CloseAsked"), QString("true"));
+    ShellState::setValue(store, "FontSize", "300");
+    QCOMPARE(ShellState::fontSize(store), 0);
+    settings->utility()->fontSize->setCurrentIndex(0);
     MainViewDelegate::setInstance(nullptr);
 }
 
