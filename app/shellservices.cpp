@@ -92,6 +92,8 @@ void ShellServices::checkForUpdate(bool silent) {
 ShellServices::~ShellServices() = default;
 
 void ShellServices::onSignedIn() {
+    // Signed in to the IM service: the coloured icon, whatever the connection reports next.
+    tray_->setOnline(true);
     TrayMenu* menu = tray_->menu();
     const quelix::userconfig_t& c = store_.userConfig();
     menu->setAlertEnabled(TrayMenu::PopupToggle, c.popup);
