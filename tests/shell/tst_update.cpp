@@ -1,6 +1,8 @@
 // The update check against the reference back end and the loader's whole round into a
 // temporary install folder: a good package, and every way it can go wrong leaving the old
 // client in place and running.
+#include <QNetworkAccessManager>
+#include <QNetworkReply>
 #include <QProcess>
 #include <QSignalSpy>
 #include <QTcpServer>
@@ -23,6 +25,8 @@ private slots:
     void checkAgainstTheBackEnd();
     void fullRoundInstallsAndStartsTheNewClient();
     void failuresLeaveTheOldClient();
+    void backEndServesOnlyPublishedPackages();
+    void runningCopiesOfOneProgramAreEnded();
 
 private:
     // A fake client program: records that it started, and its tag, in the marker file.
@@ -342,6 +346,51 @@ void TestUpdate::failuresLeaveTheOldClient() {
         left.removeAll("quelix.failed");
         QVERIFY2(left == QStringList{"quelix"}, qPrintable(left.join(',')));
     }
+}
+
+void TestUpdate::backEndServesOnlyPublishedPackages() {
+    const QString name = makePackage("served", "1.1.10.0");
+    QFile package(QDir(updateDir_).filePath(name));
+    QVERIFY(package.open(QIODevice::ReadOnly));
+    QNetworkAccessManager network;
+    const auto get = [&](const QString& path, QByteArray* body) {
+        QNetworkReply* reply = network.get(QNetworkRequest(QUrl(backendUrl_ + path)));
+        QSignalSpy done(reply, &QNetworkReply::finished);
+        done.wait(20000);
+        *body = reply->readAll();
+        const int status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
+        reply->deleteLater();
+        return status;
+    };
+    QByteArray body;
+    QCOMPARE(get("/update/" + name, &body), 200);
+    QCOMPARE(body, package.readAll());
+    // Nothing but plain names of the folder: not the description of the release, not a
+    // way out of the folder, not a file that is not there.
+    QCOMPARE(get("/update/release.ini", &body), 404);
+    QCOMPARE(get("/update/..%2Fbackend%2Fdirectory.db", &body), 404);
+    QCOMPARE(get("/update/.hidden", &body), 404);
+    QCOMPARE(get("/update/missing.tar.gz", &body), 404);
+}
+
+void TestUpdate::runningCopiesOfOneProgramAreEnded() {
+    // Two copies of one program file, and the same program under another path.
+    const QString dir = tmp_.filePath("procs");
+    QDir().mkpath(dir + "/a");
+    QDir().mkpath(dir + "/b");
+    QVERIFY(QFile::copy("/bin/sleep", dir + "/a/Quelix"));
+    QVERIFY(QFile::copy("/bin/sleep", dir + "/b/Quelix"));
+    QProcess first, second, other;
+    first.start(dir + "/a/Quelix", {"30"});
+    second.start(dir + "/a/Quelix", {"30"});
+    other.start(dir + "/b/Quelix", {"30"});
+    QVERIFY(first.waitForStarted() && second.waitForStarted() && other.waitForStarted());
+    QCOMPARE(TriggerManager::terminateProcessesOf(dir + "/a/Quelix"), 2);
+    QVERIFY(first.waitForFinished(5000));
+    QVERIFY(second.waitForFinished(5000));
+    QCOMPARE(other.state(), QProcess::Running);
+    other.kill();
+    other.waitForFinished();
 }
 
 QTEST_MAIN(TestUpdate)
