@@ -34,6 +34,7 @@ private slots:
     void cardFollowsThePointer();
     void cardClickAndIconClickOpenTheConversation();
     void togglesStayInStepBothWays();
+    void delegateAlertsReachTheTray();
     void closeFollowsCloseQuit();
 
 private:
@@ -254,6 +255,33 @@ void TestTray::togglesStayInStepBothWays() {
     ShellState::setValue(store, "FontSize", "300");
     QCOMPARE(ShellState::fontSize(store), 0);
     settings->utility()->fontSize->setCurrentIndex(0);
+    MainViewDelegate::setInstance(nullptr);
+}
+
+// The path a live message takes: the IM core's record and text, then the talk list's unread
+// report, through the main window's delegate to the tray.
+void TestTray::delegateAlertsReachTheTray() {
+    ConfigStore& store = ConfigStore::instance();
+    MainWindow window(store);
+    MainViewDelegate::setInstance(&window);
+    ShellServices shell(&window, store, new FakeTrayBackend);
+    int sounds = 0;
+    shell.tray()->setSoundPlayer([&sounds] { ++sounds; });
+    shell.tray()->setAlertSource([] { return SystemTrayIcon::Alerts{true, true, true}; });
+    MainViewDelegate* d = &window;
+    ConversationRecord record;
+    record.id = "8";
+    record.name = "Han Meimei";
+    window.talkListUpdateSignal(record, "are you there?");
+    d->newMessageAlert("8", "Han Meimei", 1);
+    QCOMPARE(sounds, 1);
+    QVERIFY(shell.tray()->isBlinking());
+    QCOMPARE(shell.tray()->card()->entries().first().summary, QString("are you there?"));
+    QCOMPARE(shell.tray()->popup()->conversationId(), QString("8"));
+    // Read in the talk list: the card empties and the blinking stops on the next tick.
+    d->totalUnread(0);
+    shell.tray()->iconChanged();
+    QVERIFY(!shell.tray()->isBlinking());
     MainViewDelegate::setInstance(nullptr);
 }
 
