@@ -8,16 +8,27 @@
 #include "configstore.h"
 #include "crashdump.h"
 #include "logger.h"
+#include "loginview.h"
 #include "logstream.h"
 #include "mainwindow.h"
 #include "openimmanager.h"
 #include "resources.h"
 #include "screenmetrics.h"
+#include "shellservices.h"
+#include "shellstate.h"
+#include "startupprobe.h"
 #ifndef Q_OS_WIN
 #include "quitsignalwatcher.h"
 #endif
 
 int main(int argc, char* argv[]) {
+#if !defined(Q_OS_WIN) && !defined(QUELIX_NEEDS_OPENGL)
+    // The widgets never draw with OpenGL, yet on X11 the toolkit loads its GL integration
+    // (and with it the system's GL driver) at start: about 50 MB and a good part of the
+    // start-up time. Left out unless the user's environment asks for it.
+    if (!qEnvironmentVariableIsSet("QT_XCB_GL_INTEGRATION"))
+        qputenv("QT_XCB_GL_INTEGRATION", "none");
+#endif
     QApplication app(argc, argv);
     quelixInitResources();
 
@@ -47,14 +58,13 @@ int main(int argc, char* argv[]) {
 
     ConfigStore& config = ConfigStore::instance();
     config.init();
+    if (const int px = ShellState::fontSize(config)) ShellState::applyFontSize(px);
     const QByteArray dumpFolder =
         QDir::toNativeSeparators(config.folderPath(ConfigStore::Dump)).toUtf8();
     crashdump::installCrashHandler(dumpFolder.constData(), 1);
     QX_LOG << "Quelix " << ConfigStore::kVersion << " started";
 
-    // Without an SDK the client still starts; signing in then reports no server.
     OpenIMManager* im = OpenIMManager::instance();
-    im->init();
 
     const CommandLineSwitches::Flags flags = CommandLineSwitches::parse(argc, argv);
 
@@ -62,6 +72,15 @@ int main(int argc, char* argv[]) {
     auto* mainWindow = new MainWindow(config);
     MainViewDelegate::setInstance(mainWindow);
     ClientSession::connect(mainWindow, im);
+    // The IM SDK (its thread, store and emoticon table), the tray, the settings and the
+    // update check come once the log-in window is drawn, so they never stand between
+    // starting and the window the user waits for; signing in needs a round trip to the
+    // back end first, by which time the SDK is up. Without an SDK the client still
+    // starts; signing in then reports no server.
+    StartupProbe::watch(mainWindow->loginView(), [mainWindow, im, &config] {
+        im->init();
+        new ShellServices(mainWindow, config, nullptr, mainWindow);
+    });
     mainWindow->start(flags.autoLogin, flags.kicked);
 
     const int code = app.exec();

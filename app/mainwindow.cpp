@@ -30,6 +30,7 @@
 #include "screenmetrics.h"
 #include "screenshotview.h"
 #include "tribetips.h"
+#include "shellstate.h"
 #include "winstylebuttons.h"
 
 namespace {
@@ -94,14 +95,12 @@ MainWindow::MainWindow(ConfigStore& store, QWidget* parent)
     buildPages();
 
     connect(functionList_, SIGNAL(funcListDbclickSignal()), this, SLOT(funcListDbclickSlot()));
-    connect(titleButtons_, SIGNAL(hideSignal()), this, SLOT(hide()));
+    // The title strip's close button closes like the system's: to the tray or out,
+    // as the user chose (closeEvent).
+    connect(titleButtons_, SIGNAL(hideSignal()), this, SLOT(close()));
     connect(titleButtons_, SIGNAL(windowMiniSignal()), this, SLOT(showMinimized()));
     connect(titleButtons_, SIGNAL(windowMaxSignal()), this, SLOT(showMaximized()));
     connect(titleButtons_, SIGNAL(windowNormalSignal()), this, SLOT(showNormal()));
-    // Without a tray icon a hidden window could never be brought back: quit instead.
-    connect(titleButtons_, &WinStyleButtons::hideSignal, this, [this] {
-        if (!trayAvailable_) quitApplication();
-    });
     connect(this, SIGNAL(feedBackSignal()), this, SLOT(feedBackSlot()));
 
     auto* exitAction = new QAction(tr("Exit"), this);
@@ -119,6 +118,13 @@ MainWindow::MainWindow(ConfigStore& store, QWidget* parent)
     connect(&saveSizeTimer_, &QTimer::timeout, this, &MainWindow::saveWindowSize);
 
     flasher_ = [this] { platform::flashWindow(std::uintptr_t(winId())); };
+    closeQuestion_ = [this] {
+        return QMessageBox::question(
+                   this, QStringLiteral("提示"),
+                   QStringLiteral("关闭主窗口将退出 Quelix，之后不再收到新消息。\n"
+                                  "确定退出吗？选择“否”则关闭时最小化到托盘。"),
+                   QMessageBox::Yes | QMessageBox::No, QMessageBox::Yes) == QMessageBox::Yes;
+    };
     connect(qApp, &QCoreApplication::aboutToQuit, this, &MainWindow::saveWindowSize);
 
     loginView_ = new LoginView;
@@ -371,6 +377,16 @@ void MainWindow::tribeMemberKicked(const QString& tribeId, const QString& userId
 
 void MainWindow::totalUnread(int count) {
     setWindowTitle(count > 0 ? QStringLiteral("Quelix (%1)").arg(count) : QStringLiteral("Quelix"));
+    emit totalUnreadSignal(count);
+}
+
+void MainWindow::newMessageAlert(const QString& id, const QString& name, int count) {
+    emit newMessageAlertSignal(id, name, count);
+}
+
+void MainWindow::trayToggleChanged(int side, bool value, int number) {
+    Q_UNUSED(side);
+    emit trayToggleSignal(number, value);
 }
 
 void MainWindow::showMainWindow() {
@@ -532,14 +548,33 @@ void MainWindow::changeEvent(QEvent* event) {
 }
 
 void MainWindow::closeEvent(QCloseEvent* event) {
-    if (trayAvailable_ && !store_.settings().closeQuit()) {
-        hide();
+    quelix::settings_t& settings = store_.settings();
+    if (settings.closeQuit()) {
+        // Quitting ends the alerts too, so the first time it is asked; the answer is
+        // remembered either way ("no" keeps the client in the tray from then on).
+        if (ShellState::value(store_, QStringLiteral("CloseAsked")) != QLatin1String("true")) {
+            const bool quit = closeQuestion_ ? closeQuestion_() : true;
+            ShellState::setValue(store_, QStringLiteral("CloseAsked"), QStringLiteral("true"));
+            if (!quit) {
+                settings.setCloseQuit(false);
+                settings.save();
+            }
+        }
+    }
+    if (!settings.closeQuit()) {
         event->ignore();
+        // Without a tray icon a hidden window could never be brought back.
+        if (trayAvailable_)
+            hide();
+        else
+            showMinimized();
         return;
     }
     event->accept();
     quitApplication();
 }
+
+QString MainWindow::shellStateFile(const ConfigStore& store) { return ShellState::path(store); }
 
 void MainWindow::resizeEvent(QResizeEvent* event) {
     QMainWindow::resizeEvent(event);

@@ -41,6 +41,8 @@ public:
     void newMessageMark(const QString& id, int count) override;
     void totalUnread(int count) override;
     void startScreenshot() override;
+    void newMessageAlert(const QString& id, const QString& name, int count) override;
+    void trayToggleChanged(int side, bool value, int number) override;
     void showMainWindow() override;
     void hideMainWindow() override;
     bool isMainWindowActive() const override;
@@ -69,6 +71,10 @@ public:
 
     // How the window asks for attention; the task-bar flash by default. Tests count calls.
     void setFlasher(std::function<void()> flasher) { flasher_ = std::move(flasher); }
+    // Asked once when closing the window quits the client: true to quit, false to keep it
+    // in the tray from then on. A message box by default; tests answer themselves.
+    void setCloseQuestion(std::function<bool()> question) { closeQuestion_ = std::move(question); }
+    static QString shellStateFile(const ConfigStore& store);
 
     QStackedWidget* pages() const { return pages_; }
     // The conversation page, there from the first sign-in on.
@@ -96,6 +102,11 @@ signals:
     void feedBackSignal();
     // The conversation page exists (after the first sign-in).
     void conversationViewCreated(ConversationView* view);
+    // Towards the tray: a conversation's unread count rose, the total changed, and a
+    // settings-side alert toggle changed (number 0 pop-up, 1 blinking, 2 sound).
+    void newMessageAlertSignal(const QString& id, const QString& name, int count);
+    void totalUnreadSignal(int count);
+    void trayToggleSignal(int number, bool value);
 
 public slots:
     void vibrationWindowTimerOut();
@@ -158,4 +169,5 @@ private:
     bool trayAvailable_ = false;
     QString ownId_;
     std::function<void()> flasher_;
+    std::function<bool()> closeQuestion_;
 };

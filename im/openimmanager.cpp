@@ -221,6 +221,8 @@ void OpenIMManager::setRequester(Requester* requester) {
 }
 
 void OpenIMManager::login(const LoginUser& user) {
+    // Start-up brings the SDK up once the first window is drawn; a sign-in can come first.
+    init();
     auto login = service<openim::ILoginService>(openim::kLoginModule, openim::kLoginInterface);
     if (!login) {
         emit loginResult(openim::ResultCode::kFailed);

@@ -15,11 +15,14 @@
 
 #include <httplib.h>
 
+#include <QCryptographicHash>
+#include <QDir>
 #include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QRegularExpression>
+#include <QSettings>
 #include <QSqlQuery>
 #include <QUrl>
 #include <QVariant>
@@ -214,6 +217,8 @@ void BackendServer::dispatch(const httplib::Request& req, httplib::Response& res
         return avatar(res, match.captured(1));
     }
     if (path == QLatin1String("/update/QX_update.ini")) return updateDescription(res);
+    if (path.startsWith(QLatin1String("/update/")))
+        return updatePackage(res, path.mid(int(qstrlen("/update/"))));
     if (path == QLatin1String("/work/UserSet.htm")) {
         const qint64 user = sessionUser(req);
         return reply(res,
@@ -485,12 +490,66 @@ void BackendServer::avatar(httplib::Response& res, const QString& idText) {
 }
 
 void BackendServer::updateDescription(httplib::Response& res) {
-    const QString ini = QStringLiteral(
-                            "[info]\nExeVersion=%1\nQtVersion=%2\n\n[General]\n"
-                            "url_maximum=%3/update/Quelix-full-%1.zip\n"
-                            "url_minimum=%3/update/Quelix-%1.zip\n\n[mac]\n"
-                            "url_maximum=%3/update/Quelix-full-%1.dmg\n"
-                            "url_minimum=%3/update/Quelix-%1.dmg\n")
-                            .arg(options_.clientVersion, options_.frameworkVersion, publicUrl_);
+    if (options_.updateDir.isEmpty()) {
+        const QString ini = QStringLiteral(
+                                "[info]\nExeVersion=%1\nQtVersion=%2\n\n[General]\n"
+                                "url_maximum=%3/update/Quelix-full-%1.zip\n"
+                                "url_minimum=%3/update/Quelix-%1.zip\n\n[mac]\n"
+                                "url_maximum=%3/update/Quelix-full-%1.dmg\n"
+                                "url_minimum=%3/update/Quelix-%1.dmg\n")
+                                .arg(options_.clientVersion, options_.frameworkVersion, publicUrl_);
+        return reply(res, ini.toUtf8(), "text/plain;charset=UTF-8");
+    }
+    // The release as published in the update folder (its [General] keys are top-level); each
+    // package with its size and SHA-256, so the loader can refuse a cut or altered download. Read
+    // per request: a release is published by replacing release.ini, without restarting the service.
+    QSettings release(QDir(options_.updateDir).filePath(QStringLiteral("release.ini")),
+                      QSettings::IniFormat);
+    QString ini =
+        QStringLiteral("[info]\nExeVersion=%1\nQtVersion=%2\n\n[General]\n")
+            .arg(
+                release.value(QStringLiteral("info/ExeVersion"), options_.clientVersion).toString(),
+                release.value(QStringLiteral("info/QtVersion"), options_.frameworkVersion)
+                    .toString());
+    for (const char* kind : {"maximum", "minimum"}) {
+        const QString name =
+            release.value(QStringLiteral("package_") + QLatin1String(kind)).toString();
+        QFile file(QDir(options_.updateDir).filePath(name));
+        if (name.isEmpty() || name.contains(QLatin1Char('/')) || !file.open(QIODevice::ReadOnly))
+            continue;
+        QCryptographicHash sha(QCryptographicHash::Sha256);
+        sha.addData(&file);
+        ini += QStringLiteral("url_%1=%2/update/%3\nsize_%1=%4\nsha256_%1=%5\n")
+                   .arg(QLatin1String(kind), publicUrl_,
+                        QString::fromUtf8(QUrl::toPercentEncoding(name)),
+                        QString::number(file.size()), QString::fromLatin1(sha.result().toHex()));
+    }
     reply(res, ini.toUtf8(), "text/plain;charset=UTF-8");
+}
+
+void BackendServer::updatePackage(httplib::Response& res, const QString& name) {
+    // Only plain file names inside the update folder; the release description is not a
+    // package.
+    static const QRegularExpression plain(QStringLiteral("^[A-Za-z0-9][A-Za-z0-9._+-]{0,127}$"));
+    QFile file(options_.updateDir.isEmpty() ? QString() : QDir(options_.updateDir).filePath(name));
+    if (!plain.match(name).hasMatch() || name == QLatin1String("release.ini") ||
+        !file.open(QIODevice::ReadOnly)) {
+        res.status = 404;
+        return reply(res, Envelope::failure(Envelope::NotFound));
+    }
+    auto shared = std::make_shared<QFile>(file.fileName());
+    if (!shared->open(QIODevice::ReadOnly)) {
+        res.status = 500;
+        return reply(res, Envelope::failure(Envelope::NotFound));
+    }
+    // Streamed, so a large package never sits whole in memory.
+    res.set_content_provider(size_t(shared->size()), "application/octet-stream",
+                             [shared](size_t offset, size_t length, httplib::DataSink& sink) {
+                                 if (!shared->seek(qint64(offset))) return false;
+                                 const QByteArray chunk =
+                                     shared->read(qint64(qMin<size_t>(length, 256 * 1024)));
+                                 if (chunk.isEmpty()) return false;
+                                 sink.write(chunk.constData(), size_t(chunk.size()));
+                                 return true;
+                             });
 }

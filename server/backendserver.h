@@ -34,6 +34,9 @@ public:
         QString imAuthority;  // the node of the back end's own IM account; empty: none
         QString clientVersion = QStringLiteral("1.1.9.0");
         QString frameworkVersion = QStringLiteral("5.15.8");
+        // Published client packages and their release description ("release.ini"); empty:
+        // the description names the versions above and no packages are served.
+        QString updateDir;
         QString filesDir;  // attachments; required
         qint64 uploadLimit = 20 * 1024 * 1024;
         int threads = 64;
@@ -85,6 +88,7 @@ private:
     void goalsPage(const httplib::Request& req, httplib::Response& res);
     void avatar(httplib::Response& res, const QString& idText);
     void updateDescription(httplib::Response& res);
+    void updatePackage(httplib::Response& res, const QString& name);
 
     qint64 sessionUser(const httplib::Request& req);
     QString projectSign(qint64 projectId, qint64 forUser);

@@ -110,6 +110,12 @@ int main(int argc, char** argv) {
         QStringLiteral("session-minutes"),
         QStringLiteral("How long a log-in authorises (at least 30; default 120)."),
         QStringLiteral("minutes"), QStringLiteral("120"));
+    const QCommandLineOption updateDir(
+        QStringLiteral("update-dir"),
+        QStringLiteral(
+            "Publish the client packages of this folder, described by its release.ini "
+            "([info] ExeVersion, QtVersion; [General] package_maximum, package_minimum)."),
+        QStringLiteral("dir"));
     const QCommandLineOption accounts(
         QStringLiteral("print-accounts"),
         QStringLiteral("Print the first N sign-in accounts and exit."), QStringLiteral("N"));
@@ -121,7 +127,7 @@ int main(int argc, char** argv) {
                        seedDemo,    generate,       departments,   iterations,        publicUrl,
                        imHost,      imPort,         imDomain,      prosodyData,       imCommand,
                        imMucDomain, imAdminJid,     imAdminSecret, imAdminSecretFile, uploadLimit,
-                       threads,     sessionMinutes, accounts});
+                       threads,     sessionMinutes, accounts,      updateDir});
     parser.process(app);
 
     const QString data = QDir(parser.value(dataDir)).absolutePath();
@@ -210,6 +216,7 @@ int main(int argc, char** argv) {
     options.filesDir = data + QStringLiteral("/attachments");
     options.uploadLimit = qint64(qMax(1, parser.value(uploadLimit).toInt())) * 1024 * 1024;
     options.threads = parser.value(threads).toInt();
+    if (parser.isSet(updateDir)) options.updateDir = QDir(parser.value(updateDir)).absolutePath();
     // The client renews its authorisation only after 30 minutes.
     options.sessionLifetimeSeconds = qMax(30, parser.value(sessionMinutes).toInt()) * 60;
     BackendServer server(&db, options);

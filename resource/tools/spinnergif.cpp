@@ -1,6 +1,8 @@
-// quelix-spinnergif <out.gif> <size>
+// quelix-spinnergif <out.gif> <size> [--dots]
 // Draws the "loading" animation shown while a picture is on its way: eight dots around a
-// circle, one frame per step, written as a looping GIF. Qt reads GIF but cannot write it,
+// circle, one frame per step, written as a looping GIF. With --dots it draws the log-in
+// window's waiting strip instead: a row of dots with a bright one running across, as wide
+// as <size> and a quarter as high. Qt reads GIF but cannot write it,
 // so the file is written here: an 8-colour palette and LZW codes of a fixed width (a
 // clear code every few pixels keeps the code table from growing), which every reader
 // accepts.
@@ -70,19 +72,21 @@ QByteArray frameData(const QVector<uchar>& pixels) {
 
 int main(int argc, char** argv) {
     QGuiApplication app(argc, argv);
-    if (argc != 3) {
-        std::fprintf(stderr, "usage: quelix-spinnergif out.gif size\n");
+    const bool dots = argc == 4 && QByteArray(argv[3]) == "--dots";
+    if (argc != 3 && !dots) {
+        std::fprintf(stderr, "usage: quelix-spinnergif out.gif size [--dots]\n");
         return 2;
     }
     const int size = QString::fromLocal8Bit(argv[2]).toInt();
+    const int width = size, height = dots ? qMax(4, size / 4) : size;
     // Shades from the newest dot (dark blue) to the oldest (pale).
     const QColor shades[kColours - 1] = {QColor(0x1f, 0x6f, 0xd1), QColor(0x46, 0x87, 0xd9),
                                          QColor(0x6d, 0x9f, 0xe1), QColor(0x94, 0xb7, 0xe8),
                                          QColor(0xb0, 0xc8, 0xee), QColor(0xc8, 0xd8, 0xf2),
                                          QColor(0xdc, 0xe6, 0xf6)};
     QByteArray gif("GIF89a");
-    le16(gif, size);
-    le16(gif, size);
+    le16(gif, width);
+    le16(gif, height);
     gif.append(char(0xf0 | 0x02));  // global table of 2^(2+1) = 8 colours
     gif.append(char(0));
     gif.append(char(0));
@@ -96,9 +100,22 @@ int main(int argc, char** argv) {
 
     const double r = size * 0.36, dot = qMax(1.5, size * 0.09);
     for (int f = 0; f < kFrames; ++f) {
-        QImage image(size, size, QImage::Format_RGB32);
+        QImage image(width, height, QImage::Format_RGB32);
         image.fill(Qt::black);
-        {
+        if (dots) {
+            // Eight dots in a row; the bright one runs left to right and leaves a fading tail.
+            QPainter p(&image);
+            p.setRenderHint(QPainter::Antialiasing, false);
+            const double step = width / double(kFrames);
+            const double radius = qMax(1.5, qMin(step * 0.3, height * 0.4));
+            for (int d = 0; d < kFrames; ++d) {
+                const int age = (f - d + kFrames) % kFrames;
+                const int index = qMin(age, kColours - 2) + 1;
+                p.setPen(Qt::NoPen);
+                p.setBrush(QColor(index, index, index));
+                p.drawEllipse(QPointF(step * (d + 0.5), height / 2.0), radius, radius);
+            }
+        } else {
             QPainter p(&image);
             for (int d = 0; d < kFrames; ++d) {
                 const int age = (f - d + kFrames) % kFrames;
@@ -110,10 +127,10 @@ int main(int argc, char** argv) {
                               dot);
             }
         }
-        QVector<uchar> pixels(size * size);
-        for (int y = 0; y < size; ++y)
-            for (int x = 0; x < size; ++x)
-                pixels[y * size + x] = uchar(qMin(kColours - 1, qRed(image.pixel(x, y))));
+        QVector<uchar> pixels(width * height);
+        for (int y = 0; y < height; ++y)
+            for (int x = 0; x < width; ++x)
+                pixels[y * width + x] = uchar(qMin(kColours - 1, qRed(image.pixel(x, y))));
         // Graphic control: 100 ms a frame, entry 0 transparent, restore to background.
         gif.append("\x21\xf9\x04", 3);
         gif.append(char(0x09));
@@ -123,8 +140,8 @@ int main(int argc, char** argv) {
         gif.append(char(0x2c));
         le16(gif, 0);
         le16(gif, 0);
-        le16(gif, size);
-        le16(gif, size);
+        le16(gif, width);
+        le16(gif, height);
         gif.append(char(0));
         gif.append(frameData(pixels));
     }
