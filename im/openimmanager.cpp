@@ -954,10 +954,9 @@ void OpenIMManager::OnTribeMemberKicked(openim::IMTribeID tribe, openim::IMUserI
 
 void OpenIMManager::OnTribeRoleChanged(openim::IMTribeID, openim::IMUserID, openim::IMUserID) {}
 
-void OpenIMManager::OnTribeNameChanged(openim::IMTribeID tribe, prg::PrgStringT<wchar_t> name) {
-    const QString title = toQ(name);
+// A new name is read with the tribe itself when the SDK reports the change (event 9).
+void OpenIMManager::OnTribeNameChanged(openim::IMTribeID, prg::PrgStringT<wchar_t> name) {
     name.Release();
-    onGui(this, [this, tribe, title] { tribes_->infoChanged(tribe.tribeId, title); });
 }
 
 void OpenIMManager::OnTribeNoticeChanged(openim::IMTribeID, prg::PrgStringT<wchar_t> notice) {
