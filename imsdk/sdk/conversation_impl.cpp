@@ -2,6 +2,7 @@
 
 #include "openim/im_message_content.h"
 #include "sdk/im_engine.h"
+#include "sdk/message_drafts.h"
 #include "sdk/wide_text.h"
 
 using wide_text::toQ;
@@ -27,35 +28,22 @@ void ConversationImpl::send(const StoredMessage& draft, const QString& file,
 }
 
 void ConversationImpl::SendText(const prg::PrgStringT<wchar_t>& text, const SendCallback& done) {
-    StoredMessage m;
-    m.kind = openim::kContentText;
-    m.content = toQ(text);
-    send(m, QString(), done);
+    send(message_drafts::text(toQ(text)), QString(), done);
 }
 
 void ConversationImpl::SendCustom(const prg::PrgStringT<wchar_t>& json,
                                   const prg::PrgStringT<wchar_t>& summary,
                                   const SendCallback& done) {
-    StoredMessage m;
-    m.kind = openim::kContentCustom;
-    m.content = toQ(json);
-    m.summary = toQ(summary);
-    send(m, QString(), done);
+    send(message_drafts::custom(toQ(json), toQ(summary)), QString(), done);
 }
 
 void ConversationImpl::SendImage(const base::FilePath& file, std::int32_t width,
                                  std::int32_t height, const SendCallback& done) {
-    StoredMessage m;
-    m.kind = openim::kContentImage;
-    m.width = width;
-    m.height = height;
-    send(m, wide_text::pathToQ(file), done);
+    send(message_drafts::image(width, height), wide_text::pathToQ(file), done);
 }
 
 void ConversationImpl::SendFile(const base::FilePath& file, const SendCallback& done) {
-    StoredMessage m;
-    m.kind = openim::kContentFile;
-    send(m, wide_text::pathToQ(file), done);
+    send(message_drafts::file(), wide_text::pathToQ(file), done);
 }
 
 std::int32_t ConversationImpl::GetUnreadCount() {

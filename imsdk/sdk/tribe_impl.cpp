@@ -2,6 +2,7 @@
 
 #include "openim/im_message_content.h"
 #include "sdk/im_engine.h"
+#include "sdk/message_drafts.h"
 #include "sdk/tribe_messages.h"
 #include "sdk/tribe_rooms.h"
 #include "sdk/wide_text.h"
@@ -50,34 +51,21 @@ void TribeImpl::send(const StoredMessage& draft, const QString& file, const Send
 }
 
 void TribeImpl::SendText(const prg::PrgStringT<wchar_t>& text, const SendCallback& done) {
-    StoredMessage m;
-    m.kind = openim::kContentText;
-    m.content = toQ(text);
-    send(m, QString(), done);
+    send(message_drafts::text(toQ(text)), QString(), done);
 }
 
 void TribeImpl::SendCustom(const prg::PrgStringT<wchar_t>& json,
                            const prg::PrgStringT<wchar_t>& summary, const SendCallback& done) {
-    StoredMessage m;
-    m.kind = openim::kContentCustom;
-    m.content = toQ(json);
-    m.summary = toQ(summary);
-    send(m, QString(), done);
+    send(message_drafts::custom(toQ(json), toQ(summary)), QString(), done);
 }
 
 void TribeImpl::SendImage(const base::FilePath& file, std::int32_t width, std::int32_t height,
                           const SendCallback& done) {
-    StoredMessage m;
-    m.kind = openim::kContentImage;
-    m.width = width;
-    m.height = height;
-    send(m, wide_text::pathToQ(file), done);
+    send(message_drafts::image(width, height), wide_text::pathToQ(file), done);
 }
 
 void TribeImpl::SendFile(const base::FilePath& file, const SendCallback& done) {
-    StoredMessage m;
-    m.kind = openim::kContentFile;
-    send(m, wide_text::pathToQ(file), done);
+    send(message_drafts::file(), wide_text::pathToQ(file), done);
 }
 
 void TribeImpl::GetHistory(std::int32_t count, const HistoryCallback& done) {

@@ -259,17 +259,12 @@ std::vector<openim::IMTribeMessage> TribeMessages::unread(quint64 tribe) {
 }
 
 openim::IMTribeMessage TribeMessages::toIM(const StoredMessage& m) const {
+    const openim::IMMessage single = engine_->toIM(m);
     openim::IMTribeMessage im;
-    im.msgId = m.id;
-    im.msgTime = m.time;
+    im.msgId = single.msgId;
+    im.msgTime = single.msgTime;
     im.tribe = openim::IMTribeID(TribeRooms::idOfKey(m.peer));
-    im.sender = engine_->userId(m.sender);
-    im.content.type = m.kind;
-    im.content.content = fromQ(m.content);
-    im.content.summary = fromQ(m.summary);
-    im.content.url = fromQ(m.url);
-    im.content.fileSize = quint64(m.fileSize);
-    im.content.width = m.width;
-    im.content.height = m.height;
+    im.sender = single.sender;
+    im.content = single.content;
     return im;
 }
