@@ -227,6 +227,9 @@ int main(int argc, char** argv) {
     std::printf("tribe_burst_msgs_per_s=%d\n", int(kBurst / tribeSeconds));
     std::printf("direct_burst_msgs_per_s=%d\n", int(kBurst / directSeconds));
     std::printf("tribe_vs_direct_ratio=%.2f\n", directSeconds / tribeSeconds);
+    // The room's pace is the server's: how the SDK member keeps up with bare members in the
+    // same room says what the SDK itself costs.
+    std::printf("tribe_sdk_vs_bare_member_ratio=%.2f\n", bareSeconds / tribeSeconds);
     std::printf("tribe_catchup_5000_ms=%.0f\n", catchUpMs);
     std::printf("tribe_catchup_vs_live_ratio=%.2f\n", catchUpMs / (liveSeconds * 1000));
     std::printf("tribe_catchup_lost=%d\n", lost);
