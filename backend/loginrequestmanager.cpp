@@ -77,6 +77,8 @@ void LoginRequestManager::onLoginRequest(const QString& userName, const QString&
                 return fail(BadReply);
             user_ = user;
             requester_->setCredentials(userName, password);
+            requester_->setSession(
+                results.toObject().value(QStringLiteral("sessionId")).toString());
             requester_->setAuthorised(QDateTime::currentDateTime(), user.md5Sign);
             fetchToken();
         },

@@ -1,6 +1,7 @@
 #include "requester.h"
 
 #include <QNetworkAccessManager>
+#include <QNetworkCookie>
 #include <QNetworkRequest>
 #include <QUrl>
 
@@ -8,6 +9,9 @@
 #include "envelope.h"
 
 namespace {
+// The back end's "not signed in".
+constexpr int kNotSignedIn = 1003;
+
 QNetworkRequest formRequest(const QString& url) {
     QNetworkRequest request(QUrl(url, QUrl::TolerantMode));
     // The back end wants the form content type on every request, GETs included.
@@ -50,14 +54,76 @@ void Requester::setAuthorised(const QDateTime& at, const QString& md5Sign) {
     md5Sign_ = md5Sign;
 }
 
+QNetworkRequest Requester::request(const QString& url) const {
+    QNetworkRequest r = formRequest(url);
+    // The back end answers data addresses only within a session. The cookie jar would send
+    // it too, but only for the host that set it; the session is ours whatever the jar holds.
+    if (!session_.isEmpty() && url != loginUrl_) {
+        r.setHeader(QNetworkRequest::CookieHeader,
+                    QVariant::fromValue(QList<QNetworkCookie>{
+                        QNetworkCookie(QByteArrayLiteral("QXSESSION"), session_.toLatin1())}));
+    }
+    return r;
+}
+
 bool Requester::get(const QString& url, Handler handler, ErrorHandler onError) {
-    QNetworkReply* reply = network_->get(formRequest(url));
+    return send(url, false, {}, std::move(handler), std::move(onError), true);
+}
+
+bool Requester::send(const QString& url, bool isPost, const Form& form, Handler handler,
+                     ErrorHandler onError, bool mayRetry) {
+    QNetworkRequest r = request(url);
+    QNetworkReply* reply = nullptr;
+    if (isPost) {
+        const QByteArray body = encodeForm(form);
+        r.setHeader(QNetworkRequest::ContentLengthHeader, body.size());
+        reply = network_->post(r, body);
+    } else {
+        reply = network_->get(r);
+    }
     if (!reply) return false;
-    connect(reply, &QNetworkReply::finished, this,
-            [this, reply, handler = std::move(handler), onError = std::move(onError)] {
-                finish(reply, handler, onError);
+    // Log-ins are never repeated, and only once we know who to sign in as.
+    const bool retry = mayRetry && url != loginUrl_ && !userName_.isEmpty();
+    auto onBody = [this, url, isPost, form, handler, onError, retry](const QByteArray& body) {
+        if (retry && Envelope::parse(body).errorCode() == kNotSignedIn) {
+            const bool sent = signInAgain([=](bool signedIn) {
+                // A failed sign-in hands the original refusal on: it is not a success.
+                if (!signedIn || !send(url, isPost, form, handler, onError, false)) {
+                    if (handler) handler(body);
+                }
             });
+            if (sent) return;
+        }
+        if (handler) handler(body);
+    };
+    connect(reply, &QNetworkReply::finished, this,
+            [this, reply, onBody, onError] { finish(reply, onBody, onError); });
     return true;
+}
+
+bool Requester::signInAgain(std::function<void(bool)> done) {
+    qInfo("Requester: the back end's session lapsed; signing in again");
+    return send(
+        loginUrl_, true, loginForm(userName_, password_),
+        [this, done](const QByteArray& body) {
+            const Envelope e = Envelope::parse(body);
+            if (!e.isSuccess()) {
+                qWarning("Requester: signing in again refused (%d)", e.errorCode());
+                return done(false);
+            }
+            lastAuthorised_ = clock_();
+            const QString session = e.member(QStringLiteral("sessionId")).toString();
+            if (!session.isEmpty()) session_ = session;
+            const QString sign = e.member(QStringLiteral("md5Sign")).toString();
+            if (!sign.isEmpty()) md5Sign_ = sign;
+            emit authorised(md5Sign_);
+            done(true);
+        },
+        [done](const QString& reason) {
+            qWarning("Requester: signing in again failed: %s", qPrintable(reason));
+            done(false);
+        },
+        false);
 }
 
 bool Requester::get(const QString& url, TaggedHandler handler, const QString& a, const QString& b,
@@ -68,16 +134,7 @@ bool Requester::get(const QString& url, TaggedHandler handler, const QString& a,
 }
 
 bool Requester::post(const QString& url, const Form& form, Handler handler, ErrorHandler onError) {
-    QNetworkRequest request = formRequest(url);
-    const QByteArray body = encodeForm(form);
-    request.setHeader(QNetworkRequest::ContentLengthHeader, body.size());
-    QNetworkReply* reply = network_->post(request, body);
-    if (!reply) return false;
-    connect(reply, &QNetworkReply::finished, this,
-            [this, reply, handler = std::move(handler), onError = std::move(onError)] {
-                finish(reply, handler, onError);
-            });
-    return true;
+    return send(url, true, form, std::move(handler), std::move(onError), true);
 }
 
 void Requester::finish(QNetworkReply* reply, const std::function<void(const QByteArray&)>& onBody,
@@ -107,6 +164,8 @@ void Requester::whenAuthorised(std::function<void()> request, ErrorHandler onErr
                 return;
             }
             lastAuthorised_ = clock_();
+            const QString session = e.member(QStringLiteral("sessionId")).toString();
+            if (!session.isEmpty()) session_ = session;
             const QString sign = e.member(QStringLiteral("md5Sign")).toString();
             if (!sign.isEmpty()) md5Sign_ = sign;
             emit authorised(md5Sign_);

@@ -13,7 +13,9 @@ class QNetworkAccessManager;
 // The layer under every conversation with the company back end: GET and form POST with
 // the content type the back end expects, the 30-minute authorisation rule, and the
 // completion step that hands a body to its handler only when the transfer succeeded.
-// Each requester keeps its own credentials and last authorisation time.
+// Each requester keeps its own credentials, session and last authorisation time: every
+// request carries the session, and a request the back end answers with "not signed in"
+// (its session lapsed or the back end restarted) is repeated once after signing in again.
 class Requester : public QObject {
     Q_OBJECT
 public:
@@ -43,6 +45,9 @@ public:
     void setCredentials(const QString& userName, const QString& password);
     void setLoginUrl(const QString& url) { loginUrl_ = url; }
     void setAuthorised(const QDateTime& at, const QString& md5Sign);
+    // The back end's session id from the last log-in; sent as the session cookie.
+    void setSession(const QString& sessionId) { session_ = sessionId; }
+    const QString& session() const { return session_; }
     const QString& userName() const { return userName_; }
     const QDateTime& lastAuthorised() const { return lastAuthorised_; }
     const QString& md5Sign() const { return md5Sign_; }
@@ -58,8 +63,15 @@ signals:
     void authorised(const QString& md5Sign);
 
 private:
+    // One GET (empty `form`, !isPost) or form POST; `mayRetry`: a "not signed in" answer
+    // signs in again and sends it once more.
+    bool send(const QString& url, bool isPost, const Form& form, Handler handler,
+              ErrorHandler onError, bool mayRetry);
     void finish(QNetworkReply* reply, const std::function<void(const QByteArray&)>& onBody,
                 const ErrorHandler& onError);
+    // Signs in with the stored credentials; `done(true)` once the new session is kept.
+    bool signInAgain(std::function<void(bool)> done);
+    QNetworkRequest request(const QString& url) const;
 
     QNetworkAccessManager* network_;
     QString userName_;
@@ -67,5 +79,6 @@ private:
     QString loginUrl_;
     QDateTime lastAuthorised_;
     QString md5Sign_;
+    QString session_;
     Clock clock_;
 };

@@ -91,6 +91,12 @@ private:
     void updatePackage(httplib::Response& res, const QString& name);
 
     qint64 sessionUser(const httplib::Request& req);
+    // The signed-in caller; 0 after answering "not signed in" (one log line).
+    qint64 signedIn(const httplib::Request& req, httplib::Response& res);
+    // Answers "not found" (one log line) unless `company` is the caller's; data of other
+    // companies is as unknown as a missing id.
+    bool sameCompany(const httplib::Request& req, httplib::Response& res, qint64 caller,
+                     qint64 company);
     QString projectSign(qint64 projectId, qint64 forUser);
 
     Database* db_;

@@ -4,6 +4,7 @@
 
 #include <QDateTime>
 #include <QRandomGenerator>
+#include <QSet>
 #include <QSqlQuery>
 #include <QVariant>
 
@@ -440,13 +441,39 @@ qint64 Directory::addAttachment(qint64 ownerId, const QString& fileName, const Q
     return q.exec() ? id : 0;
 }
 
-bool Directory::attachment(qint64 id, QString* fileName, QString* storedName, qint64* size) const {
-    QSqlQuery q = prepared(
-        db_, QStringLiteral("SELECT file_name, stored_name, size FROM attachment WHERE id = ?"));
+bool Directory::attachment(qint64 id, QString* fileName, QString* storedName, qint64* size,
+                           qint64* ownerId) const {
+    QSqlQuery q = prepared(db_, QStringLiteral("SELECT file_name, stored_name, size, owner_id"
+                                               " FROM attachment WHERE id = ?"));
     q.addBindValue(id);
     if (!q.exec() || !q.next()) return false;
     *fileName = text(q, 0);
     *storedName = text(q, 1);
     *size = q.value(2).toLongLong();
+    if (ownerId) *ownerId = q.value(3).toLongLong();
     return true;
+}
+
+qint64 Directory::taskCompany(qint64 taskId) const {
+    QSqlQuery q = prepared(db_, QStringLiteral("SELECT project_id FROM task WHERE id = ?"));
+    q.addBindValue(taskId);
+    return q.exec() && q.next() ? projectCompany(q.value(0).toLongLong()) : 0;
+}
+
+QList<qint64> Directory::inCompany(qint64 companyId, const QList<qint64>& userIds) const {
+    if (userIds.isEmpty()) return {};
+    QSqlQuery q = prepared(db_, QStringLiteral("SELECT id FROM users WHERE company_id = ?"
+                                               " AND id IN (%1)")
+                                    .arg(inList(userIds.size())));
+    q.addBindValue(companyId);
+    for (qint64 id : userIds) q.addBindValue(id);
+    QSet<qint64> found;
+    if (q.exec()) {
+        while (q.next()) found.insert(q.value(0).toLongLong());
+    }
+    QList<qint64> out;
+    for (qint64 id : userIds) {
+        if (found.contains(id)) out << id;
+    }
+    return out;
 }

@@ -59,7 +59,12 @@ public:
 
     qint64 addAttachment(qint64 ownerId, const QString& fileName, const QString& storedName,
                          qint64 size);
-    bool attachment(qint64 id, QString* fileName, QString* storedName, qint64* size) const;
+    bool attachment(qint64 id, QString* fileName, QString* storedName, qint64* size,
+                    qint64* ownerId = nullptr) const;
+    // The company of a task's project, 0 when the task is unknown.
+    qint64 taskCompany(qint64 taskId) const;
+    // Those of `userIds` that belong to `companyId`, in the given order.
+    QList<qint64> inCompany(qint64 companyId, const QList<qint64>& userIds) const;
 
     static QString taskStatusText(int status);
 

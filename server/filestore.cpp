@@ -26,6 +26,14 @@ QString FileStore::sanitizeName(const QString& name) {
     out = out.trimmed();
     while (out.startsWith(QLatin1Char('.'))) out.remove(0, 1);
     while (out.endsWith(QLatin1Char('.')) || out.endsWith(QLatin1Char(' '))) out.chop(1);
+    // Windows opens a device instead of a file for these names, whatever the extension
+    // ("NUL.txt", "aux.tar.gz"); a leading underscore makes them plain names again.
+    static const QRegularExpression device(
+        QStringLiteral("^(CON|PRN|AUX|NUL|COM[0-9\\x{00B9}\\x{00B2}\\x{00B3}]|LPT[0-9\\x{00B9}\\x{"
+                       "00B2}\\x{00B3}])$"),
+        QRegularExpression::CaseInsensitiveOption);
+    if (device.match(out.section(QLatin1Char('.'), 0, 0).trimmed()).hasMatch())
+        out.prepend(QLatin1Char('_'));
     if (out.size() > 200) {
         const int dot = out.lastIndexOf(QLatin1Char('.'));
         const QString ext = dot > 0 && out.size() - dot <= 16 ? out.mid(dot) : QString();

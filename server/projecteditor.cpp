@@ -42,12 +42,19 @@ ProjectEditor::ProjectEditor(Database* db, Directory* directory, SessionStore* s
     : directory_(directory), notices_(db), sessions_(sessions), rooms_(rooms) {}
 
 void ProjectEditor::handle(const httplib::Request& req, httplib::Response& res, qint64 caller) {
+    // Every change and every question needs a signed-in caller.
+    if (caller == 0) return refuse(res, req, Envelope::NotSignedIn, "no session");
     const QString m = param(req, "m");
     if (m == QLatin1String("createProj")) return create(req, res, caller);
     qint64 projectId = 0;
     if (!parseId(param(req, "projectId"), &projectId))
         return fail(res, req, Envelope::BadParameter);
-    if (m == QLatin1String("delProj")) return dissolve(req, res, projectId);
+    // Another company's projects are as unknown as missing ones.
+    const qint64 company = directory_->projectCompany(projectId);
+    if (company == 0 || company != directory_->companyOf(caller)) {
+        return refuse(res, req, Envelope::NotFound, "no such project in the caller's company");
+    }
+    if (m == QLatin1String("delProj")) return dissolve(req, res, projectId, caller);
     if (m == QLatin1String("exitPro")) return removeMember(req, res, projectId, caller);
     if (m == QLatin1String("addMember")) return addMembers(req, res, projectId, caller);
     if (m == QLatin1String("roomState")) return roomState(req, res, projectId, caller);
@@ -89,14 +96,16 @@ QJsonObject ProjectEditor::record(qint64 projectId, qint64 viewer) const {
     return project;
 }
 
-void ProjectEditor::dissolve(const httplib::Request& req, httplib::Response& res,
-                             qint64 projectId) {
+void ProjectEditor::dissolve(const httplib::Request& req, httplib::Response& res, qint64 projectId,
+                             qint64 caller) {
     const QByteArray sign = param(req, "sign").toLatin1();
     if (sign.isEmpty()) return fail(res, req, Envelope::BadParameter);
     const qint64 owner = directory_->projectOwner(projectId);
     if (owner == 0) return fail(res, req, Envelope::NotFound);
-    // Dissolving is authorised by the owner's signature token alone.
-    if (!sessions_->tokenMatches(owner, sign)) return fail(res, req, Envelope::Forbidden);
+    // Only the owner, signed in and with its signature token, dissolves a project.
+    if (owner != caller) return refuse(res, req, Envelope::Forbidden, "not the owner");
+    if (!sessions_->tokenMatches(owner, sign))
+        return refuse(res, req, Envelope::Forbidden, "wrong sign");
     const QList<qint64> members = memberIds(projectId);
     const QString title = directory_->project(projectId).value(QStringLiteral("title")).toString();
     if (!directory_->deleteProject(projectId)) return fail(res, req, Envelope::InternalError);
@@ -107,8 +116,8 @@ void ProjectEditor::dissolve(const httplib::Request& req, httplib::Response& res
 
 void ProjectEditor::removeMember(const httplib::Request& req, httplib::Response& res,
                                  qint64 projectId, qint64 caller) {
-    // Leaving carries no sign (the client never sends one here); a caller that is signed
-    // in may only remove itself, or anyone when it owns the project.
+    // Leaving carries no sign (the client never sends one here); the signed-in caller may
+    // only remove itself, or anyone when it owns the project.
     qint64 kick = 0;
     if (!parseId(param(req, "kickUserId"), &kick)) return fail(res, req, Envelope::BadParameter);
     const qint64 owner = directory_->projectOwner(projectId);
@@ -118,8 +127,8 @@ void ProjectEditor::removeMember(const httplib::Request& req, httplib::Response&
     if (kick == owner) {
         return fail(res, req, Envelope::Forbidden, QStringLiteral("群主不能退出该群，请解散该群"));
     }
-    if (caller != 0 && caller != kick && caller != owner)
-        return fail(res, req, Envelope::Forbidden);
+    if (caller != kick && caller != owner)
+        return refuse(res, req, Envelope::Forbidden, "not the owner");
     if (!directory_->removeMember(projectId, kick)) return fail(res, req, Envelope::NotFound);
     // Leaving by oneself and being removed show different tips; the removed colleague is
     // told too.

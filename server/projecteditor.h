@@ -35,7 +35,8 @@ public:
     static constexpr int kMaxNoticesPerChange = 2000;
 
 private:
-    void dissolve(const httplib::Request& req, httplib::Response& res, qint64 projectId);
+    void dissolve(const httplib::Request& req, httplib::Response& res, qint64 projectId,
+                  qint64 caller);
     void removeMember(const httplib::Request& req, httplib::Response& res, qint64 projectId,
                       qint64 caller);
     void create(const httplib::Request& req, httplib::Response& res, qint64 caller);

@@ -78,6 +78,8 @@ private:
         return set.section(QLatin1Char(';'), 0, 0);
     }
     httplib::Headers cookie(const QString& c) const { return {{"Cookie", c.toStdString()}}; }
+    // The second demo account's session: every data address needs one.
+    httplib::Headers me() const { return cookie(memberSession_); }
     int userCount();
 
     QTemporaryDir dir_{QDir(qEnvironmentVariable("QUELIX_TEST_TMP", QDir::tempPath()))
@@ -86,6 +88,7 @@ private:
     std::unique_ptr<BackendServer> server_;
     QString owner_;   // first demo account: owns the even projects
     QString member_;  // second demo account: member of every project
+    QString memberSession_;
 };
 
 void BackendApiTest::initTestCase() {
@@ -105,6 +108,7 @@ void BackendApiTest::initTestCase() {
     options.threads = 16;
     server_ = std::make_unique<BackendServer>(db_.get(), options);
     QVERIFY(server_->start(QStringLiteral("127.0.0.1"), 0));
+    memberSession_ = sessionCookie(login(member_, QString::fromLatin1(DemoCompany::kPassword)));
 }
 
 void BackendApiTest::cleanupTestCase() {
@@ -289,39 +293,39 @@ void BackendApiTest::organisationMatchesTheDatabase() {
     }
     QCOMPARE(signs, 1);
 
-    // Without the caller's session nobody's token is handed out.
-    const auto anonymous = client().Get(std::string(kOrg) + "&userId=10001&companyId=1");
-    QCOMPARE(code(anonymous), 0);
-    QVERIFY(!anonymous->body.empty() &&
-            anonymous->body.find(sign.toStdString()) == std::string::npos);
+    // Another colleague asking for the same organisation gets nobody's token.
+    const auto other = client().Get(std::string(kOrg) + "&userId=10001&companyId=1", me());
+    QCOMPARE(code(other), 0);
+    QVERIFY(!other->body.empty() && other->body.find(sign.toStdString()) == std::string::npos);
 }
 
 void BackendApiTest::organisationFailures() {
-    QCOMPARE(code(client().Get(std::string(kOrg) + "&userId=10001")), 1001);
-    QCOMPARE(code(client().Get(std::string(kOrg) + "&userId=abc&companyId=1")), 1001);
-    QCOMPARE(code(client().Get(std::string(kOrg) + "&userId=-1&companyId=1")), 1001);
-    QCOMPARE(code(client().Get(std::string(kOrg) + "&userId=99999999&companyId=1")), 1006);
-    QCOMPARE(code(client().Get(std::string(kOrg) + "&userId=10001&companyId=2")), 1004);
-    QCOMPARE(code(client().Get("/work/mobileUserInfo.htm?m=nothing")), 1001);
+    QCOMPARE(code(client().Get(std::string(kOrg) + "&userId=10001", me())), 1001);
+    QCOMPARE(code(client().Get(std::string(kOrg) + "&userId=abc&companyId=1", me())), 1001);
+    QCOMPARE(code(client().Get(std::string(kOrg) + "&userId=-1&companyId=1", me())), 1001);
+    QCOMPARE(code(client().Get(std::string(kOrg) + "&userId=99999999&companyId=1", me())), 1006);
+    QCOMPARE(code(client().Get(std::string(kOrg) + "&userId=10001&companyId=2", me())), 1004);
+    QCOMPARE(code(client().Get("/work/mobileUserInfo.htm?m=nothing", me())), 1001);
     // An address longer than the server reads is refused with an envelope too.
-    QCOMPARE(code(client().Get(std::string(kOrg) + "&userId=" + std::string(10000, '1') +
-                               "&companyId=1")),
+    QCOMPARE(code(client().Get(
+                 std::string(kOrg) + "&userId=" + std::string(10000, '1') + "&companyId=1", me())),
              1001);
-    const auto unknown = client().Get("/work/nothing.htm");
+    const auto unknown = client().Get("/work/nothing.htm", me());
     QCOMPARE(code(unknown), 1010);
 }
 
 void BackendApiTest::colleaguesAndProjects() {
-    const auto some =
-        client().Get("/work/mobileUserInfo.htm?m=findSomeOne&manyUserIds=10002,10001,10002,999");
+    const auto some = client().Get(
+        "/work/mobileUserInfo.htm?m=findSomeOne&manyUserIds=10002,10001,10002,999", me());
     QCOMPARE(code(some), 0);
     const QJsonArray found = envelope(some)[QStringLiteral("results")].toArray();
     QCOMPARE(found.size(), 2);
     QCOMPARE(found[0].toObject()[QStringLiteral("id")].toString(), QStringLiteral("10001"));
-    QCOMPARE(code(client().Get("/work/mobileUserInfo.htm?m=findSomeOne&manyUserIds=")), 1001);
-    QCOMPARE(code(client().Get("/work/mobileUserInfo.htm?m=findSomeOne&manyUserIds=1,x")), 1001);
+    QCOMPARE(code(client().Get("/work/mobileUserInfo.htm?m=findSomeOne&manyUserIds=", me())), 1001);
+    QCOMPARE(code(client().Get("/work/mobileUserInfo.htm?m=findSomeOne&manyUserIds=1,x", me())),
+             1001);
 
-    const auto list = client().Get("/work/project.htm?m=myProjectList&userId=10002");
+    const auto list = client().Get("/work/project.htm?m=myProjectList&userId=10002", me());
     QCOMPARE(code(list), 0);
     const QJsonArray projects = envelope(list)[QStringLiteral("results")]
                                     .toObject()[QStringLiteral("projectList")]
@@ -330,18 +334,21 @@ void BackendApiTest::colleaguesAndProjects() {
     const QJsonObject first = projects[0].toObject();
     // The project's tribe carries the project's id.
     QCOMPARE(first[QStringLiteral("openimId")], first[QStringLiteral("id")]);
-    QCOMPARE(code(client().Get("/work/project.htm?m=myProjectList&userId=99999999")), 1006);
+    // Someone else's list is not handed out.
+    QCOMPARE(code(client().Get("/work/project.htm?m=myProjectList&userId=99999999", me())), 1004);
 
-    const auto byId = client().Get("/work/mobileProject.htm?m=queryProjectById&projectId=50002");
+    const auto byId =
+        client().Get("/work/mobileProject.htm?m=queryProjectById&projectId=50002", me());
     const auto byTribe =
-        client().Get("/work/mobileProject.htm?m=projectInfoByOpenimId&openimId=50002");
+        client().Get("/work/mobileProject.htm?m=projectInfoByOpenimId&openimId=50002", me());
     QCOMPARE(code(byId), 0);
     QCOMPARE(envelope(byId)[QStringLiteral("results")],
              envelope(byTribe)[QStringLiteral("results")]);
-    QCOMPARE(code(client().Get("/work/mobileProject.htm?m=queryProjectById&projectId=1")), 1006);
-    QCOMPARE(code(client().Get("/work/mobileProject.htm?m=projectInfoByOpenimId")), 1001);
+    QCOMPARE(code(client().Get("/work/mobileProject.htm?m=queryProjectById&projectId=1", me())),
+             1006);
+    QCOMPARE(code(client().Get("/work/mobileProject.htm?m=projectInfoByOpenimId", me())), 1001);
 
-    const auto members = client().Get("/work/gen.htm?m=user&projectId=50002");
+    const auto members = client().Get("/work/gen.htm?m=user&projectId=50002", me());
     QCOMPARE(code(members), 0);
     const QJsonArray userList = envelope(members)[QStringLiteral("results")]
                                     .toObject()[QStringLiteral("userList")]
@@ -349,7 +356,7 @@ void BackendApiTest::colleaguesAndProjects() {
     QCOMPARE(QString::number(userList.size()), envelope(byId)[QStringLiteral("results")]
                                                    .toObject()[QStringLiteral("memberCount")]
                                                    .toString());
-    QCOMPARE(code(client().Get("/work/gen.htm?m=user&projectId=7")), 1006);
+    QCOMPARE(code(client().Get("/work/gen.htm?m=user&projectId=7", me())), 1006);
 }
 
 void BackendApiTest::deleteNeedsTheSignExitNeedsNone() {
@@ -362,37 +369,45 @@ void BackendApiTest::deleteNeedsTheSignExitNeedsNone() {
     QCOMPARE(
         envelope(owned)[QStringLiteral("results")].toObject()[QStringLiteral("sign")].toString(),
         sign);
-    const auto other = client().Get("/work/mobileProject.htm?m=queryProjectById&projectId=50003");
+    const auto other =
+        client().Get("/work/mobileProject.htm?m=queryProjectById&projectId=50003", me());
     QCOMPARE(
         envelope(other)[QStringLiteral("results")].toObject()[QStringLiteral("sign")].toString(),
         QString());
 
     // The addresses exactly as the client builds them, odd "?&" included.
     const std::string del = "/work/editProj.htm?&projectId=50003&sign=";
-    QCOMPARE(code(client().Get(del + "&m=delProj")), 1001);
-    QCOMPARE(code(client().Get(del + "00000000000000000000000000000000&m=delProj")), 1004);
+    QCOMPARE(code(client().Get(del + "&m=delProj", me())), 1001);
+    QCOMPARE(code(client().Get(del + "00000000000000000000000000000000&m=delProj", me())), 1004);
     // Another member's own token is not the owner's sign.
     const auto m = login(member_, QString::fromLatin1(DemoCompany::kPassword));
     const QString memberSign =
         envelope(m)[QStringLiteral("results")].toObject()[QStringLiteral("md5Sign")].toString();
-    QCOMPARE(code(client().Get(del + memberSign.toStdString() + "&m=delProj")), 1004);
-    QCOMPARE(code(client().Get("/work/mobileProject.htm?m=queryProjectById&projectId=50003")), 0);
-    QCOMPARE(code(client().Get(del + sign.toStdString() + "&m=delProj")), 0);
-    QCOMPARE(code(client().Get("/work/mobileProject.htm?m=queryProjectById&projectId=50003")),
+    QCOMPARE(code(client().Get(del + memberSign.toStdString() + "&m=delProj", me())), 1004);
+    QCOMPARE(code(client().Get("/work/mobileProject.htm?m=queryProjectById&projectId=50003", me())),
+             0);
+    // The owner's sign from another caller is not enough.
+    QCOMPARE(code(client().Get(del + sign.toStdString() + "&m=delProj", me())), 1004);
+    QCOMPARE(code(client().Get(del + sign.toStdString() + "&m=delProj", cookie(sessionCookie(r)))),
+             0);
+    QCOMPARE(code(client().Get("/work/mobileProject.htm?m=queryProjectById&projectId=50003", me())),
              1006);
-    QCOMPARE(code(client().Get(del + sign.toStdString() + "&m=delProj")), 1006);
+    QCOMPARE(code(client().Get(del + sign.toStdString() + "&m=delProj", cookie(sessionCookie(r)))),
+             1006);
 
-    // Leaving needs no sign and no session.
+    // Leaving needs no sign, but a session.
     const std::string exit = "/work/editProj.htm?&kickUserId=10002&projectId=50005&m=exitPro";
-    QCOMPARE(code(client().Get(exit)), 0);
-    QCOMPARE(code(client().Get(exit)), 1006);  // no longer a member
-    const auto members = client().Get("/work/gen.htm?m=user&projectId=50005");
+    QCOMPARE(code(client().Get(exit)), 1003);
+    QCOMPARE(code(client().Get(exit, me())), 0);
+    QCOMPARE(code(client().Get(exit, me())), 1006);  // no longer a member
+    const auto members = client().Get("/work/gen.htm?m=user&projectId=50005", me());
     QVERIFY(members->body.find("\"10002\"") == std::string::npos);
     // The owner cannot leave its own project; it dissolves it instead.
-    QCOMPARE(code(client().Get("/work/editProj.htm?&kickUserId=10001&projectId=50005&m=exitPro")),
-             1004);
+    QCOMPARE(
+        code(client().Get("/work/editProj.htm?&kickUserId=10001&projectId=50005&m=exitPro", me())),
+        1004);
     // A signed-in member cannot remove someone else.
-    const auto other2 = client().Get("/work/gen.htm?m=user&projectId=50007");
+    const auto other2 = client().Get("/work/gen.htm?m=user&projectId=50007", me());
     const QJsonArray list = envelope(other2)[QStringLiteral("results")]
                                 .toObject()[QStringLiteral("userList")]
                                 .toArray();
@@ -405,35 +420,36 @@ void BackendApiTest::deleteNeedsTheSignExitNeedsNone() {
     const std::string kick =
         "/work/editProj.htm?&kickUserId=" + victim.toStdString() + "&projectId=50007&m=exitPro";
     QCOMPARE(code(client().Get(kick, cookie(sessionCookie(m)))), 1004);
-    QCOMPARE(code(client().Get("/work/editProj.htm?&projectId=50007&m=other")), 1001);
+    QCOMPARE(code(client().Get("/work/editProj.htm?&projectId=50007&m=other", me())), 1001);
 }
 
 void BackendApiTest::taskPagesAndReadFlags() {
     const std::string flags =
         "/work/notifies.htm?m=getTaskReadFlag&userId=10002&taskIds=70001,70002,99";
-    auto r = client().Get(flags);
+    auto r = client().Get(flags, me());
     QCOMPARE(code(r), 0);
     QJsonArray list = envelope(r)[QStringLiteral("results")].toArray();
     QCOMPARE(list.size(), 2);  // the unknown task is left out
     QCOMPARE(list[0].toObject()[QStringLiteral("readFlag")].toString(), QStringLiteral("0"));
 
-    const auto page = client().Get("/work/task.htm?m=view&taskId=70001&userId=10002");
+    const auto page = client().Get("/work/task.htm?m=view&taskId=70001&userId=10002", me());
     QVERIFY(page && page->status == 200);
     QCOMPARE(QString::fromStdString(page->get_header_value("Content-Type")).section(';', 0, 0),
              QStringLiteral("text/html"));
     QVERIFY(QString::fromStdString(page->body).contains(QStringLiteral("执行人：")));
-    r = client().Get(flags);
+    r = client().Get(flags, me());
     list = envelope(r)[QStringLiteral("results")].toArray();
     QCOMPARE(list[0].toObject()[QStringLiteral("readFlag")].toString(), QStringLiteral("1"));
     QCOMPARE(list[1].toObject()[QStringLiteral("readFlag")].toString(), QStringLiteral("0"));
 
-    QCOMPARE(code(client().Get("/work/notifies.htm?m=setTaskReadFlag&userId=10002&taskId=70002")),
-             0);
-    QCOMPARE(code(client().Get("/work/notifies.htm?m=setTaskReadFlag&userId=10002&taskId=5")),
+    QCOMPARE(
+        code(client().Get("/work/notifies.htm?m=setTaskReadFlag&userId=10002&taskId=70002", me())),
+        0);
+    QCOMPARE(code(client().Get("/work/notifies.htm?m=setTaskReadFlag&userId=10002&taskId=5", me())),
              1006);
-    QCOMPARE(code(client().Get("/work/notifies.htm?m=getTaskReadFlag&userId=10002")), 1001);
-    QCOMPARE(code(client().Get("/work/task.htm?m=view&taskId=1")), 1006);
-    QCOMPARE(code(client().Get("/work/task.htm?m=view")), 1001);
+    QCOMPARE(code(client().Get("/work/notifies.htm?m=getTaskReadFlag&userId=10002", me())), 1001);
+    QCOMPARE(code(client().Get("/work/task.htm?m=view&taskId=1", me())), 1006);
+    QCOMPARE(code(client().Get("/work/task.htm?m=view", me())), 1001);
 }
 
 void BackendApiTest::uploadAndDownload() {
@@ -443,20 +459,20 @@ void BackendApiTest::uploadAndDownload() {
     httplib::MultipartFormDataItems items{
         {"file", content, "../../..\\escape/季度报告.zip", "application/zip"},
         {"userId", "10002", "", ""}};
-    const auto r = client().Post(path, items);
+    const auto r = client().Post(path, me(), items);
     QCOMPARE(code(r), 0);
     const QJsonObject result = envelope(r)[QStringLiteral("results")].toObject();
     QCOMPARE(result[QStringLiteral("fileName")].toString(), QStringLiteral("季度报告.zip"));
     QCOMPARE(result[QStringLiteral("fileSize")].toString(), QString::number(content.size()));
     const std::string id = result[QStringLiteral("id")].toString().toStdString();
 
-    const auto d = client().Get("/work/attachment/" + id);
+    const auto d = client().Get("/work/attachment/" + id, me());
     QVERIFY(d && d->status == 200);
     QCOMPARE(d->body, content);
     const QString disposition = QString::fromStdString(d->get_header_value("Content-Disposition"));
     // The client library hands the header back already decoded.
     QVERIFY2(disposition.contains(QStringLiteral("UTF-8''季度报告.zip")), qPrintable(disposition));
-    QCOMPARE(client().Get("/work/attachment?id=" + id)->body, content);
+    QCOMPARE(client().Get("/work/attachment?id=" + id, me())->body, content);
 
     // Nothing but the stored file was written, and only inside the attachments folder.
     QDirIterator it(dir_.path(), QDir::Files, QDirIterator::Subdirectories);
@@ -467,27 +483,30 @@ void BackendApiTest::uploadAndDownload() {
             qPrintable(f));
     }
 
+    QCOMPARE(code(client().Post(path, me(),
+                                httplib::MultipartFormDataItems{{"file", "x", "..", ""},
+                                                                {"userId", "10002", "", ""}})),
+             1008);
     QCOMPARE(
-        code(client().Post(path, httplib::MultipartFormDataItems{{"file", "x", "..", ""},
+        code(client().Post(path, httplib::MultipartFormDataItems{{"file", "x", "a.txt", ""},
                                                                  {"userId", "10002", "", ""}})),
-        1008);
-    QCOMPARE(code(client().Post(path, httplib::MultipartFormDataItems{{"file", "x", "a.txt", ""}})),
-             1003);
-    QCOMPARE(code(client().Post(path,
+        1003);
+    QCOMPARE(code(client().Post(path, me(),
                                 httplib::MultipartFormDataItems{
                                     {"file", std::string(100 * 1024, 'a'), "big.bin", ""},
                                     {"userId", "10002", "", ""}})),
              1007);
     const auto huge = client().Post(
-        path, httplib::MultipartFormDataItems{{"file", std::string(300 * 1024, 'a'), "big.bin", ""},
-                                              {"userId", "10002", "", ""}});
+        path, me(),
+        httplib::MultipartFormDataItems{{"file", std::string(300 * 1024, 'a'), "big.bin", ""},
+                                        {"userId", "10002", "", ""}});
     QCOMPARE(code(huge), 1009);
     QCOMPARE(code(client().Post(path, "userId=10002", kForm)), 1001);
 
     for (const char* bad :
          {"/work/attachment/..%2F..%2Fdirectory.db", "/work/attachment/../directory.db",
           "/work/attachment?id=../../etc/passwd", "/work/attachment/1"}) {
-        const auto b = client().Get(bad);
+        const auto b = client().Get(bad, me());
         QVERIFY2(b, bad);
         const int c = code(b);
         QVERIFY2(c == 1001 || c == 1006 || c == 1010, bad);
@@ -514,7 +533,7 @@ void BackendApiTest::sqlMetacharactersInEveryField() {
     };
     for (const char* a : addresses) {
         const std::string url = QString::fromLatin1(a).arg(QString::fromStdString(e)).toStdString();
-        const auto r = client().Get(url);
+        const auto r = client().Get(url, me());
         QVERIFY2(r, a);
         QVERIFY2(code(r) > 0, a);
         QVERIFY2(!envelope(r)[QStringLiteral("errorMsg")].toString().isEmpty(), a);
@@ -529,15 +548,15 @@ void BackendApiTest::pagesAndUpdateDescription() {
          {"/", "/work/checkIn.htm", "/work/UserSet.htm", "/work/findPassword.htm",
           "/work/invite.htm", "/work/project.htm?m=tasks&projectId=50001",
           "/work/goals.htm?projectId=50001", "/work/task.htm?m=create&projectId=50001"}) {
-        const auto r = client().Get(page);
+        const auto r = client().Get(page, me());
         QVERIFY2(r && r->status == 200, page);
         QVERIFY2(r->body.find("<html") != std::string::npos, page);
     }
-    QVERIFY(QString::fromStdString(client().Get("/work/goals.htm?projectId=50001")->body)
+    QVERIFY(QString::fromStdString(client().Get("/work/goals.htm?projectId=50001", me())->body)
                 .contains(QStringLiteral("目标达成率：")));
-    QCOMPARE(code(client().Get("/work/goals.htm?projectId=1")), 1006);
+    QCOMPARE(code(client().Get("/work/goals.htm?projectId=1", me())), 1006);
 
-    const auto ini = client().Get("/update/QX_update.ini");
+    const auto ini = client().Get("/update/QX_update.ini", me());
     QVERIFY(ini && ini->status == 200);
     QFile file(dir_.filePath(QStringLiteral("QX_update.ini")));
     QVERIFY(file.open(QIODevice::WriteOnly));
@@ -551,13 +570,14 @@ void BackendApiTest::pagesAndUpdateDescription() {
         settings.value(QStringLiteral("url_maximum")).toString().startsWith(QLatin1String("http")));
     QVERIFY(!settings.value(QStringLiteral("mac/url_minimum")).toString().isEmpty());
 
-    const auto avatar = client().Get("/avatar/10001.png@1e_150w_150h_1c_0i_1o_80Q_1x_100-1ci.png");
+    const auto avatar =
+        client().Get("/avatar/10001.png@1e_150w_150h_1c_0i_1o_80Q_1x_100-1ci.png", me());
     QVERIFY(avatar && avatar->status == 200);
     QImage image;
     QVERIFY(image.loadFromData(reinterpret_cast<const uchar*>(avatar->body.data()),
                                int(avatar->body.size()), "PNG"));
     QCOMPARE(image.size(), QSize(150, 150));
-    QCOMPARE(client().Get("/avatar/5.png")->status, 404);
+    QCOMPARE(client().Get("/avatar/5.png", me())->status, 404);
 }
 
 void BackendApiTest::everyUrlTableAddressAnswers() {
@@ -570,7 +590,7 @@ void BackendApiTest::everyUrlTableAddressAnswers() {
         // Bare, without the parameters each one wants: a page or an envelope, never a 404.
         QString path = url.toString(QUrl::RemoveScheme | QUrl::RemoveAuthority);
         if (path.isEmpty()) path = QStringLiteral("/");
-        const auto r = client().Get(path.toStdString());
+        const auto r = client().Get(path.toStdString(), me());
         QVERIFY2(r && r->status == 200, qPrintable(it.key()));
         const bool page = r->body.find("<html") != std::string::npos;
         QVERIFY2(page || envelope(r).contains(QStringLiteral("errorCode")), qPrintable(it.key()));
@@ -595,16 +615,19 @@ void BackendApiTest::manyConcurrentConnections() {
                     switch ((t + i) % 4) {
                         case 0:
                             return c.Get(
-                                "/work/mobileUserInfo.htm?m=findSomeOne&manyUserIds=10001,10002");
+                                "/work/mobileUserInfo.htm?m=findSomeOne&manyUserIds=10001,10002",
+                                {{"Cookie", session}});
                         case 1:
                             return c.Get("/rest/auth/client.htm", {{"Cookie", session}});
                         case 2:
                             return c.Get(
-                                "/work/mobileProject.htm?m=queryProjectById&projectId=50002");
+                                "/work/mobileProject.htm?m=queryProjectById&projectId=50002",
+                                {{"Cookie", session}});
                         default:
                             return c.Get(
                                 "/work/"
-                                "mobileUserInfo.htm?m=findAllUserAndDept&userId=10002&companyId=1");
+                                "mobileUserInfo.htm?m=findAllUserAndDept&userId=10002&companyId=1",
+                                {{"Cookie", session}});
                     }
                 }();
                 if (!res || res->status != 200 ||

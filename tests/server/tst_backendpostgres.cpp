@@ -132,6 +132,9 @@ void BackendPostgresTest::demoCompanyOverHttp() {
                  .toInt(),
              1002);
 
+    // Every later call is made as the signed-in owner.
+    c.set_default_headers(
+        {{"Cookie", "QXSESSION=" + user[QStringLiteral("sessionId")].toString().toStdString()}});
     r = c.Get("/work/mobileUserInfo.htm?m=findAllUserAndDept&userId=10001&companyId=1");
     const QJsonObject org = envelope(r)[QStringLiteral("results")].toObject();
     QCOMPARE(org[QStringLiteral("allUserList")].toArray().size(), DemoCompany::kDemoColleagues);
@@ -142,12 +145,21 @@ void BackendPostgresTest::demoCompanyOverHttp() {
                  .toString(),
              user[QStringLiteral("nick")].toString());
 
-    QCOMPARE(
-        envelope(c.Get("/work/project.htm?m=myProjectList&userId=10002"))[QStringLiteral("results")]
-            .toObject()[QStringLiteral("projectList")]
-            .toArray()
-            .size(),
-        12);
+    // The second account's own list, flags and leaving, in its own session.
+    const QString member = DemoCompany::accounts(&db, 2).value(1);
+    const QString memberSession = envelope(c.Post(
+        "/work/checkIn.htm?m=MobileLogin",
+        "username=" + member.toStdString() + "&password=" + DemoCompany::kPassword + "&client=3",
+        "application/x-www-form-urlencoded"))[QStringLiteral("results")]
+                                      .toObject()[QStringLiteral("sessionId")]
+                                      .toString();
+    const httplib::Headers asMember{{"Cookie", "QXSESSION=" + memberSession.toStdString()}};
+    QCOMPARE(envelope(c.Get("/work/project.htm?m=myProjectList&userId=10002",
+                            asMember))[QStringLiteral("results")]
+                 .toObject()[QStringLiteral("projectList")]
+                 .toArray()
+                 .size(),
+             12);
     QCOMPARE(
         envelope(c.Get(
             "/work/editProj.htm?&projectId=50001&sign=bad&m=delProj"))[QStringLiteral("errorCode")]
@@ -157,13 +169,13 @@ void BackendPostgresTest::demoCompanyOverHttp() {
                             "&m=delProj"))[QStringLiteral("errorCode")]
                  .toInt(),
              0);
-    QCOMPARE(envelope(c.Get("/work/editProj.htm?&kickUserId=10002&projectId=50003&m=exitPro"))
-                 [QStringLiteral("errorCode")]
-                     .toInt(),
+    QCOMPARE(envelope(c.Get("/work/editProj.htm?&kickUserId=10002&projectId=50003&m=exitPro",
+                            asMember))[QStringLiteral("errorCode")]
+                 .toInt(),
              0);
-    QCOMPARE(envelope(c.Get("/work/notifies.htm?m=setTaskReadFlag&userId=10002&taskId=70010"))
-                 [QStringLiteral("errorCode")]
-                     .toInt(),
+    QCOMPARE(envelope(c.Get("/work/notifies.htm?m=setTaskReadFlag&userId=10002&taskId=70010",
+                            asMember))[QStringLiteral("errorCode")]
+                 .toInt(),
              0);
     const auto up = c.Post(
         "/work/mobileTopic.htm?m=uploadFromPC",

@@ -391,8 +391,9 @@ void RoomKeeperTest::membershipFollowsTheDirectoryAtOnce() {
                              .toObject()
                              .value("md5Sign")
                              .toString();
-    env = call("/work/editProj.htm?&projectId=" + std::to_string(p) + "&sign=" + enc(sign) +
-               "&m=delProj");
+    env = call(
+        "/work/editProj.htm?&projectId=" + std::to_string(p) + "&sign=" + enc(sign) + "&m=delProj",
+        owner.session);
     QCOMPARE(env.value("errorCode").toInt(-1), 0);
     const QDomElement destroyed = carol.putOut(room(p));
     QVERIFY(!destroyed.isNull());
@@ -488,7 +489,8 @@ void RoomKeeperTest::catchesUpAfterTheServerWasAway() {
                              .value("md5Sign")
                              .toString();
     QCOMPARE(call("/work/editProj.htm?&projectId=" + std::to_string(doomed) + "&sign=" + enc(sign) +
-                  "&m=delProj")
+                      "&m=delProj",
+                  owner.session)
                  .value("errorCode")
                  .toInt(-1),
              0);

@@ -59,6 +59,15 @@ void ServerPartsTest::attachmentNames_data() {
     QTest::newRow("trailing dots") << "a.txt. . "
                                    << "a.txt";
     QTest::newRow("reserved and control") << QStringLiteral("a<b>|c\x01\n.txt") << "abc.txt";
+    // Device names stay usable on Windows, whatever the case or extension.
+    for (const char* device : {"CON", "NUL.txt", "COM1", "aux.tar.gz", "LPT1.log", "prn"}) {
+        QTest::newRow(device) << QString::fromLatin1(device)
+                              << QLatin1Char('_') + QString::fromLatin1(device);
+    }
+    QTest::newRow("device-like") << "CONSOLE.txt"
+                                 << "CONSOLE.txt";
+    QTest::newRow("device in a path") << "dir/com9.zip"
+                                      << "_com9.zip";
     QTest::newRow("empty") << ""
                            << "";
     QTest::newRow("long keeps extension")
