@@ -6,7 +6,6 @@
 #include <QMessageLogger>
 #include <QMutexLocker>
 #include <QStandardPaths>
-#include <QTextStream>
 
 Logger& Logger::instance() {
     static Logger logger;
@@ -34,18 +33,32 @@ QString Logger::logFilePath() const {
            clock_().date().toString(QStringLiteral("yyyy_MM_dd.log"));
 }
 
+bool Logger::openFor(const QDate& day) {
+    if (file_.isOpen() && fileDay_ == day) return true;
+    file_.close();
+    file_.setFileName(logFolder() + QLatin1Char('/') +
+                      day.toString(QStringLiteral("yyyy_MM_dd.log")));
+    // Unbuffered: Qt keeps nothing back, every write() below is one system call.
+    if (!file_.open(QIODevice::WriteOnly | QIODevice::Append | QIODevice::Unbuffered)) {
+        fileDay_ = QDate();
+        return false;
+    }
+    fileDay_ = day;
+    return true;
+}
+
 bool Logger::write(const QString& text) {
     QMutexLocker locker(&mutex_);
     const QDateTime now = clock_();
     const QString line = now.time().toString(QStringLiteral("hh:mm:ss.zzz ")) + text;
     QMessageLogger(nullptr, 0, nullptr).debug().noquote() << line;
 
-    // The folder and name are worked out again for every line: the day may have changed.
-    QFile file(logFolder() + QLatin1Char('/') +
-               now.date().toString(QStringLiteral("yyyy_MM_dd.log")));
-    if (!file.open(QIODevice::WriteOnly | QIODevice::Append)) return false;
-    QTextStream out(&file);
-    out << line << "\r\n";
-    out.flush();
-    return out.status() == QTextStream::Ok;
+    // A file that failed to open is tried again on the next line, so a log folder that
+    // comes back (a network Documents folder, say) is written to again.
+    if (!openFor(now.date())) return false;
+    const QByteArray bytes = line.toUtf8() + "\r\n";
+    if (file_.write(bytes) == bytes.size()) return true;
+    // A failed write (disk full, file gone bad) closes the file so the next line reopens it.
+    file_.close();
+    return false;
 }

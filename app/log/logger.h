@@ -1,15 +1,17 @@
 #pragma once
 
+#include <QDate>
 #include <QDateTime>
+#include <QFile>
 #include <QMutex>
 #include <QString>
 
 #include <functional>
 
 // The client's own diagnostic log: one plain-text file per local calendar day under
-// <Documents>/Quelix/Log, one line per write, never read back. The file is opened and
-// closed for every line so that it rotates at midnight without state and is complete
-// after a crash.
+// <Documents>/Quelix/Log, one line per write, never read back. Today's file stays open
+// and is swapped for a new one when the local date changes; each line goes out in one
+// unbuffered write, so a crash the next moment never leaves half a line or a line behind.
 class Logger {
 public:
     using Clock = std::function<QDateTime()>;
@@ -33,7 +35,12 @@ public:
     static QString defaultDocumentsFolder();
 
 private:
+    // Opens the file for `day` unless it is the one already open; false if it cannot.
+    bool openFor(const QDate& day);
+
     QMutex mutex_;
+    QFile file_;
+    QDate fileDay_;
     FolderSource documentsFolder_;
     Clock clock_;
 };

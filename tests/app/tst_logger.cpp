@@ -5,6 +5,10 @@
 #include <QTemporaryDir>
 #include <QThread>
 
+#include <sys/wait.h>
+#include <unistd.h>
+#include <csignal>
+
 #include "functiontrace.h"
 #include "logger.h"
 #include "logstream.h"
@@ -28,6 +32,7 @@ private slots:
     void cleanup();
     void lineFormatAndEmbeddedBreaks();
     void midnightStartsANewFile();
+    void linesSurviveSuddenDeath();
     void missingQuelixFolderWritesNothing();
     void streamsAndTraces();
     void qualifiedNames_data();
@@ -75,6 +80,35 @@ void TestLogger::midnightStartsANewFile() {
     const QString folder = docs_ + QStringLiteral("/Quelix/Log/");
     QCOMPARE(readAll(folder + "2016_12_31.log"), QByteArray("23:59:59.999 last of the year\r\n"));
     QCOMPARE(readAll(folder + "2017_01_01.log"), QByteArray("00:00:00.001 first of the year\r\n"));
+    // A clock set back a day (a time zone change) returns to that day's file and appends.
+    now_ = now_.addDays(-1);
+    logger_->write(QStringLiteral("clock set back"));
+    QCOMPARE(readAll(folder + "2016_12_31.log"),
+             QByteArray("23:59:59.999 last of the year\r\n00:00:00.001 clock set back\r\n"));
+}
+
+void TestLogger::linesSurviveSuddenDeath() {
+    qInstallMessageHandler([](QtMsgType, const QMessageLogContext&, const QString&) {});
+    QVERIFY(logger_->write(QStringLiteral("before")));  // the file is open from here on
+    const pid_t child = fork();
+    QVERIFY(child >= 0);
+    if (child == 0) {
+        logger_->write(QStringLiteral("last words"));
+        now_ = now_.addDays(1);
+        logger_->write(QStringLiteral("next day"));
+        raise(SIGKILL);  // no destructor, no flush, no exit handler runs
+        _exit(0);
+    }
+    int status = 0;
+    QCOMPARE(waitpid(child, &status, 0), child);
+    QVERIFY(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL);
+    QCOMPARE(readAll(logger_->logFilePath()),
+             QByteArray("08:05:07.042 before\r\n08:05:07.042 last words\r\n"));
+    QCOMPARE(readAll(docs_ + QStringLiteral("/Quelix/Log/2016_03_10.log")),
+             QByteArray("08:05:07.042 next day\r\n"));
+    // The parent's open file still appends after what the child wrote.
+    QVERIFY(logger_->write(QStringLiteral("after")));
+    QVERIFY(readAll(logger_->logFilePath()).endsWith("last words\r\n08:05:07.042 after\r\n"));
 }
 
 void TestLogger::missingQuelixFolderWritesNothing() {
