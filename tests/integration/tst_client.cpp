@@ -12,6 +12,7 @@
 #include <QNetworkReply>
 #include <QProcess>
 
+#include "../support/backendlistening.h"
 #include "base/at_exit.h"
 #include "clientsession.h"
 #include "configstore.h"
@@ -82,15 +83,9 @@ void TestClient::initTestCase() {
          "--im-domain", prosody_.domain(), "--prosody-data", prosody_.dataDir(),
          "--write-url-table", docs + "/Quelix/Resource/Text/UrlText.ini"});
     QVERIFY(backend_.waitForStarted());
-    QByteArray line;
-    QElapsedTimer clock;
-    clock.start();
-    while (!line.contains('\n') && clock.elapsed() < 60000) {
-        backend_.waitForReadyRead(200);
-        line += backend_.readAllStandardOutput();
-    }
-    QVERIFY2(line.contains("listening on http://"), line.constData());
-    backendUrl_ = QString::fromLatin1(line.trimmed().split(' ').last());
+    QByteArray printed;
+    backendUrl_ = waitForBackendUrl(backend_, &printed);
+    QVERIFY2(!backendUrl_.isEmpty(), printed.constData());
 
     QProcess accounts;
     accounts.start(QStringLiteral(QUELIX_BACKEND_BIN),

@@ -12,6 +12,7 @@
 #include <QNetworkReply>
 #include <QProcess>
 
+#include "../support/backendlistening.h"
 #include "base/at_exit.h"
 #include "base/bind.h"
 #include "clientsession.h"
@@ -63,8 +64,8 @@ public:
         QNetworkRequest request(QUrl(base_ + "/work/checkIn.htm?m=MobileLogin"));
         request.setHeader(QNetworkRequest::ContentTypeHeader, "application/x-www-form-urlencoded");
         QNetworkAccessManager network;
-        QNetworkReply* reply = network.post(
-            request, "username=" + userName.toUtf8() + "&password=quelix123&client=3");
+        QNetworkReply* reply =
+            network.post(request, "username=" + userName.toUtf8() + "&password=quelix123&client=3");
         QSignalSpy done(reply, &QNetworkReply::finished);
         done.wait(20000);
         const QJsonObject user =
@@ -87,8 +88,8 @@ private:
 
 base::scoped_refptr<openim::ITribe> tribeOf(TestSession& s, quint64 id) {
     base::scoped_refptr<openim::ITribeService> service;
-    service.adopt(s.root()->GetService<openim::ITribeService>(openim::kTribeModule,
-                                                              openim::kTribeInterface));
+    service.adopt(
+        s.root()->GetService<openim::ITribeService>(openim::kTribeModule, openim::kTribeInterface));
     openim::ITribe* raw = nullptr;
     service->GetTribe(openim::IMTribeID(id), &raw);
     base::scoped_refptr<openim::ITribe> out;
@@ -132,25 +133,31 @@ void TestTribeClient::initTestCase() {
         QStandardPaths::standardLocations(QStandardPaths::DocumentsLocation).first();
     backend_.setProcessChannelMode(QProcess::ForwardedErrorChannel);
     backend_.start(QStringLiteral(QUELIX_BACKEND_BIN),
-                   {"--data-dir", data_.filePath("backend"), "--seed-demo", "--pbkdf2-iterations",
-                    "1", "--port", "0", "--im-host", prosody_.host(), "--im-port",
-                    QString::number(prosody_.port()), "--im-domain", prosody_.domain(),
-                    "--prosody-data", prosody_.dataDir(), "--im-admin-jid", prosody_.adminJid(),
-                    "--im-admin-secret-file", secret.fileName(), "--write-url-table",
+                   {"--data-dir",
+                    data_.filePath("backend"),
+                    "--seed-demo",
+                    "--pbkdf2-iterations",
+                    "1",
+                    "--port",
+                    "0",
+                    "--im-host",
+                    prosody_.host(),
+                    "--im-port",
+                    QString::number(prosody_.port()),
+                    "--im-domain",
+                    prosody_.domain(),
+                    "--prosody-data",
+                    prosody_.dataDir(),
+                    "--im-admin-jid",
+                    prosody_.adminJid(),
+                    "--im-admin-secret-file",
+                    secret.fileName(),
+                    "--write-url-table",
                     docs + "/Quelix/Resource/Text/UrlText.ini"});
     QVERIFY(backend_.waitForStarted());
-    QByteArray line;
-    QElapsedTimer clock;
-    clock.start();
-    while (!line.contains("listening on http://") && clock.elapsed() < 60000) {
-        backend_.waitForReadyRead(200);
-        line += backend_.readAllStandardOutput();
-    }
-    QVERIFY2(line.contains("listening on http://"), line.constData());
-    const QByteArray listening = line.mid(line.indexOf("listening on http://"));
-    backendUrl_ = QString::fromLatin1(listening.left(listening.indexOf('\n')).trimmed())
-                      .split(' ')
-                      .last();
+    QByteArray printed;
+    backendUrl_ = waitForBackendUrl(backend_, &printed);
+    QVERIFY2(!backendUrl_.isEmpty(), printed.constData());
     http_ = std::make_unique<BackendClient>(backendUrl_);
 
     QProcess accounts;
@@ -199,10 +206,10 @@ void TestTribeClient::cleanupTestCase() {
 // is on the XMPP server.
 QString TestTribeClient::startProject(const Person& owner, const QString& title,
                                       const QStringList& members) {
-    const QJsonObject made = http_->call(
-        "/work/editProj.htm?m=createProj&title=" + QUrl::toPercentEncoding(title) +
-            "&memberIds=" + members.join(','),
-        owner.session);
+    const QJsonObject made =
+        http_->call("/work/editProj.htm?m=createProj&title=" + QUrl::toPercentEncoding(title) +
+                        "&memberIds=" + members.join(','),
+                    owner.session);
     const QJsonObject record = made.value("results").toObject();
     QString id = record.value("projectId").toString();
     if (id.isEmpty()) id = record.value("id").toString();
@@ -289,10 +296,9 @@ void TestTribeClient::leavingAndDissolvingAskAndReachEveryone() {
     QVERIFY(!page->sendText(QStringLiteral("还在吗")));
 
     // The owner is asked whether to dissolve; the address carries the project's sign.
-    const QJsonObject made =
-        http_->call("/work/editProj.htm?m=createProj&title=%E8%A7%A3%E6%95%A3&memberIds=" +
-                        third_.id,
-                    me_.session);
+    const QJsonObject made = http_->call(
+        "/work/editProj.htm?m=createProj&title=%E8%A7%A3%E6%95%A3&memberIds=" + third_.id,
+        me_.session);
     const QString own = made.value("results").toObject().value("projectId").toString().isEmpty()
                             ? made.value("results").toObject().value("id").toString()
                             : made.value("results").toObject().value("projectId").toString();

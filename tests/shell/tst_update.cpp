@@ -10,6 +10,7 @@
 #include <QTemporaryDir>
 #include <QtTest>
 
+#include "../support/backendlistening.h"
 #include "configstore.h"
 #include "triggermanager.h"
 
@@ -55,15 +56,9 @@ void TestUpdate::initTestCase() {
     backend_.start(QStringLiteral(QUELIX_BACKEND_BIN), {"--data-dir", tmp_.filePath("backend"),
                                                         "--port", "0", "--update-dir", updateDir_});
     QVERIFY(backend_.waitForStarted());
-    QByteArray line;
-    QElapsedTimer clock;
-    clock.start();
-    while (!line.contains('\n') && clock.elapsed() < 60000) {
-        backend_.waitForReadyRead(200);
-        line += backend_.readAllStandardOutput();
-    }
-    QVERIFY2(line.contains("listening on http://"), line.constData());
-    backendUrl_ = QString::fromLatin1(line.trimmed().split(' ').last());
+    QByteArray printed;
+    backendUrl_ = waitForBackendUrl(backend_, &printed);
+    QVERIFY2(!backendUrl_.isEmpty(), printed.constData());
 }
 
 void TestUpdate::cleanupTestCase() {
