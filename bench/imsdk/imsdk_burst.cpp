@@ -39,17 +39,8 @@ bool connectClient(QXmppClient& client, const QXmppConfiguration& c) {
 
 // Sends the burst and returns the seconds until `received` reached kMessages (or -1).
 double burst(QXmppClient& sender, const QString& to, const std::function<int()>& received) {
-    QElapsedTimer clock;
-    clock.start();
-    for (int i = 0; i < kMessages; ++i) {
-        QXmppMessage m(QString(), to, QStringLiteral("burst message %1").arg(i));
-        m.setType(QXmppMessage::Chat);
-        m.setId(QStringLiteral("b%1").arg(i));
-        sender.sendPacket(m);
-        if (i % 500 == 0) QCoreApplication::processEvents();
-    }
-    if (!waitUntil([&] { return received() >= kMessages; }, kTimeoutMs)) return -1;
-    return clock.nsecsElapsed() / 1e9;
+    return bench::sendBurst(sender, to, QXmppMessage::Chat, kMessages, 0,
+                            QStringLiteral("burst message"), received, kMessages, kTimeoutMs);
 }
 
 }  // namespace

@@ -74,17 +74,8 @@ void joinRoom(QXmppClient& client, const ProsodyServer& server, const QString& n
 // until `received` reaches `target`, or -1.
 double burst(QXmppClient& sender, const QString& to, bool group, int count, int first,
              const std::function<int()>& received, int target) {
-    QElapsedTimer clock;
-    clock.start();
-    for (int i = 0; i < count; ++i) {
-        QXmppMessage m(QString(), to, QStringLiteral("tribe burst %1").arg(first + i));
-        m.setType(group ? QXmppMessage::GroupChat : QXmppMessage::Chat);
-        m.setId(QStringLiteral("t%1").arg(first + i));
-        sender.sendPacket(m);
-        if (i % 500 == 0) QCoreApplication::processEvents();
-    }
-    if (!waitUntil([&] { return received() >= target; }, kTimeoutMs)) return -1;
-    return clock.nsecsElapsed() / 1e9;
+    return bench::sendBurst(sender, to, group ? QXmppMessage::GroupChat : QXmppMessage::Chat, count,
+                            first, QStringLiteral("tribe burst"), received, target, kTimeoutMs);
 }
 
 }  // namespace
