@@ -30,9 +30,11 @@ prg::PrgStringT<wchar_t> TribeImpl::GetNotice() {
 void TribeImpl::GetMembers(std::vector<openim::IMUserID>* members) {
     ImEngine* e = engine_;
     if (!members || !e) return;
-    const QStringList accounts = e->call([e, this] { return e->tribes()->occupants(tribe_); });
-    members->clear();
-    for (const QString& a : accounts) members->push_back(e->call([e, a] { return e->userId(a); }));
+    *members = e->call([e, this] {
+        std::vector<openim::IMUserID> out;
+        for (const QString& a : e->tribes()->occupants(tribe_)) out.push_back(e->userId(a));
+        return out;
+    });
 }
 
 void TribeImpl::send(const StoredMessage& draft, const QString& file, const SendCallback& done) {
