@@ -1,0 +1,25 @@
+#include "unreadprobe.h"
+
+#include <QByteArray>
+#include <QList>
+
+#include <algorithm>
+#include <cstdio>
+
+UnreadProbe::UnreadProbe() {
+    for (const QByteArray& part : qgetenv("QUELIX_UNREAD_PROBE").split(',')) {
+        bool ok = false;
+        const int n = part.trimmed().toInt(&ok);
+        if (ok && n > 0) targets_.push_back(n);
+    }
+    std::sort(targets_.begin(), targets_.end());
+}
+
+void UnreadProbe::totalChanged(int total) {
+    static UnreadProbe probe;
+    while (!probe.targets_.empty() && total >= probe.targets_.front()) {
+        std::fprintf(stderr, "unread-reached %d\n", probe.targets_.front());
+        std::fflush(stderr);
+        probe.targets_.erase(probe.targets_.begin());
+    }
+}

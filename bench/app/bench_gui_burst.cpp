@@ -1,0 +1,338 @@
+// The real client under a burst, measured from outside: the Quelix binary signed in to a
+// private Prosody and the reference back end (main window, talk list, title, log and SDK
+// store as a signed-in user has them, no conversation open) receives 10,000 one-to-one
+// messages; the same run sends the same burst to a bare QXmpp receiver in a process of its
+// own. Both are timed from the first message sent to the last one shown (the client's
+// window-title count, reported by its unread probe) or received, and their CPU time is read
+// from /proc. The sender runs on a thread of its own here, so it is neither of the two.
+//
+// Run as `bench_gui_burst` for the figures; `bench_gui_burst --bare ...` is the bare
+// receiver it starts itself.
+#include <QXmppClient.h>
+#include <QXmppConfiguration.h>
+#include <QXmppMessage.h>
+#include <QCoreApplication>
+#include <QDir>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QNetworkAccessManager>
+#include <QNetworkReply>
+#include <QProcess>
+#include <QStandardPaths>
+#include <QTemporaryDir>
+#include <QThread>
+#include <QTimer>
+
+#include <unistd.h>
+
+#include <atomic>
+#include <cstdio>
+#include <functional>
+
+#include "backendlistening.h"
+#include "support/prosody_server.h"
+
+namespace {
+
+int messageCount() {
+    const int scale = qEnvironmentVariableIntValue("QUELIX_BENCH_SCALE");
+    return scale > 0 ? scale : 10000;
+}
+
+// Runs the event loop until `done` or the time is up.
+bool runUntil(const std::function<bool()>& done, int timeoutMs) {
+    QElapsedTimer clock;
+    clock.start();
+    while (!done() && clock.elapsed() < timeoutMs)
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 5), QThread::msleep(1);
+    return done();
+}
+
+// User and system CPU of a process so far, in milliseconds.
+double cpuMsOf(qint64 pid) {
+    QFile stat(QStringLiteral("/proc/%1/stat").arg(pid));
+    if (!stat.open(QIODevice::ReadOnly)) return -1;
+    const QByteArray line = stat.readAll();
+    // The command name may hold spaces; the fields we need follow its closing parenthesis.
+    const QList<QByteArray> fields = line.mid(line.lastIndexOf(')') + 2).split(' ');
+    if (fields.size() < 13) return -1;
+    const double ticks = fields.at(11).toDouble() + fields.at(12).toDouble();
+    return ticks * 1000.0 / double(sysconf(_SC_CLK_TCK));
+}
+
+// A process whose standard error is watched for a line.
+class Watched {
+public:
+    explicit Watched(QProcess& p) : process_(p) {}
+    bool waitFor(const QByteArray& line, int timeoutMs) {
+        return runUntil(
+                   [&] {
+                       seen_ += process_.readAllStandardError();
+                       return seen_.contains(line) || process_.state() == QProcess::NotRunning;
+                   },
+                   timeoutMs) &&
+               seen_.contains(line);
+    }
+    QByteArray seen() const { return seen_; }
+
+private:
+    QProcess& process_;
+    QByteArray seen_;
+};
+
+QXmppConfiguration xmpp(const ProsodyServer& server, const QString& user, const QString& secret,
+                        const QString& resource) {
+    QXmppConfiguration c;
+    c.setHost(server.host());
+    c.setPort(server.port());
+    c.setDomain(server.domain());
+    c.setUser(user);
+    c.setPassword(secret);
+    c.setResource(resource);
+    c.setAutoReconnectionEnabled(false);
+    return c;
+}
+
+// A colleague sending from a thread of its own, as from another machine.
+class Sender {
+public:
+    explicit Sender(const QXmppConfiguration& c) {
+        thread_.start();
+        client_ = new QXmppClient;
+        client_->moveToThread(&thread_);
+        QMetaObject::invokeMethod(client_, [this, c] {
+            QObject::connect(client_, &QXmppClient::connected, client_,
+                             [this] { connected_ = true; });
+            client_->connectToServer(c);
+        });
+    }
+    ~Sender() {
+        QMetaObject::invokeMethod(
+            client_, [this] { delete client_; }, Qt::BlockingQueuedConnection);
+        thread_.quit();
+        thread_.wait();
+    }
+    bool waitConnected() {
+        return runUntil([this] { return connected_.load(); }, 20000);
+    }
+    void send(const QString& to, int count, const QString& tag) {
+        QMetaObject::invokeMethod(client_, [this, to, count, tag] {
+            for (int i = 0; i < count; ++i) {
+                QXmppMessage m(QString(), to,
+                               QStringLiteral("第%1条消息 burst message %2").arg(i).arg(tag));
+                m.setType(QXmppMessage::Chat);
+                m.setId(QStringLiteral("%1-%2").arg(tag).arg(i));
+                client_->sendPacket(m);
+            }
+        });
+    }
+
+private:
+    QThread thread_;
+    QXmppClient* client_ = nullptr;
+    std::atomic<bool> connected_{false};
+};
+
+// The bare receiver: signs in, says "ready", counts chat messages with a body and says
+// "received N" when it has N of each target given.
+int bareReceiver(const QStringList& args) {
+    // --bare host port domain user secret target[,target...]
+    if (args.size() < 8) return 2;
+    QXmppConfiguration c;
+    c.setHost(args.at(2));
+    c.setPort(args.at(3).toUShort());
+    c.setDomain(args.at(4));
+    c.setUser(args.at(5));
+    c.setPassword(args.at(6));
+    c.setResource(QStringLiteral("bare"));
+    c.setAutoReconnectionEnabled(false);
+    QList<int> targets;
+    for (const QString& t : args.at(7).split(QLatin1Char(','))) targets << t.toInt();
+    QXmppClient client;
+    int count = 0;
+    QObject::connect(&client, &QXmppClient::connected, [] {
+        std::fputs("ready\n", stderr);
+        std::fflush(stderr);
+    });
+    QObject::connect(&client, &QXmppClient::messageReceived, [&](const QXmppMessage& m) {
+        if (m.type() != QXmppMessage::Chat || m.body().isEmpty()) return;
+        ++count;
+        while (!targets.isEmpty() && count >= targets.first()) {
+            std::fprintf(stderr, "received %d\n", targets.takeFirst());
+            std::fflush(stderr);
+        }
+    });
+    client.connectToServer(c);
+    return QCoreApplication::exec();
+}
+
+struct Account {
+    QString userName, id, secret;
+};
+
+// A demo colleague's IM identity, from the back end's log-in reply.
+Account signIn(const QString& backend, const QString& userName) {
+    Account a;
+    a.userName = userName;
+    QNetworkAccessManager network;
+    QNetworkRequest request(QUrl(backend + "/work/checkIn.htm?m=MobileLogin"));
+    request.setHeader(QNetworkRequest::ContentTypeHeader, "application/x-www-form-urlencoded");
+    QNetworkReply* reply =
+        network.post(request, "username=" + userName.toUtf8() + "&password=quelix123&client=3");
+    runUntil([reply] { return reply->isFinished(); }, 20000);
+    const QJsonObject user =
+        QJsonDocument::fromJson(reply->readAll()).object().value("results").toObject();
+    reply->deleteLater();
+    a.id = user.value("id").toString();
+    a.secret = user.value("imSecret").toString();
+    return a;
+}
+
+void stop(QProcess& p) {
+    if (p.state() == QProcess::NotRunning) return;
+    p.terminate();
+    if (!p.waitForFinished(10000)) {
+        p.kill();
+        p.waitForFinished();
+    }
+}
+
+struct Burst {
+    double ms = -1;
+    double cpuMs = -1;
+};
+
+// Sends the burst to `to` and waits for `process` to print `line`.
+Burst measure(Sender& sender, const QString& to, QProcess& process, Watched& watch,
+              const QByteArray& line) {
+    Burst b;
+    const double cpuBefore = cpuMsOf(process.processId());
+    QElapsedTimer clock;
+    clock.start();
+    sender.send(to, messageCount(), QStringLiteral("b"));
+    if (!watch.waitFor(line, 300000)) return b;
+    b.ms = double(clock.nsecsElapsed()) / 1e6;
+    // Work queued behind the last message (the store, the log) belongs to the burst too.
+    QThread::msleep(500);
+    b.cpuMs = cpuMsOf(process.processId()) - cpuBefore;
+    return b;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    QCoreApplication app(argc, argv);
+    if (app.arguments().value(1) == QLatin1String("--bare")) return bareReceiver(app.arguments());
+
+    QTemporaryDir scratch;
+    const QString home = scratch.filePath(QStringLiteral("home"));
+    const QString docs = home + QStringLiteral("/Documents");
+    QDir().mkpath(docs + QStringLiteral("/Quelix/Config"));
+
+    ProsodyServer prosody;
+    if (!prosody.start()) {
+        std::fprintf(stderr, "prosody: %s\n", qPrintable(prosody.lastError()));
+        return 1;
+    }
+    QProcess backend;
+    backend.start(
+        QStringLiteral(QUELIX_BACKEND_BIN),
+        {"--data-dir", scratch.filePath("backend"), "--seed-demo", "--pbkdf2-iterations", "1",
+         "--port", "0", "--im-host", prosody.host(), "--im-port", QString::number(prosody.port()),
+         "--im-domain", prosody.domain(), "--prosody-data", prosody.dataDir(), "--write-url-table",
+         docs + "/Quelix/Resource/Text/UrlText.ini"});
+    QByteArray printed;
+    const QString url = waitForBackendUrl(backend, &printed);
+    if (url.isEmpty()) {
+        std::fprintf(stderr, "the back end did not start:\n%s\n", printed.constData());
+        return 1;
+    }
+    QProcess names;
+    names.start(QStringLiteral(QUELIX_BACKEND_BIN),
+                {"--data-dir", scratch.filePath("backend"), "--print-accounts", "3"});
+    names.waitForFinished(30000);
+    QStringList userNames;
+    for (const QByteArray& row : names.readAllStandardOutput().split('\n'))
+        if (!row.trimmed().isEmpty())
+            userNames << QString::fromUtf8(row.trimmed().split(' ').first());
+    if (userNames.size() < 3) return 1;
+    const Account me = signIn(url, userNames.at(0));
+    const Account colleague = signIn(url, userNames.at(1));
+    const Account bare = signIn(url, userNames.at(2));
+    if (me.id.isEmpty() || colleague.secret.isEmpty() || bare.secret.isEmpty()) {
+        std::fprintf(stderr, "the demo accounts did not sign in\n");
+        return 1;
+    }
+
+    // The client, remembered with automatic sign-in as a returning user's is.
+    QFile logins(docs + QStringLiteral("/Quelix/Config/LoginList.db"));
+    if (!logins.open(QIODevice::WriteOnly)) return 1;
+    logins.write(QStringLiteral("{\"AutoLogin\": \"%1\", \"LoginList\": [{\"username\": \"%1\", "
+                                "\"password\": \"quelix123\"}]}\n")
+                     .arg(me.userName)
+                     .toUtf8());
+    logins.close();
+    const int n = messageCount();
+    QProcess client;
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.insert(QStringLiteral("HOME"), home);
+    env.remove(QStringLiteral("XDG_CONFIG_HOME"));
+    env.remove(QStringLiteral("XDG_DATA_HOME"));
+    env.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
+    env.insert(QStringLiteral("QUELIX_UNREAD_PROBE"), QStringLiteral("1,%1").arg(n + 1));
+    client.setProcessEnvironment(env);
+    client.start(QStringLiteral(QUELIX_BINARY), {QStringLiteral("loader")});
+    Watched clientOut(client);
+
+    QProcess receiver;
+    receiver.start(QCoreApplication::applicationFilePath(),
+                   {"--bare", prosody.host(), QString::number(prosody.port()), prosody.domain(),
+                    bare.id, bare.secret, QStringLiteral("1,%1").arg(n + 1)});
+    Watched receiverOut(receiver);
+
+    Sender sender(xmpp(prosody, colleague.id, colleague.secret, QStringLiteral("sender")));
+    const QString clientJid = me.id + QLatin1Char('@') + prosody.domain();
+    const QString bareJid = bare.id + QLatin1Char('@') + prosody.domain();
+    // One message each first: it proves both are signed in and ready before the clock runs.
+    if (!sender.waitConnected() || !receiverOut.waitFor("ready", 20000)) {
+        std::fprintf(stderr, "the sender or the bare receiver did not sign in\n");
+        return 1;
+    }
+    sender.send(clientJid, 1, QStringLiteral("w"));
+    sender.send(bareJid, 1, QStringLiteral("w"));
+    if (!clientOut.waitFor("unread-reached 1\n", 60000) ||
+        !receiverOut.waitFor("received 1\n", 20000)) {
+        std::fprintf(stderr, "no first message shown:\n%s\n",
+                     clientOut.seen().right(2000).constData());
+        stop(client);
+        stop(receiver);
+        return 1;
+    }
+    runUntil([] { return false; }, 1500);  // sign-in work settles
+
+    const QByteArray last = QByteArray("unread-reached ") + QByteArray::number(n + 1);
+    const Burst gui = measure(sender, clientJid, client, clientOut, last);
+    const Burst plain = measure(sender, bareJid, receiver, receiverOut,
+                                QByteArray("received ") + QByteArray::number(n + 1));
+    stop(client);
+    stop(receiver);
+    backend.terminate();
+    backend.waitForFinished(10000);
+    if (gui.ms < 0 || plain.ms < 0) {
+        std::fprintf(stderr, "a burst was not shown in full (gui %.0f ms, bare %.0f ms)\n", gui.ms,
+                     plain.ms);
+        return 1;
+    }
+    std::printf("gui: %d messages shown in %.0f ms, %.0f CPU-ms; bare: %.0f ms, %.0f CPU-ms\n", n,
+                gui.ms, gui.cpuMs, plain.ms, plain.cpuMs);
+    const double perK = gui.cpuMs * 1000.0 / n;
+    std::printf("gui_burst_ms=%.0f\n", gui.ms);
+    std::printf("bare_burst_ms=%.0f\n", plain.ms);
+    std::printf("gui_burst_cpu_ms_per_1k=%.1f\n", perK);
+    std::printf("bare_burst_cpu_ms_per_1k=%.1f\n", plain.cpuMs * 1000.0 / n);
+    std::printf("gui_vs_bare_cpu_ratio=%.2f\n", gui.cpuMs / std::max(1.0, plain.cpuMs));
+    std::printf("gui_burst_shown_vs_bare_ratio=%.2f\n", gui.ms / std::max(1.0, plain.ms));
+    return 0;
+}
