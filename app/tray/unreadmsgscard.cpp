@@ -57,21 +57,21 @@ void UnreadMsgsCard::setUnread(const Entry& entry) {
         e.summary = summary;
         entries_.prepend(e);
     }
-    rebuild();
+    changed();
 }
 
 void UnreadMsgsCard::remove(const QString& id) {
     for (int i = 0; i < entries_.size(); ++i)
         if (entries_[i].id == id) {
             entries_.removeAt(i);
-            rebuild();
+            changed();
             return;
         }
 }
 
 void UnreadMsgsCard::clear() {
     entries_.clear();
-    rebuild();
+    changed();
     hide();
 }
 
@@ -81,7 +81,19 @@ int UnreadMsgsCard::totalCount() const {
     return sum;
 }
 
+void UnreadMsgsCard::changed() {
+    stale_ = true;
+    if (entries_.isEmpty()) hide();
+    if (!isVisible() || rebuildQueued_) return;
+    rebuildQueued_ = true;
+    QTimer::singleShot(0, this, [this] {
+        rebuildQueued_ = false;
+        if (stale_ && isVisible()) rebuild();
+    });
+}
+
 void UnreadMsgsCard::rebuild() {
+    stale_ = false;
     // Later, not now: a click on a row can lead here while the row handles its event.
     while (QLayoutItem* item = rows_->takeAt(0)) {
         if (QWidget* w = item->widget()) {
@@ -134,6 +146,7 @@ void UnreadMsgsCard::rebuild() {
 void UnreadMsgsCard::showNear(const QRect& iconArea) {
     if (entries_.isEmpty()) return;
     iconArea_ = iconArea;
+    if (stale_) rebuild();
     adjustSize();
     const QPoint anchor = iconArea.isValid() ? iconArea.center() : pointer_();
     QScreen* screen = QGuiApplication::screenAt(anchor);

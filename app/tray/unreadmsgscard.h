@@ -54,6 +54,9 @@ protected:
     bool eventFilter(QObject* watched, QEvent* event) override;
 
 private:
+    // Rows are widgets: they are built only for a card on screen (at most once per event-loop
+    // turn), so a burst of messages to a hidden card costs a list update each, not a layout.
+    void changed();
     void rebuild();
 
     QList<Entry> entries_;
@@ -61,4 +64,6 @@ private:
     QRect iconArea_;
     QTimer leaveTimer_;
     std::function<QPoint()> pointer_;
+    bool stale_ = false;
+    bool rebuildQueued_ = false;
 };

@@ -47,6 +47,11 @@ QSize ItemSizer::textSize(const QString& html, int maxWidth) {
     return QSize(width, int(qCeil(doc->size().height())));
 }
 
+QSize ItemSizer::oneLine() {
+    static const QSize size = textSize(QStringLiteral("x"), 1000);
+    return size;
+}
+
 QSize ItemSizer::pictureSize(const QString& path) {
     QImageReader reader(path);
     const QSize size = reader.size();

@@ -32,6 +32,8 @@ public:
     static int maxContentWidth(int viewWidth);
     // The laid-out size of rich text no wider than maxWidth.
     static QSize textSize(const QString& html, int maxWidth);
+    // A one-line text's size, a stand-in until a row is measured.
+    static QSize oneLine();
     // A picture's size in the bubble, scaled to fit; empty when the file is not a picture.
     static QSize pictureSize(const QString& path);
     // Sets the entry's content size for a view of this width.

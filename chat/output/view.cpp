@@ -299,13 +299,23 @@ int View::historyRow(qint64 time) const {
 void View::add(MessageEntry e) {
     currentWidth();
     e.showName = isTribe_ && e.kind != MessageEntry::Tip;
-    ItemSizer::measure(e, measuredWidth_);
+    // Laying out a text costs far more than keeping it: a page nobody looks at (messages
+    // arriving for a conversation that is not open) gives its text rows a one-line size and
+    // measures them when it is shown, the rows in view first.
+    const bool defer = e.kind == MessageEntry::Text && !isVisible();
+    if (defer) {
+        e.measuredFor = 0;
+        e.content = ItemSizer::oneLine();
+    } else {
+        ItemSizer::measure(e, measuredWidth_);
+    }
     const quint64 id = e.msg.msgId;
     const bool history = e.msg.isHistory;
     const bool follow = e.msg.isSelf;
     const qint64 time = e.msg.time;
     auto* item = new EntryItem(std::move(e));
     item->setSizeHint(ItemSizer::rowSize(item->entry, measuredWidth_));
+    if (defer) unmeasured_ = true;
     if (id != 0) msgIds_.insert(id, item);
     if (!history) {
         showChatMsgTime(time);
@@ -442,6 +452,17 @@ void View::remeasure(int width) {
         return ra > rb;
     });
     measurePending();
+}
+
+void View::showEvent(QShowEvent* event) {
+    QWidget::showEvent(event);
+    if (!unmeasured_) return;
+    // After the layout has given the list its width.
+    QTimer::singleShot(0, this, [this] {
+        if (!unmeasured_ || !isVisible()) return;
+        unmeasured_ = false;
+        remeasure(list_->rowWidth());
+    });
 }
 
 void View::measurePending() {

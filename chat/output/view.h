@@ -82,6 +82,7 @@ public slots:
 protected:
     bool eventFilter(QObject* watched, QEvent* event) override;
     void resizeEvent(QResizeEvent* event) override;
+    void showEvent(QShowEvent* event) override;
 
 private:
     void add(MessageEntry entry);
@@ -108,6 +109,7 @@ private:
     int measuredWidth_ = -1;
     QVector<EntryItem*> pending_;
     bool measuring_ = false;
+    bool unmeasured_ = false;  // text rows added while hidden wait to be measured
     quint64 nextLocalId_ = 1;
 };
 
