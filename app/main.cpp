@@ -1,5 +1,6 @@
 #include <QApplication>
 #include <QDir>
+#include <QFile>
 #include <QTranslator>
 
 #include "base/at_exit.h"
@@ -28,6 +29,14 @@ int main(int argc, char* argv[]) {
     // start-up time. Left out unless the user's environment asks for it.
     if (!qEnvironmentVariableIsSet("QT_XCB_GL_INTEGRATION"))
         qputenv("QT_XCB_GL_INTEGRATION", "none");
+#endif
+#ifndef Q_OS_WIN
+    // Without TZ, the C library checks /etc/localtime (a stat, sometimes a read) on every
+    // local-time conversion, and every log line and message time is one. Naming the file
+    // once keeps the same zone without the check; a zone changed while the client runs is
+    // picked up at its next start, which is rare enough for a desktop messenger.
+    if (!qEnvironmentVariableIsSet("TZ") && QFile::exists(QStringLiteral("/etc/localtime")))
+        qputenv("TZ", ":/etc/localtime");
 #endif
     QApplication app(argc, argv);
     quelixInitResources();
