@@ -356,8 +356,47 @@ void ImEngine::registerSync(int mode, const base::Callback<void(prg::PrgStringT<
 
 // ---- receiving ----
 
+void ImEngine::openBatch() {
+    if (batchOpen_ || !store_.isOpen()) return;
+    batchOpen_ = true;
+    store_.beginBatch();
+    QMetaObject::invokeMethod(this, &ImEngine::closeBatch, Qt::QueuedConnection);
+}
+
+void ImEngine::afterCommit(std::function<void()> report) {
+    if (batchOpen_)
+        afterCommit_.push_back(std::move(report));
+    else
+        report();
+}
+
+void ImEngine::closeBatch() {
+    if (!batchOpen_) return;
+    batchOpen_ = false;
+    notified_.clear();
+    std::vector<std::function<void()>> reports = std::exchange(afterCommit_, {});
+    if (!store_.endBatch()) {
+        // The last archive id went back with them, so the next catch-up fetches them again.
+        qWarning(
+            "imsdk: %d received messages could not be stored (commit failed); they are "
+            "fetched from the server's archive at the next sign-in",
+            int(reports.size()));
+        return;
+    }
+    for (const std::function<void()>& report : reports) report();
+}
+
+void ImEngine::notifyNew(const QString& peer) {
+    if (batchOpen_ && notified_.contains(peer)) return;
+    if (batchOpen_) notified_.insert(peer);
+    afterCommit([this, peer] {
+        if (!callbacks_.newMessage.is_null()) callbacks_.newMessage.Run(userId(peer));
+    });
+}
+
 void ImEngine::onMessage(const QXmppMessage& message) {
     if (message.type() == QXmppMessage::Error) return;
+    openBatch();
     const QString fromBare = QXmppUtils::jidToBareJid(message.from());
     if (fromBare == domain_) {
         // The server itself speaks on the push channel.
@@ -412,10 +451,11 @@ void ImEngine::store(const QXmppMessage& message, const QString& archiveId, cons
         store_.setMeta(QLatin1String(kLastArchiveId), archiveId);
     if (!id || !m.unread) return;
     if (m.pendingMedia) {
-        startDownload(*id, true);
+        const quint64 stored = *id;
+        afterCommit([this, stored] { startDownload(stored, true); });
         return;
     }
-    if (!callbacks_.newMessage.is_null()) callbacks_.newMessage.Run(userId(m.peer));
+    notifyNew(m.peer);
 }
 
 // Fetches what the archive holds after the last message we saw, in case the server
@@ -428,6 +468,7 @@ void ImEngine::startCatchUp() {
 
 void ImEngine::onArchived(const QString& queryId, const QString& archiveId,
                           const QXmppMessage& message, const QDateTime& stamp) {
+    openBatch();
     if (tribes_->messages()->handleArchived(queryId, archiveId, message, stamp)) return;
     if (queryId == catchUpQuery_)
         store(message, archiveId, stamp, Source::CatchUp);

@@ -4,6 +4,7 @@
 #include <QMap>
 #include <QObject>
 #include <QPointer>
+#include <QSet>
 #include <QThread>
 #include <functional>
 #include <map>
@@ -119,6 +120,11 @@ public:
     const QString& account() const { return account_; }
     // Fetches a received picture or file of the store and reports it when done.
     void downloadStored(quint64 id) { startDownload(id, true); }
+    // Messages received in one turn of the event loop (one read from the socket holds many
+    // in a burst) are stored in one transaction, committed at the start of the next turn.
+    // What reports them waits for that commit: a message is stored before it is reported.
+    void openBatch();
+    void afterCommit(std::function<void()> report);
 
 private:
     enum class State { Idle, LoggingIn, Online, ReLoggingIn, Offline, LoggingOut, Kicked };
@@ -164,6 +170,9 @@ private:
     void deliverHistory(const QString& peer, int count, const HistoryCallback& done,
                         openim::ResultCode result);
     void sessionEnded();
+    void closeBatch();
+    // Reports new messages of `peer` once per batch: the reader takes all that are unread.
+    void notifyNew(const QString& peer);
     QString bareJid(const QString& account) const;
 
     Callbacks callbacks_;
@@ -189,4 +198,7 @@ private:
     QHash<QString, HistoryQuery> historyQueries_;
     QString catchUpQuery_;
     QHash<QString, Cursor> cursors_;
+    bool batchOpen_ = false;
+    std::vector<std::function<void()>> afterCommit_;
+    QSet<QString> notified_;
 };

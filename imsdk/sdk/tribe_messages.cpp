@@ -83,10 +83,11 @@ void TribeMessages::store(quint64 tribe, const QXmppMessage& message, const QStr
         engine_->messageStore().setMeta(lastKey(tribe), archiveId);
     if (!id || !m.unread) return;
     if (m.pendingMedia) {
-        engine_->downloadStored(*id);
+        const quint64 stored = *id;
+        engine_->afterCommit([this, stored] { engine_->downloadStored(stored); });
         return;
     }
-    announce(tribe);
+    engine_->afterCommit([this, tribe] { announce(tribe); });
 }
 
 void TribeMessages::announce(quint64 tribe) {

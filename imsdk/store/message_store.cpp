@@ -42,6 +42,7 @@ QVariant orNull(const QString& s) { return s.isEmpty() ? QVariant(QVariant::Stri
 
 }  // namespace
 
+MessageStore::MessageStore() = default;
 MessageStore::~MessageStore() { close(); }
 
 bool MessageStore::open(const QString& file) {
@@ -85,6 +86,15 @@ bool MessageStore::open(const QString& file) {
 
 void MessageStore::close() {
     if (connection_.isEmpty()) return;
+    // Statements go before their connection does.
+    byStanzaId_.reset();
+    byOriginId_.reset();
+    insert_.reset();
+    setMeta_.reset();
+    if (batchDepth_ > 0) {
+        batchDepth_ = 0;
+        QSqlDatabase::database(connection_, false).commit();
+    }
     {
         QSqlDatabase db = QSqlDatabase::database(connection_, false);
         db.close();
@@ -93,24 +103,48 @@ void MessageStore::close() {
     connection_.clear();
 }
 
+QSqlQuery& MessageStore::prepared(std::unique_ptr<QSqlQuery>& slot, const char* sql) {
+    if (!slot) {
+        slot = std::make_unique<QSqlQuery>(QSqlDatabase::database(connection_, false));
+        slot->prepare(QString::fromLatin1(sql));
+    }
+    return *slot;
+}
+
+void MessageStore::beginBatch() {
+    if (!isOpen()) return;
+    if (batchDepth_++ == 0) QSqlDatabase::database(connection_, false).transaction();
+}
+
+bool MessageStore::endBatch() {
+    if (!isOpen() || batchDepth_ == 0) return true;  // closed meanwhile: close() committed
+    if (--batchDepth_ > 0) return true;
+    QSqlDatabase db = QSqlDatabase::database(connection_, false);
+    if (db.commit()) return true;
+    db.rollback();
+    return false;
+}
+
 std::optional<quint64> MessageStore::insert(const StoredMessage& m) {
     if (!isOpen()) return std::nullopt;
-    QSqlDatabase db = QSqlDatabase::database(connection_, false);
-    QSqlQuery q(db);
     if (!m.stanzaId.isEmpty()) {
-        q.prepare(QStringLiteral("SELECT id FROM messages WHERE stanza_id = ?"));
-        q.addBindValue(m.stanzaId);
-        if (q.exec() && q.next()) return std::nullopt;
+        QSqlQuery& q = prepared(byStanzaId_, "SELECT id FROM messages WHERE stanza_id = ? LIMIT 1");
+        q.bindValue(0, m.stanzaId);
+        const bool found = q.exec() && q.next();
+        q.finish();
+        if (found) return std::nullopt;
     }
     if (!m.originId.isEmpty()) {
-        q.prepare(QStringLiteral(
-            "SELECT id, stanza_id FROM messages WHERE sender = ? AND origin_id = ?"));
-        q.addBindValue(m.sender);
-        q.addBindValue(m.originId);
+        QSqlQuery& q = prepared(
+            byOriginId_, "SELECT id, stanza_id FROM messages WHERE sender = ? AND origin_id = ?");
+        q.bindValue(0, m.sender);
+        q.bindValue(1, m.originId);
         if (q.exec() && q.next()) {
-            if (q.value(1).isNull() && !m.stanzaId.isEmpty()) {
-                quint64 id = q.value(0).toULongLong();
-                QSqlQuery u(db);
+            const bool fillIn = q.value(1).isNull() && !m.stanzaId.isEmpty();
+            const quint64 id = q.value(0).toULongLong();
+            q.finish();
+            if (fillIn) {
+                QSqlQuery u(QSqlDatabase::database(connection_, false));
                 u.prepare(QStringLiteral("UPDATE messages SET stanza_id = ? WHERE id = ?"));
                 u.addBindValue(m.stanzaId);
                 u.addBindValue(id);
@@ -118,19 +152,24 @@ std::optional<quint64> MessageStore::insert(const StoredMessage& m) {
             }
             return std::nullopt;
         }
+        q.finish();
     }
-    q.prepare(QStringLiteral(
+    QSqlQuery& q = prepared(
+        insert_,
         "INSERT INTO messages(peer, sender, outgoing, kind, content, summary, url, file_size,"
         " width, height, time, unread, stanza_id, origin_id, pending_media)"
-        " VALUES(?,?,?,?,?,?,?,?,?,?,?,?,?,?,?)"));
+        " VALUES(?,?,?,?,?,?,?,?,?,?,?,?,?,?,?)");
+    int i = 0;
     for (const QVariant& v :
          {QVariant(m.peer), QVariant(m.sender), QVariant(int(m.outgoing)), QVariant(m.kind),
           QVariant(m.content), QVariant(m.summary), QVariant(m.url), QVariant(m.fileSize),
           QVariant(m.width), QVariant(m.height), QVariant(m.time), QVariant(int(m.unread)),
           orNull(m.stanzaId), orNull(m.originId), QVariant(int(m.pendingMedia))})
-        q.addBindValue(v);
+        q.bindValue(i++, v);
     if (!q.exec()) return std::nullopt;
-    return q.lastInsertId().toULongLong();
+    const quint64 id = q.lastInsertId().toULongLong();
+    q.finish();
+    return id;
 }
 
 void MessageStore::settleTime(const QString& stanzaId, qint64 time) {
@@ -203,15 +242,14 @@ void MessageStore::markRead(const QString& peer) {
 
 void MessageStore::markRead(const QList<quint64>& ids) {
     if (!isOpen() || ids.isEmpty()) return;
-    QSqlDatabase db = QSqlDatabase::database(connection_, false);
-    db.transaction();
-    QSqlQuery q(db);
+    beginBatch();
+    QSqlQuery q(QSqlDatabase::database(connection_, false));
     q.prepare(QStringLiteral("UPDATE messages SET unread = 0 WHERE id = ?"));
     for (quint64 id : ids) {
         q.addBindValue(qint64(id));
         q.exec();
     }
-    db.commit();
+    endBatch();
 }
 
 QList<StoredMessage> MessageStore::page(const QString& peer, qint64 beforeTime, quint64 beforeId,
@@ -253,11 +291,11 @@ QString MessageStore::meta(const QString& key) {
 
 void MessageStore::setMeta(const QString& key, const QString& value) {
     if (!isOpen()) return;
-    QSqlQuery q(QSqlDatabase::database(connection_, false));
-    q.prepare(QStringLiteral("INSERT OR REPLACE INTO meta(key, value) VALUES(?, ?)"));
-    q.addBindValue(key);
-    q.addBindValue(value);
+    QSqlQuery& q = prepared(setMeta_, "INSERT OR REPLACE INTO meta(key, value) VALUES(?, ?)");
+    q.bindValue(0, key);
+    q.bindValue(1, value);
     q.exec();
+    q.finish();
 }
 
 QList<StoredMessage> MessageStore::pendingMedia() {

