@@ -8,6 +8,7 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QLineEdit>
+#include <QLoggingCategory>
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
 #include <QProcess>
@@ -70,6 +71,9 @@ private:
 };
 
 void TestClient::initTestCase() {
+    // The client's trace lines still reach its log file; echoed into the test's output
+    // they would bury the message of a failure.
+    QLoggingCategory::setFilterRules(QStringLiteral("default.debug=false"));
     quelixInitResources();
     qunsetenv("DBUS_SESSION_BUS_ADDRESS");
     QVERIFY2(prosody_.start(), qPrintable(prosody_.lastError()));
@@ -168,7 +172,7 @@ void TestClient::signsInAndChats() {
     QCOMPARE(m.text, QStringLiteral("你好 <b>不是粗体</b>"));
     QCOMPARE(m.senderId, peer.id);
     QVERIFY(!m.isHistory);
-    QTRY_COMPARE(window_->unreadCount(peer.id), 1);
+    QTRY_COMPARE_WITH_TIMEOUT(window_->unreadCount(peer.id), 1, 20000);
     QTest::qWait(500);
     QCOMPARE(messages.size(), 1);  // shown once
 
@@ -188,7 +192,8 @@ void TestClient::signsInAndChats() {
     QVERIFY(waitUntil([&] { return colleague.unreadCount(me.id) >= 1; }, 20000));
     const std::vector<openim::IMMessage> got = colleague.unread(me.id);
     QCOMPARE(got.back().content.type, std::int32_t(openim::kContentCustom));
-    QTRY_VERIFY(messages.size() == 3);  // our own message echoed into the conversation
+    QTRY_VERIFY_WITH_TIMEOUT(messages.size() == 3,
+                             20000);  // our own message echoed into the conversation
     QVERIFY(messages.last().first().value<BaseMsg::MMessage>().isSelf);
 
     // Text sent from the conversation page reaches the colleague.
@@ -196,7 +201,7 @@ void TestClient::signsInAndChats() {
     QVERIFY(waitUntil([&] { return colleague.unreadCount(me.id) >= 2; }, 20000));
     QCOMPARE(QString::fromStdWString(colleague.unread(me.id).back().content.content.str()),
              QStringLiteral("从会话页发出"));
-    QTRY_VERIFY(messages.size() == 4);
+    QTRY_VERIFY_WITH_TIMEOUT(messages.size() == 4, 20000);
     messages.removeLast();
 
     // History comes back seven at a time, marked as such.
@@ -281,12 +286,12 @@ void TestClient::conversationPageShowsBothSides() {
     QTRY_VERIFY_WITH_TIMEOUT(!image->entry.loading, 20000);
     QCOMPARE(QImage(image->entry.msg.mediaPath).size(), QSize(320, 160));
     QCOMPARE(image->entry.content, QSize(200, 100));
-    QTRY_COMPARE(window_->unreadCount(peer.id), unreadBefore + 2);
+    QTRY_COMPARE_WITH_TIMEOUT(window_->unreadCount(peer.id), unreadBefore + 2, 20000);
 
     // Opening the conversation clears its badge; the page shows the rows with widgets.
     conversations->showConversation(peer.id, 0);
     QCOMPARE(window_->unreadCount(peer.id), 0);
-    QTRY_VERIFY(out->isVisible() && out->listWidget()->itemWidget(image));
+    QTRY_VERIFY_WITH_TIMEOUT(out->isVisible() && out->listWidget()->itemWidget(image), 20000);
 
     // From the page to the colleague: text, then a picture.
     colleague.markRead(me.id);
@@ -302,7 +307,8 @@ void TestClient::conversationPageShowsBothSides() {
              QStringLiteral("收到，谢谢"));
     QCOMPARE(got[got.size() - 2].content.type, std::int32_t(BaseMsg::Media));
     QCOMPARE(QString::fromStdWString(got.back().content.content.str()), QStringLiteral("图在上面"));
-    QTRY_VERIFY(lastOf(out, MessageEntry::Image, true));  // our own rows, on our side
+    QTRY_VERIFY_WITH_TIMEOUT(lastOf(out, MessageEntry::Image, true),
+                             20000);  // our own rows, on our side
     QVERIFY(lastOf(out, MessageEntry::Text, true));
 
     // Typed in the input: an emoticon leaves as its code and comes back as its picture.
@@ -353,10 +359,10 @@ void TestClient::conversationPageShowsBothSides() {
     QCOMPARE(offered.value("msgType").toInt(), 3);
     QCOMPARE(offered.value("fileName").toString(), QStringLiteral("周报 v2.txt"));
     QVERIFY(!offered.value("id").toString().isEmpty());
-    QTRY_VERIFY(lastOf(out, MessageEntry::File, true));
+    QTRY_VERIFY_WITH_TIMEOUT(lastOf(out, MessageEntry::File, true), 20000);
     QCOMPARE(rowsOf(out).count(lastOf(out, MessageEntry::File, true)), 1);  // echo not doubled
     qx_output::EntryItem* ownFile = lastOf(out, MessageEntry::File, true);
-    QTRY_VERIFY(out->listWidget()->itemWidget(ownFile));
+    QTRY_VERIFY_WITH_TIMEOUT(out->listWidget()->itemWidget(ownFile), 20000);
     QCOMPARE(
         qobject_cast<qx_output::FileMsgItem*>(out->listWidget()->itemWidget(ownFile))->statusText(),
         QStringLiteral("上传完成"));
@@ -367,7 +373,7 @@ void TestClient::conversationPageShowsBothSides() {
     colleague.sendCustom(me.id, QString::fromStdWString(card.content.content.str()), "[文件]");
     QTRY_VERIFY_WITH_TIMEOUT(lastOf(out, MessageEntry::File, false), 20000);
     qx_output::EntryItem* received = lastOf(out, MessageEntry::File, false);
-    QTRY_VERIFY(out->listWidget()->itemWidget(received));
+    QTRY_VERIFY_WITH_TIMEOUT(out->listWidget()->itemWidget(received), 20000);
     auto* item = qobject_cast<qx_output::FileMsgItem*>(out->listWidget()->itemWidget(received));
     QVERIFY(item);
     QStringList errors;
@@ -401,7 +407,7 @@ void TestClient::conversationPageShowsBothSides() {
     colleague.sendCustom(me.id, QJsonDocument(missing).toJson(QJsonDocument::Compact), "[文件]");
     QTRY_VERIFY_WITH_TIMEOUT(lastOf(out, MessageEntry::File, false) != received, 20000);
     received = lastOf(out, MessageEntry::File, false);
-    QTRY_VERIFY(out->listWidget()->itemWidget(received));
+    QTRY_VERIFY_WITH_TIMEOUT(out->listWidget()->itemWidget(received), 20000);
     item = qobject_cast<qx_output::FileMsgItem*>(out->listWidget()->itemWidget(received));
     item->operationOfLoad();
     QTRY_COMPARE_WITH_TIMEOUT(item->statusText(), QStringLiteral("下载失败"), 20000);
@@ -462,12 +468,12 @@ void TestClient::captureReachesTheColleagueAsAPicture() {
     input->edit()->sendTextContent();
     QVERIFY(waitUntil([&] { return colleague.unreadCount(me.id) >= 1; }, 20000));
     QCOMPARE(colleague.unread(me.id).back().content.type, std::int32_t(BaseMsg::Media));
-    QTRY_VERIFY(lastOf(out, MessageEntry::Image, true) != before);
+    QTRY_VERIFY_WITH_TIMEOUT(lastOf(out, MessageEntry::Image, true) != before, 20000);
     const qx_output::EntryItem* ours = lastOf(out, MessageEntry::Image, true);
     const QImage sent(ours->entry.msg.mediaPath);
     QCOMPARE(sent.size(), QSize(300, 200));
     QVERIFY(qRed(sent.pixel(95, 115)) > 200 && qGreen(sent.pixel(95, 115)) < 60);  // the arrow
-    QTRY_VERIFY(window_->isVisible());
+    QTRY_VERIFY_WITH_TIMEOUT(window_->isVisible(), 20000);
 }
 
 void TestClient::secondDesktopTakesTheSessionOver() {
