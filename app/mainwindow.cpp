@@ -29,8 +29,9 @@
 #include "platform/platform.h"
 #include "screenmetrics.h"
 #include "screenshotview.h"
-#include "tribetips.h"
 #include "shellstate.h"
+#include "tribetips.h"
+#include "unreadprobe.h"
 #include "winstylebuttons.h"
 
 namespace {
@@ -376,6 +377,7 @@ void MainWindow::tribeMemberKicked(const QString& tribeId, const QString& userId
 }
 
 void MainWindow::totalUnread(int count) {
+    UnreadProbe::totalChanged(count);
     setWindowTitle(count > 0 ? QStringLiteral("Quelix (%1)").arg(count) : QStringLiteral("Quelix"));
     emit totalUnreadSignal(count);
 }
