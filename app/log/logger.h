@@ -38,9 +38,15 @@ private:
     // Opens the file for `day` unless it is the one already open; false if it cannot.
     bool openFor(const QDate& day);
 
+    QString stamp(QDate* day);
+
     QMutex mutex_;
     QFile file_;
     QDate fileDay_;
+    bool systemClock_;  // no clock given: the fast time stamps below apply
     FolderSource documentsFolder_;
     Clock clock_;
+    qint64 stampSecond_ = -1;
+    QDate stampDay_;
+    QString stampPrefix_;
 };

@@ -32,6 +32,7 @@ private slots:
     void cleanup();
     void lineFormatAndEmbeddedBreaks();
     void midnightStartsANewFile();
+    void systemClockStampsMatchTheLocalTime();
     void linesSurviveSuddenDeath();
     void missingQuelixFolderWritesNothing();
     void streamsAndTraces();
@@ -70,6 +71,31 @@ void TestLogger::lineFormatAndEmbeddedBreaks() {
     QCOMPARE(readAll(file), QByteArray("08:05:07.042 hello\r\n08:05:07.042 two\nlines\r\n\r\n"));
     // The debug channel gets the same text with its prefix, without the line end.
     QCOMPARE(g_debugLines, QStringList({"08:05:07.042 hello", "08:05:07.042 two\nlines\r\n"}));
+}
+
+// The real clock's stamps are worked out once a second; each line still carries its own
+// milliseconds, zero-padded, and the local time of the moment it was written.
+void TestLogger::systemClockStampsMatchTheLocalTime() {
+    Logger logger([this] { return docs_; });
+    QStringList lines;
+    QList<QDateTime> before;
+    for (int i = 0; i < 40; ++i) {
+        before << QDateTime::currentDateTime();
+        QVERIFY(logger.write(QStringLiteral("tick %1").arg(i)));
+        QThread::usleep(2500);
+    }
+    const QString day = before.first().date().toString(QStringLiteral("yyyy_MM_dd.log"));
+    const QList<QByteArray> written = readAll(docs_ + "/Quelix/Log/" + day).split('\n');
+    QCOMPARE(written.size(), 41);  // the text after the last line end is empty
+    const QRegularExpression shape(
+        QStringLiteral("^(\\d\\d:\\d\\d:\\d\\d\\.\\d{3}) tick (\\d+)\r$"));
+    for (int i = 0; i < 40; ++i) {
+        const QRegularExpressionMatch m = shape.match(QString::fromUtf8(written.at(i)));
+        QVERIFY2(m.hasMatch(), written.at(i).constData());
+        const QTime stamped = QTime::fromString(m.captured(1), QStringLiteral("hh:mm:ss.zzz"));
+        const int late = before.at(i).time().msecsTo(stamped);
+        QVERIFY2(late >= 0 && late < 1000, written.at(i).constData());
+    }
 }
 
 void TestLogger::midnightStartsANewFile() {
