@@ -41,7 +41,12 @@ QString AvatarManager::downloadUrl(const QString& sourceUrl, RequestKind kind) {
 QString AvatarManager::avatarPath(const QString& userId) const {
     // Ids are the directory's decimal texts; anything else is kept out of the path.
     QString safe = userId;
-    safe.replace(QRegularExpression(QStringLiteral("[^0-9A-Za-z_-]")), QStringLiteral("_"));
+    for (QChar& c : safe) {
+        const ushort u = c.unicode();
+        const bool plain = (u >= '0' && u <= '9') || (u >= 'A' && u <= 'Z') ||
+                           (u >= 'a' && u <= 'z') || u == '_' || u == '-';
+        if (!plain) c = QLatin1Char('_');
+    }
     return folder_ + QLatin1Char('/') + safe + QStringLiteral(".png");
 }
 

@@ -46,7 +46,11 @@ void MessageLabel::showMessage(const QString& id, const QString& name, const QSt
     id_ = id;
     name_->setText(name);
     summary_->setText(summary_->fontMetrics().elidedText(summary, Qt::ElideRight, 190));
-    avatar_->setPixmap(avatar.isEmpty() ? QPixmap() : QPixmap(avatar));
+    // A burst from one colleague shows the same picture each time: read from disk once.
+    if (avatar != avatarPath_ || avatar.isEmpty()) {
+        avatarPath_ = avatar;
+        avatar_->setPixmap(avatar.isEmpty() ? QPixmap() : QPixmap(avatar));
+    }
     QScreen* screen = QGuiApplication::primaryScreen();
     const QRect avail = screen ? screen->availableGeometry() : QRect(0, 0, 1280, 800);
     const QPoint end(avail.right() - width() - 8, avail.bottom() - height() - 8);

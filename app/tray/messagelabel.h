@@ -32,6 +32,7 @@ protected:
 
 private:
     QString id_;
+    QString avatarPath_;
     QLabel* avatar_;
     QLabel* name_;
     QLabel* summary_;

@@ -354,18 +354,20 @@ bool View::showChatMsgTime(qint64 t) {
         log.write(QStringLiteral("message time 0: no time line"));
         return false;
     }
-    const QDateTime at = QDateTime::fromSecsSinceEpoch(t);
-    if (lastSeparator_.isValid() && !(lastSeparator_.addSecs(kSeparatorSeconds) < at)) {
+    // Compared as seconds, and the last line's text kept: a burst of messages converts no
+    // time to local time but the one that gets a line.
+    if (lastSeparatorSecs_ != 0 && !(lastSeparatorSecs_ + kSeparatorSeconds < t)) {
         log.write(QStringLiteral("within %1 s of the last time line (%2): no time line")
                       .arg(kSeparatorSeconds)
-                      .arg(lastSeparator_.toString(QStringLiteral("yyyy/MM/dd hh:mm:ss"))));
+                      .arg(lastSeparatorText_));
         return false;
     }
-    lastSeparator_ = at;
     MessageEntry s;
     s.kind = MessageEntry::Separator;
     s.msg.time = t;
-    s.html = at.toString(QStringLiteral("yyyy/MM/dd hh:mm:ss"));
+    s.html = QDateTime::fromSecsSinceEpoch(t).toString(QStringLiteral("yyyy/MM/dd hh:mm:ss"));
+    lastSeparatorSecs_ = t;
+    lastSeparatorText_ = s.html;
     log.write(QStringLiteral("time line: ") + s.html);
     currentWidth();
     ItemSizer::measure(s, measuredWidth_);

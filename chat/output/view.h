@@ -102,7 +102,8 @@ private:
     QPushButton* atTip_;
     InfoCard* infoCard_;
     QPointer<ShowPictureWidget> picture_;
-    QDateTime lastSeparator_;
+    qint64 lastSeparatorSecs_ = 0;  // seconds since the epoch; 0 before the first line
+    QString lastSeparatorText_;
     QHash<quint64, EntryItem*> msgIds_;
     QHash<QString, EntryItem*> uploads_;
     EntryItem* mentionRow_ = nullptr;
