@@ -1,6 +1,7 @@
 #include <QApplication>
 #include <QDir>
 #include <QFile>
+#include <QLoggingCategory>
 #include <QTranslator>
 
 #include "base/at_exit.h"
@@ -40,6 +41,11 @@ int main(int argc, char* argv[]) {
 #endif
     QApplication app(argc, argv);
     quelixInitResources();
+    // Every log line also goes to the toolkit's debug channel. For the desktop client that
+    // channel is a developer's: off unless QT_LOGGING_RULES turns it on (which overrides
+    // this), since a stderr line per log line is a good share of a message burst's cost and
+    // the daily log file has every line anyway.
+    QLoggingCategory::setFilterRules(QStringLiteral("default.debug=false"));
 
     // Installed whether or not they load: a missing catalogue leaves the source texts.
     QTranslator qtTranslator;

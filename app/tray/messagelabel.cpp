@@ -44,12 +44,12 @@ MessageLabel::MessageLabel(QWidget* parent)
 void MessageLabel::showMessage(const QString& id, const QString& name, const QString& summary,
                                const QString& avatar) {
     id_ = id;
-    name_->setText(name);
-    summary_->setText(summary_->fontMetrics().elidedText(summary, Qt::ElideRight, 190));
-    // A burst from one colleague shows the same picture each time: read from disk once.
-    if (avatar != avatarPath_ || avatar.isEmpty()) {
-        avatarPath_ = avatar;
-        avatar_->setPixmap(avatar.isEmpty() ? QPixmap() : QPixmap(avatar));
+    // In a burst only the last message of a turn of the event loop is ever seen: the
+    // texts are laid out once per turn, not once per message.
+    pending_ = {name, summary, avatar};
+    if (!textQueued_) {
+        textQueued_ = true;
+        QTimer::singleShot(0, this, &MessageLabel::applyText);
     }
     QScreen* screen = QGuiApplication::primaryScreen();
     const QRect avail = screen ? screen->availableGeometry() : QRect(0, 0, 1280, 800);
@@ -66,6 +66,17 @@ void MessageLabel::showMessage(const QString& id, const QString& name, const QSt
         move(end);
     }
     hideTimer_.start();
+}
+
+void MessageLabel::applyText() {
+    textQueued_ = false;
+    name_->setText(pending_.name);
+    summary_->setText(summary_->fontMetrics().elidedText(pending_.summary, Qt::ElideRight, 190));
+    // A burst from one colleague shows the same picture each time: read from disk once.
+    if (pending_.avatar != avatarPath_ || pending_.avatar.isEmpty()) {
+        avatarPath_ = pending_.avatar;
+        avatar_->setPixmap(avatarPath_.isEmpty() ? QPixmap() : QPixmap(avatarPath_));
+    }
 }
 
 void MessageLabel::mouseReleaseEvent(QMouseEvent* event) {

@@ -31,6 +31,13 @@ protected:
     void leaveEvent(QEvent* event) override;
 
 private:
+    void applyText();
+
+    struct Text {
+        QString name, summary, avatar;
+    };
+    Text pending_;
+    bool textQueued_ = false;
     QString id_;
     QString avatarPath_;
     QLabel* avatar_;
