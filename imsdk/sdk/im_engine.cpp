@@ -703,7 +703,12 @@ QStringList ImEngine::unreadPeers() {
 
 void ImEngine::markRead(const QString& peer) { store_.markRead(peer); }
 
-void ImEngine::markRead(const QList<quint64>& ids) { store_.markRead(ids); }
+// Read marks of shown messages come a slice at a time during a burst: they ride with the
+// batch of received messages instead of a commit of their own.
+void ImEngine::markRead(const QList<quint64>& ids) {
+    openBatch();
+    store_.markRead(ids);
+}
 
 void ImEngine::resetHistory(const QString& peer) { cursors_.remove(peer); }
 

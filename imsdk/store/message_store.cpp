@@ -91,6 +91,8 @@ void MessageStore::close() {
     byOriginId_.reset();
     insert_.reset();
     setMeta_.reset();
+    unread_.reset();
+    markOne_.reset();
     if (batchDepth_ > 0) {
         batchDepth_ = 0;
         QSqlDatabase::database(connection_, false).commit();
@@ -219,7 +221,17 @@ int MessageStore::unreadCount(const QString& peer) {
 QList<StoredMessage> MessageStore::unread(const QString& peer) {
     // Only what came before the first picture or file still downloading: what was sent
     // after it waits for it, so the conversation reads in the order it was written.
-    return select(QLatin1String(kReadyUnread), {peer, peer}, QStringLiteral("ORDER BY time, id"));
+    QList<StoredMessage> out;
+    if (!isOpen()) return out;
+    static const QByteArray sql = QByteArray("SELECT ") + kColumns + " FROM messages WHERE " +
+                                  kReadyUnread + " ORDER BY time, id";
+    QSqlQuery& q = prepared(unread_, sql.constData());
+    q.bindValue(0, peer);
+    q.bindValue(1, peer);
+    if (q.exec())
+        while (q.next()) out.append(fromQuery(q));
+    q.finish();
+    return out;
 }
 
 QStringList MessageStore::unreadPeers() {
@@ -243,10 +255,9 @@ void MessageStore::markRead(const QString& peer) {
 void MessageStore::markRead(const QList<quint64>& ids) {
     if (!isOpen() || ids.isEmpty()) return;
     beginBatch();
-    QSqlQuery q(QSqlDatabase::database(connection_, false));
-    q.prepare(QStringLiteral("UPDATE messages SET unread = 0 WHERE id = ?"));
+    QSqlQuery& q = prepared(markOne_, "UPDATE messages SET unread = 0 WHERE id = ?");
     for (quint64 id : ids) {
-        q.addBindValue(qint64(id));
+        q.bindValue(0, qint64(id));
         q.exec();
     }
     endBatch();

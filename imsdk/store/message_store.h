@@ -70,4 +70,6 @@ private:
     std::unique_ptr<QSqlQuery> byOriginId_;
     std::unique_ptr<QSqlQuery> insert_;
     std::unique_ptr<QSqlQuery> setMeta_;
+    std::unique_ptr<QSqlQuery> unread_;
+    std::unique_ptr<QSqlQuery> markOne_;
 };
