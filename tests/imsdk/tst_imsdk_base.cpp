@@ -64,6 +64,7 @@ private slots:
     void rootNeedsAnAtExitManagerAndAPath();
     void emoticonCatalogueHasDrawnPictures();
     void unreadWaitsForAPictureStillDownloading();
+    void batchCommitsOnceAndKeepsDuplicatesOut();
 };
 
 void BaseTest::bindKeepsReceiverAliveUntilLastCopyGoes() {
@@ -250,6 +251,47 @@ void BaseTest::unreadWaitsForAPictureStillDownloading() {
     for (const StoredMessage& m : store.unread("alice")) order << m.originId;
     QCOMPARE(order, (QStringList{"before", "picture", "after"}));
     QCOMPARE(store.unreadCount("alice"), 3);
+}
+
+// A burst is stored in one transaction: nothing of it is visible to another reader of the
+// file until the batch ends (read marks inside it included), duplicates within the batch
+// are still caught, and all of it is there after the store is opened again.
+void BaseTest::batchCommitsOnceAndKeepsDuplicatesOut() {
+    QTemporaryDir dir;
+    const QString file = dir.filePath("messages.db");
+    {
+        MessageStore store;
+        QVERIFY(store.open(file));
+        MessageStore reader;
+        QVERIFY(reader.open(file));
+        auto message = [](int i) {
+            StoredMessage m;
+            m.peer = m.sender = QStringLiteral("bob");
+            m.kind = 1;
+            m.content = QStringLiteral("m%1").arg(i);
+            m.stanzaId = QStringLiteral("s%1").arg(i);
+            m.originId = QStringLiteral("o%1").arg(i);
+            m.time = 1700000000 + i;
+            m.unread = true;
+            return m;
+        };
+        const std::optional<quint64> kept = store.insert(message(0));
+        QVERIFY(kept);
+        store.beginBatch();
+        for (int i = 1; i <= 50; ++i) QVERIFY(store.insert(message(i)));
+        QVERIFY(!store.insert(message(7)));     // the same server id again
+        store.markRead(QList<quint64>{*kept});  // nested: must not commit the batch early
+        QCOMPARE(reader.unreadCount("bob"), 1);
+        QCOMPARE(store.unreadCount("bob"), 50);
+        QVERIFY(store.endBatch());
+        QCOMPARE(reader.unreadCount("bob"), 50);
+    }
+    MessageStore again;
+    QVERIFY(again.open(file));
+    const QList<StoredMessage> unread = again.unread("bob");
+    QCOMPARE(unread.size(), 50);
+    QCOMPARE(unread.first().content, QStringLiteral("m1"));
+    QCOMPARE(unread.last().content, QStringLiteral("m50"));
 }
 
 QTEST_GUILESS_MAIN(BaseTest)
