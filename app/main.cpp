@@ -29,6 +29,11 @@ int main(int argc, char* argv[]) {
     if (!qEnvironmentVariableIsSet("QT_XCB_GL_INTEGRATION"))
         qputenv("QT_XCB_GL_INTEGRATION", "none");
 #endif
+#ifdef QUELIX_NEEDS_OPENGL
+    // The web engine, loaded later with the first web page, shares the toolkit's GL
+    // contexts, and that must be asked for before the application object exists.
+    QCoreApplication::setAttribute(Qt::AA_ShareOpenGLContexts);
+#endif
     QApplication app(argc, argv);
     quelixInitResources();
 

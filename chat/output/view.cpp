@@ -34,6 +34,7 @@
 #include "showpicturewidget.h"
 #include "tablemsgitem.h"
 #include "taskmsgitem.h"
+#include "taskreadflags.h"
 #include "textmarkup.h"
 #include "textmsgitem.h"
 #include "tipmsgitem.h"
@@ -207,6 +208,10 @@ void View::addMediaMsg(BaseMsg::MMessage m) {
 }
 
 void View::addTaskMsg(BaseMsg::MMessage m) {
+    // A new event on a task may have changed the user's read flag (a task assigned anew).
+    if (!m.isHistory)
+        Manager::instance()->readFlags()->forget(
+            contentOf(m).value(QStringLiteral("taskId")).toVariant().toString());
     MessageEntry e;
     e.kind = MessageEntry::Task;
     e.msg = std::move(m);
