@@ -129,10 +129,15 @@ void SidebarView::showSidebarView(const QString& url) {
 }
 
 void SidebarView::showAnimation(int nCurveType, const QPoint& point) {
-    if (animation_->state() == QAbstractAnimation::Running) animation_->stop();
+    QSize full = size();
+    if (animation_->state() == QAbstractAnimation::Running) {
+        // Mid-slide the panel is narrower than it will be: the running slide knows its size.
+        full = animation_->endValue().toRect().size();
+        animation_->stop();
+    }
     animation_->setDuration(kSlideMs);
-    animation_->setStartValue(QRect(point, QSize(0, height())));
-    animation_->setEndValue(QRect(point, QSize(width(), height())));
+    animation_->setStartValue(QRect(point, QSize(0, full.height())));
+    animation_->setEndValue(QRect(point, full));
     animation_->setEasingCurve(QEasingCurve::Type(nCurveType));
     show();
     animation_->start();

@@ -16,6 +16,7 @@
 #include <QRegularExpression>
 
 #include "../support/backendlistening.h"
+#include "../support/privatedisplay.h"
 #include "base/at_exit.h"
 #include "clientsession.h"
 #include "configstore.h"
@@ -332,12 +333,17 @@ void TestTaskClient::aTaskCardArrivesOpensInTheSidebarAndLaterEventsFollow() {
 }
 
 int main(int argc, char** argv) {
-    QCoreApplication::setAttribute(Qt::AA_ShareOpenGLContexts);
-    qputenv("QTWEBENGINE_CHROMIUM_FLAGS", "--disable-gpu");
-    QApplication app(argc, argv);
-    base::AtExitManager atExit;
-    TestTaskClient test;
-    return QTest::qExec(&test, argc, argv);
+    PrivateDisplay display;
+    if (!display.start()) return 1;
+    int rc = 0;
+    {
+        QCoreApplication::setAttribute(Qt::AA_ShareOpenGLContexts);
+        QApplication app(argc, argv);
+        base::AtExitManager atExit;
+        TestTaskClient test;
+        rc = QTest::qExec(&test, argc, argv);
+    }
+    return rc;
 }
 
 #include "tst_taskclient.moc"

@@ -7,6 +7,7 @@
 #include <QTcpServer>
 #include <QTcpSocket>
 
+#include "../support/privatedisplay.h"
 #include "configstore.h"
 #include "manager.h"
 #include "sidebarhittest.h"
@@ -164,12 +165,17 @@ void TestSidebar::theEngineLoadsWithTheFirstPageAndTheViewGoesWhenTheMainWindowI
 }
 
 int main(int argc, char** argv) {
-    // As the client does before its application object exists.
-    QCoreApplication::setAttribute(Qt::AA_ShareOpenGLContexts);
-    qputenv("QTWEBENGINE_CHROMIUM_FLAGS", "--disable-gpu");
-    QApplication app(argc, argv);
-    TestSidebar test;
-    return QTest::qExec(&test, argc, argv);
+    PrivateDisplay display;
+    if (!display.start()) return 1;
+    int rc = 0;
+    {
+        // As the client does before its application object exists.
+        QCoreApplication::setAttribute(Qt::AA_ShareOpenGLContexts);
+        QApplication app(argc, argv);
+        TestSidebar test;
+        rc = QTest::qExec(&test, argc, argv);
+    }
+    return rc;
 }
 
 #include "tst_sidebar.moc"
