@@ -24,7 +24,8 @@ public:
         qputenv("DISPLAY", ":" + xvfb_.readAllStandardOutput().trimmed());
         qputenv("QT_QPA_PLATFORM", "xcb");
         // Software rendering: no GPU here, and none needed for a page.
-        qputenv("QTWEBENGINE_CHROMIUM_FLAGS", "--disable-gpu");
+        if (!qEnvironmentVariableIsSet("QTWEBENGINE_CHROMIUM_FLAGS"))
+            qputenv("QTWEBENGINE_CHROMIUM_FLAGS", "--disable-gpu");
         return true;
     }
     ~PrivateDisplay() {
