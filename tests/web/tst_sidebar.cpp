@@ -13,6 +13,7 @@
 #include "sidebarhittest.h"
 #include "sidebarview.h"
 #include "webengineloader.h"
+#include "worksitepage.h"
 
 namespace {
 
@@ -53,6 +54,7 @@ private slots:
     void onlyTheBodyDragsAndOnlyTheLeftEdgeResizes();
     void aSecondSlideRestartsFromItsNewStart();
     void theEngineLoadsWithTheFirstPageAndTheViewGoesWhenTheMainWindowIsActivated();
+    void theWorkSiteShowsTheHomePageSignedInOnceShown();
 
 private:
     TinyPageServer pages_;
@@ -162,6 +164,21 @@ void TestSidebar::theEngineLoadsWithTheFirstPageAndTheViewGoesWhenTheMainWindowI
     QCOMPARE(panel.currentUrl(), base_ + QStringLiteral("/work/task.htm?m=create"));
     panel.hideSidebarView();
     delete anchor;
+}
+
+void TestSidebar::theWorkSiteShowsTheHomePageSignedInOnceShown() {
+    WorkSitePage page;
+    page.setSessionSource([] { return QStringLiteral("w0rk"); });
+    QVERIFY(!page.webView());  // nothing until the page is shown
+    QSignalSpy loaded(&page, &WorkSitePage::pageLoaded);
+    pages_.cookies.clear();
+    page.resize(500, 400);
+    page.show();
+    QVERIFY(page.webView());
+    QVERIFY(loaded.wait(30000));
+    QVERIFY(loaded.first().first().toBool());
+    QCOMPARE(page.webView()->property("url").toUrl(), QUrl(base_ + "/"));
+    QVERIFY(pages_.cookies.join(' ').contains("QXSESSION=w0rk"));
 }
 
 int main(int argc, char** argv) {
