@@ -39,6 +39,9 @@ SidebarView::SidebarView(QWidget* anchor)
     layout_->setContentsMargins(0, kTitleStripHeight, 0, 0);
     layout_->setSpacing(0);
     animation_ = new QPropertyAnimation(this, "geometry", this);
+    connect(animation_, &QPropertyAnimation::finished, this, [this] {
+        if (view_) view_->show();
+    });
 
     qx_output::Manager* outputs = qx_output::Manager::instance();
     connect(outputs, &qx_output::Manager::createTaskSignal, this, &SidebarView::loadUrlSlot);
@@ -135,6 +138,9 @@ void SidebarView::showAnimation(int nCurveType, const QPoint& point) {
         full = animation_->endValue().toRect().size();
         animation_->stop();
     }
+    // The page shows once the panel is out: drawing it at every step of the slide would
+    // hold up the toolkit's thread, which is also the web engine's, and so the page itself.
+    if (view_) view_->hide();
     animation_->setDuration(kSlideMs);
     animation_->setStartValue(QRect(point, QSize(0, full.height())));
     animation_->setEndValue(QRect(point, full));

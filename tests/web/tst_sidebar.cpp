@@ -143,6 +143,9 @@ void TestSidebar::theEngineLoadsWithTheFirstPageAndTheViewGoesWhenTheMainWindowI
     QVERIFY(loaded.first().first().toBool());
     QCOMPARE(first->property("title").toString(), QStringLiteral("任务页"));
     QVERIFY(panel.zoomApplied());
+    // The page shows once the panel has slid out.
+    QTRY_VERIFY(first->isVisible());
+    QCOMPARE(panel.animation()->state(), QAbstractAnimation::Stopped);
     // The page went out with the user's session.
     QVERIFY(pages_.cookies.join(' ').contains("QXSESSION=s3ss10n"));
 
