@@ -261,8 +261,11 @@ void BackendServer::dispatch(const httplib::Request& req, httplib::Response& res
     }
     if (path == QLatin1String("/work/invite.htm"))
         return reply(res, PageRenderer::invitation(), kHtml);
-    if (path == QLatin1String("/") || path.isEmpty())
-        return reply(res, PageRenderer::home(QString()), kHtml);
+    if (path == QLatin1String("/") || path.isEmpty()) {
+        // Signed in (the work-platform page of the client): the caller's projects and tasks.
+        const qint64 user = sessionUser(req);
+        return reply(res, user ? tasks_->home(user) : PageRenderer::home(QString()), kHtml);
+    }
     res.status = 404;
     fail(res, req, Envelope::UnknownAddress);
 }

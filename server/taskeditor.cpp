@@ -63,6 +63,16 @@ QByteArray TaskEditor::formToken(const QByteArray& session) const {
         .left(40);
 }
 
+QByteArray TaskEditor::home(qint64 caller) const {
+    // Enough to find one's work; the project pages list the rest.
+    constexpr int kShownTasks = 200;
+    QJsonArray mine;
+    for (qint64 id : tasks_.openTasksOf(caller, kShownTasks)) mine.append(directory_->task(id));
+    return TaskPages::home(
+        directory_->loginUser(caller).value(QStringLiteral("companyName")).toString(),
+        directory_->projectsOf(caller), mine);
+}
+
 QJsonObject TaskEditor::card(const QJsonObject& t, int event, qint64 actor,
                              const QString& actorName, const QString& replyText) {
     QJsonObject o{{QStringLiteral("msgType"), 1},

@@ -38,6 +38,9 @@ public:
     void handle(const httplib::Request& req, httplib::Response& res, qint64 caller,
                 const QByteArray& session);
 
+    // The work platform's home page for the signed-in `caller`.
+    QByteArray home(qint64 caller) const;
+
     // The token the forms of `session`'s pages carry.
     QByteArray formToken(const QByteArray& session) const;
 

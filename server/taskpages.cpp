@@ -122,3 +122,32 @@ QByteArray TaskPages::creation(const QJsonObject& project, const QJsonArray& mem
                               viewer.formToken),
                  memberOptions(members, QString())));
 }
+
+QByteArray TaskPages::home(const QString& companyName, const QJsonArray& projects,
+                           const QJsonArray& myTasks) {
+    QString body = QStringLiteral("<h2>我的任务</h2>");
+    if (myTasks.isEmpty()) body += QStringLiteral("<p class=\"muted\">没有待办的任务。</p>");
+    body += QStringLiteral("<ul id=\"myTasks\">");
+    for (const QJsonValue& v : myTasks) {
+        const QJsonObject t = v.toObject();
+        const QString deadline = t[QStringLiteral("deadline")].toString();
+        body += QStringLiteral(
+                    "<li><a href=\"work/task.htm?m=view&amp;taskId=%1\">%2</a>"
+                    " <span class=\"muted\">%3 · %4 · %5</span></li>")
+                    .arg(esc(t[QStringLiteral("taskId")]), esc(t[QStringLiteral("title")]),
+                         esc(t[QStringLiteral("projectTitle")]),
+                         deadline.isEmpty() ? QStringLiteral("无期限") : deadline.toHtmlEscaped(),
+                         esc(t[QStringLiteral("statusText")]));
+    }
+    body += QStringLiteral("</ul><h2>我的项目</h2><ul id=\"projects\">");
+    for (const QJsonValue& v : projects) {
+        const QJsonObject p = v.toObject();
+        body += QStringLiteral(
+                    "<li>%2 <a href=\"work/project.htm?m=tasks&amp;projectId=%1\">任务</a>"
+                    " <a href=\"work/goals.htm?projectId=%1\">目标</a>"
+                    " <a href=\"work/task.htm?m=create&amp;projectId=%1\">新建任务</a></li>")
+                    .arg(esc(p[QStringLiteral("id")]), esc(p[QStringLiteral("title")]));
+    }
+    body += QStringLiteral("</ul>");
+    return PageRenderer::page(companyName.isEmpty() ? QStringLiteral("工作台") : companyName, body);
+}

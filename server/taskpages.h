@@ -17,6 +17,10 @@ public:
 
     static QByteArray task(const QJsonObject& task, bool read, const QJsonArray& replies,
                            const QJsonArray& members, const Viewer& viewer);
+    // The work platform's home page for a signed-in colleague: its projects, with their task
+    // lists and goals, and the tasks it is to do.
+    static QByteArray home(const QString& companyName, const QJsonArray& projects,
+                           const QJsonArray& myTasks);
     static QByteArray creation(const QJsonObject& project, const QJsonArray& members,
                                const Viewer& viewer);
 };

@@ -115,3 +115,17 @@ int TaskStore::status(qint64 taskId) const {
     q.addBindValue(taskId);
     return q.exec() && q.next() ? q.value(0).toInt() : -1;
 }
+
+QList<qint64> TaskStore::openTasksOf(qint64 userId, int limit) const {
+    QSqlQuery q(db_->connection());
+    q.prepare(
+        QStringLiteral("SELECT id FROM task WHERE executor_id = ? AND status < 3"
+                       " ORDER BY id LIMIT ?"));
+    q.addBindValue(userId);
+    q.addBindValue(limit);
+    QList<qint64> out;
+    if (q.exec()) {
+        while (q.next()) out << q.value(0).toLongLong();
+    }
+    return out;
+}

@@ -30,6 +30,8 @@ public:
     // Oldest first: {replyId, userId, userName, text, dateCreated}.
     QJsonArray replies(qint64 taskId) const;
     int status(qint64 taskId) const;  // -1 when unknown
+    // The tasks `userId` is to do (not finished nor cancelled), at most `limit`, oldest first.
+    QList<qint64> openTasksOf(qint64 userId, int limit) const;
 
 private:
     Database* db_;

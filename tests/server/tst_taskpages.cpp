@@ -47,6 +47,7 @@ private slots:
     void outsidersAndNonMembersCannotChangeTasks();
     void badInputIsRefusedWithItsReason();
     void openingATaskMarksItReadForTheViewerOnly();
+    void theHomePageListsTheCallersWorkOnly();
 
 private:
     httplib::Client client() const {
@@ -346,6 +347,21 @@ void TaskPagesTest::openingATaskMarksItReadForTheViewerOnly() {
                                     {"executorId", "10002"},
                                     {"formToken", token}})) > 0);
     QCOMPARE(flagOf(member_), QStringLiteral("0"));
+}
+
+void TaskPagesTest::theHomePageListsTheCallersWorkOnly() {
+    QVERIFY(newTask(QStringLiteral("首页<待办>")) > 0);  // the member's own task
+    auto home = [&](const httplib::Headers& who) {
+        const auto r = client().Get("/", who);
+        return r ? QString::fromStdString(r->body) : QString();
+    };
+    const QString mine = home(as(member_));
+    QVERIFY(mine.contains("首页&lt;待办&gt;"));
+    QVERIFY(mine.contains("work/project.htm?m=tasks&amp;projectId=50001"));
+    // Someone else's home does not list it, and nobody signed in sees no work at all.
+    QVERIFY(!home(as(colleague_)).contains("首页&lt;待办&gt;"));
+    QVERIFY(!home(as(colleague_)).contains("projectId=50001\""));
+    QVERIFY(!home({}).contains("我的任务"));
 }
 
 QTEST_GUILESS_MAIN(TaskPagesTest)
