@@ -192,7 +192,14 @@ void RoomWorker::sendCards(qint64 projectId) {
             posting_.remove(projectId);
             qWarning("rooms: task cards of project %lld wait: entering the room: %s", projectId,
                      qPrintable(error));
-            return;  // the next pass of the room tries again
+            // Offline: the check after the reconnect passes the room again.
+            if (session_->isOnline()) {
+                QTimer::singleShot(settings_.failedRetryMs, this, [this, projectId] {
+                    queue_->mark(projectId);
+                    pump();
+                });
+            }
+            return;
         }
         QList<qint64> sent;
         for (const TaskCardOutbox::Card& c : cards) {
