@@ -8,7 +8,7 @@ QString esc(const QJsonValue& v) { return v.toString().toHtmlEscaped(); }
 
 const char kStyle[] =
     "body{font-family:'Noto Sans CJK SC','Microsoft YaHei',sans-serif;margin:16px;color:#333}"
-    "h1{font-size:18px}table{border-collapse:collapse}td,th{border:1px solid #ddd;padding:4px 8px}"
+    "h1{font-size:18px}h2{font-size:15px}table{border-collapse:collapse}td,th{border:1px solid #ddd;padding:4px 8px}"
     ".muted{color:#888}.state{background:#98D798;color:#fff;border-radius:3px;padding:0 4px}";
 
 }  // namespace

@@ -3,7 +3,9 @@
 #include <QDesktopServices>
 #include <QGuiApplication>
 #include <QMouseEvent>
+#include <QPainter>
 #include <QPropertyAnimation>
+#include <QPushButton>
 #include <QScreen>
 #include <QVBoxLayout>
 #include <QWindow>
@@ -38,6 +40,16 @@ SidebarView::SidebarView(QWidget* anchor)
     layout_ = new QVBoxLayout(this);
     layout_->setContentsMargins(0, kTitleStripHeight, 0, 0);
     layout_->setSpacing(0);
+    // The strip above the page, level with the main window's title strip, closes the panel.
+    auto* close = new QPushButton(QStringLiteral("×"), this);
+    close->setObjectName(QStringLiteral("sidebarClose"));
+    close->setFixedSize(32, 28);
+    close->setCursor(Qt::PointingHandCursor);
+    close->setStyleSheet(QStringLiteral(
+        "QPushButton{background:transparent;border:none;color:#666666;font-size:18px;}"
+        "QPushButton:hover{color:#e04343;}"));
+    connect(close, &QPushButton::clicked, this, &SidebarView::hideSidebarView);
+    close_ = close;
     animation_ = new QPropertyAnimation(this, "geometry", this);
     connect(animation_, &QPropertyAnimation::finished, this, [this] {
         if (view_) view_->show();
@@ -192,10 +204,25 @@ void SidebarView::urlChangedSlot(const QUrl& url) {
 }
 
 bool SidebarView::CanMoveIfHit(const QWidget* ptr) const {
-    // The page takes its own presses (links, text, forms); anything else drags the panel.
+    // The page and the buttons take their own presses; anything else drags the panel.
     for (const QWidget* w = ptr; w && w != this; w = w->parentWidget())
-        if (w == view_) return false;
+        if (w == view_ || qobject_cast<const QAbstractButton*>(w)) return false;
     return true;
+}
+
+void SidebarView::paintEvent(QPaintEvent*) {
+    // The window is translucent (its edges may be shaped by the system), so the panel
+    // paints its own background: the title strip's colour, and a border.
+    QPainter painter(this);
+    painter.fillRect(rect(), QColor(0xf5, 0xf7, 0xfa));
+    painter.setPen(QColor(0xd9, 0xd9, 0xd9));
+    painter.drawRect(rect().adjusted(0, 0, -1, -1));
+}
+
+void SidebarView::resizeEvent(QResizeEvent* event) {
+    QWidget::resizeEvent(event);
+    close_->move(width() - close_->width() - 6, (kTitleStripHeight - close_->height()) / 2);
+    close_->raise();
 }
 
 bool SidebarView::_OnNcHitTest(int x, int y, long* result) {

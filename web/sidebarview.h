@@ -56,6 +56,8 @@ public slots:
 protected:
     bool nativeEvent(const QByteArray& eventType, void* message, long* result) override;
     void mousePressEvent(QMouseEvent* event) override;
+    void paintEvent(QPaintEvent* event) override;
+    void resizeEvent(QResizeEvent* event) override;
 
 private:
     bool ensureView();
@@ -63,6 +65,7 @@ private:
 
     QPointer<QWidget> anchor_;
     QVBoxLayout* layout_;
+    QWidget* close_;
     QWidget* view_ = nullptr;
     QString url_;
     bool zoomApplied_ = false;

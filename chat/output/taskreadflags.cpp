@@ -33,6 +33,7 @@ void TaskReadFlags::sendBatch() {
 
 void TaskReadFlags::setFlags(const QHash<QString, bool>& flags) {
     for (auto it = flags.constBegin(); it != flags.constEnd(); ++it) {
+        if (!it.value() && readHere_.contains(it.key())) continue;
         const bool was = flags_.value(it.key(), !it.value());
         flags_.insert(it.key(), it.value());
         if (was != it.value() || !asked_.contains(it.key())) emit changed(it.key(), it.value());
@@ -45,12 +46,14 @@ void TaskReadFlags::markRead(const QString& taskId) {
     const bool was = flags_.value(taskId, false);
     flags_.insert(taskId, true);
     asked_.insert(taskId);
+    readHere_.insert(taskId);
     if (!was) emit changed(taskId, true);
 }
 
 void TaskReadFlags::forget(const QString& taskId) {
     flags_.remove(taskId);
     asked_.remove(taskId);
+    readHere_.remove(taskId);
 }
 
 QHash<QString, bool> TaskReadFlags::parse(const QJsonValue& results) {

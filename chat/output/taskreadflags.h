@@ -40,6 +40,8 @@ private:
 
     Fetch fetch_;
     QHash<QString, bool> flags_;
+    // Opened here: an answer asked for before the page marked it read must not undo it.
+    QSet<QString> readHere_;
     QSet<QString> asked_;
     QStringList waiting_;
     QTimer batch_;

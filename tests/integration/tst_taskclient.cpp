@@ -5,6 +5,7 @@
 #include <QtTest>
 
 #include <QComboBox>
+#include <QLabel>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -308,6 +309,7 @@ void TestTaskClient::aTaskCardArrivesOpensInTheSidebarAndLaterEventsFollow() {
             .toString();
     };
     QCOMPARE(flagOf(me_), QStringLiteral("1"));
+    QTRY_COMPARE(item->findChild<QLabel*>("taskReadState")->text(), QStringLiteral("已读"));
     QCOMPARE(flagOf(third_), QStringLiteral("0"));
 
     // A reply by another member and the owner finishing the task reach the user as cards.

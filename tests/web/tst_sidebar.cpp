@@ -4,6 +4,7 @@
 #include <QtTest>
 
 #include <QPropertyAnimation>
+#include <QPushButton>
 #include <QTcpServer>
 #include <QTcpSocket>
 
@@ -101,6 +102,11 @@ void TestSidebar::onlyTheBodyDragsAndOnlyTheLeftEdgeResizes() {
     QCOMPARE(result, 10L);
     QVERIFY(panel._OnNcHitTest(498, 300, &result));
     QCOMPARE(result, 0L);
+    // The close button takes its own press.
+    const QWidget* close = panel.findChild<QWidget*>("sidebarClose");
+    QVERIFY(close);
+    QVERIFY(!panel._OnNcHitTest(close->geometry().center().x(), close->geometry().center().y(),
+                                &result));
 }
 
 void TestSidebar::aSecondSlideRestartsFromItsNewStart() {
@@ -155,6 +161,13 @@ void TestSidebar::theEngineLoadsWithTheFirstPageAndTheViewGoesWhenTheMainWindowI
     QVERIFY(panel.currentUrl().isEmpty());
     QVERIFY(!panel.webView());
     QTRY_VERIFY(!first);
+
+    // The panel's own close button does the same.
+    emit qx_output::Manager::instance()->openTaskSignal(page);
+    QVERIFY(panel.isVisible() && panel.webView());
+    QTest::mouseClick(panel.findChild<QPushButton*>("sidebarClose"), Qt::LeftButton);
+    QVERIFY(!panel.isVisible());
+    QVERIFY(!panel.webView());
 
     // The next card builds a new view; the creation link loads without sliding in.
     emit qx_output::Manager::instance()->createTaskSignal(

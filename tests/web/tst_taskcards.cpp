@@ -116,6 +116,11 @@ void TestTaskCards::readFlagsAreAskedInBatchesAndKeptPerTask() {
     flags.markRead("2");
     QCOMPARE(flags.flag("2"), 1);
     QCOMPARE(changed.last().at(1).toBool(), true);
+    // An answer asked for before the user opened the task does not undo the opening.
+    QCOMPARE(flags.flag("9"), -1);
+    flags.markRead("9");
+    flags.setFlags({{"9", false}});
+    QCOMPARE(flags.flag("9"), 1);
     // After a new event on the task its flag is asked for again.
     asked.clear();
     flags.forget("2");
@@ -138,6 +143,11 @@ void TestTaskCards::aCardShowsTheViewersFlagAndOpensItsTask() {
     auto* item = v.findChild<qx_output::TaskMsgItem*>();
     QTRY_COMPARE(asked, QStringList{"7"});
     flags->setFlags({{"7", false}});
+    // The row is the acting colleague's, not the back end account's that posted it.
+    const qx_output::EntryItem* row = v.listWidget()->entryAt(v.listWidget()->count() - 1);
+    QCOMPARE(row->entry.msg.senderId, QStringLiteral("102"));
+    QCOMPARE(row->entry.msg.senderName, QStringLiteral("李娜"));
+    QVERIFY(!row->entry.msg.isSelf);
     auto* state = item->findChild<QLabel*>("taskReadState");
     QCOMPARE(state->text(), QStringLiteral("未读"));
     // Who acted comes from the card, not from the back end's account that posted it.
