@@ -20,7 +20,10 @@
 #include "manager.h"
 #include "openimmanager.h"
 #include "requester.h"
+#include "sidebarview.h"
+#include "taskreadflags.h"
 #include "view.h"
+#include "worksitepage.h"
 
 namespace {
 qx_output::View* outputOf(ConversationContentView* page) {
@@ -124,16 +127,29 @@ void ClientSession::connect(MainWindow* window, OpenIMManager* im) {
                              [view](const QString& id, bool hidden) {
                                  view->page(id)->setAtTextHiddenSlot(id, hidden);
                              });
-            // The web sidebar takes these once it exists; until then they are logged.
-            QObject::connect(outputs, &qx_output::Manager::openTaskSignal, view,
-                             [](const QString& url) {
-                                 Logger::instance().write(QStringLiteral("open task: ") + url);
-                             });
-            QObject::connect(outputs, &qx_output::Manager::createTaskSignal, view,
-                             [](const QString& url) {
-                                 Logger::instance().write(QStringLiteral("create task: ") + url);
-                             });
         });
+    // Task and goals pages open in the sliding sidebar beside the main window, and the
+    // work-platform page shows the company's home page; both with the user's back-end
+    // session, so the pages know who is looking.
+    Requester* requester = loginView->requester();
+    auto session = [requester] { return requester->session(); };
+    auto* sidebar = new SidebarView(window);
+    sidebar->setSessionSource(session);
+    // Goes with the main window, which lives until the process ends.
+    QObject::connect(window, &QObject::destroyed, sidebar, &QObject::deleteLater);
+    window->workSitePage()->setSessionSource(session);
+    // Task cards show the user's own read flags.
+    qx_output::Manager::instance()->readFlags()->setFetcher([requester](const QStringList& ids) {
+        const QString url =
+            BackendUrls::withQuery(ConfigStore::instance().url(UrlTable::UrlTaskReaded),
+                                   QStringLiteral("taskIds=") + ids.join(QLatin1Char(',')));
+        requester->get(url, [](const QByteArray& body) {
+            const Envelope reply = Envelope::parse(body);
+            if (!reply.isSuccess()) return;  // the cards keep what they say
+            qx_output::Manager::instance()->readFlags()->setFlags(
+                qx_output::TaskReadFlags::parse(reply.results()));
+        });
+    });
     // File transfers go with the signed-in back-end session.
     qx_output::Manager::instance()->setNetwork(loginView->requester()->network());
 }

@@ -33,6 +33,7 @@
 #include "tribetips.h"
 #include "unreadprobe.h"
 #include "winstylebuttons.h"
+#include "worksitepage.h"
 
 namespace {
 const char* const kWidthKey = "mainWinWidth";
@@ -231,12 +232,10 @@ void MainWindow::buildPages() {
         TribePage,
         placeholderPage(QStringLiteral(":/resource/Chat/tribeIcon_avatar.png"),
                         tr("Your project tribes appear here once you are signed in."), pages_));
-    QWidget* work = placeholderPage(QString(), QString(), pages_);
-    auto* open = new QPushButton(tr("Open the work site"), work);
-    open->setObjectName(QStringLiteral("openWorkSite"));
-    qobject_cast<QVBoxLayout*>(work->layout())->insertWidget(2, open, 0, Qt::AlignHCenter);
-    connect(open, &QPushButton::clicked, this, &MainWindow::openWorkSite);
-    pages_->insertWidget(WorkCirclePage, work);
+    // The company's home page in place; the web engine loads when the page first shows.
+    workSite_ = new WorkSitePage(pages_);
+    connect(workSite_, &WorkSitePage::openInBrowser, this, &MainWindow::openWorkSite);
+    pages_->insertWidget(WorkCirclePage, workSite_);
     pages_->insertWidget(
         SettingPage,
         placeholderPage(QString(), tr("Settings open here once you are signed in."), pages_));

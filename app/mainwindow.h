@@ -18,6 +18,7 @@ class QButtonGroup;
 class QFrame;
 class QStackedWidget;
 class WinStyleButtons;
+class WorkSitePage;
 namespace screenshot {
 class ScreenShotView;
 }
@@ -81,6 +82,7 @@ public:
     ConversationView* conversationView() const { return conversationView_; }
     LoginView* loginView() const { return loginView_; }
     WinStyleButtons* titleButtons() const { return titleButtons_; }
+    WorkSitePage* workSitePage() const { return workSite_; }
     QTimer* shakeTimer() { return &shakeTimer_; }
     // The capture overlay while one is open.
     screenshot::ScreenShotView* screenShot() const;
@@ -142,6 +144,7 @@ private:
     QFrame* frame_ = nullptr;
     FunctionListView* functionList_ = nullptr;
     WinStyleButtons* titleButtons_ = nullptr;
+    WorkSitePage* workSite_ = nullptr;
     QWidget* titleStrip_ = nullptr;
     QWidget* leftColumn_ = nullptr;
     QStackedWidget* pages_ = nullptr;

@@ -4,7 +4,7 @@
 # folder), the latter being what the update loader installs.
 set(QUELIX_PROGRAM_DIR lib/quelix)
 install(TARGETS Quelix qxload RUNTIME DESTINATION ${QUELIX_PROGRAM_DIR})
-install(TARGETS quelix-sound LIBRARY DESTINATION ${QUELIX_PROGRAM_DIR})
+install(TARGETS quelix-sound quelix-webengine LIBRARY DESTINATION ${QUELIX_PROGRAM_DIR})
 install(FILES ${CMAKE_BINARY_DIR}/app/Quelix.version DESTINATION ${QUELIX_PROGRAM_DIR})
 install(DIRECTORY ${CMAKE_BINARY_DIR}/app/resource DESTINATION ${QUELIX_PROGRAM_DIR})
 install(PROGRAMS ${CMAKE_SOURCE_DIR}/packaging/quelix.sh DESTINATION bin RENAME quelix)

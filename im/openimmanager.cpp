@@ -37,6 +37,7 @@
 #include "openim/service_guids.h"
 #include "prg/iprg_com.h"
 #include "sdk/wide_text.h"
+#include "taskalertpolicy.h"
 #include "tribemanager.h"
 #include "unreadfetcher.h"
 
@@ -697,6 +698,16 @@ void OpenIMManager::showTribeChatMsg(bool history, const openim::IMTribeMessage&
     deliver(m, kindPreview(m));
 }
 
+bool OpenIMManager::taskCardAlerts(const BaseMsg::MMessage& m) const {
+    const QJsonObject card = QJsonDocument::fromJson(m.contentJson.toUtf8()).object();
+    if (card.value(QStringLiteral("msgType")).toInt(-1) != BaseMsg::CustomTask) return true;
+    ConfigStore& config = ConfigStore::instance();
+    // Before the user's settings are read, the defaults decide.
+    const quelix::userconfig_t defaults;
+    return TaskAlertPolicy::alerts(card, config.hasUser() ? config.userConfig() : defaults,
+                                   ownId());
+}
+
 void OpenIMManager::deliver(const BaseMsg::MMessage& m, const QString& preview) {
     emit chatMessage(m);
     MainViewDelegate* shell = MainViewDelegate::instance();
@@ -704,6 +715,7 @@ void OpenIMManager::deliver(const BaseMsg::MMessage& m, const QString& preview) 
     shell->talkListPreview(m.conversationId, preview);
     // History and the user's own messages (echoed as sent) mark nothing as new.
     if (m.isHistory || m.isSelf) return;
+    if (m.kind == BaseMsg::Custom && !taskCardAlerts(m)) return;
     if (shell->currentConversationId() != m.conversationId) {
         shell->newMessageMark(m.conversationId, 1);
         shell->talkListPreview(m.conversationId, preview);
@@ -893,9 +905,9 @@ void OpenIMManager::OnSent(openim::IMMessage message, openim::ResultCode sent,
 void OpenIMManager::OnTribeSent(openim::IMTribeMessage message, openim::ResultCode sent,
                                 openim::ResultCode uploaded) {
     if (!sent.ok() || !uploaded.ok())
-        QX_LOG << "OpenIMManager::OnTribeSent failed: tribe " << QString::number(message.tribe.tribeId) << " result "
-               << sent.code << " upload " << uploaded.code << " " << toQ(sent.text)
-               << toQ(uploaded.text);
+        QX_LOG << "OpenIMManager::OnTribeSent failed: tribe "
+               << QString::number(message.tribe.tribeId) << " result " << sent.code << " upload "
+               << uploaded.code << " " << toQ(sent.text) << toQ(uploaded.text);
     base::scoped_refptr<OpenIMManager> self(this);
     QMetaObject::invokeMethod(
         this,

@@ -183,6 +183,9 @@ private:
     bool passesWatermark(qint64 time, quint64 msgId) const;
     void advanceWatermark(qint64 time, quint64 msgId);
     void deliver(const BaseMsg::MMessage& m, const QString& preview);
+    // Whether a live message calls for attention: false for task cards whose event the
+    // user's task settings silence (the card is shown all the same).
+    bool taskCardAlerts(const BaseMsg::MMessage& m) const;
 
     bool timerRunning_ = false;
     int timerId_ = 0;

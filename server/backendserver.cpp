@@ -12,6 +12,7 @@
 #include "passwordhasher.h"
 #include "projecteditor.h"
 #include "sessionstore.h"
+#include "taskeditor.h"
 
 #include <httplib.h>
 
@@ -79,6 +80,7 @@ bool BackendServer::start(const QString& host, int port) {
     directory_ = std::make_unique<Directory>(db_, publicUrl_);
     orgCache_ = std::make_unique<OrgCache>(db_, directory_.get());
     projects_ = std::make_unique<ProjectEditor>(db_, directory_.get(), sessions_.get(), rooms_);
+    tasks_ = std::make_unique<TaskEditor>(db_, directory_.get(), rooms_);
 
     auto handler = [this](const httplib::Request& req, httplib::Response& res) {
         dispatch(req, res);
@@ -153,7 +155,7 @@ void BackendServer::directoryChanged() {
     if (orgCache_) orgCache_->invalidate();
 }
 
-qint64 BackendServer::sessionUser(const httplib::Request& req) {
+QByteArray BackendServer::sessionIdOf(const httplib::Request& req) {
     QByteArray id = param(req, "sessionId").toLatin1();
     if (id.isEmpty()) {
         const QByteArray cookies = QByteArray::fromStdString(req.get_header_value("Cookie"));
@@ -163,6 +165,11 @@ qint64 BackendServer::sessionUser(const httplib::Request& req) {
                 id = kv.mid(int(sizeof kSessionCookie));
         }
     }
+    return id;
+}
+
+qint64 BackendServer::sessionUser(const httplib::Request& req) {
+    const QByteArray id = sessionIdOf(req);
     return id.isEmpty() ? 0 : sessions_->userOf(id);
 }
 
@@ -254,8 +261,11 @@ void BackendServer::dispatch(const httplib::Request& req, httplib::Response& res
     }
     if (path == QLatin1String("/work/invite.htm"))
         return reply(res, PageRenderer::invitation(), kHtml);
-    if (path == QLatin1String("/") || path.isEmpty())
-        return reply(res, PageRenderer::home(QString()), kHtml);
+    if (path == QLatin1String("/") || path.isEmpty()) {
+        // Signed in (the work-platform page of the client): the caller's projects and tasks.
+        const qint64 user = sessionUser(req);
+        return reply(res, user ? tasks_->home(user) : PageRenderer::home(QString()), kHtml);
+    }
     res.status = 404;
     fail(res, req, Envelope::UnknownAddress);
 }
@@ -495,24 +505,7 @@ void BackendServer::download(const httplib::Request& req, httplib::Response& res
 void BackendServer::taskPage(const httplib::Request& req, httplib::Response& res) {
     const qint64 caller = signedIn(req, res);
     if (caller == 0) return;
-    const QString m = param(req, "m");
-    if (m == QLatin1String("create")) {
-        qint64 projectId = 0;
-        if (!parseId(param(req, "projectId"), &projectId))
-            return fail(res, req, Envelope::BadParameter);
-        const QJsonObject project = directory_->project(projectId);
-        if (project.isEmpty()) return fail(res, req, Envelope::NotFound);
-        if (!sameCompany(req, res, caller, directory_->projectCompany(projectId))) return;
-        return reply(res, PageRenderer::taskCreation(project), kHtml);
-    }
-    qint64 taskId = 0;
-    if (!parseId(param(req, "taskId"), &taskId)) return fail(res, req, Envelope::BadParameter);
-    const QJsonObject task = directory_->task(taskId);
-    if (task.isEmpty()) return fail(res, req, Envelope::NotFound);
-    if (!sameCompany(req, res, caller, directory_->taskCompany(taskId))) return;
-    // Opening the task is reading it, by the signed-in caller only.
-    const bool read = directory_->markTaskRead(taskId, caller);
-    reply(res, PageRenderer::task(task, read), kHtml);
+    tasks_->handle(req, res, caller, sessionIdOf(req));
 }
 
 void BackendServer::projectPage(const httplib::Request& req, httplib::Response& res) {

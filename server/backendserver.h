@@ -20,6 +20,7 @@ class OrgCache;
 class ProjectEditor;
 class RoomKeeper;
 class SessionStore;
+class TaskEditor;
 
 // The HTTP service: every address of the client's URL table, the pages it opens, the update
 // description, avatars and attachments. Requests are answered on a pool of threads; each
@@ -90,6 +91,7 @@ private:
     void updateDescription(httplib::Response& res);
     void updatePackage(httplib::Response& res, const QString& name);
 
+    static QByteArray sessionIdOf(const httplib::Request& req);
     qint64 sessionUser(const httplib::Request& req);
     // The signed-in caller; 0 after answering "not signed in" (one log line).
     qint64 signedIn(const httplib::Request& req, httplib::Response& res);
@@ -110,6 +112,7 @@ private:
     std::unique_ptr<LoginThrottle> throttle_;
     std::unique_ptr<FileStore> files_;
     std::unique_ptr<ProjectEditor> projects_;
+    std::unique_ptr<TaskEditor> tasks_;
     RoomKeeper* rooms_ = nullptr;
     QString dummyHash_;  // verified against for unknown accounts, so timing tells nothing
     std::thread thread_;

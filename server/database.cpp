@@ -49,6 +49,13 @@ const char* const kSchema[] = {
     "CREATE INDEX IF NOT EXISTS task_project ON task (project_id)",
     "CREATE TABLE IF NOT EXISTS task_read (task_id BIGINT NOT NULL, user_id BIGINT NOT NULL,"
     " PRIMARY KEY (task_id, user_id))",
+    "CREATE TABLE IF NOT EXISTS task_reply (id BIGINT PRIMARY KEY, task_id BIGINT NOT NULL,"
+    " user_id BIGINT NOT NULL, text VARCHAR(2000) NOT NULL, date_created VARCHAR(40) NOT NULL)",
+    "CREATE INDEX IF NOT EXISTS task_reply_task ON task_reply (task_id, id)",
+    // Task cards waiting to be posted into a project's room by the back end's XMPP session.
+    "CREATE TABLE IF NOT EXISTS task_card (id BIGINT PRIMARY KEY, project_id BIGINT NOT NULL,"
+    " payload VARCHAR(8000) NOT NULL)",
+    "CREATE INDEX IF NOT EXISTS task_card_project ON task_card (project_id, id)",
     "CREATE TABLE IF NOT EXISTS attachment (id BIGINT PRIMARY KEY, owner_id BIGINT NOT NULL,"
     " file_name VARCHAR(300) NOT NULL, stored_name VARCHAR(100) NOT NULL,"
     " size BIGINT NOT NULL, date_created VARCHAR(40) NOT NULL)",

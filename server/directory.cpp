@@ -328,7 +328,7 @@ QList<qint64> Directory::roomIds() const {
     QSqlQuery q(db_->connection());
     if (q.exec(QStringLiteral("SELECT id FROM project UNION SELECT id FROM project_dissolved"
                               " WHERE room_destroyed = 0 UNION SELECT project_id FROM room_notice"
-                              " ORDER BY 1"))) {
+                              " UNION SELECT project_id FROM task_card ORDER BY 1"))) {
         while (q.next()) ids << q.value(0).toLongLong();
     }
     return ids;
@@ -349,6 +349,8 @@ QString Directory::taskStatusText(int status) {
             return QStringLiteral("暂停中");
         case 3:
             return QStringLiteral("已完成");
+        case 4:
+            return QStringLiteral("已取消");
         default:
             return QStringLiteral("待处理");
     }

@@ -8,7 +8,7 @@ QString esc(const QJsonValue& v) { return v.toString().toHtmlEscaped(); }
 
 const char kStyle[] =
     "body{font-family:'Noto Sans CJK SC','Microsoft YaHei',sans-serif;margin:16px;color:#333}"
-    "h1{font-size:18px}table{border-collapse:collapse}td,th{border:1px solid #ddd;padding:4px 8px}"
+    "h1{font-size:18px}h2{font-size:15px}table{border-collapse:collapse}td,th{border:1px solid #ddd;padding:4px 8px}"
     ".muted{color:#888}.state{background:#98D798;color:#fff;border-radius:3px;padding:0 4px}";
 
 }  // namespace
@@ -55,33 +55,6 @@ QByteArray PageRenderer::userSettings(const QJsonObject& user) {
                  esc(user[QStringLiteral("deptName")]), esc(user[QStringLiteral("email")])));
 }
 
-QByteArray PageRenderer::task(const QJsonObject& t, bool read) {
-    const QString deadline = t[QStringLiteral("deadline")].toString();
-    return page(
-        t[QStringLiteral("title")].toString(),
-        QStringLiteral("<p class=\"muted\">%1</p><table>"
-                       "<tr><th>截止日期：</th><td>%2</td></tr>"
-                       "<tr><th>执行人：</th><td>%3</td></tr>"
-                       "<tr><th>状态</th><td><span class=\"state\">%4</span></td></tr>"
-                       "<tr><th>任务说明</th><td>%5</td></tr></table><p class=\"muted\">%6</p>")
-            .arg(esc(t[QStringLiteral("projectTitle")]),
-                 deadline.isEmpty() ? QStringLiteral("无期限") : deadline.toHtmlEscaped(),
-                 esc(t[QStringLiteral("executor")]), esc(t[QStringLiteral("statusText")]),
-                 esc(t[QStringLiteral("description")]),
-                 read ? QStringLiteral("已读") : QStringLiteral("未读")));
-}
-
-QByteArray PageRenderer::taskCreation(const QJsonObject& project) {
-    return page(
-        QStringLiteral("新建任务"),
-        QStringLiteral("<p class=\"muted\">%1</p><form method=\"post\">"
-                       "<p><label>任务标题 <input name=\"title\"></label></p>"
-                       "<p><label>截止日期： <input name=\"deadline\" type=\"date\"></label></p>"
-                       "<p><label>任务说明 <textarea name=\"description\"></textarea></label></p>"
-                       "</form>")
-            .arg(esc(project[QStringLiteral("title")])));
-}
-
 QByteArray PageRenderer::projectTasks(const QJsonObject& project, const QJsonArray& tasks) {
     QString rows;
     for (const QJsonValue& v : tasks) {
@@ -96,17 +69,23 @@ QByteArray PageRenderer::projectTasks(const QJsonObject& project, const QJsonArr
                          esc(t[QStringLiteral("statusText")]));
     }
     return page(project[QStringLiteral("title")].toString(),
-                QStringLiteral("<table><tr><th>任务</th><th>执行人：</th><th>截止日期：</th>"
-                               "<th>状态</th></tr>%1</table>")
-                    .arg(rows));
+                QStringLiteral("<p><a href=\"task.htm?m=create&amp;projectId=%1\">新建任务</a>"
+                               " <a href=\"goals.htm?projectId=%1\">目标</a></p>"
+                               "<table><tr><th>任务</th><th>执行人：</th><th>截止日期：</th>"
+                               "<th>状态</th></tr>%2</table>")
+                    .arg(esc(project[QStringLiteral("id")]), rows));
 }
 
 QByteArray PageRenderer::goals(const QJsonObject& project, const QJsonArray& tasks,
                                const QJsonArray& members) {
     QHash<QString, QPair<int, int>> perExecutor;  // assigned, completed
     int done = 0;
+    int total = 0;
     for (const QJsonValue& v : tasks) {
         const QJsonObject t = v.toObject();
+        // A cancelled task is nobody's goal any more.
+        if (t[QStringLiteral("status")].toString() == QLatin1String("4")) continue;
+        ++total;
         auto& counts = perExecutor[t[QStringLiteral("executorId")].toString()];
         ++counts.first;
         if (t[QStringLiteral("status")].toString() == QLatin1String("3")) {
@@ -125,7 +104,6 @@ QByteArray PageRenderer::goals(const QJsonObject& project, const QJsonArray& tas
                     .arg(counts.second)
                     .arg(100 * counts.second / counts.first);
     }
-    const int total = tasks.size();
     return page(project[QStringLiteral("title")].toString() + QStringLiteral(" 目标"),
                 QStringLiteral("<p>目标总数：%1　目标达成率：%2%</p><table><tr><th>成员</th>"
                                "<th>目标</th><th>已完成</th><th>达成率</th></tr>%3</table>")

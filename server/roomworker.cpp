@@ -3,6 +3,7 @@
 #include "directory.h"
 #include "noticeoutbox.h"
 #include "roomsync.h"
+#include "taskcardoutbox.h"
 #include "xmppadminsession.h"
 
 #include <QXmppElement.h>
@@ -29,6 +30,7 @@ void RoomWorker::start() {
     // connection belong to the thread that made them.
     directory_ = std::make_unique<Directory>(db_, QString());
     notices_ = std::make_unique<NoticeOutbox>(db_);
+    cards_ = std::make_unique<TaskCardOutbox>(db_);
     XmppAdminSession::Settings s;
     s.host = settings_.host;
     s.port = settings_.port;
@@ -109,7 +111,10 @@ void RoomWorker::onFinished(qint64 projectId, bool succeeded, const QString& err
     }
     queue_->done(projectId, succeeded, error);
     // After the pass: a colleague told "joined" finds the room ready to let them in.
-    if (succeeded) sendNotices(projectId);
+    if (succeeded) {
+        sendNotices(projectId);
+        if (!destroyed) sendCards(projectId);
+    }
     if (!succeeded) {
         if (checkingAll_ && session_->isOnline()) ++refused_;
         if (session_->isOnline()) {
@@ -171,4 +176,73 @@ void RoomWorker::sendNotices(qint64 projectId) {
                 pump();
             }
         });
+}
+
+void RoomWorker::sendCards(qint64 projectId) {
+    if (posting_.contains(projectId)) return;  // the next pass picks up what came meanwhile
+    const QList<TaskCardOutbox::Card> cards = cards_->pending(projectId, kNoticeBatch);
+    if (cards.isEmpty()) return;
+    posting_.insert(projectId, true);
+    const QString room = QStringLiteral("%1@%2").arg(projectId).arg(settings_.mucDomain);
+    // The card's sender is the back end, under the same name as when it makes the room.
+    const QString occupant = room + QStringLiteral("/quelix-backend");
+    session_->enterRoom(occupant, [this, projectId, room, occupant, cards](const QDomElement&,
+                                                                           const QString& error) {
+        if (!error.isEmpty()) {
+            posting_.remove(projectId);
+            qWarning("rooms: task cards of project %lld wait: entering the room: %s", projectId,
+                     qPrintable(error));
+            // Offline: the check after the reconnect passes the room again.
+            if (session_->isOnline()) {
+                QTimer::singleShot(settings_.failedRetryMs, this, [this, projectId] {
+                    queue_->mark(projectId);
+                    pump();
+                });
+            }
+            return;
+        }
+        QList<qint64> sent;
+        for (const TaskCardOutbox::Card& c : cards) {
+            // What plain clients show, and the card itself as the client's custom message.
+            QXmppMessage m(QString(), room, QStringLiteral("[任务]"));
+            m.setType(QXmppMessage::GroupChat);
+            // The same id every time it is posted: the clients keep it once.
+            const QString id = QStringLiteral("task-card-%1").arg(c.id);
+            m.setId(id);
+            m.setOriginId(id);
+            QXmppElement content;
+            content.setTagName(QStringLiteral("content"));
+            content.setAttribute(QStringLiteral("xmlns"), QStringLiteral("urn:quelix:im:1"));
+            content.setAttribute(QStringLiteral("kind"), QStringLiteral("16"));
+            content.setValue(QString::fromUtf8(c.payload));
+            m.setExtensions({content});
+            if (!session_->sendMessage(m)) break;
+            sent << c.id;
+        }
+        session_->leaveRoom(occupant);
+        if (sent.isEmpty()) {
+            posting_.remove(projectId);
+            return;
+        }
+        // As with notices: once the server answers a ping sent after them it has them all.
+        QXmppElement ping;
+        ping.setTagName(QStringLiteral("ping"));
+        ping.setAttribute(QStringLiteral("xmlns"), QStringLiteral("urn:xmpp:ping"));
+        const bool more = cards.size() == kNoticeBatch;
+        session_->sendIq(
+            QXmppIq::Get, settings_.domain, ping,
+            [this, sent, projectId, more](const QDomElement&, const QString& error) {
+                posting_.remove(projectId);
+                if (error == QLatin1String("offline") || error == QLatin1String("timeout") ||
+                    error == QLatin1String("superseded"))
+                    return;
+                if (!cards_->drop(sent))
+                    qWarning("rooms: task cards of project %lld posted but not dropped", projectId);
+                // Cards queued while these were on their way.
+                if (more || !cards_->pending(projectId, 1).isEmpty()) {
+                    queue_->mark(projectId);
+                    pump();
+                }
+            });
+    });
 }

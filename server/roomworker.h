@@ -11,6 +11,7 @@
 
 class Directory;
 class NoticeOutbox;
+class TaskCardOutbox;
 class XmppAdminSession;
 
 // The room keeper's side on its own thread: the XMPP session, and the passes over the
@@ -35,6 +36,9 @@ private:
     void onFinished(qint64 projectId, bool succeeded, const QString& error);
     // Sends the project's waiting notices; they leave the outbox once the server has them.
     void sendNotices(qint64 projectId);
+    // Posts the project's waiting task cards into its room (entering it for the purpose);
+    // they leave the outbox once the server has them.
+    void sendCards(qint64 projectId);
 
     Database* db_;
     RoomQueue* queue_;
@@ -42,6 +46,8 @@ private:
     std::atomic<bool>* online_;
     std::unique_ptr<Directory> directory_;
     std::unique_ptr<NoticeOutbox> notices_;
+    std::unique_ptr<TaskCardOutbox> cards_;
+    QHash<qint64, bool> posting_;  // projects whose cards are on their way
     XmppAdminSession* session_ = nullptr;
     QHash<qint64, bool> running_;  // project id -> the pass destroys a dissolved room
     bool checkingAll_ = false;

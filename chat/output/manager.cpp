@@ -6,6 +6,7 @@
 #include <QNetworkAccessManager>
 
 #include "filetransfer.h"
+#include "taskreadflags.h"
 
 namespace qx_output {
 
@@ -16,7 +17,7 @@ Manager* Manager::instance() {
     return manager;
 }
 
-Manager::Manager(QObject* parent) : QObject(parent) {}
+Manager::Manager(QObject* parent) : QObject(parent), readFlags_(new TaskReadFlags(this)) {}
 
 QMovie* Manager::getMovie(const QString& path) {
     auto it = movies_.constFind(path);

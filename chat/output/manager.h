@@ -11,6 +11,7 @@ class QNetworkAccessManager;
 namespace qx_output {
 
 class FileTransfer;
+class TaskReadFlags;
 
 // The one relay between every conversation's output and the rest of the client. It also
 // shares what all outputs share: one animation player per picture path and the file
@@ -39,6 +40,13 @@ public:
     void setMediaFailed(quint64 msgId) { failedMedia_.insert(msgId); }
     bool mediaFailed(quint64 msgId) const { return failedMedia_.contains(msgId); }
 
+    // The user's read flags of tasks, shared by every task card.
+    TaskReadFlags* readFlags() const { return readFlags_; }
+
+    // Opens a page (a task, a project's tasks, a goals table) in the sidebar: the one way
+    // in for buttons outside the message list.
+    void openTaskPage(const QString& url) { emit openTaskSignal(url); }
+
 signals:
     void createTaskSignal(const QString& strUrl);
     void openTaskSignal(const QString& strUrl);
@@ -60,6 +68,7 @@ private:
     QSet<quint64> failedMedia_;
     QNetworkAccessManager* network_ = nullptr;
     QNetworkAccessManager* ownNetwork_ = nullptr;
+    TaskReadFlags* readFlags_;
 };
 
 }  // namespace qx_output

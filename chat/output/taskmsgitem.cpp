@@ -7,7 +7,9 @@
 #include <QVBoxLayout>
 
 #include "cardurls.h"
+#include "itemsizer.h"
 #include "manager.h"
+#include "taskreadflags.h"
 
 namespace qx_output {
 
@@ -40,7 +42,12 @@ TaskMsgItem::TaskMsgItem(const MessageEntry& e, QWidget* parent) : BaseItem(e, p
     const QJsonObject o = QJsonDocument::fromJson(e.msg.contentJson.toUtf8()).object();
     taskId_ = o.value(QStringLiteral("taskId")).toVariant().toString();
     projectId_ = o.value(QStringLiteral("projectId")).toVariant().toString();
-    const QString sender = e.msg.senderName.isEmpty() ? e.msg.senderId : e.msg.senderName;
+    // Cards of task events come from the back end's account; the one who acted is named in
+    // the card itself.
+    const QString actor = o.value(QStringLiteral("userName")).toString();
+    const QString sender = !actor.isEmpty()             ? actor
+                           : e.msg.senderName.isEmpty() ? e.msg.senderId
+                                                        : e.msg.senderName;
     const QString end = o.value(QStringLiteral("endTime")).toString();
 
     card_ = new QWidget(this);
@@ -48,8 +55,15 @@ TaskMsgItem::TaskMsgItem(const MessageEntry& e, QWidget* parent) : BaseItem(e, p
     layout->setContentsMargins(0, 0, 0, 0);
     layout->setSpacing(4);
     const QString event = eventText(o.value(QStringLiteral("event")));
-    layout->addWidget(plain(event.isEmpty() ? sender : sender + QLatin1Char(' ') + event, card_,
-                            "QLabel{color:#888888;font-size:12px;}"));
+    QString line = event.isEmpty() ? sender : sender + QLatin1Char(' ') + event;
+    // A reply's first words, on the card's one status line (the page has the whole reply).
+    const QString reply = o.value(QStringLiteral("reply")).toString().simplified();
+    if (!reply.isEmpty()) line += QStringLiteral("：") + reply;
+    QLabel* status = plain(QString(), card_, "QLabel{color:#888888;font-size:12px;}");
+    status->setText(
+        status->fontMetrics().elidedText(line, Qt::ElideRight, ItemSizer::kTaskCard.width() - 8));
+    status->setToolTip(reply);
+    layout->addWidget(status);
     QLabel* title = plain(o.value(QStringLiteral("title")).toString(), card_,
                           "QLabel{font-weight:bold;font-size:14px;}");
     title->setWordWrap(true);
@@ -59,9 +73,16 @@ TaskMsgItem::TaskMsgItem(const MessageEntry& e, QWidget* parent) : BaseItem(e, p
     layout->addWidget(
         plain(QStringLiteral("执行人：") + o.value(QStringLiteral("executor")).toString(), card_));
     auto* row = new QHBoxLayout;
-    row->addWidget(plain(o.value(QStringLiteral("isRead")).toBool() ? QStringLiteral("已读")
-                                                                    : QStringLiteral("未读"),
-                         card_, "QLabel{color:#53B353;font-size:12px;}"));
+    // The viewer's own flag from the back end; until it is known, what the card says.
+    TaskReadFlags* flags = Manager::instance()->readFlags();
+    const int known = flags->flag(taskId_);
+    readLabel_ = plain(QString(), card_, "QLabel{color:#53B353;font-size:12px;}");
+    readLabel_->setObjectName(QStringLiteral("taskReadState"));
+    setRead(known < 0 ? o.value(QStringLiteral("isRead")).toBool() : known == 1);
+    connect(flags, &TaskReadFlags::changed, this, [this](const QString& taskId, bool read) {
+        if (taskId == taskId_) setRead(read);
+    });
+    row->addWidget(readLabel_);
     row->addStretch();
     auto* open = new QPushButton(QStringLiteral("任务说明"), card_);
     open->setCursor(Qt::PointingHandCursor);
@@ -79,7 +100,13 @@ void TaskMsgItem::createSidebarSlot() {
 
 void TaskMsgItem::showSidebarSlot() {
     if (taskId_.isEmpty()) return createSidebarSlot();
+    // Opening the page marks it read on the back end, for this user.
+    Manager::instance()->readFlags()->markRead(taskId_);
     emit Manager::instance()->openTaskSignal(CardUrls::task(taskId_));
+}
+
+void TaskMsgItem::setRead(bool read) {
+    readLabel_->setText(read ? QStringLiteral("已读") : QStringLiteral("未读"));
 }
 
 void TaskMsgItem::resizeEvent(QResizeEvent* event) {

@@ -2,6 +2,8 @@
 
 #include "baseitem.h"
 
+class QLabel;
+
 namespace qx_output {
 
 // A task card: what happened to the task, its title, deadline, executor and read state.
@@ -22,7 +24,10 @@ protected:
     void resizeEvent(QResizeEvent* event) override;
 
 private:
+    void setRead(bool read);
+
     QString taskId_;
+    QLabel* readLabel_;
     QString projectId_;
     QWidget* card_;
 };

@@ -34,6 +34,7 @@
 #include "showpicturewidget.h"
 #include "tablemsgitem.h"
 #include "taskmsgitem.h"
+#include "taskreadflags.h"
 #include "textmarkup.h"
 #include "textmsgitem.h"
 #include "tipmsgitem.h"
@@ -207,6 +208,19 @@ void View::addMediaMsg(BaseMsg::MMessage m) {
 }
 
 void View::addTaskMsg(BaseMsg::MMessage m) {
+    const QJsonObject card = contentOf(m);
+    // A new event on a task may have changed the user's read flag (a task assigned anew).
+    if (!m.isHistory)
+        Manager::instance()->readFlags()->forget(
+            card.value(QStringLiteral("taskId")).toVariant().toString());
+    // The back end posts the cards; the row shows the colleague who acted, on the user's
+    // own side when it was the user.
+    const QString actor = card.value(QStringLiteral("userId")).toVariant().toString();
+    if (!actor.isEmpty() && DirectoryStore::instance().colleague(actor)) {
+        m.senderId = actor;
+        m.senderName = DirectoryStore::instance().colleague(actor)->displayName();
+        m.isSelf = actor == DirectoryStore::instance().selfId();
+    }
     MessageEntry e;
     e.kind = MessageEntry::Task;
     e.msg = std::move(m);

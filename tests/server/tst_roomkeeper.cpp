@@ -19,6 +19,7 @@
 #include <QDomElement>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QRegularExpression>
 #include <QSqlQuery>
 #include <QTemporaryDir>
 #include <QtTest>
@@ -44,6 +45,12 @@ public:
                                     .arg(tribe.attribute("event"), tribe.attribute("user"),
                                          tribe.attribute("id"), tribe.attribute("name"));
                 }
+                const QDomElement content = s.firstChildElement("content");
+                if (s.tagName() == QLatin1String("message") &&
+                    s.attribute("type") == QLatin1String("groupchat") &&
+                    (content.namespaceURI() == QLatin1String("urn:quelix:im:1") ||
+                     content.attribute("xmlns") == QLatin1String("urn:quelix:im:1")))
+                    cards_ << content.text();
                 if (s.tagName() == QLatin1String("iq") && answers_.contains(s.attribute("id"))) {
                     answers_[s.attribute("id")] = s;
                     return true;
@@ -134,9 +141,18 @@ public:
         return notices_;
     }
 
+    // The custom messages (task cards) received in rooms, once `count` are in.
+    QStringList cards(int count) {
+        QElapsedTimer clock;
+        clock.start();
+        while (cards_.size() < count && clock.elapsed() < 10000) QTest::qWait(20);
+        return cards_;
+    }
+
 private:
     QString id_;
     QString domain_;
+    QStringList cards_;
     QXmppClient client_;
     QList<QDomElement> presences_;
     QHash<QString, QDomElement> answers_;
@@ -164,6 +180,7 @@ private slots:
     void catchesUpAfterTheKeeperWasAway();
     void aRefusedAdminLeavesRoomsPending();
     void handEditsAreUndoneByTheRegularCheck();
+    void taskCardsQueuedWhileTheKeeperWasAwayReachTheRoom();
 
 private:
     QJsonObject call(const std::string& path, const QString& session = QString());
@@ -599,6 +616,51 @@ void RoomKeeperTest::handEditsAreUndoneByTheRegularCheck() {
     QCOMPARE(dave.enter(room(p)), QStringLiteral("registration-required"));
     often.stop();
     keeper_->start();
+}
+
+void RoomKeeperTest::taskCardsQueuedWhileTheKeeperWasAwayReachTheRoom() {
+    const User owner = signIn(0);
+    const User d = signIn(3);
+    const qint64 p = createProject(owner, QStringLiteral("cards"), {d.id});
+    QVERIFY(p > 0);
+    QVERIFY(waitReady(p, owner.session));
+    Colleague dave(prosody_, d.id, d.secret);
+    QVERIFY(dave.online());
+    QCOMPARE(dave.enter(room(p)), QString());
+
+    // A task made while the back end's XMPP side is down waits in the outbox.
+    keeper_->stop();
+    httplib::Headers as{{"Cookie", ("QXSESSION=" + owner.session).toStdString()}};
+    const auto page =
+        http_->Get(("/work/task.htm?m=create&projectId=" + std::to_string(p)).c_str(), as);
+    QVERIFY(page);
+    const QString token = QRegularExpression("name=\"formToken\" value=\"([0-9a-f]+)\"")
+                              .match(QString::fromStdString(page->body))
+                              .captured(1);
+    const auto made = http_->Post(
+        "/work/task.htm", as,
+        "m=create&projectId=" + std::to_string(p) + "&title=" + enc(QStringLiteral("横幅")) +
+            "&executorId=" + d.id.toStdString() + "&formToken=" + token.toStdString(),
+        "application/x-www-form-urlencoded");
+    QVERIFY(made && made->status == 303);
+    QTest::qWait(300);
+    QVERIFY(dave.cards(1).isEmpty());
+
+    // Back online, the card reaches the room once, and leaves the outbox.
+    keeper_->start();
+    const QStringList cards = dave.cards(1);
+    QCOMPARE(cards.size(), 1);
+    const QJsonObject card = QJsonDocument::fromJson(cards.first().toUtf8()).object();
+    QCOMPARE(card.value("event").toInt(-1), 0);
+    QCOMPARE(card.value("title").toString(), QStringLiteral("横幅"));
+    QCOMPARE(card.value("executorId").toString(), d.id);
+    auto waiting = [&] {
+        QSqlQuery q(db_->connection());
+        return q.exec("SELECT COUNT(*) FROM task_card") && q.next() ? q.value(0).toInt() : -1;
+    };
+    QTRY_COMPARE_WITH_TIMEOUT(waiting(), 0, 10000);
+    QTest::qWait(500);
+    QCOMPARE(dave.cards(1).size(), 1);
 }
 
 QTEST_GUILESS_MAIN(RoomKeeperTest)
