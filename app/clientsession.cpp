@@ -20,6 +20,8 @@
 #include "manager.h"
 #include "openimmanager.h"
 #include "requester.h"
+#include "tribeconverview.h"
+#include "tribemanager.h"
 #include "view.h"
 
 namespace {
@@ -133,6 +135,39 @@ void ClientSession::connect(MainWindow* window, OpenIMManager* im) {
                              [](const QString& url) {
                                  Logger::instance().write(QStringLiteral("create task: ") + url);
                              });
+        });
+    // The tribe page: members from the back end, the list as the projects arrive, and
+    // quitting through the IM core's dissolve-or-leave question.
+    QObject::connect(
+        window, &MainWindow::tribeViewCreated, im, [im, loginView](TribeConverView* view) {
+            QPointer<Requester> requester(loginView->requester());
+            view->setMemberFetcher([requester](const QString& tribeId, auto done) {
+                if (!requester) return done(false, TribeMembers(), QStringLiteral("signed out"));
+                const QString url =
+                    BackendUrls::withQuery(ConfigStore::instance().url(UrlTable::UrlGroupMember),
+                                           QStringLiteral("projectId=") + tribeId);
+                requester->get(
+                    url,
+                    [done](const QByteArray& body) {
+                        TribeMembers members;
+                        QString error;
+                        const bool ok = TribeConverView::parseMembers(body, &members, &error);
+                        done(ok, members, error);
+                    },
+                    [done](const QString& reason) { done(false, TribeMembers(), reason); });
+            });
+            TribeManager* tribes = im->tribes();
+            QObject::connect(tribes, &TribeManager::projectsLoaded, view,
+                             [view] { view->setLoadingTribes(false); });
+            QObject::connect(tribes, &TribeManager::projectsFailed, view,
+                             [view] { view->setLoadingTribes(false); });
+            QObject::connect(tribes, &TribeManager::projectActionDone, view,
+                             [view] { view->reloadTribes(); });
+            QObject::connect(view, &TribeConverView::quitTribe, im, [im](const QString& id) {
+                bool ok = false;
+                const quint64 tribe = id.toULongLong(&ok);
+                if (ok) im->dissolveOrLeave(tribe);
+            });
         });
     // File transfers go with the signed-in back-end session.
     qx_output::Manager::instance()->setNetwork(loginView->requester()->network());

@@ -442,6 +442,8 @@ void OpenIMManager::OnPresence(openim::ResultCode result,
                 if (store.isOnline(id) != online) {
                     store.setOnline(id, online);
                     emit self->signal_OnlineState(id);
+                    if (MainViewDelegate* shell = MainViewDelegate::instance())
+                        shell->userOnlineChanged(id, online);
                 }
             }
             if (result.code == 0 && !self->loggedIn_) {
@@ -464,10 +466,14 @@ void OpenIMManager::timerEvent(QTimerEvent* event) {
         if (shell) shell->setOnline(false);
         return;
     }
+    // Nobody's state is known without the server: everyone shown on line goes grey.
     DirectoryStore& store = DirectoryStore::instance();
     for (const DirectoryStore::Colleague* c : store.colleaguesInOrder()) {
-        store.setOnline(c->id(), false);
-        emit signal_OnlineState(c->id());
+        const QString id = c->id();
+        if (!store.isOnline(id)) continue;
+        store.setOnline(id, false);
+        emit signal_OnlineState(id);
+        if (shell) shell->userOnlineChanged(id, false);
     }
     loggedIn_ = false;
     if (shell) shell->setOnline(false);
