@@ -31,9 +31,9 @@
 #include "platform/platform.h"
 #include "screenmetrics.h"
 #include "screenshotview.h"
+#include "shellstate.h"
 #include "tribeconverview.h"
 #include "tribetips.h"
-#include "shellstate.h"
 #include "winstylebuttons.h"
 
 namespace {
@@ -289,8 +289,9 @@ void MainWindow::buildDirectoryPages() {
     avatarCache_ = new AvatarPixmapCache(nullptr, nullptr, this);
     orgView_ = new OrgnizationView(pages_, nullptr, avatarCache_);
     tribeView_ = new TribeConverView(pages_, nullptr, avatarCache_);
-    for (QPair<int, QWidget*> page : {qMakePair(int(OrgPage), static_cast<QWidget*>(orgView_)),
-                                      qMakePair(int(TribePage), static_cast<QWidget*>(tribeView_))}) {
+    for (QPair<int, QWidget*> page :
+         {qMakePair(int(OrgPage), static_cast<QWidget*>(orgView_)),
+          qMakePair(int(TribePage), static_cast<QWidget*>(tribeView_))}) {
         QWidget* placeholder = pages_->widget(page.first);
         pages_->removeWidget(placeholder);
         placeholder->deleteLater();

@@ -22,9 +22,9 @@
 #include "globalhotkey.h"
 #include "logger.h"
 #include "mainviewdelegate.h"
+#include "personalcarditem.h"
 #include "screenmetrics.h"
 #include "screenshotview.h"
-#include "personalcarditem.h"
 #include "sharechooser.h"
 #include "view.h"
 
@@ -415,7 +415,8 @@ void ConversationView::setUserOnline(const QString& userId, bool online) {
 QString ConversationView::shareColleague(const QString& userId) {
     const QString content = qx_output::PersonalCardItem::contentFor(userId);
     if (content.isEmpty()) {
-        Logger::instance().write(QStringLiteral("share refused: %1 is not a colleague").arg(userId));
+        Logger::instance().write(
+            QStringLiteral("share refused: %1 is not a colleague").arg(userId));
         return QString();
     }
     QVector<QPair<QString, QString>> recent;

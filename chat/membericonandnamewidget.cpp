@@ -8,8 +8,9 @@ MemberIconAndNameWidget::MemberIconAndNameWidget(QWidget* parent)
     : QWidget(parent), avatar_(new QLabel(this)), name_(new QLabel(this)), mark_(new QLabel(this)) {
     setAttribute(Qt::WA_StyledBackground);
     setObjectName(QStringLiteral("memberRow"));
-    setStyleSheet(QStringLiteral("QWidget#memberRow:hover{background-color:#eef1f4;}"
-                                 "QLabel{background:transparent;}"));
+    setStyleSheet(
+        QStringLiteral("QWidget#memberRow:hover{background-color:#eef1f4;}"
+                       "QLabel{background:transparent;}"));
     avatar_->setFixedSize(28, 28);
     mark_->setText(QStringLiteral("群主"));
     mark_->setStyleSheet(QStringLiteral("QLabel{color:#FFA54F;font-size:11px;}"));

@@ -11,8 +11,8 @@ class MemberIconAndNameWidget : public QWidget {
 public:
     explicit MemberIconAndNameWidget(QWidget* parent = nullptr);
 
-    void setMember(const QString& userId, const QString& name, const QPixmap& avatar,
-                   bool online, bool owner);
+    void setMember(const QString& userId, const QString& name, const QPixmap& avatar, bool online,
+                   bool owner);
     const QString& userId() const { return userId_; }
     QString name() const;
 

@@ -37,7 +37,8 @@ ShareChooser::ShareChooser(const QString& sharedName, const QVector<Choice>& rec
     layout->addLayout(buttons);
     resize(320, 420);
 
-    connect(list_, &QListWidget::currentRowChanged, this, [this](int row) { ok_->setEnabled(row >= 0); });
+    connect(list_, &QListWidget::currentRowChanged, this,
+            [this](int row) { ok_->setEnabled(row >= 0); });
     connect(list_, &QListWidget::itemDoubleClicked, this,
             [this](QListWidgetItem* item) { choose(item->data(Qt::UserRole).toString()); });
     connect(ok_, &QPushButton::clicked, this, [this] {

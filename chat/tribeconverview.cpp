@@ -30,8 +30,7 @@ constexpr int kListWidth = 260;
 constexpr int kMaxMembers = 100000;
 }  // namespace
 
-TribeConverView::TribeConverView(QWidget* parent, DirectoryStore* store,
-                                 AvatarPixmapCache* avatars)
+TribeConverView::TribeConverView(QWidget* parent, DirectoryStore* store, AvatarPixmapCache* avatars)
     : QWidget(parent),
       store_(store ? store : &DirectoryStore::instance()),
       avatars_(avatars ? avatars : new AvatarPixmapCache(store_, nullptr, this)) {
@@ -152,7 +151,8 @@ bool TribeConverView::parseMembers(const QByteArray& body, TribeMembers* out, QS
     }
     const QJsonArray members = list.toArray();
     if (members.size() > kMaxMembers) {
-        if (error) *error = QStringLiteral("%1 members is more than a tribe holds").arg(members.size());
+        if (error)
+            *error = QStringLiteral("%1 members is more than a tribe holds").arg(members.size());
         return false;
     }
     out->clear();

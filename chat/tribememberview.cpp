@@ -16,8 +16,7 @@
 const char* const TribeMemberView::kAdvanced = "advanced";
 const char* const TribeMemberView::kGroup = "group";
 
-TribeMemberView::TribeMemberView(QWidget* parent, DirectoryStore* store,
-                                 AvatarPixmapCache* avatars)
+TribeMemberView::TribeMemberView(QWidget* parent, DirectoryStore* store, AvatarPixmapCache* avatars)
     : QWidget(parent),
       store_(store ? store : &DirectoryStore::instance()),
       avatars_(avatars ? avatars : new AvatarPixmapCache(store_, nullptr, this)),

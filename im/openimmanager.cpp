@@ -899,9 +899,9 @@ void OpenIMManager::OnSent(openim::IMMessage message, openim::ResultCode sent,
 void OpenIMManager::OnTribeSent(openim::IMTribeMessage message, openim::ResultCode sent,
                                 openim::ResultCode uploaded) {
     if (!sent.ok() || !uploaded.ok())
-        QX_LOG << "OpenIMManager::OnTribeSent failed: tribe " << QString::number(message.tribe.tribeId) << " result "
-               << sent.code << " upload " << uploaded.code << " " << toQ(sent.text)
-               << toQ(uploaded.text);
+        QX_LOG << "OpenIMManager::OnTribeSent failed: tribe "
+               << QString::number(message.tribe.tribeId) << " result " << sent.code << " upload "
+               << uploaded.code << " " << toQ(sent.text) << toQ(uploaded.text);
     base::scoped_refptr<OpenIMManager> self(this);
     QMetaObject::invokeMethod(
         this,
