@@ -28,17 +28,17 @@ QPixmap AvatarPixmapCache::pixmap(const QString& userId, bool online, int size) 
             }
         }
     }
+    // Everyone without a picture shares one placeholder per state and size, rather than
+    // one entry each that would crowd real pictures out.
+    const QString stored =
+        own ? key : QStringLiteral("/placeholder/%1/%2").arg(online ? 1 : 0).arg(size);
+    if (!own)
+        if (const QPixmap* hit = cache_.object(stored)) return *hit;
     QPixmap picture(avatars_->displayPath(userId, online));
     if (!picture.isNull())
         picture = picture.scaled(size, size, Qt::KeepAspectRatio, Qt::SmoothTransformation);
-    auto* stored = new QPixmap(picture);
     const int costKb = qMax(1, picture.width() * picture.height() * 4 / 1024);
-    // Placeholders are shared by everyone without a picture: keyed per colleague they
-    // would crowd out real pictures, so they are not kept.
-    if (own)
-        cache_.insert(key, stored, costKb);
-    else
-        delete stored;
+    cache_.insert(stored, new QPixmap(picture), costKb);
     return picture;
 }
 
