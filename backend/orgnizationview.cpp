@@ -60,7 +60,7 @@ OrgnizationView::OrgnizationView(QWidget* parent, DirectoryStore* store, AvatarP
     layout->addWidget(left);
     layout->addWidget(right_, 1);
 
-    connect(tree_, &AllMemberTree::colleagueClicked, this, &OrgnizationView::showViewOfUser);
+    connect(tree_, &QTreeView::clicked, this, &OrgnizationView::showInfoOfUser);
     connect(tree_, &AllMemberTree::colleagueActivated, this,
             &OrgnizationView::turnToConversationView);
     connect(search_, &ColleageNameSearchEdit::searchListSignal, this,
