@@ -466,14 +466,15 @@ void OpenIMManager::timerEvent(QTimerEvent* event) {
         if (shell) shell->setOnline(false);
         return;
     }
-    // Nobody's state is known without the server: everyone shown on line goes grey.
+    // Nobody's state is known without the server. Every mark is cleared; the views are told
+    // only of those who were on line (a large company would otherwise repaint for nothing).
     DirectoryStore& store = DirectoryStore::instance();
     for (const DirectoryStore::Colleague* c : store.colleaguesInOrder()) {
         const QString id = c->id();
-        if (!store.isOnline(id)) continue;
+        const bool wasOnline = store.isOnline(id);
         store.setOnline(id, false);
         emit signal_OnlineState(id);
-        if (shell) shell->userOnlineChanged(id, false);
+        if (wasOnline && shell) shell->userOnlineChanged(id, false);
     }
     loggedIn_ = false;
     if (shell) shell->setOnline(false);
