@@ -38,6 +38,7 @@ DirectoryStore& DirectoryStore::instance() {
 DirectoryStore::DirectoryStore() = default;
 
 void DirectoryStore::clear() {
+    ++revision_;
     departments_.clear();
     users_.clear();
     topLevel_.clear();
@@ -149,6 +150,7 @@ DirectoryStore::Colleague* DirectoryStore::insertColleague(Colleague&& record) {
 // One whose department is unknown is kept apart rather than dropped: the views still
 // have to find them.
 void DirectoryStore::attach(Colleague* c) {
+    ++revision_;
     if (Department* d = departments_.value(c->section()))
         d->members.append(c);
     else

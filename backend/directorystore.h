@@ -80,6 +80,9 @@ public:
     // Colleagues whose department the directory does not hold, in reply order.
     const QVector<Colleague*>& unplaced() const { return unplaced_; }
     int colleagueCount() const { return int(users_.size()); }
+    // Changes whenever departments or colleagues are added, moved or replaced, so that views
+    // over the tree can tell theirs is out of date.
+    quint64 revision() const { return revision_; }
     int departmentCount() const { return departments_.size(); }
     // Colleagues in ascending id order (the order search results keep).
     const std::vector<Colleague*>& colleaguesInOrder() const;
@@ -131,4 +134,5 @@ private:
     QString selfId_;
     QString companyId_;
     QString md5Sign_;
+    quint64 revision_ = 0;
 };

@@ -119,6 +119,13 @@ void OrgnizationView::reload() {
     if (!card_->userId().isEmpty()) showViewOfUser(card_->userId());
 }
 
+// Colleagues the client learns of later (a message from someone outside the organisation
+// reply) change the directory under the tree; it is read again when the page is shown.
+void OrgnizationView::showEvent(QShowEvent* event) {
+    QWidget::showEvent(event);
+    if (tree_->orgModel()->isStale()) reload();
+}
+
 void OrgnizationView::setOnline(const QString& userId, bool online) {
     tree_->orgModel()->setOnline(userId, online);
     card_->setOnline(userId, online);

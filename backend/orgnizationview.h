@@ -43,6 +43,9 @@ public slots:
     void setOnline(const QString& userId, bool online);
     void UpdateUserIcon(const QString& userId);
 
+protected:
+    void showEvent(QShowEvent* event) override;
+
 private:
     DirectoryStore* store_;
     ColleageNameSearchEdit* search_;

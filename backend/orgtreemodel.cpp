@@ -13,6 +13,7 @@ OrgTreeModel::OrgTreeModel(DirectoryStore* store, QObject* parent)
 }
 
 void OrgTreeModel::rebuild() {
+    revision_ = store_->revision();
     others_.members = store_->unplaced();
     rows_.clear();
     rows_.reserve(store_->departmentCount() + 1);

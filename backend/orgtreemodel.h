@@ -35,6 +35,8 @@ public:
     // Where a colleague sits in the tree (invalid when the directory does not know them).
     QModelIndex indexOfColleague(const QString& userId) const;
     bool isOnline(const QString& userId) const;
+    // The directory changed since the model last read its tree.
+    bool isStale() const { return revision_ != store_->revision(); }
 
 public slots:
     // The directory was loaded again.
@@ -56,4 +58,5 @@ private:
     DirectoryStore* store_;
     Department others_;  // holds the unplaced colleagues; its members mirror the store's
     QHash<const Department*, int> rows_;
+    quint64 revision_ = 0;
 };

@@ -121,6 +121,23 @@ void TestOrgView::treeKeepsDirectoryOrderAndPlacesEveryone() {
     QVERIFY(!model.indexOfColleague("nobody").isValid());
     QCOMPARE(model.rowCount(model.indexOfColleague("10")), 0);
 
+    // A colleague learnt of later joins the tree when the page is next shown.
+    OrgnizationView page(nullptr, &store);
+    QVERIFY(!page.tree()->orgModel()->isStale());
+    QCOMPARE(store.addColleagues(
+                 QJsonDocument(
+                     QJsonObject{{"errorCode", 0},
+                                 {"results", QJsonArray{user("88", "404", "外部联系人", "wb")}}})
+                     .toJson()),
+             QStringList{"88"});
+    QVERIFY(page.tree()->orgModel()->isStale());
+    page.show();
+    QVERIFY(!page.tree()->orgModel()->isStale());
+    const QAbstractItemModel& shown = *page.tree()->orgModel();
+    QCOMPARE(names(shown, child(shown, QModelIndex(), OrgTreeModel::othersName())),
+             (QStringList{"王五", "外部联系人"}));
+    page.hide();
+
     // A new reply replaces the tree; without unplaced colleagues the extra branch goes.
     QVERIFY(store.load(reply({dept("1", "", "总部")}, {user("11", "1", "韩梅梅", "hmm")})));
     model.reload();
