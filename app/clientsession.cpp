@@ -22,6 +22,8 @@
 #include "requester.h"
 #include "sidebarview.h"
 #include "taskreadflags.h"
+#include "tribeconverview.h"
+#include "tribemanager.h"
 #include "view.h"
 #include "worksitepage.h"
 
@@ -138,6 +140,9 @@ void ClientSession::connect(MainWindow* window, OpenIMManager* im) {
     // Goes with the main window, which lives until the process ends.
     QObject::connect(window, &QObject::destroyed, sidebar, &QObject::deleteLater);
     window->workSitePage()->setSessionSource(session);
+    // "查看任务" of the tribe page opens the project's tasks in the same sidebar.
+    QObject::connect(window, &MainWindow::openTaskPageSignal, qx_output::Manager::instance(),
+                     &qx_output::Manager::openTaskPage);
     // Task cards show the user's own read flags.
     qx_output::Manager::instance()->readFlags()->setFetcher([requester](const QStringList& ids) {
         const QString url =
@@ -150,6 +155,39 @@ void ClientSession::connect(MainWindow* window, OpenIMManager* im) {
                 qx_output::TaskReadFlags::parse(reply.results()));
         });
     });
+    // The tribe page: members from the back end, the list as the projects arrive, and
+    // quitting through the IM core's dissolve-or-leave question.
+    QObject::connect(
+        window, &MainWindow::tribeViewCreated, im, [im, loginView](TribeConverView* view) {
+            QPointer<Requester> requester(loginView->requester());
+            view->setMemberFetcher([requester](const QString& tribeId, auto done) {
+                if (!requester) return done(false, TribeMembers(), QStringLiteral("signed out"));
+                const QString url =
+                    BackendUrls::withQuery(ConfigStore::instance().url(UrlTable::UrlGroupMember),
+                                           QStringLiteral("projectId=") + tribeId);
+                requester->get(
+                    url,
+                    [done](const QByteArray& body) {
+                        TribeMembers members;
+                        QString error;
+                        const bool ok = TribeConverView::parseMembers(body, &members, &error);
+                        done(ok, members, error);
+                    },
+                    [done](const QString& reason) { done(false, TribeMembers(), reason); });
+            });
+            TribeManager* tribes = im->tribes();
+            QObject::connect(tribes, &TribeManager::projectsLoaded, view,
+                             [view] { view->setLoadingTribes(false); });
+            QObject::connect(tribes, &TribeManager::projectsFailed, view,
+                             [view] { view->setLoadingTribes(false); });
+            QObject::connect(tribes, &TribeManager::projectActionDone, view,
+                             [view] { view->reloadTribes(); });
+            QObject::connect(view, &TribeConverView::quitTribe, im, [im](const QString& id) {
+                bool ok = false;
+                const quint64 tribe = id.toULongLong(&ok);
+                if (ok) im->dissolveOrLeave(tribe);
+            });
+        });
     // File transfers go with the signed-in back-end session.
     qx_output::Manager::instance()->setNetwork(loginView->requester()->network());
 }

@@ -88,6 +88,8 @@ public:
     }
     virtual void ignoreAllMessages() {}               // 29
     virtual bool quitApplication() { return false; }  // 30
+    // A project's task page should open (the address carries the project).
+    virtual void openTaskPage(const QString& url) { (void)url; }  // 31
 
     // The process-wide delegate, set by start-up once the main window exists.
     static MainViewDelegate* instance();

@@ -17,6 +17,7 @@
 #include <QVBoxLayout>
 
 #include "avatarmanager.h"
+#include "avatarpixmapcache.h"
 #include "configbase_t.h"
 #include "configstore.h"
 #include "conversationview.h"
@@ -26,10 +27,12 @@
 #include "logger.h"
 #include "loginview.h"
 #include "manager.h"
+#include "orgnizationview.h"
 #include "platform/platform.h"
 #include "screenmetrics.h"
 #include "screenshotview.h"
 #include "shellstate.h"
+#include "tribeconverview.h"
 #include "tribetips.h"
 #include "unreadprobe.h"
 #include "winstylebuttons.h"
@@ -268,7 +271,11 @@ void MainWindow::loginSuccess(const QString& ownId) {
         pages_->insertWidget(ChatPage, conversationView_);
         conversationView_->setOnline(online_);
         emit conversationViewCreated(conversationView_);
+        buildDirectoryPages();
     }
+    // The directory was loaded for this sign-in; the tribes are on their way.
+    orgView_->reload();
+    tribeView_->setLoadingTribes(true);
     conversationView_->loadTalkList();
     showOwnUser();
     setPageButtonsEnabled(true);
@@ -277,6 +284,43 @@ void MainWindow::loginSuccess(const QString& ownId) {
 }
 
 void MainWindow::loginFailed(const QString& text) { emit loginFailedSignal(text); }
+
+void MainWindow::buildDirectoryPages() {
+    avatarCache_ = new AvatarPixmapCache(nullptr, nullptr, this);
+    orgView_ = new OrgnizationView(pages_, nullptr, avatarCache_);
+    tribeView_ = new TribeConverView(pages_, nullptr, avatarCache_);
+    for (QPair<int, QWidget*> page :
+         {qMakePair(int(OrgPage), static_cast<QWidget*>(orgView_)),
+          qMakePair(int(TribePage), static_cast<QWidget*>(tribeView_))}) {
+        QWidget* placeholder = pages_->widget(page.first);
+        pages_->removeWidget(placeholder);
+        placeholder->deleteLater();
+        pages_->insertWidget(page.first, page.second);
+    }
+    connect(orgView_, &OrgnizationView::chatButtonClicked, this, &MainWindow::openConversation);
+    connect(orgView_, &OrgnizationView::shareColleague, this, &MainWindow::shareColleague);
+    connect(tribeView_, &TribeConverView::chatButtonClicked, this, &MainWindow::openConversation);
+    connect(tribeView_, &TribeConverView::shareColleague, this, &MainWindow::shareColleague);
+    connect(tribeView_, &TribeConverView::openTaskPage, this, &MainWindow::openTaskPage);
+    emit tribeViewCreated(tribeView_);
+}
+
+void MainWindow::shareColleague(const QString& userId) {
+    if (!conversationView_) return;
+    const QString target = conversationView_->shareColleague(userId);
+    if (!target.isEmpty()) openConversation(target);
+}
+
+void MainWindow::userOnlineChanged(const QString& userId, bool online) {
+    if (conversationView_) conversationView_->setUserOnline(userId, online);
+    if (orgView_) orgView_->setOnline(userId, online);
+    if (tribeView_) tribeView_->setOnline(userId, online);
+}
+
+void MainWindow::openTaskPage(const QString& url) {
+    Logger::instance().write(QStringLiteral("open task page: ") + url);
+    emit openTaskPageSignal(url);
+}
 
 void MainWindow::showOwnUser() {
     const DirectoryStore::Colleague* me = DirectoryStore::instance().colleague(ownId_);
@@ -361,18 +405,31 @@ void MainWindow::tribeTip(const QString& tribeId, const QString& userId, int eve
 
 void MainWindow::tribeDismissed(const QString& tribeId) {
     tribeTip(tribeId, QString(), TribeTips::Dismissed);
+    if (tribeView_) tribeView_->reloadTribes();
 }
 
 void MainWindow::tribeMemberQuit(const QString& tribeId, const QString& userId) {
     tribeTip(tribeId, userId, TribeTips::Quit);
+    if (tribeView_) {
+        tribeView_->reloadTribes();
+        tribeView_->tribeMembersChanged(tribeId);
+    }
 }
 
 void MainWindow::tribeMemberJoined(const QString& tribeId, const QString& userId) {
     tribeTip(tribeId, userId, TribeTips::Joined);
+    if (tribeView_) {
+        tribeView_->reloadTribes();
+        tribeView_->tribeMembersChanged(tribeId);
+    }
 }
 
 void MainWindow::tribeMemberKicked(const QString& tribeId, const QString& userId) {
     tribeTip(tribeId, userId, TribeTips::Kicked);
+    if (tribeView_) {
+        tribeView_->reloadTribes();
+        tribeView_->tribeMembersChanged(tribeId);
+    }
 }
 
 void MainWindow::totalUnread(int count) {

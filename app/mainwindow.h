@@ -9,14 +9,17 @@
 
 #include "mainviewdelegate.h"
 
+class AvatarPixmapCache;
 class ConfigStore;
 class ConversationView;
 class FunctionListView;
 class LoginView;
+class OrgnizationView;
 class QAbstractButton;
 class QButtonGroup;
 class QFrame;
 class QStackedWidget;
+class TribeConverView;
 class WinStyleButtons;
 class WorkSitePage;
 namespace screenshot {
@@ -63,6 +66,8 @@ public:
     void tribeMemberQuit(const QString& tribeId, const QString& userId) override;
     void tribeMemberJoined(const QString& tribeId, const QString& userId) override;
     void tribeMemberKicked(const QString& tribeId, const QString& userId) override;
+    void userOnlineChanged(const QString& userId, bool online) override;
+    void openTaskPage(const QString& url) override;
 
     // The flags of the last start(), kept for the login view.
     bool startAutoLogin() const { return startAutoLogin_; }
@@ -80,6 +85,9 @@ public:
     QStackedWidget* pages() const { return pages_; }
     // The conversation page, there from the first sign-in on.
     ConversationView* conversationView() const { return conversationView_; }
+    // The organisation and tribe pages, there from the first sign-in on.
+    OrgnizationView* orgView() const { return orgView_; }
+    TribeConverView* tribeView() const { return tribeView_; }
     LoginView* loginView() const { return loginView_; }
     WinStyleButtons* titleButtons() const { return titleButtons_; }
     WorkSitePage* workSitePage() const { return workSite_; }
@@ -104,6 +112,9 @@ signals:
     void feedBackSignal();
     // The conversation page exists (after the first sign-in).
     void conversationViewCreated(ConversationView* view);
+    void tribeViewCreated(TribeConverView* view);
+    // A project's task page should open in the sidebar.
+    void openTaskPageSignal(const QString& url);
     // Towards the tray: a conversation's unread count rose, the total changed, and a
     // settings-side alert toggle changed (number 0 pop-up, 1 blinking, 2 sound).
     void newMessageAlertSignal(const QString& id, const QString& name, int count);
@@ -139,6 +150,9 @@ private:
     // event: a TribeTips::Event; an empty user is the user.
     void tribeTip(const QString& tribeId, const QString& userId, int event);
     void openScreenshot();
+    void buildDirectoryPages();
+    // Sends a colleague's card into a conversation the user picks, then shows it there.
+    void shareColleague(const QString& userId);
 
     ConfigStore& store_;
     QFrame* frame_ = nullptr;
@@ -150,6 +164,9 @@ private:
     QStackedWidget* pages_ = nullptr;
     QButtonGroup* pageButtons_ = nullptr;
     ConversationView* conversationView_ = nullptr;
+    OrgnizationView* orgView_ = nullptr;
+    TribeConverView* tribeView_ = nullptr;
+    AvatarPixmapCache* avatarCache_ = nullptr;
     LoginView* loginView_ = nullptr;
     QPointer<screenshot::ScreenShotView> shot_;
     bool shotPending_ = false;

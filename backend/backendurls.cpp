@@ -1,6 +1,7 @@
 #include "backendurls.h"
 
 #include <QUrl>
+#include <QUrlQuery>
 
 QString BackendUrls::withQuery(const QString& url, const QString& pairs) {
     return url + (url.contains(QLatin1Char('?')) ? QLatin1Char('&') : QLatin1Char('?')) + pairs;
@@ -26,4 +27,14 @@ QString BackendUrls::removeMember(const QString& delTribeUrl, const QString& use
                                   quint64 projectId) {
     return delTribeUrl + QStringLiteral("?&kickUserId=") + userId + QStringLiteral("&projectId=") +
            QString::number(projectId) + QStringLiteral("&m=exitPro");
+}
+
+QString BackendUrls::projectTasks(const QString& groupListUrl, const QString& projectId) {
+    QUrl url(groupListUrl);
+    if (!url.isValid() || groupListUrl.isEmpty()) return QString();
+    QUrlQuery query;
+    query.addQueryItem(QStringLiteral("m"), QStringLiteral("tasks"));
+    query.addQueryItem(QStringLiteral("projectId"), projectId);
+    url.setQuery(query);
+    return url.toString();
 }

@@ -16,6 +16,8 @@ public:
                                  const QString& sign);
     static QString removeMember(const QString& delTribeUrl, const QString& userId,
                                 quint64 projectId);
+    // A project's task page: the project list's address asked for "tasks" instead.
+    static QString projectTasks(const QString& groupListUrl, const QString& projectId);
     // Appends query pairs to an address that may already have a query.
     static QString withQuery(const QString& url, const QString& pairs);
 };

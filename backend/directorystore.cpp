@@ -38,9 +38,11 @@ DirectoryStore& DirectoryStore::instance() {
 DirectoryStore::DirectoryStore() = default;
 
 void DirectoryStore::clear() {
+    ++revision_;
     departments_.clear();
     users_.clear();
     topLevel_.clear();
+    unplaced_.clear();
     departmentNodes_.clear();
     colleagueNodes_.clear();
     ordered_.clear();
@@ -126,6 +128,8 @@ DirectoryStore::Colleague* DirectoryStore::insertColleague(Colleague&& record) {
         Colleague* existing = found->second;
         if (Department* old = departments_.value(existing->section()))
             old->members.removeOne(existing);
+        else
+            unplaced_.removeOne(existing);
         users_.erase(found);
         *existing = std::move(record);
         users_.emplace(existing->view(Colleague::Id), existing);
@@ -143,8 +147,14 @@ DirectoryStore::Colleague* DirectoryStore::insertColleague(Colleague&& record) {
 
 // A colleague belongs to the department whose id is its "section": department names are
 // not unique ("技术部" exists in many branches), ids are.
+// One whose department is unknown is kept apart rather than dropped: the views still
+// have to find them.
 void DirectoryStore::attach(Colleague* c) {
-    if (Department* d = departments_.value(c->section())) d->members.append(c);
+    ++revision_;
+    if (Department* d = departments_.value(c->section()))
+        d->members.append(c);
+    else
+        unplaced_.append(c);
 }
 
 QStringList DirectoryStore::addColleagues(const QByteArray& body) {
@@ -235,6 +245,15 @@ const DirectoryStore::Tribe* DirectoryStore::tribe(const QString& id) const {
     return it == tribes_.constEnd() ? nullptr : &it.value();
 }
 
+QVector<const DirectoryStore::Tribe*> DirectoryStore::tribes() const {
+    QStringList ids = tribes_.keys();
+    std::sort(ids.begin(), ids.end(), idLess);
+    QVector<const Tribe*> out;
+    out.reserve(ids.size());
+    for (const QString& id : ids) out.append(&tribes_.constFind(id).value());
+    return out;
+}
+
 QVector<DirectoryStore::Hit> DirectoryStore::search(const QString& typed, SearchMode mode) const {
     QVector<Hit> hits;
     if (typed.isEmpty()) return hits;
@@ -242,7 +261,8 @@ QVector<DirectoryStore::Hit> DirectoryStore::search(const QString& typed, Search
         QStringList ids = tribes_.keys();
         std::sort(ids.begin(), ids.end(), idLess);
         for (const QString& id : ids) {
-            const Tribe& t = tribes_[id];
+            // A reference into the store: the const operator[] would hand back a copy.
+            const Tribe& t = tribes_.constFind(id).value();
             if (t.name.contains(typed, Qt::CaseSensitive)) hits.append({nullptr, &t});
         }
         return hits;

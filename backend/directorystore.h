@@ -77,7 +77,12 @@ public:
     const Department* department(const QString& id) const;
     bool isUser(const QString& id) const { return users_.count(QStringView(id)) != 0; }
     const QVector<Department*>& topLevel() const { return topLevel_; }
+    // Colleagues whose department the directory does not hold, in reply order.
+    const QVector<Colleague*>& unplaced() const { return unplaced_; }
     int colleagueCount() const { return int(users_.size()); }
+    // Changes whenever departments or colleagues are added, moved or replaced, so that views
+    // over the tree can tell theirs is out of date.
+    quint64 revision() const { return revision_; }
     int departmentCount() const { return departments_.size(); }
     // Colleagues in ascending id order (the order search results keep).
     const std::vector<Colleague*>& colleaguesInOrder() const;
@@ -90,6 +95,8 @@ public:
     void addTribe(const Tribe& tribe);
     void removeTribe(const QString& id);
     const Tribe* tribe(const QString& id) const;
+    // Every tribe record, in ascending id order.
+    QVector<const Tribe*> tribes() const;
 
     // Case-sensitive "contains" over the real name and the two pinyin spellings (people
     // type either the characters or their pinyin); in tribe mode over tribe names.
@@ -114,6 +121,7 @@ private:
     // Keys are views into the colleagues' own buffers, which never move.
     std::unordered_map<QStringView, Colleague*, ViewHash> users_;
     QVector<Department*> topLevel_;
+    QVector<Colleague*> unplaced_;
     mutable std::vector<Colleague*> ordered_;
     mutable bool orderedValid_ = false;
     // The three searched names of every colleague in id order, one after the other with a
@@ -126,4 +134,5 @@ private:
     QString selfId_;
     QString companyId_;
     QString md5Sign_;
+    quint64 revision_ = 0;
 };

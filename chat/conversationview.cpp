@@ -22,8 +22,10 @@
 #include "globalhotkey.h"
 #include "logger.h"
 #include "mainviewdelegate.h"
+#include "personalcarditem.h"
 #include "screenmetrics.h"
 #include "screenshotview.h"
+#include "sharechooser.h"
 #include "view.h"
 
 namespace {
@@ -203,7 +205,9 @@ void ConversationView::addRow(const QString& id, const QString& name, int count)
     auto* row = new ChatListItemWidget(id, name, talkList_);
     connect(row, &ChatListItemWidget::deleteItemSignal, this,
             &ConversationView::deleteMemberFromMemberList);
-    row->setAvatar(quelix::AvatarManager::instance().displayPath(id, true));
+    const DirectoryStore& store = DirectoryStore::instance();
+    row->setAvatar(quelix::AvatarManager::instance().displayPath(
+        id, id == store.selfId() || store.isOnline(id)));
     if (const DirectoryStore::Colleague* c = DirectoryStore::instance().colleague(id))
         quelix::AvatarManager::instance().requestAvatar(id, c->userIcon());
     else if (DirectoryStore::instance().tribe(id))
@@ -397,8 +401,39 @@ void ConversationView::chatViewActive() {
 }
 
 void ConversationView::UpdateUserIcon(const QString& userId, const QString& path) {
+    Q_UNUSED(path);  // the grey copy beside it is the one for colleagues off line
+    const DirectoryStore& store = DirectoryStore::instance();
+    setUserOnline(userId, userId == store.selfId() || store.isOnline(userId));
+}
+
+void ConversationView::setUserOnline(const QString& userId, bool online) {
     const int row = rowOf(userId);
-    if (row >= 0) rowWidget(row)->setAvatar(path);
+    if (row >= 0)
+        rowWidget(row)->setAvatar(quelix::AvatarManager::instance().displayPath(userId, online));
+}
+
+QString ConversationView::shareColleague(const QString& userId) {
+    const QString content = qx_output::PersonalCardItem::contentFor(userId);
+    if (content.isEmpty()) {
+        Logger::instance().write(
+            QStringLiteral("share refused: %1 is not a colleague").arg(userId));
+        return QString();
+    }
+    QVector<QPair<QString, QString>> recent;
+    for (int i = 0; i < talkList_->count(); ++i)
+        if (ChatListItemWidget* row = rowWidget(i)) recent.append({row->id(), row->name()});
+    QString target;
+    if (askShare_) {
+        target = askShare_(recent, userId);
+    } else {
+        const DirectoryStore::Colleague* c = DirectoryStore::instance().colleague(userId);
+        ShareChooser chooser(c->displayName(), recent, window());
+        if (chooser.exec() == QDialog::Accepted) target = chooser.chosenId();
+    }
+    if (target.isEmpty() || displayName(target).isEmpty()) return QString();
+    // The page's own guards apply (off line, another company's tribe) and say why.
+    page(target)->sendCustom(content, qx_output::PersonalCardItem::summaryFor(userId));
+    return target;
 }
 
 void ConversationView::conversationViewScreenShots(bool isVisible) {

@@ -6,6 +6,8 @@
 #include <QSplitter>
 #include <QTimer>
 
+#include <functional>
+
 class ChatListItemWidget;
 class ColleageNameSearchEdit;
 class ConversationContentView;
@@ -51,6 +53,18 @@ public:
     // open conversation's input.
     void attachScreenShot(screenshot::ScreenShotView* shot);
 
+    // Where a shared card goes: given the recent conversations (id, name) and the shared
+    // colleague, returns the chosen conversation id, empty when the user cancels. A dialog
+    // by default; tests answer themselves.
+    using ShareQuestion = std::function<QString(const QVector<QPair<QString, QString>>& recent,
+                                                const QString& userId)>;
+    void setShareQuestion(ShareQuestion ask) { askShare_ = std::move(ask); }
+    // Sends a colleague's card into a conversation the user chooses. Returns the chosen
+    // conversation, empty when nothing was sent.
+    QString shareColleague(const QString& userId);
+    // A colleague came on line or went off: their row's picture follows.
+    void setUserOnline(const QString& userId, bool online);
+
     bool nativeEventFilter(const QByteArray& eventType, void* message, long* result) override;
 
 signals:
@@ -92,4 +106,5 @@ private:
     QMap<QString, ConversationContentView*> pageMap_;
     QMutex mutex_;  // guards the page map; pages are looked up from slots of several views
     bool hotKeyRegistered_ = false;
+    ShareQuestion askShare_;
 };

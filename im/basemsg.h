@@ -9,7 +9,14 @@ namespace BaseMsg {
 enum Kind { Text = 1, Media = 2, MediaFile = 4, Hidden = 8, Custom = 16 };
 
 // Custom kinds: the "msgType" of the client's own custom-message JSON (-1 when absent).
-enum CustomType { CustomTip = 0, CustomTask = 1, CustomTable = 2, CustomFile = 3, CustomShake = 4 };
+enum CustomType {
+    CustomTip = 0,
+    CustomTask = 1,
+    CustomTable = 2,
+    CustomFile = 3,
+    CustomShake = 4,
+    CustomCard = 5  // a colleague's card, shared from the organisation or a tribe
+};
 
 // The client's view of one chat message, as the conversation views take it.
 struct MMessage {

@@ -443,6 +443,8 @@ void OpenIMManager::OnPresence(openim::ResultCode result,
                 if (store.isOnline(id) != online) {
                     store.setOnline(id, online);
                     emit self->signal_OnlineState(id);
+                    if (MainViewDelegate* shell = MainViewDelegate::instance())
+                        shell->userOnlineChanged(id, online);
                 }
             }
             if (result.code == 0 && !self->loggedIn_) {
@@ -465,10 +467,15 @@ void OpenIMManager::timerEvent(QTimerEvent* event) {
         if (shell) shell->setOnline(false);
         return;
     }
+    // Nobody's state is known without the server. Every mark is cleared; the views are told
+    // only of those who were on line (a large company would otherwise repaint for nothing).
     DirectoryStore& store = DirectoryStore::instance();
     for (const DirectoryStore::Colleague* c : store.colleaguesInOrder()) {
-        store.setOnline(c->id(), false);
-        emit signal_OnlineState(c->id());
+        const QString id = c->id();
+        const bool wasOnline = store.isOnline(id);
+        store.setOnline(id, false);
+        emit signal_OnlineState(id);
+        if (wasOnline && shell) shell->userOnlineChanged(id, false);
     }
     loggedIn_ = false;
     if (shell) shell->setOnline(false);

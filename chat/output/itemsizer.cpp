@@ -14,6 +14,7 @@ const QSize ItemSizer::kBrokenSize(96, 72);
 const QSize ItemSizer::kFileCard(250, 78);
 const QSize ItemSizer::kTaskCard(260, 132);
 const QSize ItemSizer::kTableCard(260, 112);
+const QSize ItemSizer::kPersonalCard(220, 84);
 
 QFont ItemSizer::textFont() {
     QFont font = QApplication::font();
@@ -82,6 +83,9 @@ void ItemSizer::measure(MessageEntry& e, int viewWidth) {
             break;
         case MessageEntry::Table:
             e.content = kTableCard;
+            break;
+        case MessageEntry::Card:
+            e.content = kPersonalCard;
             break;
         case MessageEntry::Separator:
         case MessageEntry::Tip:

@@ -26,6 +26,7 @@ public:
     static const QSize kFileCard;
     static const QSize kTaskCard;
     static const QSize kTableCard;
+    static const QSize kPersonalCard;
 
     static QFont textFont();
     static int textPixelSize() { return 14; }

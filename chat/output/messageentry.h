@@ -11,7 +11,7 @@ namespace qx_output {
 // One row of an output list: what the row shows, kept without any widget so that a long
 // history costs little. The row's widget is built from it while the row is in view.
 struct MessageEntry {
-    enum Kind { Separator, Tip, Text, Image, File, Task, Table };
+    enum Kind { Separator, Tip, Text, Image, File, Task, Table, Card };
     Kind kind = Tip;
     BaseMsg::MMessage msg;
     QString html;   // text rows: the prepared rich text; tip rows: the line

@@ -30,6 +30,7 @@
 #include "mainviewdelegate.h"
 #include "manager.h"
 #include "messageentry.h"
+#include "personalcarditem.h"
 #include "prompts.h"
 #include "showpicturewidget.h"
 #include "tablemsgitem.h"
@@ -163,6 +164,12 @@ void View::addMessage(const BaseMsg::MMessage& m) {
             return addTabelMsg(m);
         case BaseMsg::CustomFile:
             return addFileMsg(m);
+        case BaseMsg::CustomCard: {
+            MessageEntry e;
+            e.kind = MessageEntry::Card;
+            e.msg = m;
+            return add(std::move(e));
+        }
         default: {
             // A kind this client does not draw: its summary, as text.
             BaseMsg::MMessage text = m;
@@ -417,6 +424,12 @@ QWidget* View::createItem(EntryItem* item) {
         case MessageEntry::Table:
             widget = new TableMsgItem(e);
             break;
+        case MessageEntry::Card: {
+            auto* card = new PersonalCardItem(e);
+            connect(card, &PersonalCardItem::openCardSignal, this, &View::showInfoCardSlot);
+            widget = card;
+            break;
+        }
     }
     connect(widget, &BaseItem::avatarClickedSignal, this, &View::showInfoCardSlot);
     return widget;

@@ -1,0 +1,345 @@
+// The organisation and tribe pages end to end: a private Prosody sharing colleagues'
+// presence, the reference back end with its demo company, the client's window (offscreen)
+// for one colleague and SDK sessions for two others.
+#include <QtTest>
+
+#include <QCheckBox>
+#include <QComboBox>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QLineEdit>
+#include <QNetworkAccessManager>
+#include <QNetworkReply>
+#include <QProcess>
+
+#include <QLabel>
+#include <QListWidget>
+#include <QPushButton>
+#include "../support/backendlistening.h"
+#include "allmembertree.h"
+#include "avatarmanager.h"
+#include "base/at_exit.h"
+#include "base/bind.h"
+#include "chatlistitemwidget.h"
+#include "clientsession.h"
+#include "configstore.h"
+#include "conversationcontentview.h"
+#include "conversationview.h"
+#include "directorystore.h"
+#include "loginview.h"
+#include "mainwindow.h"
+#include "openim/itribe.h"
+#include "openim/itribe_service.h"
+#include "openim/service_guids.h"
+#include "openimmanager.h"
+#include "orgnizationview.h"
+#include "orgtreemodel.h"
+#include "personalcarditem.h"
+#include "personalinforcard.h"
+#include "resources.h"
+#include "sdk/wide_text.h"
+#include "support/prosody_server.h"
+#include "support/test_session.h"
+#include "tribeconverview.h"
+#include "tribemanager.h"
+#include "tribememberview.h"
+#include "tribetitleview.h"
+
+using wide_text::fromQ;
+using wide_text::toQ;
+
+namespace {
+
+struct Person {
+    QString userName;
+    QString id;
+    QString secret;
+    QString session;  // the back end's session id
+};
+
+// A colleague on the back end: signs in there, then asks for what it needs.
+class BackendClient {
+public:
+    explicit BackendClient(const QString& base) : base_(base) {}
+    QJsonObject call(const QString& path, const QString& session) {
+        QNetworkRequest request(QUrl(base_ + path));
+        if (!session.isEmpty()) request.setRawHeader("Cookie", "QXSESSION=" + session.toUtf8());
+        // A manager of its own: the shared one keeps the cookie of the last sign-in.
+        QNetworkAccessManager network;
+        QNetworkReply* reply = network.get(request);
+        QSignalSpy done(reply, &QNetworkReply::finished);
+        done.wait(20000);
+        const QJsonObject o = QJsonDocument::fromJson(reply->readAll()).object();
+        reply->deleteLater();
+        return o;
+    }
+    Person signIn(const QString& userName) {
+        QNetworkRequest request(QUrl(base_ + "/work/checkIn.htm?m=MobileLogin"));
+        request.setHeader(QNetworkRequest::ContentTypeHeader, "application/x-www-form-urlencoded");
+        QNetworkAccessManager network;
+        QNetworkReply* reply =
+            network.post(request, "username=" + userName.toUtf8() + "&password=quelix123&client=3");
+        QSignalSpy done(reply, &QNetworkReply::finished);
+        done.wait(20000);
+        const QJsonObject user =
+            QJsonDocument::fromJson(reply->readAll()).object().value("results").toObject();
+        reply->deleteLater();
+        return {userName, user.value("id").toString(), user.value("imSecret").toString(),
+                user.value("sessionId").toString()};
+    }
+    bool roomReady(const QString& project, const QString& session) {
+        return call("/work/editProj.htm?m=roomState&projectId=" + project, session)
+                   .value("results")
+                   .toObject()
+                   .value("state")
+                   .toString() == QLatin1String("ready");
+    }
+
+private:
+    QString base_;
+};
+
+}  // namespace
+
+class TestOrgPage : public QObject {
+    Q_OBJECT
+private slots:
+    void initTestCase();
+    void cleanupTestCase();
+    void colleaguesPresenceReachesTreeAndTalkList();
+    void tribePageListsProjectsAndMembersFromTheBackEnd();
+    void sharedCardReachesTheColleague();
+
+private:
+    QString startProject(const Person& owner, const QString& title, const QStringList& members);
+
+    ProsodyServer prosody_;
+    QProcess backend_;
+    QString backendUrl_;
+    QStringList userNames_;
+    QTemporaryDir data_;
+    MainWindow* window_ = nullptr;
+    std::unique_ptr<BackendClient> http_;
+    Person me_, owner_, third_;
+    std::unique_ptr<TestSession> ownerIm_, thirdIm_;
+};
+
+void TestOrgPage::initTestCase() {
+    quelixInitResources();
+    qunsetenv("DBUS_SESSION_BUS_ADDRESS");
+    QVERIFY2(prosody_.start(), qPrintable(prosody_.lastError()));
+    QFile secret(data_.filePath("admin-secret"));
+    QVERIFY(secret.open(QIODevice::WriteOnly));
+    secret.write(prosody_.adminSecret().toUtf8() + "\n");
+    secret.close();
+    const QString docs =
+        QStandardPaths::standardLocations(QStandardPaths::DocumentsLocation).first();
+    backend_.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+    backend_.start(QStringLiteral(QUELIX_BACKEND_BIN),
+                   {"--data-dir",
+                    data_.filePath("backend"),
+                    "--seed-demo",
+                    "--pbkdf2-iterations",
+                    "1",
+                    "--port",
+                    "0",
+                    "--im-host",
+                    prosody_.host(),
+                    "--im-port",
+                    QString::number(prosody_.port()),
+                    "--im-domain",
+                    prosody_.domain(),
+                    "--prosody-data",
+                    prosody_.dataDir(),
+                    "--im-admin-jid",
+                    prosody_.adminJid(),
+                    "--im-admin-secret-file",
+                    secret.fileName(),
+                    "--write-url-table",
+                    docs + "/Quelix/Resource/Text/UrlText.ini"});
+    QVERIFY(backend_.waitForStarted());
+    QByteArray printed;
+    backendUrl_ = waitForBackendUrl(backend_, &printed);
+    QVERIFY2(!backendUrl_.isEmpty(), printed.constData());
+    http_ = std::make_unique<BackendClient>(backendUrl_);
+
+    QProcess accounts;
+    accounts.start(QStringLiteral(QUELIX_BACKEND_BIN),
+                   {"--data-dir", data_.filePath("backend"), "--print-accounts", "3"});
+    QVERIFY(accounts.waitForFinished(30000));
+    for (const QByteArray& row : accounts.readAllStandardOutput().split('\n'))
+        if (!row.trimmed().isEmpty())
+            userNames_ << QString::fromUtf8(row.trimmed().split(' ').first());
+    QCOMPARE(userNames_.size(), 3);
+    me_ = http_->signIn(userNames_[0]);
+    owner_ = http_->signIn(userNames_[1]);
+    third_ = http_->signIn(userNames_[2]);
+    QVERIFY(!me_.id.isEmpty() && !owner_.session.isEmpty());
+
+    ConfigStore::instance().init();
+    // A short heartbeat: presence is read with it.
+    ConfigStore::instance().settings().setCheckStateMs(1000);
+    QVERIFY(OpenIMManager::instance()->init());
+    window_ = new MainWindow(ConfigStore::instance());
+    MainViewDelegate::setInstance(window_);
+    ClientSession::connect(window_, OpenIMManager::instance());
+    window_->start(true, false);
+    LoginView* login = window_->loginView();
+    login->findChild<QComboBox*>("m_cboxUserName")->setEditText(me_.userName);
+    login->findChild<QLineEdit*>("m_editPassword")->setText("quelix123");
+    login->OnClickedLogin();
+    QTRY_VERIFY_WITH_TIMEOUT(window_->isVisible(), 30000);
+    QTRY_VERIFY_WITH_TIMEOUT(OpenIMManager::instance()->msgReady(), 20000);
+
+    ownerIm_ = std::make_unique<TestSession>("owner");
+    thirdIm_ = std::make_unique<TestSession>("third");
+    const QString authority = prosody_.adminJid().section('@', 0, 0);
+    ownerIm_->login(prosody_, owner_.id, owner_.secret, authority);
+    thirdIm_->login(prosody_, third_.id, third_.secret, authority);
+    QVERIFY(waitUntil([&] {
+        return ownerIm_->probe().count("loginOk") == 1 && thirdIm_->probe().count("loginOk") == 1;
+    }));
+}
+
+void TestOrgPage::cleanupTestCase() {
+    MainViewDelegate::setInstance(nullptr);
+    backend_.terminate();
+    backend_.waitForFinished(10000);
+}
+
+// A project made on the back end while everyone is signed in; returns its id once its room
+// is on the XMPP server.
+QString TestOrgPage::startProject(const Person& owner, const QString& title,
+                                  const QStringList& members) {
+    const QJsonObject made =
+        http_->call("/work/editProj.htm?m=createProj&title=" + QUrl::toPercentEncoding(title) +
+                        "&memberIds=" + members.join(','),
+                    owner.session);
+    const QJsonObject record = made.value("results").toObject();
+    QString id = record.value("projectId").toString();
+    if (id.isEmpty()) id = record.value("id").toString();
+    if (id.isEmpty()) return QString();
+    if (!waitUntil([&] { return http_->roomReady(id, owner.session); }, 20000)) return QString();
+    return id;
+}
+
+void TestOrgPage::colleaguesPresenceReachesTreeAndTalkList() {
+    OrgnizationView* org = window_->orgView();
+    QVERIFY(org);
+    OrgTreeModel* model = org->tree()->orgModel();
+    // The demo company is in the tree, and every colleague is somewhere in it.
+    QVERIFY(model->rowCount() > 0);
+    QVERIFY(model->indexOfColleague(owner_.id).isValid());
+    QVERIFY(model->indexOfColleague(third_.id).isValid());
+
+    // The others signed in before the checks: the server shares their presence.
+    ConversationView* talk = window_->conversationView();
+    talk->showConversation(third_.id, 0);
+    const auto online = [model](const QString& id) {
+        return model->indexOfColleague(id).data(OrgTreeModel::OnlineRole).toBool();
+    };
+    QTRY_VERIFY_WITH_TIMEOUT(online(owner_.id) && online(third_.id), 20000);
+    QVERIFY(DirectoryStore::instance().isOnline(third_.id));
+
+    // One goes: the tree, the card and the talk list's picture follow.
+    org->showViewOfUser(third_.id);
+    QCOMPARE(org->card()->stateLabel()->text(), QStringLiteral("在线"));
+    QSignalSpy changed(model, &QAbstractItemModel::dataChanged);
+    thirdIm_->logout();
+    QTRY_VERIFY_WITH_TIMEOUT(!online(third_.id), 20000);
+    QVERIFY(!changed.isEmpty());
+    QCOMPARE(org->card()->stateLabel()->text(), QStringLiteral("离线"));
+    QVERIFY(online(owner_.id));
+    auto* row = qobject_cast<ChatListItemWidget*>(
+        talk->talkList()->itemWidget(talk->talkList()->item(talk->rowOf(third_.id))));
+    QVERIFY(row);
+    const QImage grey(quelix::AvatarManager::instance().displayPath(third_.id, false));
+    bool greyShown = false;
+    for (QLabel* l : row->findChildren<QLabel*>()) {
+        const QImage shown = l->pixmap(Qt::ReturnByValue).toImage();
+        if (!shown.isNull() && shown == grey.convertToFormat(shown.format())) greyShown = true;
+    }
+    QVERIFY(greyShown);
+
+    // And comes back.
+    const QString authority = prosody_.adminJid().section('@', 0, 0);
+    thirdIm_->login(prosody_, third_.id, third_.secret, authority);
+    QTRY_VERIFY_WITH_TIMEOUT(online(third_.id), 20000);
+    QCOMPARE(org->card()->stateLabel()->text(), QStringLiteral("在线"));
+}
+
+void TestOrgPage::tribePageListsProjectsAndMembersFromTheBackEnd() {
+    TribeConverView* page = window_->tribeView();
+    QVERIFY(page);
+    const QString project = startProject(owner_, "组织页项目", {me_.id, third_.id});
+    QVERIFY(!project.isEmpty());
+    QTRY_VERIFY_WITH_TIMEOUT(page->rowOf(project) >= 0, 20000);
+    QVERIFY(!page->loadingLabel()->isVisibleTo(page));  // the projects arrived
+
+    // Choosing the tribe reads its members from the back end, the owner first.
+    page->tribeList()->setCurrentRow(page->rowOf(project));
+    TribeMemberView* members = page->memberView();
+    QTRY_VERIFY_WITH_TIMEOUT(members->memberCount() == 3, 20000);
+    QCOMPARE(members->members().first().id, owner_.id);
+    QStringList ids;
+    for (const TribeMember& m : members->members()) ids << m.id;
+    QVERIFY(ids.contains(me_.id) && ids.contains(third_.id));
+
+    // "退出群" asks the member's question; "No" sends nothing.
+    TribeManager* tribes = OpenIMManager::instance()->tribes();
+    QStringList asked;
+    tribes->setQuestion([&](const QString& text) {
+        asked << text;
+        return QMessageBox::No;
+    });
+    QSignalSpy sent(tribes, &TribeManager::projectActionSent);
+    page->titleView()->quitButton()->click();
+    QCOMPARE(asked, QStringList{QStringLiteral("是否确定退出该群？")});
+    QCOMPARE(sent.size(), 0);
+    QVERIFY(page->rowOf(project) >= 0);
+
+    // "查看任务" hands the project's task page to the shell, which the back end serves.
+    QSignalSpy task(window_, &MainWindow::openTaskPageSignal);
+    page->titleView()->taskButton()->click();
+    QCOMPARE(task.size(), 1);
+    const QString url = task.first().first().toString();
+    QVERIFY(url.startsWith(backendUrl_));
+    QVERIFY(url.contains("projectId=" + project));
+    QNetworkRequest request{QUrl(url)};
+    request.setRawHeader("Cookie", "QXSESSION=" + me_.session.toUtf8());
+    QNetworkAccessManager network;
+    QNetworkReply* reply = network.get(request);
+    QSignalSpy finished(reply, &QNetworkReply::finished);
+    QVERIFY(finished.wait(20000));
+    QCOMPARE(reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt(), 200);
+    QVERIFY(QString::fromUtf8(reply->readAll()).contains(QStringLiteral("组织页项目")));
+    reply->deleteLater();
+}
+
+void TestOrgPage::sharedCardReachesTheColleague() {
+    ConversationView* view = window_->conversationView();
+    view->setShareQuestion([this](auto, auto) { return owner_.id; });
+    QCOMPARE(view->shareColleague(third_.id), owner_.id);
+    QVERIFY(waitUntil(
+        [&] {
+            for (const openim::IMMessage& m : ownerIm_->unread(me_.id)) {
+                const QJsonObject o =
+                    QJsonDocument::fromJson(toQ(m.content.content).toUtf8()).object();
+                if (o.value("msgType").toInt() == int(BaseMsg::CustomCard) &&
+                    o.value("userId").toString() == third_.id)
+                    return true;
+            }
+            return false;
+        },
+        20000));
+}
+
+int main(int argc, char** argv) {
+    QApplication app(argc, argv);
+    base::AtExitManager atExit;
+    TestOrgPage test;
+    return QTest::qExec(&test, argc, argv);
+}
+
+#include "tst_orgpage.moc"
