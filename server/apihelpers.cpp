@@ -37,17 +37,17 @@ void reply(httplib::Response& res, const QByteArray& body, const char* type) {
     res.set_content(body.constData(), size_t(body.size()), type);
 }
 
-void fail(httplib::Response& res, const httplib::Request& req, Envelope::Code code) {
-    reply(res, Envelope::failure(code, param(req, "client")));
+void fail(httplib::Response& res, const httplib::Request& req, ReplyEnvelope::Code code) {
+    reply(res, ReplyEnvelope::failure(code, param(req, "client")));
 }
 
-void fail(httplib::Response& res, const httplib::Request& req, Envelope::Code code,
+void fail(httplib::Response& res, const httplib::Request& req, ReplyEnvelope::Code code,
           const QString& message) {
-    reply(res, Envelope::failure(code, message, param(req, "client")));
+    reply(res, ReplyEnvelope::failure(code, message, param(req, "client")));
 }
 
 void ok(httplib::Response& res, const httplib::Request& req, const QJsonValue& results) {
-    reply(res, Envelope::success(results, param(req, "client")));
+    reply(res, ReplyEnvelope::success(results, param(req, "client")));
 }
 
 }  // namespace api

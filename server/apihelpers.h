@@ -1,6 +1,6 @@
 #pragma once
 
-#include "envelope.h"
+#include "replyenvelope.h"
 
 #include <QByteArray>
 #include <QJsonValue>
@@ -29,8 +29,8 @@ bool parseId(const QString& text, qint64* id);
 bool parseIdList(const QString& text, QList<qint64>* ids);
 
 void reply(httplib::Response& res, const QByteArray& body, const char* type = kJson);
-void fail(httplib::Response& res, const httplib::Request& req, Envelope::Code code);
-void fail(httplib::Response& res, const httplib::Request& req, Envelope::Code code,
+void fail(httplib::Response& res, const httplib::Request& req, ReplyEnvelope::Code code);
+void fail(httplib::Response& res, const httplib::Request& req, ReplyEnvelope::Code code,
           const QString& message);
 void ok(httplib::Response& res, const httplib::Request& req, const QJsonValue& results);
 

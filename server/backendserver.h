@@ -7,7 +7,7 @@
 #include <thread>
 
 namespace httplib {
-class Server;
+class ContentReader;
 struct Request;
 struct Response;
 }  // namespace httplib
@@ -15,6 +15,7 @@ struct Response;
 class Database;
 class Directory;
 class FileStore;
+class GatedServer;
 class LoginThrottle;
 class OrgCache;
 class ProjectEditor;
@@ -23,7 +24,8 @@ class SessionStore;
 
 // The HTTP service: every address of the client's URL table, the pages it opens, the update
 // description, avatars and attachments. Requests are answered on a pool of threads; each
-// thread has its own database connection.
+// thread has its own database connection. Connections wait at a gate (GatedServer) until a
+// whole request has arrived, so slow or idle peers never hold a worker.
 class BackendServer {
 public:
     struct Options {
@@ -39,7 +41,10 @@ public:
         QString updateDir;
         QString filesDir;  // attachments; required
         qint64 uploadLimit = 20 * 1024 * 1024;
-        int threads = 64;
+        int threads = 16;  // workers; each holds one database connection
+        int maxConnections = 900;
+        int maxConnectionsPerAddress = 128;
+        int requestHeadTimeoutMs = 10000;
         int sessionLifetimeSeconds = 2 * 60 * 60;
         int freeLoginAttempts = 5;
         int firstLoginPauseMs = 1000;
@@ -81,7 +86,11 @@ private:
     void projectById(const httplib::Request& req, httplib::Response& res, const char* idParam);
     void editProject(const httplib::Request& req, httplib::Response& res);
     void taskReadFlags(const httplib::Request& req, httplib::Response& res);
-    void upload(const httplib::Request& req, httplib::Response& res);
+    void upload(const httplib::Request& req, httplib::Response& res,
+                const httplib::ContentReader& reader);
+    // Runs a handler and turns any database failure during it into an honest 1500.
+    template <typename Handler>
+    void guarded(const httplib::Request& req, httplib::Response& res, Handler&& handler);
     void download(const httplib::Request& req, httplib::Response& res, const QString& idText);
     void taskPage(const httplib::Request& req, httplib::Response& res);
     void projectPage(const httplib::Request& req, httplib::Response& res);
@@ -89,6 +98,12 @@ private:
     void avatar(httplib::Response& res, const QString& idText);
     void updateDescription(httplib::Response& res);
     void updatePackage(httplib::Response& res, const QString& name);
+
+    qint64 uploadBodyCap() const;
+    static bool isUpload(const httplib::Request& req);
+    // Sets the request's body cap; refuses (and answers) a body that cannot be accepted
+    // before any of it is read.
+    bool admitBody(const httplib::Request& req, httplib::Response& res);
 
     qint64 sessionUser(const httplib::Request& req);
     // The signed-in caller; 0 after answering "not signed in" (one log line).
@@ -103,7 +118,7 @@ private:
     Options options_;
     QString publicUrl_;
     int port_ = 0;
-    std::unique_ptr<httplib::Server> http_;
+    std::unique_ptr<GatedServer> http_;
     std::unique_ptr<Directory> directory_;
     std::unique_ptr<OrgCache> orgCache_;
     std::unique_ptr<SessionStore> sessions_;
@@ -112,6 +127,5 @@ private:
     std::unique_ptr<ProjectEditor> projects_;
     RoomKeeper* rooms_ = nullptr;
     QString dummyHash_;  // verified against for unknown accounts, so timing tells nothing
-    std::thread thread_;
     std::thread warmUp_;
 };

@@ -6,6 +6,8 @@
 #include <QSharedPointer>
 #include <QVector>
 
+#include <memory>
+
 #include "gzippieces.h"
 
 class Database;
@@ -29,6 +31,20 @@ public:
                             const QByteArray& prefix, const QByteArray& suffix);
     void invalidate();
 
+    // A whole reply as parts to send in order. The parts share the cached bytes: per request
+    // only the caller's own piece is new, so concurrent requests do not each hold a copy of
+    // a reply that runs to tens of megabytes.
+    struct Parts {
+        QVector<QByteArray> parts;
+        qint64 size = 0;
+        std::shared_ptr<const void> keep;  // keeps the shared bytes alive while they are sent
+        bool isEmpty() const { return parts.isEmpty(); }
+    };
+    // The envelope (prefix + results + suffix), gzip-compressed or plain. Empty when the
+    // company does not exist.
+    Parts envelopeParts(qint64 companyId, qint64 userId, const QByteArray& token,
+                        const QByteArray& prefix, const QByteArray& suffix, bool gzip);
+
 private:
     struct Entry {
         QByteArray body;
@@ -40,6 +56,7 @@ private:
     };
     QSharedPointer<const Entry> entry(qint64 companyId);
     QSharedPointer<const Entry> build(qint64 companyId) const;
+    static void compressPieces(const Entry& e);
 
     Database* db_;
     const Directory* directory_;
