@@ -130,6 +130,8 @@ bool BackendServer::start(const QString& host, int port) {
                                    : httplib::Server::HandlerResponse::Handled;
     });
     http_->set_error_handler([this](const httplib::Request& req, httplib::Response& res) {
+        // Called for every status from 400 on; a handler's own answer stands.
+        if (!res.body.empty()) return;
         const GatedStream* stream = GatedStream::current();
         ReplyEnvelope::Code code = res.status == 413   ? ReplyEnvelope::BodyTooLarge
                                    : res.status == 404 ? ReplyEnvelope::UnknownAddress
@@ -621,6 +623,7 @@ void BackendServer::upload(const httplib::Request& req, httplib::Response& res,
         return fail(res, req, ReplyEnvelope::InternalError);
     }
     if (!read || !seenFile) {
+        if (stream && stream->timedOut()) res.status = 408;
         qInfo("%s refused (1001): %s", req.path.c_str(),
               !read ? "the body ended early or too slowly" : "no file part");
         return fail(res, req, ReplyEnvelope::BadParameter);

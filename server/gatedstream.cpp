@@ -50,7 +50,7 @@ bool GatedStream::is_readable() const {
 }
 
 bool GatedStream::is_writable() const {
-    if (broken_ || timedOut_) return false;
+    if (broken_ || writeTimedOut_) return false;
     pollfd p{fd_, POLLOUT, 0};
     return ::poll(&p, 1, pace_.waitMs) > 0 && (p.revents & (POLLERR | POLLHUP)) == 0;
 }
@@ -94,7 +94,8 @@ ssize_t GatedStream::read(char* ptr, size_t size) {
 }
 
 ssize_t GatedStream::write(const char* ptr, size_t size) {
-    if (broken_ || timedOut_) return -1;
+    // A peer too slow to send may still be told so; one too slow to read may not.
+    if (broken_ || writeTimedOut_) return -1;
     if (writeStartMs_ < 0) writeStartMs_ = clock_.elapsed();
     size_t done = 0;
     while (done < size) {
@@ -107,7 +108,7 @@ ssize_t GatedStream::write(const char* ptr, size_t size) {
         if (n < 0 && errno == EINTR) continue;
         if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) {
             if (!waitFor(POLLOUT, deadline(writeStartMs_, bytesWritten_))) {
-                timedOut_ = true;
+                writeTimedOut_ = true;
                 return -1;
             }
             continue;

@@ -35,12 +35,15 @@ public:
     void setBodyCap(size_t cap) { bodyCap_ = cap; }
     size_t bodyCap() const { return bodyCap_; }
     bool bodyTooLarge() const { return tooLarge_; }
+    // The peer sent too slowly.
     bool timedOut() const { return timedOut_; }
     // Set when the rest of the connection cannot be trusted (an unread or refused body).
     void closeAfterReply() { closeAfter_ = true; }
     // Undoes closeAfterReply() once the body was read to its end after all.
     void keepAfterReply() { closeAfter_ = false; }
-    bool closesAfterReply() const { return closeAfter_ || tooLarge_ || timedOut_ || broken_; }
+    bool closesAfterReply() const {
+        return closeAfter_ || tooLarge_ || timedOut_ || writeTimedOut_ || broken_;
+    }
     // Bytes read from the socket but not consumed by this request (a pipelined next one).
     std::string takeLeftover();
 
@@ -65,7 +68,8 @@ private:
     qint64 writeStartMs_ = -1;
     QElapsedTimer clock_;
     bool tooLarge_ = false;
-    bool timedOut_ = false;
+    bool timedOut_ = false;  // reading
+    bool writeTimedOut_ = false;
     bool broken_ = false;
     bool closeAfter_ = false;
 };

@@ -112,6 +112,10 @@ int main(int argc, char** argv) {
         QStringLiteral("max-connections"),
         QStringLiteral("Open connections accepted in all (default 900, at most 1000)."),
         QStringLiteral("n"), QStringLiteral("900"));
+    const QCommandLineOption requestTimeout(
+        QStringLiteral("request-timeout-ms"),
+        QStringLiteral("Time a request head may take from its first byte (default 10000)."),
+        QStringLiteral("ms"), QStringLiteral("10000"));
     const QCommandLineOption maxPerAddress(
         QStringLiteral("max-connections-per-address"),
         QStringLiteral("Open connections accepted from one address (default 128)."),
@@ -134,11 +138,11 @@ int main(int argc, char** argv) {
         QStringLiteral("Once listening, write the client's URL table (UrlText.ini) pointing here."),
         QStringLiteral("file"));
     parser.addOptions(
-        {urlTable,          listen,       port,       dataDir,        database,   seedDemo,
-         generate,          departments,  iterations, publicUrl,      imHost,     imPort,
-         imDomain,          prosodyData,  imCommand,  imMucDomain,    imAdminJid, imAdminSecret,
-         imAdminSecretFile, uploadLimit,  threads,    sessionMinutes, accounts,   updateDir,
-         maxConnections,    maxPerAddress});
+        {urlTable,          listen,        port,          dataDir,        database,   seedDemo,
+         generate,          departments,   iterations,    publicUrl,      imHost,     imPort,
+         imDomain,          prosodyData,   imCommand,     imMucDomain,    imAdminJid, imAdminSecret,
+         imAdminSecretFile, uploadLimit,   threads,       sessionMinutes, accounts,   updateDir,
+         maxConnections,    maxPerAddress, requestTimeout});
     parser.process(app);
 
     const QString data = QDir(parser.value(dataDir)).absolutePath();
@@ -230,6 +234,7 @@ int main(int argc, char** argv) {
     // The HTTP library refuses descriptors past 1023, so the cap stays below that.
     options.maxConnections = qBound(8, parser.value(maxConnections).toInt(), 1000);
     options.maxConnectionsPerAddress = qMax(2, parser.value(maxPerAddress).toInt());
+    options.requestHeadTimeoutMs = qMax(100, parser.value(requestTimeout).toInt());
     if (parser.isSet(updateDir)) options.updateDir = QDir(parser.value(updateDir)).absolutePath();
     // The client renews its authorisation only after 30 minutes.
     options.sessionLifetimeSeconds = qMax(30, parser.value(sessionMinutes).toInt()) * 60;
