@@ -1,6 +1,7 @@
 #include "database.h"
 
 #include <QAtomicInteger>
+#include <QElapsedTimer>
 #include <QHash>
 #include <QMutexLocker>
 #include <QSqlError>
@@ -96,6 +97,7 @@ QSqlDatabase Database::connection() {
     struct Opened {
         QString name;
         int generation = 0;
+        QElapsedTimer lastAttempt;
     };
     thread_local QHash<QString, Opened> names;
     Opened& mine = names[prefix_];
@@ -103,10 +105,15 @@ QSqlDatabase Database::connection() {
         QSqlDatabase db = QSqlDatabase::database(mine.name, false);
         const int now = generation_.loadAcquire();
         // Reopened when the last attempt failed or a lost connection was seen since.
-        if (mine.generation != now || !db.isOpen()) {
+        // A database that refuses connections is asked again at most once a second, so a
+        // request does not wait for a connection attempt per statement.
+        if (mine.generation != now || (!db.isOpen() && mine.lastAttempt.hasExpired(1000))) {
             mine.generation = now;
             db.close();
+            mine.lastAttempt.start();
             openConnection(db);
+        } else if (!db.isOpen()) {
+            requestFailedFlag = true;
         }
         return db;
     }
@@ -127,6 +134,7 @@ QSqlDatabase Database::connection() {
         QMutexLocker lock(&mutex_);
         opened_ << mine.name;
     }
+    mine.lastAttempt.start();
     openConnection(db);
     return db;
 }
