@@ -6,6 +6,9 @@
 #include <QJsonValue>
 #include <QList>
 #include <QString>
+#include <QVector>
+
+#include <memory>
 
 namespace httplib {
 struct Request;
@@ -32,6 +35,12 @@ void reply(httplib::Response& res, const QByteArray& body, const char* type = kJ
 void fail(httplib::Response& res, const httplib::Request& req, ReplyEnvelope::Code code);
 void fail(httplib::Response& res, const httplib::Request& req, ReplyEnvelope::Code code,
           const QString& message);
+// Sends `parts` one after another as the peer takes them; `keep` stays alive until then.
+void replyParts(httplib::Response& res, const QVector<QByteArray>& parts, qint64 size,
+                const char* type, std::shared_ptr<const void> keep);
+// Streams a file as the peer takes it; false when it cannot be opened.
+bool replyFile(httplib::Response& res, const QString& path, const char* type);
+
 void ok(httplib::Response& res, const httplib::Request& req, const QJsonValue& results);
 
 }  // namespace api

@@ -8,23 +8,24 @@
 #include "gatedserver.h"
 #include "loginthrottle.h"
 #include "orgcache.h"
+#include "pagehandler.h"
 #include "pagerenderer.h"
 #include "passwordhasher.h"
 #include "projecteditor.h"
 #include "replyenvelope.h"
+#include "requestaccess.h"
 #include "sessionstore.h"
+#include "updatepublisher.h"
+#include "uploadreceiver.h"
 
 #include <httplib.h>
 
-#include <QCryptographicHash>
 #include <QDir>
 #include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QRegularExpression>
-#include <QSaveFile>
-#include <QSettings>
 #include <QSqlQuery>
 #include <QUrl>
 #include <QVariant>
@@ -38,12 +39,6 @@ using api::parseId;
 using api::parseIdList;
 using api::reply;
 
-namespace {
-
-const char kSessionCookie[] = "QXSESSION";
-
-}  // namespace
-
 BackendServer::BackendServer(Database* db, const Options& options)
     : db_(db),
       options_(options),
@@ -54,7 +49,9 @@ BackendServer::BackendServer(Database* db, const Options& options)
           limits.firstPauseMs = options.firstLoginPauseMs;
           return limits;
       }())),
-      files_(std::make_unique<FileStore>(options.filesDir, options.uploadLimit)) {}
+      files_(std::make_unique<FileStore>(options.filesDir, options.uploadLimit)),
+      updates_(std::make_unique<UpdatePublisher>(options.updateDir, options.clientVersion,
+                                                 options.frameworkVersion)) {}
 
 BackendServer::~BackendServer() { stop(); }
 
@@ -93,6 +90,8 @@ bool BackendServer::start(const QString& host, int port) {
     while (publicUrl_.endsWith(QLatin1Char('/'))) publicUrl_.chop(1);
     directory_ = std::make_unique<Directory>(db_, publicUrl_);
     orgCache_ = std::make_unique<OrgCache>(db_, directory_.get());
+    access_ = std::make_unique<RequestAccess>(sessions_.get(), directory_.get());
+    pages_ = std::make_unique<PageHandler>(directory_.get(), access_.get());
     projects_ = std::make_unique<ProjectEditor>(db_, directory_.get(), sessions_.get(), rooms_);
 
     // Unknown accounts are checked against a hash of the same cost as the real ones, so a
@@ -262,36 +261,6 @@ void BackendServer::directoryChanged() {
     if (orgCache_) orgCache_->invalidate();
 }
 
-qint64 BackendServer::sessionUser(const httplib::Request& req) {
-    QByteArray id = param(req, "sessionId").toLatin1();
-    if (id.isEmpty()) {
-        const QByteArray cookies = QByteArray::fromStdString(req.get_header_value("Cookie"));
-        for (const QByteArray& c : cookies.split(';')) {
-            const QByteArray kv = c.trimmed();
-            if (kv.startsWith(QByteArray(kSessionCookie) + '='))
-                id = kv.mid(int(sizeof kSessionCookie));
-        }
-    }
-    return id.isEmpty() ? 0 : sessions_->userOf(id);
-}
-
-qint64 BackendServer::signedIn(const httplib::Request& req, httplib::Response& res) {
-    const qint64 user = sessionUser(req);
-    if (user == 0) {
-        qInfo("%s refused (1003): no session", req.path.c_str());
-        fail(res, req, ReplyEnvelope::NotSignedIn);
-    }
-    return user;
-}
-
-bool BackendServer::sameCompany(const httplib::Request& req, httplib::Response& res, qint64 caller,
-                                qint64 company) {
-    if (company != 0 && company == directory_->companyOf(caller)) return true;
-    qInfo("%s refused (1006): outside the caller's company", req.path.c_str());
-    fail(res, req, ReplyEnvelope::NotFound);
-    return false;
-}
-
 QString BackendServer::projectSign(qint64 projectId, qint64 forUser) {
     // A project's sign is its owner's signature token, shown only to the signed-in owner.
     if (forUser == 0 || directory_->projectOwner(projectId) != forUser) return QString();
@@ -324,7 +293,7 @@ void BackendServer::dispatch(const httplib::Request& req, httplib::Response& res
     }
     if (path == QLatin1String("/work/project.htm")) {
         if (m == QLatin1String("myProjectList")) return projectList(req, res);
-        if (m == QLatin1String("tasks")) return projectPage(req, res);
+        if (m == QLatin1String("tasks")) return pages_->projectTasks(req, res);
         return fail(res, req, ReplyEnvelope::BadParameter);
     }
     if (path == QLatin1String("/work/gen.htm") && m == QLatin1String("user")) {
@@ -346,16 +315,18 @@ void BackendServer::dispatch(const httplib::Request& req, httplib::Response& res
         const QString id = match.captured(1).isEmpty() ? param(req, "id") : match.captured(1);
         return download(req, res, id);
     }
-    if (path == QLatin1String("/work/task.htm")) return taskPage(req, res);
-    if (path == QLatin1String("/work/goals.htm")) return goalsPage(req, res);
+    if (path == QLatin1String("/work/task.htm")) return pages_->task(req, res);
+    if (path == QLatin1String("/work/goals.htm")) return pages_->goals(req, res);
     if (const auto match = avatarPath.match(path); match.hasMatch()) {
         return avatar(res, match.captured(1));
     }
-    if (path == QLatin1String("/update/QX_update.ini")) return updateDescription(res);
+    if (path == QLatin1String("/update/QX_update.ini")) {
+        return reply(res, updates_->description(publicUrl_), "text/plain;charset=UTF-8");
+    }
     if (path.startsWith(QLatin1String("/update/")))
-        return updatePackage(res, path.mid(int(qstrlen("/update/"))));
+        return updates_->package(res, path.mid(int(qstrlen("/update/"))));
     if (path == QLatin1String("/work/UserSet.htm")) {
-        const qint64 user = sessionUser(req);
+        const qint64 user = access_->sessionUser(req);
         return reply(res,
                      PageRenderer::userSettings(user ? directory_->loginUser(user) : QJsonObject()),
                      kHtml);
@@ -412,16 +383,16 @@ void BackendServer::login(const httplib::Request& req, httplib::Response& res) {
     user.insert(QStringLiteral("imAuthority"), options_.imAuthority);
     user.insert(QStringLiteral("iosVersion"), QString());
     user.insert(QStringLiteral("androidVersion"), QString());
-    res.set_header("Set-Cookie",
-                   QStringLiteral("%1=%2; Path=/; HttpOnly; Max-Age=%3")
-                       .arg(QLatin1String(kSessionCookie), QString::fromLatin1(session))
-                       .arg(sessions_->lifetimeSeconds())
-                       .toStdString());
+    res.set_header("Set-Cookie", QStringLiteral("%1=%2; Path=/; HttpOnly; Max-Age=%3")
+                                     .arg(QLatin1String(RequestAccess::kSessionCookie),
+                                          QString::fromLatin1(session))
+                                     .arg(sessions_->lifetimeSeconds())
+                                     .toStdString());
     ok(res, req, user);
 }
 
 void BackendServer::token(const httplib::Request& req, httplib::Response& res) {
-    const qint64 user = sessionUser(req);
+    const qint64 user = access_->sessionUser(req);
     if (user == 0) return fail(res, req, ReplyEnvelope::NotSignedIn);
     ok(res, req,
        QJsonObject{{QStringLiteral("md5Sign"), QString::fromLatin1(sessions_->tokenOf(user))},
@@ -429,14 +400,14 @@ void BackendServer::token(const httplib::Request& req, httplib::Response& res) {
 }
 
 void BackendServer::organisation(const httplib::Request& req, httplib::Response& res) {
-    const qint64 caller = signedIn(req, res);
+    const qint64 caller = access_->signedIn(req, res);
     if (caller == 0) return;
     qint64 userId = 0;
     qint64 companyId = 0;
     if (!parseId(param(req, "userId"), &userId) || !parseId(param(req, "companyId"), &companyId)) {
         return fail(res, req, ReplyEnvelope::BadParameter);
     }
-    if (!sameCompany(req, res, caller, directory_->companyOf(userId))) return;
+    if (!access_->sameCompany(req, res, caller, directory_->companyOf(userId))) return;
     if (companyId != directory_->companyOf(caller)) {
         qInfo("%s refused (1004): another company's organisation", req.path.c_str());
         return fail(res, req, ReplyEnvelope::Forbidden);
@@ -451,24 +422,11 @@ void BackendServer::organisation(const httplib::Request& req, httplib::Response&
     if (parts->isEmpty()) return fail(res, req, ReplyEnvelope::NotFound);
     if (gzip) res.set_header("Content-Encoding", "gzip");
     // Sent from the shared cached parts as the peer takes them: nothing is copied per request.
-    res.set_content_provider(
-        size_t(parts->size), kJson, [parts](size_t offset, size_t length, httplib::DataSink& sink) {
-            qint64 at = qint64(offset);
-            for (const QByteArray& part : qAsConst(parts->parts)) {
-                if (at >= part.size()) {
-                    at -= part.size();
-                    continue;
-                }
-                const qint64 n =
-                    qMin<qint64>(qMin<qint64>(part.size() - at, qint64(length)), 256 * 1024);
-                return sink.write(part.constData() + at, size_t(n));
-            }
-            return false;
-        });
+    api::replyParts(res, parts->parts, parts->size, kJson, parts);
 }
 
 void BackendServer::someColleagues(const httplib::Request& req, httplib::Response& res) {
-    const qint64 caller = signedIn(req, res);
+    const qint64 caller = access_->signedIn(req, res);
     if (caller == 0) return;
     QList<qint64> ids;
     if (!parseIdList(param(req, "manyUserIds"), &ids))
@@ -478,7 +436,7 @@ void BackendServer::someColleagues(const httplib::Request& req, httplib::Respons
 }
 
 void BackendServer::projectList(const httplib::Request& req, httplib::Response& res) {
-    const qint64 viewer = signedIn(req, res);
+    const qint64 viewer = access_->signedIn(req, res);
     if (viewer == 0) return;
     qint64 userId = viewer;
     const QString userText = param(req, "userId");
@@ -500,13 +458,13 @@ void BackendServer::projectList(const httplib::Request& req, httplib::Response& 
 }
 
 void BackendServer::projectMembers(const httplib::Request& req, httplib::Response& res) {
-    const qint64 caller = signedIn(req, res);
+    const qint64 caller = access_->signedIn(req, res);
     if (caller == 0) return;
     qint64 projectId = 0;
     if (!parseId(param(req, "projectId"), &projectId))
         return fail(res, req, ReplyEnvelope::BadParameter);
     if (directory_->projectOwner(projectId) == 0) return fail(res, req, ReplyEnvelope::NotFound);
-    if (!sameCompany(req, res, caller, directory_->projectCompany(projectId))) return;
+    if (!access_->sameCompany(req, res, caller, directory_->projectCompany(projectId))) return;
     ok(res, req,
        QJsonObject{{QStringLiteral("projectId"), QString::number(projectId)},
                    {QStringLiteral("userList"), directory_->projectMembers(projectId)}});
@@ -514,24 +472,24 @@ void BackendServer::projectMembers(const httplib::Request& req, httplib::Respons
 
 void BackendServer::projectById(const httplib::Request& req, httplib::Response& res,
                                 const char* idParam) {
-    const qint64 caller = signedIn(req, res);
+    const qint64 caller = access_->signedIn(req, res);
     if (caller == 0) return;
     qint64 projectId = 0;
     if (!parseId(param(req, idParam), &projectId))
         return fail(res, req, ReplyEnvelope::BadParameter);
     QJsonObject project = directory_->project(projectId);
     if (project.isEmpty()) return fail(res, req, ReplyEnvelope::NotFound);
-    if (!sameCompany(req, res, caller, directory_->projectCompany(projectId))) return;
+    if (!access_->sameCompany(req, res, caller, directory_->projectCompany(projectId))) return;
     project.insert(QStringLiteral("sign"), projectSign(projectId, caller));
     ok(res, req, project);
 }
 
 void BackendServer::editProject(const httplib::Request& req, httplib::Response& res) {
-    projects_->handle(req, res, sessionUser(req));
+    projects_->handle(req, res, access_->sessionUser(req));
 }
 
 void BackendServer::taskReadFlags(const httplib::Request& req, httplib::Response& res) {
-    const qint64 caller = signedIn(req, res);
+    const qint64 caller = access_->signedIn(req, res);
     if (caller == 0) return;
     const QString m = param(req, "m");
     qint64 userId = caller;
@@ -559,7 +517,7 @@ void BackendServer::taskReadFlags(const httplib::Request& req, httplib::Response
         qint64 taskId = 0;
         if (!parseId(param(req, "taskId"), &taskId))
             return fail(res, req, ReplyEnvelope::BadParameter);
-        if (!sameCompany(req, res, caller, directory_->taskCompany(taskId))) return;
+        if (!access_->sameCompany(req, res, caller, directory_->taskCompany(taskId))) return;
         if (!directory_->markTaskRead(taskId, userId))
             return fail(res, req, ReplyEnvelope::NotFound);
         return ok(res, req, directory_->readFlags(userId, {taskId}));
@@ -575,85 +533,54 @@ void BackendServer::upload(const httplib::Request& req, httplib::Response& res,
     if (!req.is_multipart_form_data()) return fail(res, req, ReplyEnvelope::BadParameter);
     // Always in the caller's own name; a userId field is not trusted. Nobody else's body is
     // read at all.
-    const qint64 owner = signedIn(req, res);
+    const qint64 owner = access_->signedIn(req, res);
     if (owner == 0) return;
-    // The first part that carries a file name is the file; it goes straight to disk.
-    QString storedName;
-    std::unique_ptr<QSaveFile> file;
-    QString clientName;
-    bool inFile = false;
-    bool seenFile = false;
-    bool tooLarge = false;
-    bool writeFailed = false;
-    qint64 size = 0;
-    const bool read = reader(
-        [&](const httplib::MultipartFormData& part) {
-            inFile = !seenFile && !part.filename.empty();
-            if (inFile) {
-                seenFile = true;
-                clientName = QString::fromStdString(part.filename);
-                file = files_->begin(&storedName);
-                writeFailed = !file;
-            }
-            return !writeFailed;
-        },
-        [&](const char* data, size_t length) {
-            if (!inFile) return true;  // other fields are capped with the body and dropped
-            size += qint64(length);
-            if (size > files_->maxBytes()) {
-                tooLarge = true;
-                return false;
-            }
-            if (file->write(data, qint64(length)) != qint64(length)) {
-                writeFailed = true;
-                return false;
-            }
-            return true;
-        });
-    // An unfinished file is discarded with its QSaveFile: nothing is left behind.
-    if (tooLarge || (stream && stream->bodyTooLarge())) {
+    UploadReceiver upload(files_.get());
+    const UploadReceiver::Outcome outcome = upload.receive(reader);
+    if (outcome == UploadReceiver::TooLarge || (stream && stream->bodyTooLarge())) {
         res.status = 413;
         qInfo("%s refused (1007): file over %lld bytes", req.path.c_str(), files_->maxBytes());
         return fail(res, req, ReplyEnvelope::FileTooLarge);
     }
-    if (writeFailed) {
+    if (outcome == UploadReceiver::WriteFailed) {
         qWarning("%s failed: cannot write the file: %s", req.path.c_str(),
-                 file ? qPrintable(file->errorString()) : "no file");
+                 qPrintable(upload.errorString()));
         res.status = 500;
         return fail(res, req, ReplyEnvelope::InternalError);
     }
-    if (!read || !seenFile) {
+    if (outcome != UploadReceiver::Received) {
         if (stream && stream->timedOut()) res.status = 408;
         qInfo("%s refused (1001): %s", req.path.c_str(),
-              !read ? "the body ended early or too slowly" : "no file part");
+              outcome == UploadReceiver::NoFile ? "no file part"
+                                                : "the body ended early or too slowly");
         return fail(res, req, ReplyEnvelope::BadParameter);
     }
     if (stream) stream->keepAfterReply();
-    const QString name = FileStore::sanitizeName(clientName);
+    const QString name = FileStore::sanitizeName(upload.clientName());
     if (name.isEmpty()) return fail(res, req, ReplyEnvelope::BadFileName);
-    if (!file->commit()) {
+    if (!upload.commit()) {
         qWarning("%s failed: cannot keep the file: %s", req.path.c_str(),
-                 qPrintable(file->errorString()));
+                 qPrintable(upload.errorString()));
         res.status = 500;
         return fail(res, req, ReplyEnvelope::InternalError);
     }
-    const qint64 id = directory_->addAttachment(owner, name, storedName, size);
+    const qint64 id = directory_->addAttachment(owner, name, upload.storedName(), upload.size());
     if (id == 0) {
         // Not recorded, so not kept: a file nobody can download is only a leak.
-        files_->remove(storedName);
-        return;  // the database failure is answered by the caller
+        files_->remove(upload.storedName());
+        return;  // the database failure is answered by guarded()
     }
     ok(res, req,
        QJsonObject{
            {QStringLiteral("id"), QString::number(id)},
            {QStringLiteral("fileName"), name},
-           {QStringLiteral("fileSize"), QString::number(size)},
+           {QStringLiteral("fileSize"), QString::number(upload.size())},
            {QStringLiteral("url"), publicUrl_ + QStringLiteral("/work/attachment/%1").arg(id)}});
 }
 
 void BackendServer::download(const httplib::Request& req, httplib::Response& res,
                              const QString& idText) {
-    const qint64 caller = signedIn(req, res);
+    const qint64 caller = access_->signedIn(req, res);
     if (caller == 0) return;
     qint64 id = 0;
     if (!parseId(idText, &id)) return fail(res, req, ReplyEnvelope::BadParameter);
@@ -663,65 +590,13 @@ void BackendServer::download(const httplib::Request& req, httplib::Response& res
     qint64 owner = 0;
     if (!directory_->attachment(id, &name, &stored, &size, &owner))
         return fail(res, req, ReplyEnvelope::NotFound);
-    if (!sameCompany(req, res, caller, directory_->companyOf(owner))) return;
-    QFile file(files_->pathOf(stored));
-    if (file.fileName().isEmpty() || !file.open(QIODevice::ReadOnly)) {
+    if (!access_->sameCompany(req, res, caller, directory_->companyOf(owner))) return;
+    const QString path = files_->pathOf(stored);
+    // Streamed, so concurrent downloads do not each hold a whole file.
+    if (path.isEmpty() || !api::replyFile(res, path, "application/octet-stream"))
         return fail(res, req, ReplyEnvelope::NotFound);
-    }
-    const QByteArray data = file.readAll();
     res.set_header("Content-Disposition",
                    ("attachment; filename*=UTF-8''" + QUrl::toPercentEncoding(name)).toStdString());
-    reply(res, data, "application/octet-stream");
-}
-
-void BackendServer::taskPage(const httplib::Request& req, httplib::Response& res) {
-    const qint64 caller = signedIn(req, res);
-    if (caller == 0) return;
-    const QString m = param(req, "m");
-    if (m == QLatin1String("create")) {
-        qint64 projectId = 0;
-        if (!parseId(param(req, "projectId"), &projectId))
-            return fail(res, req, ReplyEnvelope::BadParameter);
-        const QJsonObject project = directory_->project(projectId);
-        if (project.isEmpty()) return fail(res, req, ReplyEnvelope::NotFound);
-        if (!sameCompany(req, res, caller, directory_->projectCompany(projectId))) return;
-        return reply(res, PageRenderer::taskCreation(project), kHtml);
-    }
-    qint64 taskId = 0;
-    if (!parseId(param(req, "taskId"), &taskId)) return fail(res, req, ReplyEnvelope::BadParameter);
-    const QJsonObject task = directory_->task(taskId);
-    if (task.isEmpty()) return fail(res, req, ReplyEnvelope::NotFound);
-    if (!sameCompany(req, res, caller, directory_->taskCompany(taskId))) return;
-    // Opening the task is reading it, by the signed-in caller only.
-    const bool read = directory_->markTaskRead(taskId, caller);
-    reply(res, PageRenderer::task(task, read), kHtml);
-}
-
-void BackendServer::projectPage(const httplib::Request& req, httplib::Response& res) {
-    const qint64 caller = signedIn(req, res);
-    if (caller == 0) return;
-    qint64 projectId = 0;
-    if (!parseId(param(req, "projectId"), &projectId))
-        return fail(res, req, ReplyEnvelope::BadParameter);
-    const QJsonObject project = directory_->project(projectId);
-    if (project.isEmpty()) return fail(res, req, ReplyEnvelope::NotFound);
-    if (!sameCompany(req, res, caller, directory_->projectCompany(projectId))) return;
-    reply(res, PageRenderer::projectTasks(project, directory_->tasksOf(projectId)), kHtml);
-}
-
-void BackendServer::goalsPage(const httplib::Request& req, httplib::Response& res) {
-    const qint64 caller = signedIn(req, res);
-    if (caller == 0) return;
-    qint64 projectId = 0;
-    if (!parseId(param(req, "projectId"), &projectId))
-        return fail(res, req, ReplyEnvelope::BadParameter);
-    const QJsonObject project = directory_->project(projectId);
-    if (project.isEmpty()) return fail(res, req, ReplyEnvelope::NotFound);
-    if (!sameCompany(req, res, caller, directory_->projectCompany(projectId))) return;
-    reply(res,
-          PageRenderer::goals(project, directory_->tasksOf(projectId),
-                              directory_->projectMembers(projectId)),
-          kHtml);
 }
 
 void BackendServer::avatar(httplib::Response& res, const QString& idText) {
@@ -731,69 +606,4 @@ void BackendServer::avatar(httplib::Response& res, const QString& idText) {
         return reply(res, ReplyEnvelope::failure(ReplyEnvelope::NotFound));
     }
     reply(res, AvatarPainter::png(id), "image/png");
-}
-
-void BackendServer::updateDescription(httplib::Response& res) {
-    if (options_.updateDir.isEmpty()) {
-        const QString ini = QStringLiteral(
-                                "[info]\nExeVersion=%1\nQtVersion=%2\n\n[General]\n"
-                                "url_maximum=%3/update/Quelix-full-%1.zip\n"
-                                "url_minimum=%3/update/Quelix-%1.zip\n\n[mac]\n"
-                                "url_maximum=%3/update/Quelix-full-%1.dmg\n"
-                                "url_minimum=%3/update/Quelix-%1.dmg\n")
-                                .arg(options_.clientVersion, options_.frameworkVersion, publicUrl_);
-        return reply(res, ini.toUtf8(), "text/plain;charset=UTF-8");
-    }
-    // The release as published in the update folder (its [General] keys are top-level); each
-    // package with its size and SHA-256, so the loader can refuse a cut or altered download. Read
-    // per request: a release is published by replacing release.ini, without restarting the service.
-    QSettings release(QDir(options_.updateDir).filePath(QStringLiteral("release.ini")),
-                      QSettings::IniFormat);
-    QString ini =
-        QStringLiteral("[info]\nExeVersion=%1\nQtVersion=%2\n\n[General]\n")
-            .arg(
-                release.value(QStringLiteral("info/ExeVersion"), options_.clientVersion).toString(),
-                release.value(QStringLiteral("info/QtVersion"), options_.frameworkVersion)
-                    .toString());
-    for (const char* kind : {"maximum", "minimum"}) {
-        const QString name =
-            release.value(QStringLiteral("package_") + QLatin1String(kind)).toString();
-        QFile file(QDir(options_.updateDir).filePath(name));
-        if (name.isEmpty() || name.contains(QLatin1Char('/')) || !file.open(QIODevice::ReadOnly))
-            continue;
-        QCryptographicHash sha(QCryptographicHash::Sha256);
-        sha.addData(&file);
-        ini += QStringLiteral("url_%1=%2/update/%3\nsize_%1=%4\nsha256_%1=%5\n")
-                   .arg(QLatin1String(kind), publicUrl_,
-                        QString::fromUtf8(QUrl::toPercentEncoding(name)),
-                        QString::number(file.size()), QString::fromLatin1(sha.result().toHex()));
-    }
-    reply(res, ini.toUtf8(), "text/plain;charset=UTF-8");
-}
-
-void BackendServer::updatePackage(httplib::Response& res, const QString& name) {
-    // Only plain file names inside the update folder; the release description is not a
-    // package.
-    static const QRegularExpression plain(QStringLiteral("^[A-Za-z0-9][A-Za-z0-9._+-]{0,127}$"));
-    QFile file(options_.updateDir.isEmpty() ? QString() : QDir(options_.updateDir).filePath(name));
-    if (!plain.match(name).hasMatch() || name == QLatin1String("release.ini") ||
-        !file.open(QIODevice::ReadOnly)) {
-        res.status = 404;
-        return reply(res, ReplyEnvelope::failure(ReplyEnvelope::NotFound));
-    }
-    auto shared = std::make_shared<QFile>(file.fileName());
-    if (!shared->open(QIODevice::ReadOnly)) {
-        res.status = 500;
-        return reply(res, ReplyEnvelope::failure(ReplyEnvelope::NotFound));
-    }
-    // Streamed, so a large package never sits whole in memory.
-    res.set_content_provider(size_t(shared->size()), "application/octet-stream",
-                             [shared](size_t offset, size_t length, httplib::DataSink& sink) {
-                                 if (!shared->seek(qint64(offset))) return false;
-                                 const QByteArray chunk =
-                                     shared->read(qint64(qMin<size_t>(length, 256 * 1024)));
-                                 if (chunk.isEmpty()) return false;
-                                 sink.write(chunk.constData(), size_t(chunk.size()));
-                                 return true;
-                             });
 }

@@ -18,9 +18,12 @@ class FileStore;
 class GatedServer;
 class LoginThrottle;
 class OrgCache;
+class PageHandler;
 class ProjectEditor;
+class RequestAccess;
 class RoomKeeper;
 class SessionStore;
+class UpdatePublisher;
 
 // The HTTP service: every address of the client's URL table, the pages it opens, the update
 // description, avatars and attachments. Requests are answered on a pool of threads; each
@@ -92,12 +95,7 @@ private:
     template <typename Handler>
     void guarded(const httplib::Request& req, httplib::Response& res, Handler&& handler);
     void download(const httplib::Request& req, httplib::Response& res, const QString& idText);
-    void taskPage(const httplib::Request& req, httplib::Response& res);
-    void projectPage(const httplib::Request& req, httplib::Response& res);
-    void goalsPage(const httplib::Request& req, httplib::Response& res);
     void avatar(httplib::Response& res, const QString& idText);
-    void updateDescription(httplib::Response& res);
-    void updatePackage(httplib::Response& res, const QString& name);
 
     qint64 uploadBodyCap() const;
     static bool isUpload(const httplib::Request& req);
@@ -105,13 +103,6 @@ private:
     // before any of it is read.
     bool admitBody(const httplib::Request& req, httplib::Response& res);
 
-    qint64 sessionUser(const httplib::Request& req);
-    // The signed-in caller; 0 after answering "not signed in" (one log line).
-    qint64 signedIn(const httplib::Request& req, httplib::Response& res);
-    // Answers "not found" (one log line) unless `company` is the caller's; data of other
-    // companies is as unknown as a missing id.
-    bool sameCompany(const httplib::Request& req, httplib::Response& res, qint64 caller,
-                     qint64 company);
     QString projectSign(qint64 projectId, qint64 forUser);
 
     Database* db_;
@@ -125,6 +116,9 @@ private:
     std::unique_ptr<LoginThrottle> throttle_;
     std::unique_ptr<FileStore> files_;
     std::unique_ptr<ProjectEditor> projects_;
+    std::unique_ptr<RequestAccess> access_;
+    std::unique_ptr<PageHandler> pages_;
+    std::unique_ptr<UpdatePublisher> updates_;
     RoomKeeper* rooms_ = nullptr;
     QString dummyHash_;  // verified against for unknown accounts, so timing tells nothing
     std::thread warmUp_;
