@@ -51,7 +51,11 @@ std::string addressText(const sockaddr_storage& addr, int* port) {
 }  // namespace
 
 GatedServer::GatedServer(const Limits& limits, RefusalBody refusal)
-    : limits_(limits), refusal_(std::move(refusal)), epoch_(std::chrono::steady_clock::now()) {}
+    : limits_(limits), refusal_(std::move(refusal)), epoch_(std::chrono::steady_clock::now()) {
+    // Only for the Keep-Alive header the library writes: the gate applies both.
+    set_keep_alive_timeout(limits_.idleTimeoutMs / 1000);
+    set_keep_alive_max_count(size_t(limits_.keepAliveMaxRequests));
+}
 
 GatedServer::~GatedServer() { stopServing(); }
 
@@ -282,10 +286,10 @@ bool GatedServer::isReady(const Connection& c, size_t* headBytes) const {
                                                size_t(limits_.maxHeadBytes), limits_.maxHeadLines);
     if (head.state != RequestHead::Complete) return false;
     *headBytes = head.headBytes;
-    // A small body is waited for here too; a large or chunked one streams on the worker,
-    // capped and paced there.
+    // A small body is waited for here too; a large or chunked one (or one whose sender waits
+    // to be told to go on) streams on the worker, capped and paced there.
     return head.contentLength <= 0 || head.contentLength > limits_.prereadBodyBytes ||
-           c.buffered.size() >= head.headBytes + size_t(head.contentLength);
+           head.expectsContinue || c.buffered.size() >= head.headBytes + size_t(head.contentLength);
 }
 
 void GatedServer::handOver(std::unique_ptr<Connection> c, size_t headBytes) {

@@ -63,6 +63,8 @@ RequestHead RequestHead::scan(const char* data, size_t size, size_t maxBytes, in
                 head.contentLength = n;
             } else if (equalsIgnoringCase(text, colon, "transfer-encoding")) {
                 head.chunked = head.chunked || value.contains("chunked");
+            } else if (equalsIgnoringCase(text, colon, "expect")) {
+                head.expectsContinue = value == "100-continue";
             }
         }
         line = eol + 1;

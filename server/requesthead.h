@@ -12,6 +12,7 @@ struct RequestHead {
     size_t headBytes = 0;        // through the blank line, once complete
     int64_t contentLength = -1;  // -1: no Content-Length
     bool chunked = false;
+    bool expectsContinue = false;  // the peer waits for "100 Continue" before its body
 
     // `maxBytes` bounds the head (request line and every header), `maxLines` the number of
     // lines in it, the request line included.

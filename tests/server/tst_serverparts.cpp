@@ -230,6 +230,8 @@ void ServerPartsTest::requestHeads() {
     QCOMPARE(head.state, RequestHead::Complete);
     QCOMPARE(head.contentLength, int64_t(12));
     QVERIFY(head.chunked);
+    QVERIFY(!head.expectsContinue);
+    QVERIFY(scan("POST / HTTP/1.1\r\nExpect: 100-Continue\r\n\r\n").expectsContinue);
     // Bare line feeds do not end a head for the parser behind, so they do not here either.
     QCOMPARE(scan("GET / HTTP/1.1\n\n").state, RequestHead::Incomplete);
     // Too many lines, or too many bytes without an end, are refused as soon as seen.
