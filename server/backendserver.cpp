@@ -219,8 +219,7 @@ void BackendServer::warmUp() {
             while (q.next()) companies << q.value(0).toLongLong();
         }
         for (qint64 company : companies) {
-            orgCache_->gzipEnvelope(company, 0, QByteArray(), ReplyEnvelope::successPrefix(),
-                                    ReplyEnvelope::successSuffix(QString()));
+            orgCache_->envelopeParts(company, 0, QByteArray(), QByteArray(), QByteArray(), true);
         }
     });
 }

@@ -13,6 +13,9 @@ namespace {
 QAtomicInteger<int> instanceCounter;
 QAtomicInteger<int> connectionCounter;
 thread_local bool requestFailedFlag = false;
+// A connection is never swapped under an open transaction: its statements would then run
+// on their own, outside it.
+thread_local bool inTransaction = false;
 
 // Kept to what both SQLite and PostgreSQL accept; ids come from the directory itself, so
 // no auto-increment dialect is needed. "users" because "user" is reserved in PostgreSQL.
@@ -107,6 +110,7 @@ QSqlDatabase Database::connection() {
         // Reopened when the last attempt failed or a lost connection was seen since.
         // A database that refuses connections is asked again at most once a second, so a
         // request does not wait for a connection attempt per statement.
+        if (inTransaction) return db;
         if (mine.generation != now || (!db.isOpen() && mine.lastAttempt.hasExpired(1000))) {
             mine.generation = now;
             db.close();
@@ -175,21 +179,39 @@ bool Database::exec(QSqlQuery& query, const QString& sql) {
 }
 
 bool Database::transaction(QSqlDatabase& db) {
-    if (db.transaction()) return true;
+    if (db.transaction()) {
+        inTransaction = true;
+        return true;
+    }
     noteFailure(db.lastError());
     return false;
 }
 
 bool Database::commit(QSqlDatabase& db) {
-    if (db.commit()) return true;
-    noteFailure(db.lastError());
-    return false;
+    const bool done = db.commit();
+    if (!done) {
+        // Whatever the commit did not do is undone, so the connection is usable again.
+        const QSqlError error = db.lastError();
+        db.rollback();
+        inTransaction = false;
+        noteFailure(error);
+        return false;
+    }
+    inTransaction = false;
+    return true;
+}
+
+void Database::rollback(QSqlDatabase& db) {
+    db.rollback();
+    inTransaction = false;
 }
 
 void Database::noteFailure(const QSqlError& error) {
     requestFailedFlag = true;
     qWarning("database: statement failed: %s", qPrintable(error.text()));
-    if (isSqlite()) return;
+    // Inside a transaction a failed statement fails every later one; the caller rolls back
+    // and a lost connection shows again on the next request.
+    if (isSqlite() || inTransaction) return;
     // A lost server connection shows as a plain statement error; ask the connection itself.
     QSqlDatabase db = connection();
     QSqlQuery probe(db);

@@ -39,6 +39,7 @@ public:
     bool exec(QSqlQuery& query, const QString& sql);
     bool transaction(QSqlDatabase& db);
     bool commit(QSqlDatabase& db);
+    void rollback(QSqlDatabase& db);
     // Notes a failure seen elsewhere (one log line); checks whether the connection is lost.
     void noteFailure(const QSqlError& error);
 

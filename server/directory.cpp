@@ -196,7 +196,7 @@ bool Directory::deleteProject(qint64 projectId) {
         q.prepare(QString::fromLatin1(sql));
         q.addBindValue(projectId);
         if (!db_->exec(q)) {
-            db.rollback();
+            db_->rollback(db);
             return false;
         }
     }
@@ -246,7 +246,7 @@ qint64 Directory::createProject(qint64 owner, const QString& title, const QList<
             done = db_->exec(m);
         }
         if (done && db_->commit(db)) return id;
-        db.rollback();
+        db_->rollback(db);
     }
     return 0;
 }
@@ -261,7 +261,7 @@ bool Directory::addMembers(qint64 projectId, const QList<qint64>& userIds) {
         q.addBindValue(projectId);
         q.addBindValue(user);
         if (!db_->exec(q)) {
-            db.rollback();
+            db_->rollback(db);
             return false;
         }
     }

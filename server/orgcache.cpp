@@ -74,19 +74,6 @@ QSharedPointer<const OrgCache::Entry> OrgCache::entry(qint64 companyId) {
     return e;
 }
 
-QByteArray OrgCache::results(qint64 companyId, qint64 userId, const QByteArray& token) {
-    const QSharedPointer<const Entry> e = entry(companyId);
-    if (!e) return QByteArray();
-    const int at = e->signOffset.value(userId, -1);
-    if (at < 0 || token.isEmpty()) return e->body;
-    QByteArray out;
-    out.reserve(e->body.size() + token.size());
-    out.append(e->body.constData(), at);
-    out.append(token);
-    out.append(e->body.constData() + at, e->body.size() - at);
-    return out;
-}
-
 void OrgCache::compressPieces(const Entry& e) {
     constexpr int kPieceBytes = 256 * 1024;
     QMutexLocker lock(&e.gzipMutex);
@@ -96,15 +83,6 @@ void OrgCache::compressPieces(const Entry& e) {
         e.pieceStart.append(start);
         e.pieces.append(GzipPieces::compress(e.body.constData() + start, size, false));
     }
-}
-
-QByteArray OrgCache::gzipEnvelope(qint64 companyId, qint64 userId, const QByteArray& token,
-                                  const QByteArray& prefix, const QByteArray& suffix) {
-    const Parts parts = envelopeParts(companyId, userId, token, prefix, suffix, true);
-    QByteArray out;
-    out.reserve(int(parts.size));
-    for (const QByteArray& part : parts.parts) out.append(part);
-    return out;
 }
 
 OrgCache::Parts OrgCache::envelopeParts(qint64 companyId, qint64 userId, const QByteArray& token,

@@ -21,14 +21,6 @@ class OrgCache {
 public:
     OrgCache(Database* db, const Directory* directory);
 
-    // The "results" payload for the company, with `token` in `userId`'s entry ("" elsewhere).
-    // Empty when the company does not exist.
-    QByteArray results(qint64 companyId, qint64 userId, const QByteArray& token);
-    // The same, as a whole gzip-compressed envelope (prefix + results + suffix). Kept
-    // compressed in pieces; per request only the caller's piece and the envelope around
-    // it are compressed again. Empty when the company does not exist.
-    QByteArray gzipEnvelope(qint64 companyId, qint64 userId, const QByteArray& token,
-                            const QByteArray& prefix, const QByteArray& suffix);
     void invalidate();
 
     // A whole reply as parts to send in order. The parts share the cached bytes: per request
