@@ -2,6 +2,7 @@
 
 #include <httplib.h>
 
+#include <QFile>
 #include <QStringList>
 
 namespace api {
@@ -37,17 +38,48 @@ void reply(httplib::Response& res, const QByteArray& body, const char* type) {
     res.set_content(body.constData(), size_t(body.size()), type);
 }
 
-void fail(httplib::Response& res, const httplib::Request& req, Envelope::Code code) {
-    reply(res, Envelope::failure(code, param(req, "client")));
+void fail(httplib::Response& res, const httplib::Request& req, ReplyEnvelope::Code code) {
+    reply(res, ReplyEnvelope::failure(code, param(req, "client")));
 }
 
-void fail(httplib::Response& res, const httplib::Request& req, Envelope::Code code,
+void fail(httplib::Response& res, const httplib::Request& req, ReplyEnvelope::Code code,
           const QString& message) {
-    reply(res, Envelope::failure(code, message, param(req, "client")));
+    reply(res, ReplyEnvelope::failure(code, message, param(req, "client")));
+}
+
+void replyParts(httplib::Response& res, const QVector<QByteArray>& parts, qint64 size,
+                const char* type, std::shared_ptr<const void> keep) {
+    res.set_content_provider(
+        size_t(size), type, [parts, keep](size_t offset, size_t length, httplib::DataSink& sink) {
+            qint64 at = qint64(offset);
+            for (const QByteArray& part : parts) {
+                if (at >= part.size()) {
+                    at -= part.size();
+                    continue;
+                }
+                const qint64 n =
+                    qMin<qint64>(qMin<qint64>(part.size() - at, qint64(length)), 256 * 1024);
+                return sink.write(part.constData() + at, size_t(n));
+            }
+            return false;
+        });
+}
+
+bool replyFile(httplib::Response& res, const QString& path, const char* type) {
+    auto file = std::make_shared<QFile>(path);
+    if (!file->open(QIODevice::ReadOnly)) return false;
+    res.set_content_provider(
+        size_t(file->size()), type, [file](size_t offset, size_t length, httplib::DataSink& sink) {
+            if (!file->seek(qint64(offset))) return false;
+            const QByteArray chunk = file->read(qint64(qMin<size_t>(length, 256 * 1024)));
+            if (chunk.isEmpty()) return false;
+            return sink.write(chunk.constData(), size_t(chunk.size()));
+        });
+    return true;
 }
 
 void ok(httplib::Response& res, const httplib::Request& req, const QJsonValue& results) {
-    reply(res, Envelope::success(results, param(req, "client")));
+    reply(res, ReplyEnvelope::success(results, param(req, "client")));
 }
 
 }  // namespace api

@@ -1,11 +1,14 @@
 #pragma once
 
-#include "envelope.h"
+#include "replyenvelope.h"
 
 #include <QByteArray>
 #include <QJsonValue>
 #include <QList>
 #include <QString>
+#include <QVector>
+
+#include <memory>
 
 namespace httplib {
 struct Request;
@@ -29,9 +32,15 @@ bool parseId(const QString& text, qint64* id);
 bool parseIdList(const QString& text, QList<qint64>* ids);
 
 void reply(httplib::Response& res, const QByteArray& body, const char* type = kJson);
-void fail(httplib::Response& res, const httplib::Request& req, Envelope::Code code);
-void fail(httplib::Response& res, const httplib::Request& req, Envelope::Code code,
+void fail(httplib::Response& res, const httplib::Request& req, ReplyEnvelope::Code code);
+void fail(httplib::Response& res, const httplib::Request& req, ReplyEnvelope::Code code,
           const QString& message);
+// Sends `parts` one after another as the peer takes them; `keep` stays alive until then.
+void replyParts(httplib::Response& res, const QVector<QByteArray>& parts, qint64 size,
+                const char* type, std::shared_ptr<const void> keep);
+// Streams a file as the peer takes it; false when it cannot be opened.
+bool replyFile(httplib::Response& res, const QString& path, const char* type);
+
 void ok(httplib::Response& res, const httplib::Request& req, const QJsonValue& results);
 
 }  // namespace api

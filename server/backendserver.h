@@ -7,7 +7,7 @@
 #include <thread>
 
 namespace httplib {
-class Server;
+class ContentReader;
 struct Request;
 struct Response;
 }  // namespace httplib
@@ -15,16 +15,21 @@ struct Response;
 class Database;
 class Directory;
 class FileStore;
+class GatedServer;
 class LoginThrottle;
 class OrgCache;
+class PageHandler;
 class ProjectEditor;
+class RequestAccess;
 class RoomKeeper;
 class SessionStore;
 class TaskEditor;
+class UpdatePublisher;
 
 // The HTTP service: every address of the client's URL table, the pages it opens, the update
 // description, avatars and attachments. Requests are answered on a pool of threads; each
-// thread has its own database connection.
+// thread has its own database connection. Connections wait at a gate (GatedServer) until a
+// whole request has arrived, so slow or idle peers never hold a worker.
 class BackendServer {
 public:
     struct Options {
@@ -40,7 +45,10 @@ public:
         QString updateDir;
         QString filesDir;  // attachments; required
         qint64 uploadLimit = 20 * 1024 * 1024;
-        int threads = 64;
+        int threads = 16;  // workers; each holds one database connection
+        int maxConnections = 900;
+        int maxConnectionsPerAddress = 128;
+        int requestHeadTimeoutMs = 10000;
         int sessionLifetimeSeconds = 2 * 60 * 60;
         int freeLoginAttempts = 5;
         int firstLoginPauseMs = 1000;
@@ -82,39 +90,38 @@ private:
     void projectById(const httplib::Request& req, httplib::Response& res, const char* idParam);
     void editProject(const httplib::Request& req, httplib::Response& res);
     void taskReadFlags(const httplib::Request& req, httplib::Response& res);
-    void upload(const httplib::Request& req, httplib::Response& res);
+    void upload(const httplib::Request& req, httplib::Response& res,
+                const httplib::ContentReader& reader);
+    // Runs a handler and turns any database failure during it into an honest 1500.
+    template <typename Handler>
+    void guarded(const httplib::Request& req, httplib::Response& res, Handler&& handler);
     void download(const httplib::Request& req, httplib::Response& res, const QString& idText);
-    void taskPage(const httplib::Request& req, httplib::Response& res);
-    void projectPage(const httplib::Request& req, httplib::Response& res);
-    void goalsPage(const httplib::Request& req, httplib::Response& res);
     void avatar(httplib::Response& res, const QString& idText);
-    void updateDescription(httplib::Response& res);
-    void updatePackage(httplib::Response& res, const QString& name);
 
-    static QByteArray sessionIdOf(const httplib::Request& req);
-    qint64 sessionUser(const httplib::Request& req);
-    // The signed-in caller; 0 after answering "not signed in" (one log line).
-    qint64 signedIn(const httplib::Request& req, httplib::Response& res);
-    // Answers "not found" (one log line) unless `company` is the caller's; data of other
-    // companies is as unknown as a missing id.
-    bool sameCompany(const httplib::Request& req, httplib::Response& res, qint64 caller,
-                     qint64 company);
+    qint64 uploadBodyCap() const;
+    static bool isUpload(const httplib::Request& req);
+    // Sets the request's body cap; refuses (and answers) a body that cannot be accepted
+    // before any of it is read.
+    bool admitBody(const httplib::Request& req, httplib::Response& res);
+
     QString projectSign(qint64 projectId, qint64 forUser);
 
     Database* db_;
     Options options_;
     QString publicUrl_;
     int port_ = 0;
-    std::unique_ptr<httplib::Server> http_;
+    std::unique_ptr<GatedServer> http_;
     std::unique_ptr<Directory> directory_;
     std::unique_ptr<OrgCache> orgCache_;
     std::unique_ptr<SessionStore> sessions_;
     std::unique_ptr<LoginThrottle> throttle_;
     std::unique_ptr<FileStore> files_;
     std::unique_ptr<ProjectEditor> projects_;
-    std::unique_ptr<TaskEditor> tasks_;
+    std::unique_ptr<RequestAccess> access_;
+    std::unique_ptr<TaskEditor> tasks_;  // before the pages, which use it
+    std::unique_ptr<PageHandler> pages_;
+    std::unique_ptr<UpdatePublisher> updates_;
     RoomKeeper* rooms_ = nullptr;
     QString dummyHash_;  // verified against for unknown accounts, so timing tells nothing
-    std::thread thread_;
     std::thread warmUp_;
 };

@@ -1,6 +1,7 @@
 #include "database.h"
 
 #include <QAtomicInteger>
+#include <QElapsedTimer>
 #include <QHash>
 #include <QMutexLocker>
 #include <QSqlError>
@@ -11,6 +12,10 @@ namespace {
 
 QAtomicInteger<int> instanceCounter;
 QAtomicInteger<int> connectionCounter;
+thread_local bool requestFailedFlag = false;
+// A connection is never swapped under an open transaction: its statements would then run
+// on their own, outside it.
+thread_local bool inTransaction = false;
 
 // Kept to what both SQLite and PostgreSQL accept; ids come from the directory itself, so
 // no auto-increment dialect is needed. "users" because "user" is reserved in PostgreSQL.
@@ -99,26 +104,62 @@ QString Database::lastError() const {
 QSqlDatabase Database::connection() {
     // Names are never reused: a thread id can come back after its thread ended, and a Qt SQL
     // connection refuses to serve any thread but the one that opened it.
-    thread_local QHash<QString, QString> names;
-    QString& name = names[prefix_];
-    if (!name.isEmpty()) return QSqlDatabase::database(name, false);
-    name = prefix_ + QString::number(connectionCounter.fetchAndAddRelaxed(1));
+    struct Opened {
+        QString name;
+        int generation = 0;
+        QElapsedTimer lastAttempt;
+    };
+    thread_local QHash<QString, Opened> names;
+    Opened& mine = names[prefix_];
+    if (!mine.name.isEmpty()) {
+        QSqlDatabase db = QSqlDatabase::database(mine.name, false);
+        const int now = generation_.loadAcquire();
+        // Reopened when the last attempt failed or a lost connection was seen since.
+        // A database that refuses connections is asked again at most once a second, so a
+        // request does not wait for a connection attempt per statement.
+        if (inTransaction) return db;
+        if (mine.generation != now || (!db.isOpen() && mine.lastAttempt.hasExpired(1000))) {
+            mine.generation = now;
+            db.close();
+            mine.lastAttempt.start();
+            openConnection(db);
+        } else if (!db.isOpen()) {
+            requestFailedFlag = true;
+        }
+        return db;
+    }
+    mine.name = prefix_ + QString::number(connectionCounter.fetchAndAddRelaxed(1));
+    mine.generation = generation_.loadAcquire();
 
-    QSqlDatabase db = QSqlDatabase::addDatabase(driver_, name);
+    QSqlDatabase db = QSqlDatabase::addDatabase(driver_, mine.name);
     db.setDatabaseName(name_);
     if (!host_.isEmpty()) db.setHostName(host_);
     if (port_ > 0) db.setPort(port_);
     if (!user_.isEmpty()) db.setUserName(user_);
     if (!password_.isEmpty()) db.setPassword(password_);
-    if (isSqlite()) db.setConnectOptions(QStringLiteral("QSQLITE_BUSY_TIMEOUT=10000"));
+    if (isSqlite())
+        db.setConnectOptions(QStringLiteral("QSQLITE_BUSY_TIMEOUT=10000"));
+    else
+        db.setConnectOptions(QStringLiteral("connect_timeout=5"));
     {
         QMutexLocker lock(&mutex_);
-        opened_ << name;
+        opened_ << mine.name;
     }
+    mine.lastAttempt.start();
+    openConnection(db);
+    return db;
+}
+
+bool Database::openConnection(QSqlDatabase& db) {
     if (!db.open()) {
-        QMutexLocker lock(&mutex_);
-        lastError_ = db.lastError().text();
-        return db;
+        const QString error = db.lastError().text();
+        {
+            QMutexLocker lock(&mutex_);
+            lastError_ = error;
+        }
+        requestFailedFlag = true;
+        qWarning("database: cannot connect: %s", qPrintable(error));
+        return false;
     }
     QSqlQuery q(db);
     if (!isSqlite()) {
@@ -129,8 +170,67 @@ QSqlDatabase Database::connection() {
         q.exec(QStringLiteral("PRAGMA journal_mode=WAL"));
         q.exec(QStringLiteral("PRAGMA synchronous=NORMAL"));
     }
-    return db;
+    return true;
 }
+
+bool Database::exec(QSqlQuery& query) {
+    if (query.exec()) return true;
+    noteFailure(query.lastError());
+    return false;
+}
+
+bool Database::exec(QSqlQuery& query, const QString& sql) {
+    if (query.exec(sql)) return true;
+    noteFailure(query.lastError());
+    return false;
+}
+
+bool Database::transaction(QSqlDatabase& db) {
+    if (db.transaction()) {
+        inTransaction = true;
+        return true;
+    }
+    noteFailure(db.lastError());
+    return false;
+}
+
+bool Database::commit(QSqlDatabase& db) {
+    const bool done = db.commit();
+    if (!done) {
+        // Whatever the commit did not do is undone, so the connection is usable again.
+        const QSqlError error = db.lastError();
+        db.rollback();
+        inTransaction = false;
+        noteFailure(error);
+        return false;
+    }
+    inTransaction = false;
+    return true;
+}
+
+void Database::rollback(QSqlDatabase& db) {
+    db.rollback();
+    inTransaction = false;
+}
+
+void Database::noteFailure(const QSqlError& error) {
+    requestFailedFlag = true;
+    qWarning("database: statement failed: %s", qPrintable(error.text()));
+    // Inside a transaction a failed statement fails every later one; the caller rolls back
+    // and a lost connection shows again on the next request.
+    if (isSqlite() || inTransaction) return;
+    // A lost server connection shows as a plain statement error; ask the connection itself.
+    QSqlDatabase db = connection();
+    QSqlQuery probe(db);
+    if (!db.isOpen() || !probe.exec(QStringLiteral("SELECT 1"))) {
+        qWarning("database: connection lost; reconnecting");
+        generation_.fetchAndAddOrdered(1);
+    }
+}
+
+void Database::beginRequest() { requestFailedFlag = false; }
+
+bool Database::requestFailed() { return requestFailedFlag; }
 
 bool Database::createSchema() {
     QSqlDatabase db = connection();

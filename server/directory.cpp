@@ -5,6 +5,7 @@
 #include <QDateTime>
 #include <QRandomGenerator>
 #include <QSet>
+#include <QSqlError>
 #include <QSqlQuery>
 #include <QVariant>
 
@@ -44,7 +45,7 @@ bool Directory::findAccount(const QString& userName, qint64* userId, QString* pa
     QSqlQuery q =
         prepared(db_, QStringLiteral("SELECT id, password_hash FROM users WHERE user_name = ?"));
     q.addBindValue(userName);
-    if (!q.exec() || !q.next()) return false;
+    if (!db_->exec(q) || !q.next()) return false;
     *userId = q.value(0).toLongLong();
     *passwordHash = text(q, 1);
     return true;
@@ -58,7 +59,7 @@ QJsonObject Directory::loginUser(qint64 userId) const {
                  " LEFT JOIN dept d ON d.id = u.dept_id LEFT JOIN company c ON c.id = u.company_id"
                  " WHERE u.id = ?"));
     q.addBindValue(userId);
-    if (!q.exec() || !q.next()) return QJsonObject();
+    if (!db_->exec(q) || !q.next()) return QJsonObject();
     return QJsonObject{
         {QStringLiteral("id"), text(q, 0)},
         {QStringLiteral("nick"), text(q, 1)},
@@ -79,13 +80,13 @@ QJsonObject Directory::loginUser(qint64 userId) const {
 qint64 Directory::companyOf(qint64 userId) const {
     QSqlQuery q = prepared(db_, QStringLiteral("SELECT company_id FROM users WHERE id = ?"));
     q.addBindValue(userId);
-    return q.exec() && q.next() ? q.value(0).toLongLong() : 0;
+    return db_->exec(q) && q.next() ? q.value(0).toLongLong() : 0;
 }
 
 bool Directory::companyExists(qint64 companyId) const {
     QSqlQuery q = prepared(db_, QStringLiteral("SELECT 1 FROM company WHERE id = ?"));
     q.addBindValue(companyId);
-    return q.exec() && q.next();
+    return db_->exec(q) && q.next();
 }
 
 QJsonArray Directory::colleagues(const QList<qint64>& ids) const {
@@ -95,7 +96,7 @@ QJsonArray Directory::colleagues(const QList<qint64>& ids) const {
         db_, QString::fromLatin1(kColleagueColumns) +
                  QStringLiteral(" WHERE u.id IN (%1) ORDER BY u.id").arg(inList(ids.size())));
     for (qint64 id : ids) q.addBindValue(id);
-    if (!q.exec()) return out;
+    if (!db_->exec(q)) return out;
     while (q.next()) {
         const qint64 id = q.value(0).toLongLong();
         out.append(QJsonObject{
@@ -124,7 +125,7 @@ QJsonArray Directory::projectsOf(qint64 userId) const {
     q.addBindValue(userId);
     QJsonArray out;
     QList<qint64> ids;
-    if (q.exec()) {
+    if (db_->exec(q)) {
         while (q.next()) ids << q.value(0).toLongLong();
     }
     for (qint64 id : ids) out.append(project(id));
@@ -137,7 +138,7 @@ QJsonObject Directory::project(qint64 projectId) const {
                             " (SELECT COUNT(*) FROM project_member m WHERE m.project_id = p.id)"
                             " FROM project p WHERE p.id = ?"));
     q.addBindValue(projectId);
-    if (!q.exec() || !q.next()) return QJsonObject();
+    if (!db_->exec(q) || !q.next()) return QJsonObject();
     const QString id = text(q, 0);
     // The project's IM tribe carries the project's own id.
     return QJsonObject{
@@ -156,7 +157,7 @@ QJsonObject Directory::project(qint64 projectId) const {
 qint64 Directory::projectOwner(qint64 projectId) const {
     QSqlQuery q = prepared(db_, QStringLiteral("SELECT owner_id FROM project WHERE id = ?"));
     q.addBindValue(projectId);
-    return q.exec() && q.next() ? q.value(0).toLongLong() : 0;
+    return db_->exec(q) && q.next() ? q.value(0).toLongLong() : 0;
 }
 
 bool Directory::isMember(qint64 projectId, qint64 userId) const {
@@ -164,7 +165,7 @@ bool Directory::isMember(qint64 projectId, qint64 userId) const {
         db_, QStringLiteral("SELECT 1 FROM project_member WHERE project_id = ? AND user_id = ?"));
     q.addBindValue(projectId);
     q.addBindValue(userId);
-    return q.exec() && q.next();
+    return db_->exec(q) && q.next();
 }
 
 QJsonArray Directory::projectMembers(qint64 projectId) const {
@@ -173,7 +174,7 @@ QJsonArray Directory::projectMembers(qint64 projectId) const {
         QStringLiteral("SELECT user_id FROM project_member WHERE project_id = ? ORDER BY user_id"));
     q.addBindValue(projectId);
     QList<qint64> ids;
-    if (q.exec()) {
+    if (db_->exec(q)) {
         while (q.next()) ids << q.value(0).toLongLong();
     }
     return colleagues(ids);
@@ -181,7 +182,7 @@ QJsonArray Directory::projectMembers(qint64 projectId) const {
 
 bool Directory::deleteProject(qint64 projectId) {
     QSqlDatabase db = db_->connection();
-    if (!db.transaction()) return false;
+    if (!db_->transaction(db)) return false;
     const char* const statements[] = {
         "INSERT INTO project_dissolved (id, company_id) SELECT id, company_id FROM project"
         " WHERE id = ?",
@@ -194,12 +195,12 @@ bool Directory::deleteProject(qint64 projectId) {
         QSqlQuery q(db);
         q.prepare(QString::fromLatin1(sql));
         q.addBindValue(projectId);
-        if (!q.exec()) {
-            db.rollback();
+        if (!db_->exec(q)) {
+            db_->rollback(db);
             return false;
         }
     }
-    return db.commit();
+    return db_->commit(db);
 }
 
 bool Directory::removeMember(qint64 projectId, qint64 userId) {
@@ -207,7 +208,7 @@ bool Directory::removeMember(qint64 projectId, qint64 userId) {
         db_, QStringLiteral("DELETE FROM project_member WHERE project_id = ? AND user_id = ?"));
     q.addBindValue(projectId);
     q.addBindValue(userId);
-    return q.exec() && q.numRowsAffected() > 0;
+    return db_->exec(q) && q.numRowsAffected() > 0;
 }
 
 qint64 Directory::createProject(qint64 owner, const QString& title, const QList<qint64>& members) {
@@ -224,7 +225,7 @@ qint64 Directory::createProject(qint64 owner, const QString& title, const QList<
         const qint64 id =
             1000000000 + qint64(QRandomGenerator::system()->generate64() % 9000000000000000ULL);
         if (projectCompany(id) != 0) continue;
-        if (!db.transaction()) return 0;
+        if (!db_->transaction(db)) return 0;
         QSqlQuery q(db);
         q.prepare(
             QStringLiteral("INSERT INTO project (id, company_id, title, owner_id,"
@@ -235,49 +236,49 @@ qint64 Directory::createProject(qint64 owner, const QString& title, const QList<
         q.addBindValue(owner);
         q.addBindValue(
             QDateTime::currentDateTime().toString(QStringLiteral("yyyy-MM-dd HH:mm:ss")));
-        bool done = q.exec();
+        bool done = db_->exec(q);
         for (int i = 0; done && i < everyone.size(); ++i) {
             QSqlQuery m(db);
             m.prepare(
                 QStringLiteral("INSERT INTO project_member (project_id, user_id) VALUES (?, ?)"));
             m.addBindValue(id);
             m.addBindValue(everyone[i]);
-            done = m.exec();
+            done = db_->exec(m);
         }
-        if (done && db.commit()) return id;
-        db.rollback();
+        if (done && db_->commit(db)) return id;
+        db_->rollback(db);
     }
     return 0;
 }
 
 bool Directory::addMembers(qint64 projectId, const QList<qint64>& userIds) {
     QSqlDatabase db = db_->connection();
-    if (!db.transaction()) return false;
+    if (!db_->transaction(db)) return false;
     for (qint64 user : userIds) {
         if (isMember(projectId, user)) continue;
         QSqlQuery q(db);
         q.prepare(QStringLiteral("INSERT INTO project_member (project_id, user_id) VALUES (?, ?)"));
         q.addBindValue(projectId);
         q.addBindValue(user);
-        if (!q.exec()) {
-            db.rollback();
+        if (!db_->exec(q)) {
+            db_->rollback(db);
             return false;
         }
     }
-    return db.commit();
+    return db_->commit(db);
 }
 
 int Directory::projectsOwnedBy(qint64 userId) const {
     QSqlQuery q = prepared(db_, QStringLiteral("SELECT COUNT(*) FROM project WHERE owner_id = ?"));
     q.addBindValue(userId);
-    return q.exec() && q.next() ? q.value(0).toInt() : 0;
+    return db_->exec(q) && q.next() ? q.value(0).toInt() : 0;
 }
 
 int Directory::memberCount(qint64 projectId) const {
     QSqlQuery q =
         prepared(db_, QStringLiteral("SELECT COUNT(*) FROM project_member WHERE project_id = ?"));
     q.addBindValue(projectId);
-    return q.exec() && q.next() ? q.value(0).toInt() : 0;
+    return db_->exec(q) && q.next() ? q.value(0).toInt() : 0;
 }
 
 qint64 Directory::projectCompany(qint64 projectId) const {
@@ -286,7 +287,7 @@ qint64 Directory::projectCompany(qint64 projectId) const {
                                                " WHERE id = ?"));
     q.addBindValue(projectId);
     q.addBindValue(projectId);
-    return q.exec() && q.next() ? q.value(0).toLongLong() : 0;
+    return db_->exec(q) && q.next() ? q.value(0).toLongLong() : 0;
 }
 
 int Directory::countInCompany(qint64 companyId, const QList<qint64>& userIds) const {
@@ -296,7 +297,7 @@ int Directory::countInCompany(qint64 companyId, const QList<qint64>& userIds) co
                                     .arg(inList(userIds.size())));
     q.addBindValue(companyId);
     for (qint64 id : userIds) q.addBindValue(id);
-    return q.exec() && q.next() ? q.value(0).toInt() : 0;
+    return db_->exec(q) && q.next() ? q.value(0).toInt() : 0;
 }
 
 ProjectRoom Directory::projectRoom(qint64 projectId) const {
@@ -304,14 +305,14 @@ ProjectRoom Directory::projectRoom(qint64 projectId) const {
     room.id = projectId;
     QSqlQuery q = prepared(db_, QStringLiteral("SELECT title, owner_id FROM project WHERE id = ?"));
     q.addBindValue(projectId);
-    if (q.exec() && q.next()) {
+    if (db_->exec(q) && q.next()) {
         room.exists = true;
         room.title = text(q, 0);
         room.owner = q.value(1).toLongLong();
         QSqlQuery m = prepared(db_, QStringLiteral("SELECT user_id FROM project_member"
                                                    " WHERE project_id = ? ORDER BY user_id"));
         m.addBindValue(projectId);
-        if (m.exec()) {
+        if (db_->exec(m)) {
             while (m.next()) room.members << m.value(0).toLongLong();
         }
         return room;
@@ -319,14 +320,15 @@ ProjectRoom Directory::projectRoom(qint64 projectId) const {
     QSqlQuery d =
         prepared(db_, QStringLiteral("SELECT room_destroyed FROM project_dissolved WHERE id = ?"));
     d.addBindValue(projectId);
-    room.dissolved = d.exec() && d.next();
+    room.dissolved = db_->exec(d) && d.next();
     return room;
 }
 
 QList<qint64> Directory::roomIds() const {
     QList<qint64> ids;
     QSqlQuery q(db_->connection());
-    if (q.exec(QStringLiteral("SELECT id FROM project UNION SELECT id FROM project_dissolved"
+    if (db_->exec(
+            q, QStringLiteral("SELECT id FROM project UNION SELECT id FROM project_dissolved"
                               " WHERE room_destroyed = 0 UNION SELECT project_id FROM room_notice"
                               " UNION SELECT project_id FROM task_card ORDER BY 1"))) {
         while (q.next()) ids << q.value(0).toLongLong();
@@ -338,7 +340,7 @@ bool Directory::roomDestroyed(qint64 projectId) {
     QSqlQuery q = prepared(
         db_, QStringLiteral("UPDATE project_dissolved SET room_destroyed = 1 WHERE id = ?"));
     q.addBindValue(projectId);
-    return q.exec();
+    return db_->exec(q);
 }
 
 QString Directory::taskStatusText(int status) {
@@ -363,7 +365,7 @@ QJsonObject Directory::task(qint64 taskId) const {
                             " FROM task t LEFT JOIN users e ON e.id = t.executor_id"
                             " LEFT JOIN project p ON p.id = t.project_id WHERE t.id = ?"));
     q.addBindValue(taskId);
-    if (!q.exec() || !q.next()) return QJsonObject();
+    if (!db_->exec(q) || !q.next()) return QJsonObject();
     return QJsonObject{
         {QStringLiteral("taskId"), text(q, 0)},
         {QStringLiteral("projectId"), text(q, 1)},
@@ -384,7 +386,7 @@ QJsonArray Directory::tasksOf(qint64 projectId) const {
         prepared(db_, QStringLiteral("SELECT id FROM task WHERE project_id = ? ORDER BY id"));
     q.addBindValue(projectId);
     QList<qint64> ids;
-    if (q.exec()) {
+    if (db_->exec(q)) {
         while (q.next()) ids << q.value(0).toLongLong();
     }
     QJsonArray out;
@@ -398,14 +400,21 @@ bool Directory::markTaskRead(qint64 taskId, qint64 userId) {
         prepared(db_, QStringLiteral("SELECT 1 FROM task_read WHERE task_id = ? AND user_id = ?"));
     q.addBindValue(taskId);
     q.addBindValue(userId);
-    if (q.exec() && q.next()) return true;
+    if (db_->exec(q) && q.next()) return true;
     QSqlQuery insert =
         prepared(db_, QStringLiteral("INSERT INTO task_read (task_id, user_id) VALUES (?, ?)"));
     insert.addBindValue(taskId);
     insert.addBindValue(userId);
-    // A parallel request may have inserted the same flag first; either way it is set.
-    insert.exec();
-    return true;
+    if (insert.exec()) return true;
+    // A parallel request may have inserted the same flag first; then it is set all the same.
+    // Anything else is a failed write.
+    QSqlQuery again =
+        prepared(db_, QStringLiteral("SELECT 1 FROM task_read WHERE task_id = ? AND user_id = ?"));
+    again.addBindValue(taskId);
+    again.addBindValue(userId);
+    if (db_->exec(again) && again.next()) return true;
+    db_->noteFailure(insert.lastError());
+    return false;
 }
 
 QJsonArray Directory::readFlags(qint64 userId, const QList<qint64>& taskIds) const {
@@ -418,7 +427,7 @@ QJsonArray Directory::readFlags(qint64 userId, const QList<qint64>& taskIds) con
         q.addBindValue(taskId);
         q.addBindValue(taskId);
         q.addBindValue(userId);
-        if (!q.exec() || !q.next() || q.value(0).toInt() == 0) continue;
+        if (!db_->exec(q) || !q.next() || q.value(0).toInt() == 0) continue;
         out.append(
             QJsonObject{{QStringLiteral("taskId"), idText(taskId)},
                         {QStringLiteral("readFlag"),
@@ -440,7 +449,7 @@ qint64 Directory::addAttachment(qint64 ownerId, const QString& fileName, const Q
     q.addBindValue(storedName);
     q.addBindValue(size);
     q.addBindValue(QDateTime::currentDateTimeUtc().toString(Qt::ISODate));
-    return q.exec() ? id : 0;
+    return db_->exec(q) ? id : 0;
 }
 
 bool Directory::attachment(qint64 id, QString* fileName, QString* storedName, qint64* size,
@@ -448,7 +457,7 @@ bool Directory::attachment(qint64 id, QString* fileName, QString* storedName, qi
     QSqlQuery q = prepared(db_, QStringLiteral("SELECT file_name, stored_name, size, owner_id"
                                                " FROM attachment WHERE id = ?"));
     q.addBindValue(id);
-    if (!q.exec() || !q.next()) return false;
+    if (!db_->exec(q) || !q.next()) return false;
     *fileName = text(q, 0);
     *storedName = text(q, 1);
     *size = q.value(2).toLongLong();
@@ -459,7 +468,7 @@ bool Directory::attachment(qint64 id, QString* fileName, QString* storedName, qi
 qint64 Directory::taskCompany(qint64 taskId) const {
     QSqlQuery q = prepared(db_, QStringLiteral("SELECT project_id FROM task WHERE id = ?"));
     q.addBindValue(taskId);
-    return q.exec() && q.next() ? projectCompany(q.value(0).toLongLong()) : 0;
+    return db_->exec(q) && q.next() ? projectCompany(q.value(0).toLongLong()) : 0;
 }
 
 QList<qint64> Directory::inCompany(qint64 companyId, const QList<qint64>& userIds) const {
@@ -470,7 +479,7 @@ QList<qint64> Directory::inCompany(qint64 companyId, const QList<qint64>& userId
     q.addBindValue(companyId);
     for (qint64 id : userIds) q.addBindValue(id);
     QSet<qint64> found;
-    if (q.exec()) {
+    if (db_->exec(q)) {
         while (q.next()) found.insert(q.value(0).toLongLong());
     }
     QList<qint64> out;

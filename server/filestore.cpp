@@ -1,6 +1,7 @@
 #include "filestore.h"
 
 #include <QDir>
+#include <QFile>
 #include <QRandomGenerator>
 #include <QRegularExpression>
 #include <QSaveFile>
@@ -52,6 +53,20 @@ QString FileStore::store(const QByteArray& data) {
         return QString();
     }
     return storedName;
+}
+
+std::unique_ptr<QSaveFile> FileStore::begin(QString* storedName) {
+    QByteArray raw(16, '\0');
+    QRandomGenerator::system()->fillRange(reinterpret_cast<quint32*>(raw.data()), 4);
+    *storedName = QString::fromLatin1(raw.toHex());
+    auto file = std::make_unique<QSaveFile>(folder_ + QLatin1Char('/') + *storedName);
+    if (!file->open(QIODevice::WriteOnly)) return nullptr;
+    return file;
+}
+
+bool FileStore::remove(const QString& storedName) {
+    const QString path = pathOf(storedName);
+    return !path.isEmpty() && QFile::remove(path);
 }
 
 QString FileStore::pathOf(const QString& storedName) const {

@@ -3,6 +3,10 @@
 #include <QByteArray>
 #include <QString>
 
+#include <memory>
+
+class QSaveFile;
+
 // Attachments on disk. Files are stored under names we make up (random hex), so nothing a
 // client sends ever becomes part of a path; the client's file name is only kept, cleaned,
 // as the name offered on download.
@@ -19,6 +23,11 @@ public:
 
     // Stores the bytes; returns the stored name, empty on failure.
     QString store(const QByteArray& data);
+    // A file to receive under a fresh stored name: written to a temporary file and only there
+    // under that name once committed; discarded (removed) when destroyed uncommitted. Null
+    // when the folder cannot be written.
+    std::unique_ptr<QSaveFile> begin(QString* storedName);
+    bool remove(const QString& storedName);
     // The path of a stored name; empty unless the name is one store() could have made.
     QString pathOf(const QString& storedName) const;
 

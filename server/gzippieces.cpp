@@ -27,21 +27,31 @@ GzipPieces::Piece GzipPieces::compress(const char* data, qint64 size, bool last,
     return piece;
 }
 
+QByteArray GzipPieces::header() {
+    static const char bytes[10] = {'\x1f', '\x8b', 8, 0, 0, 0, 0, 0, 0, '\x03'};
+    return QByteArray(bytes, 10);
+}
+
+QByteArray GzipPieces::trailer(const QVector<const Piece*>& pieces) {
+    uLong crc = crc32(0L, Z_NULL, 0);
+    quint64 size = 0;
+    for (const Piece* p : pieces) {
+        crc = crc32_combine(crc, p->crc, z_off_t(p->size));
+        size += quint64(p->size);
+    }
+    QByteArray out;
+    for (int i = 0; i < 4; ++i) out.append(char((crc >> (8 * i)) & 0xff));
+    for (int i = 0; i < 4; ++i) out.append(char((size >> (8 * i)) & 0xff));
+    return out;
+}
+
 QByteArray GzipPieces::join(const QVector<const Piece*>& pieces) {
-    static const char header[10] = {'\x1f', '\x8b', 8, 0, 0, 0, 0, 0, 0, '\x03'};
     qint64 total = 10 + 8;
     for (const Piece* p : pieces) total += p->deflated.size();
     QByteArray out;
     out.reserve(int(total));
-    out.append(header, 10);
-    uLong crc = crc32(0L, Z_NULL, 0);
-    quint64 size = 0;
-    for (const Piece* p : pieces) {
-        out.append(p->deflated);
-        crc = crc32_combine(crc, p->crc, z_off_t(p->size));
-        size += quint64(p->size);
-    }
-    for (int i = 0; i < 4; ++i) out.append(char((crc >> (8 * i)) & 0xff));
-    for (int i = 0; i < 4; ++i) out.append(char((size >> (8 * i)) & 0xff));
+    out.append(header());
+    for (const Piece* p : pieces) out.append(p->deflated);
+    out.append(trailer(pieces));
     return out;
 }

@@ -21,4 +21,7 @@ public:
     }
     // The pieces in order; the last must have been compressed with `last` set.
     static QByteArray join(const QVector<const Piece*>& pieces);
+    // What join() puts around the pieces, for sending them without joining.
+    static QByteArray header();
+    static QByteArray trailer(const QVector<const Piece*>& pieces);
 };

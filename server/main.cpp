@@ -104,8 +104,22 @@ int main(int argc, char** argv) {
     const QCommandLineOption uploadLimit(QStringLiteral("upload-limit-mb"),
                                          QStringLiteral("Largest attachment accepted."),
                                          QStringLiteral("MB"), QStringLiteral("20"));
-    const QCommandLineOption threads(QStringLiteral("threads"), QStringLiteral("Worker threads."),
-                                     QStringLiteral("n"), QStringLiteral("64"));
+    const QCommandLineOption threads(
+        QStringLiteral("threads"),
+        QStringLiteral("Worker threads, each with one database connection (default 16)."),
+        QStringLiteral("n"), QStringLiteral("16"));
+    const QCommandLineOption maxConnections(
+        QStringLiteral("max-connections"),
+        QStringLiteral("Open connections accepted in all (default 900, at most 1000)."),
+        QStringLiteral("n"), QStringLiteral("900"));
+    const QCommandLineOption requestTimeout(
+        QStringLiteral("request-timeout-ms"),
+        QStringLiteral("Time a request head may take from its first byte (default 10000)."),
+        QStringLiteral("ms"), QStringLiteral("10000"));
+    const QCommandLineOption maxPerAddress(
+        QStringLiteral("max-connections-per-address"),
+        QStringLiteral("Open connections accepted from one address (default 128)."),
+        QStringLiteral("n"), QStringLiteral("128"));
     const QCommandLineOption sessionMinutes(
         QStringLiteral("session-minutes"),
         QStringLiteral("How long a log-in authorises (at least 30; default 120)."),
@@ -123,11 +137,12 @@ int main(int argc, char** argv) {
         QStringLiteral("write-url-table"),
         QStringLiteral("Once listening, write the client's URL table (UrlText.ini) pointing here."),
         QStringLiteral("file"));
-    parser.addOptions({urlTable,    listen,         port,          dataDir,           database,
-                       seedDemo,    generate,       departments,   iterations,        publicUrl,
-                       imHost,      imPort,         imDomain,      prosodyData,       imCommand,
-                       imMucDomain, imAdminJid,     imAdminSecret, imAdminSecretFile, uploadLimit,
-                       threads,     sessionMinutes, accounts,      updateDir});
+    parser.addOptions(
+        {urlTable,          listen,        port,          dataDir,        database,   seedDemo,
+         generate,          departments,   iterations,    publicUrl,      imHost,     imPort,
+         imDomain,          prosodyData,   imCommand,     imMucDomain,    imAdminJid, imAdminSecret,
+         imAdminSecretFile, uploadLimit,   threads,       sessionMinutes, accounts,   updateDir,
+         maxConnections,    maxPerAddress, requestTimeout});
     parser.process(app);
 
     const QString data = QDir(parser.value(dataDir)).absolutePath();
@@ -215,7 +230,11 @@ int main(int argc, char** argv) {
     if (rooms) options.imAuthority = parser.value(imAdminJid).section(QLatin1Char('@'), 0, 0);
     options.filesDir = data + QStringLiteral("/attachments");
     options.uploadLimit = qint64(qMax(1, parser.value(uploadLimit).toInt())) * 1024 * 1024;
-    options.threads = parser.value(threads).toInt();
+    options.threads = qBound(2, parser.value(threads).toInt(), 256);
+    // The HTTP library refuses descriptors past 1023, so the cap stays below that.
+    options.maxConnections = qBound(8, parser.value(maxConnections).toInt(), 1000);
+    options.maxConnectionsPerAddress = qMax(2, parser.value(maxPerAddress).toInt());
+    options.requestHeadTimeoutMs = qMax(100, parser.value(requestTimeout).toInt());
     if (parser.isSet(updateDir)) options.updateDir = QDir(parser.value(updateDir)).absolutePath();
     // The client renews its authorisation only after 30 minutes.
     options.sessionLifetimeSeconds = qMax(30, parser.value(sessionMinutes).toInt()) * 60;

@@ -74,56 +74,64 @@ QSharedPointer<const OrgCache::Entry> OrgCache::entry(qint64 companyId) {
     return e;
 }
 
-QByteArray OrgCache::results(qint64 companyId, qint64 userId, const QByteArray& token) {
-    const QSharedPointer<const Entry> e = entry(companyId);
-    if (!e) return QByteArray();
-    const int at = e->signOffset.value(userId, -1);
-    if (at < 0 || token.isEmpty()) return e->body;
-    QByteArray out;
-    out.reserve(e->body.size() + token.size());
-    out.append(e->body.constData(), at);
-    out.append(token);
-    out.append(e->body.constData() + at, e->body.size() - at);
-    return out;
+void OrgCache::compressPieces(const Entry& e) {
+    constexpr int kPieceBytes = 256 * 1024;
+    QMutexLocker lock(&e.gzipMutex);
+    if (!e.pieces.isEmpty()) return;
+    for (int start = 0; start < e.body.size(); start += kPieceBytes) {
+        const int size = qMin(kPieceBytes, e.body.size() - start);
+        e.pieceStart.append(start);
+        e.pieces.append(GzipPieces::compress(e.body.constData() + start, size, false));
+    }
 }
 
-QByteArray OrgCache::gzipEnvelope(qint64 companyId, qint64 userId, const QByteArray& token,
-                                  const QByteArray& prefix, const QByteArray& suffix) {
-    constexpr int kPieceBytes = 256 * 1024;
+OrgCache::Parts OrgCache::envelopeParts(qint64 companyId, qint64 userId, const QByteArray& token,
+                                        const QByteArray& prefix, const QByteArray& suffix,
+                                        bool gzip) {
+    Parts out;
     const QSharedPointer<const Entry> e = entry(companyId);
-    if (!e) return QByteArray();
-    {
-        QMutexLocker lock(&e->gzipMutex);
-        if (e->pieces.isEmpty()) {
-            for (int start = 0; start < e->body.size(); start += kPieceBytes) {
-                const int size = qMin(kPieceBytes, e->body.size() - start);
-                e->pieceStart.append(start);
-                e->pieces.append(GzipPieces::compress(e->body.constData() + start, size, false));
-            }
+    if (!e) return out;
+    out.keep = std::shared_ptr<const void>(nullptr, [e](const void*) {});
+    const int at = token.isEmpty() ? -1 : e->signOffset.value(userId, -1);
+    if (!gzip) {
+        out.parts << prefix;
+        if (at < 0) {
+            out.parts << e->body;  // shared, not copied
+        } else {
+            out.parts << QByteArray::fromRawData(e->body.constData(), at) << token
+                      << QByteArray::fromRawData(e->body.constData() + at, e->body.size() - at);
         }
+        out.parts << suffix;
+    } else {
+        compressPieces(*e);
+        // Made per request, so kept alive by the parts themselves (QByteArray shares them).
+        const GzipPieces::Piece head = GzipPieces::compress(prefix, false);
+        const GzipPieces::Piece tail = GzipPieces::compress(suffix, true);
+        QVector<const GzipPieces::Piece*> all;
+        all.reserve(e->pieces.size() + 2);
+        all.append(&head);
+        for (const GzipPieces::Piece& p : e->pieces) all.append(&p);
+        all.append(&tail);
+        GzipPieces::Piece own;
+        if (at >= 0) {
+            // Only the piece holding the caller's entry differs: compress it again with the
+            // token.
+            const int k = int(std::upper_bound(e->pieceStart.begin(), e->pieceStart.end(), at) -
+                              e->pieceStart.begin()) -
+                          1;
+            const int start = e->pieceStart[k];
+            const int end = k + 1 < e->pieceStart.size() ? e->pieceStart[k + 1] : e->body.size();
+            const QByteArray text =
+                e->body.mid(start, at - start) + token + e->body.mid(at, end - at);
+            own = GzipPieces::compress(text, false);
+            all[k + 1] = &own;
+        }
+        out.parts << GzipPieces::header();
+        for (const GzipPieces::Piece* p : qAsConst(all)) out.parts << p->deflated;
+        out.parts << GzipPieces::trailer(all);
     }
-    const GzipPieces::Piece head = GzipPieces::compress(prefix, false);
-    const GzipPieces::Piece tail = GzipPieces::compress(suffix, true);
-    QVector<const GzipPieces::Piece*> all;
-    all.reserve(e->pieces.size() + 2);
-    all.append(&head);
-    for (const GzipPieces::Piece& p : e->pieces) all.append(&p);
-    all.append(&tail);
-
-    GzipPieces::Piece own;
-    const int at = e->signOffset.value(userId, -1);
-    if (at >= 0 && !token.isEmpty()) {
-        // Only the piece holding the caller's entry differs: compress it again with the token.
-        const int k = int(std::upper_bound(e->pieceStart.begin(), e->pieceStart.end(), at) -
-                          e->pieceStart.begin()) -
-                      1;
-        const int start = e->pieceStart[k];
-        const int end = k + 1 < e->pieceStart.size() ? e->pieceStart[k + 1] : e->body.size();
-        const QByteArray text = e->body.mid(start, at - start) + token + e->body.mid(at, end - at);
-        own = GzipPieces::compress(text, false);
-        all[k + 1] = &own;
-    }
-    return GzipPieces::join(all);
+    for (const QByteArray& part : qAsConst(out.parts)) out.size += part.size();
+    return out;
 }
 
 QSharedPointer<const OrgCache::Entry> OrgCache::build(qint64 companyId) const {
@@ -138,7 +146,7 @@ QSharedPointer<const OrgCache::Entry> OrgCache::build(qint64 companyId) const {
         QStringLiteral("SELECT id, org_name, parent_id, full_pinyin, short_pinyin FROM dept"
                        " WHERE company_id = ? ORDER BY sort_order, id"));
     q.addBindValue(companyId);
-    if (!q.exec()) return {};
+    if (!db_->exec(q)) return {};
     bool first = true;
     while (q.next()) {
         if (!first) out += ',';
@@ -158,7 +166,7 @@ QSharedPointer<const OrgCache::Entry> OrgCache::build(qint64 companyId) const {
         " u.email, u.date_created, u.full_pinyin, u.short_pinyin FROM users u"
         " LEFT JOIN dept d ON d.id = u.dept_id WHERE u.company_id = ? ORDER BY u.id"));
     q.addBindValue(companyId);
-    if (!q.exec()) return {};
+    if (!db_->exec(q)) return {};
     first = true;
     while (q.next()) {
         const qint64 id = q.value(0).toLongLong();

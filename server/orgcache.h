@@ -6,6 +6,8 @@
 #include <QSharedPointer>
 #include <QVector>
 
+#include <memory>
+
 #include "gzippieces.h"
 
 class Database;
@@ -19,15 +21,21 @@ class OrgCache {
 public:
     OrgCache(Database* db, const Directory* directory);
 
-    // The "results" payload for the company, with `token` in `userId`'s entry ("" elsewhere).
-    // Empty when the company does not exist.
-    QByteArray results(qint64 companyId, qint64 userId, const QByteArray& token);
-    // The same, as a whole gzip-compressed envelope (prefix + results + suffix). Kept
-    // compressed in pieces; per request only the caller's piece and the envelope around
-    // it are compressed again. Empty when the company does not exist.
-    QByteArray gzipEnvelope(qint64 companyId, qint64 userId, const QByteArray& token,
-                            const QByteArray& prefix, const QByteArray& suffix);
     void invalidate();
+
+    // A whole reply as parts to send in order. The parts share the cached bytes: per request
+    // only the caller's own piece is new, so concurrent requests do not each hold a copy of
+    // a reply that runs to tens of megabytes.
+    struct Parts {
+        QVector<QByteArray> parts;
+        qint64 size = 0;
+        std::shared_ptr<const void> keep;  // keeps the shared bytes alive while they are sent
+        bool isEmpty() const { return parts.isEmpty(); }
+    };
+    // The envelope (prefix + results + suffix), gzip-compressed or plain. Empty when the
+    // company does not exist.
+    Parts envelopeParts(qint64 companyId, qint64 userId, const QByteArray& token,
+                        const QByteArray& prefix, const QByteArray& suffix, bool gzip);
 
 private:
     struct Entry {
@@ -40,6 +48,7 @@ private:
     };
     QSharedPointer<const Entry> entry(qint64 companyId);
     QSharedPointer<const Entry> build(qint64 companyId) const;
+    static void compressPieces(const Entry& e);
 
     Database* db_;
     const Directory* directory_;

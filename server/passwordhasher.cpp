@@ -53,6 +53,14 @@ bool PasswordHasher::verify(const QString& password, const QString& stored) {
     return constantTimeEquals(derive(password, salt, iterations), expected);
 }
 
+int PasswordHasher::iterationsOf(const QString& stored, int fallback) {
+    const QStringList parts = stored.split(QLatin1Char('$'));
+    bool ok = false;
+    const int iterations =
+        parts.size() == 4 && parts[0] == QLatin1String(kScheme) ? parts[1].toInt(&ok) : 0;
+    return ok && iterations >= 1 && iterations <= kMaxIterations ? iterations : fallback;
+}
+
 bool PasswordHasher::constantTimeEquals(const QByteArray& a, const QByteArray& b) {
     if (a.size() != b.size() || a.isEmpty()) return false;
     return CRYPTO_memcmp(a.constData(), b.constData(), size_t(a.size())) == 0;

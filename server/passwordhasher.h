@@ -18,6 +18,9 @@ public:
     // Compares in constant time; a malformed stored text never matches.
     static bool verify(const QString& password, const QString& stored);
 
+    // The iteration count a stored text names; `fallback` when it names none.
+    static int iterationsOf(const QString& stored, int fallback);
+
     // Equal-length compare that does not stop at the first difference.
     static bool constantTimeEquals(const QByteArray& a, const QByteArray& b);
 

@@ -21,7 +21,7 @@ using api::reply;
 
 namespace {
 
-void refuse(httplib::Response& res, const httplib::Request& req, Envelope::Code code,
+void refuse(httplib::Response& res, const httplib::Request& req, ReplyEnvelope::Code code,
             const char* why) {
     qInfo("task %s refused (%d): %s", qPrintable(param(req, "m")), int(code), why);
     fail(res, req, code);
@@ -98,27 +98,27 @@ void TaskEditor::handle(const httplib::Request& req, httplib::Response& res, qin
         if (m.isEmpty() || m == QLatin1String("view")) return view(req, res, caller, session);
         if (m == QLatin1String("create")) return creationForm(req, res, caller, session);
         // A link must never change anything.
-        return refuse(res, req, Envelope::BadParameter, "a change asked for without a post");
+        return refuse(res, req, ReplyEnvelope::BadParameter, "a change asked for without a post");
     }
     // Deny by default: a post without this session's form token was not made by our page.
     const QByteArray token = param(req, "formToken").toLatin1();
     if (token.isEmpty() || token != formToken(session))
-        return refuse(res, req, Envelope::Forbidden, "missing or wrong form token");
+        return refuse(res, req, ReplyEnvelope::Forbidden, "missing or wrong form token");
     if (m == QLatin1String("create")) return create(req, res, caller);
     if (m == QLatin1String("assign") || m == QLatin1String("reply") ||
         m == QLatin1String("state") || m == QLatin1String("cancel"))
         return change(req, res, caller, m);
-    refuse(res, req, Envelope::BadParameter, "unknown change");
+    refuse(res, req, ReplyEnvelope::BadParameter, "unknown change");
 }
 
 void TaskEditor::view(const httplib::Request& req, httplib::Response& res, qint64 caller,
                       const QByteArray& session) {
     qint64 taskId = 0;
-    if (!parseId(param(req, "taskId"), &taskId)) return fail(res, req, Envelope::BadParameter);
+    if (!parseId(param(req, "taskId"), &taskId)) return fail(res, req, ReplyEnvelope::BadParameter);
     const QJsonObject task = directory_->task(taskId);
     const qint64 company = directory_->taskCompany(taskId);
     if (task.isEmpty() || company == 0 || company != directory_->companyOf(caller))
-        return refuse(res, req, Envelope::NotFound, "no such task in the caller's company");
+        return refuse(res, req, ReplyEnvelope::NotFound, "no such task in the caller's company");
     // Opening the task is reading it, by the signed-in caller only.
     const bool read = directory_->markTaskRead(taskId, caller);
     const qint64 projectId = task[QStringLiteral("projectId")].toString().toLongLong();
@@ -135,11 +135,11 @@ void TaskEditor::creationForm(const httplib::Request& req, httplib::Response& re
                               const QByteArray& session) {
     qint64 projectId = 0;
     if (!parseId(param(req, "projectId"), &projectId))
-        return fail(res, req, Envelope::BadParameter);
+        return fail(res, req, ReplyEnvelope::BadParameter);
     const QJsonObject project = directory_->project(projectId);
     const qint64 company = directory_->projectCompany(projectId);
     if (project.isEmpty() || company == 0 || company != directory_->companyOf(caller))
-        return refuse(res, req, Envelope::NotFound, "no such project in the caller's company");
+        return refuse(res, req, ReplyEnvelope::NotFound, "no such project in the caller's company");
     TaskPages::Viewer viewer{QString::fromLatin1(formToken(session)),
                              directory_->isMember(projectId, caller)};
     reply(res,
@@ -156,29 +156,29 @@ bool TaskEditor::executorValid(qint64 projectId, const QString& text, qint64* ex
 void TaskEditor::create(const httplib::Request& req, httplib::Response& res, qint64 caller) {
     qint64 projectId = 0;
     if (!parseId(param(req, "projectId"), &projectId))
-        return fail(res, req, Envelope::BadParameter);
+        return fail(res, req, ReplyEnvelope::BadParameter);
     const qint64 company = directory_->projectCompany(projectId);
     if (directory_->project(projectId).isEmpty() || company == 0 ||
         company != directory_->companyOf(caller))
-        return refuse(res, req, Envelope::NotFound, "no such project in the caller's company");
+        return refuse(res, req, ReplyEnvelope::NotFound, "no such project in the caller's company");
     if (!directory_->isMember(projectId, caller))
-        return refuse(res, req, Envelope::Forbidden, "not a member of the project");
+        return refuse(res, req, ReplyEnvelope::Forbidden, "not a member of the project");
     const QString title = param(req, "title").trimmed();
     const QString description = param(req, "description");
     const QString deadline = param(req, "deadline").trimmed();
     if (title.isEmpty() || !plainText(title, TaskStore::kMaxTitleLength, false))
-        return refuse(res, req, Envelope::BadParameter, "title empty, too long or not plain");
+        return refuse(res, req, ReplyEnvelope::BadParameter, "title empty, too long or not plain");
     if (!plainText(description, TaskStore::kMaxDescriptionLength, true))
-        return refuse(res, req, Envelope::BadParameter, "description too long or not plain");
+        return refuse(res, req, ReplyEnvelope::BadParameter, "description too long or not plain");
     if (!deadline.isEmpty() && !QDate::fromString(deadline, Qt::ISODate).isValid())
-        return refuse(res, req, Envelope::BadParameter, "deadline is not a date");
+        return refuse(res, req, ReplyEnvelope::BadParameter, "deadline is not a date");
     // Without an executor the creator does it.
     qint64 executor = caller;
     const QString executorText = param(req, "executorId");
     if (!executorText.isEmpty() && !executorValid(projectId, executorText, &executor))
-        return refuse(res, req, Envelope::BadParameter, "executor is not a project member");
+        return refuse(res, req, ReplyEnvelope::BadParameter, "executor is not a project member");
     const qint64 taskId = tasks_.create(projectId, caller, executor, title, description, deadline);
-    if (taskId == 0) return fail(res, req, Envelope::InternalError);
+    if (taskId == 0) return fail(res, req, ReplyEnvelope::InternalError);
     post(taskId, Created, caller);
     seeTask(res, taskId);
 }
@@ -186,45 +186,50 @@ void TaskEditor::create(const httplib::Request& req, httplib::Response& res, qin
 void TaskEditor::change(const httplib::Request& req, httplib::Response& res, qint64 caller,
                         const QString& verb) {
     qint64 taskId = 0;
-    if (!parseId(param(req, "taskId"), &taskId)) return fail(res, req, Envelope::BadParameter);
+    if (!parseId(param(req, "taskId"), &taskId)) return fail(res, req, ReplyEnvelope::BadParameter);
     const QJsonObject task = directory_->task(taskId);
     const qint64 company = directory_->taskCompany(taskId);
     if (task.isEmpty() || company == 0 || company != directory_->companyOf(caller))
-        return refuse(res, req, Envelope::NotFound, "no such task in the caller's company");
+        return refuse(res, req, ReplyEnvelope::NotFound, "no such task in the caller's company");
     const qint64 projectId = task[QStringLiteral("projectId")].toString().toLongLong();
     if (!directory_->isMember(projectId, caller))
-        return refuse(res, req, Envelope::Forbidden, "not a member of the project");
+        return refuse(res, req, ReplyEnvelope::Forbidden, "not a member of the project");
     const int status = task[QStringLiteral("status")].toString().toInt();
     if (status == TaskStore::Cancelled)
-        return refuse(res, req, Envelope::Forbidden, "the task was cancelled");
+        return refuse(res, req, ReplyEnvelope::Forbidden, "the task was cancelled");
 
     if (verb == QLatin1String("reply")) {
         const QString text = param(req, "text").trimmed();
         if (text.isEmpty() || !plainText(text, TaskStore::kMaxReplyLength, true))
-            return refuse(res, req, Envelope::BadParameter, "reply empty, too long or not plain");
-        if (tasks_.reply(taskId, caller, text) == 0) return fail(res, req, Envelope::InternalError);
+            return refuse(res, req, ReplyEnvelope::BadParameter,
+                          "reply empty, too long or not plain");
+        if (tasks_.reply(taskId, caller, text) == 0)
+            return fail(res, req, ReplyEnvelope::InternalError);
         post(taskId, Replied, caller, text);
     } else if (verb == QLatin1String("assign")) {
         qint64 executor = 0;
         if (!executorValid(projectId, param(req, "executorId"), &executor))
-            return refuse(res, req, Envelope::BadParameter, "executor is not a project member");
+            return refuse(res, req, ReplyEnvelope::BadParameter,
+                          "executor is not a project member");
         if (executor != task[QStringLiteral("executorId")].toString().toLongLong()) {
-            if (!tasks_.assign(taskId, executor)) return fail(res, req, Envelope::InternalError);
+            if (!tasks_.assign(taskId, executor))
+                return fail(res, req, ReplyEnvelope::InternalError);
             post(taskId, Assigned, caller);
         }
     } else if (verb == QLatin1String("state")) {
         bool ok = false;
         const int wanted = param(req, "status").toInt(&ok);
         if (!ok || wanted < TaskStore::Waiting || wanted > TaskStore::Done)
-            return refuse(res, req, Envelope::BadParameter, "unknown state");
+            return refuse(res, req, ReplyEnvelope::BadParameter, "unknown state");
         // Choosing the state it already has changes nothing and tells nobody.
         if (wanted != status) {
-            if (!tasks_.setStatus(taskId, wanted)) return fail(res, req, Envelope::InternalError);
+            if (!tasks_.setStatus(taskId, wanted))
+                return fail(res, req, ReplyEnvelope::InternalError);
             post(taskId, StateWaiting + wanted, caller);
         }
     } else {
         if (!tasks_.setStatus(taskId, TaskStore::Cancelled))
-            return fail(res, req, Envelope::InternalError);
+            return fail(res, req, ReplyEnvelope::InternalError);
         post(taskId, CancelledEvent, caller);
     }
     seeTask(res, taskId);

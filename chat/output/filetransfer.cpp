@@ -6,6 +6,7 @@
 #include <QHttpMultiPart>
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
+#include <QRegularExpression>
 #include <QUrl>
 
 #include "envelope.h"
@@ -39,11 +40,14 @@ QString FileTransfer::safeFileName(const QString& name) {
     // Trailing dots and spaces vanish on Windows; leading dots hide or climb.
     while (clean.endsWith(QLatin1Char('.')) || clean.endsWith(QLatin1Char(' '))) clean.chop(1);
     while (clean.startsWith(QLatin1Char('.'))) clean.remove(0, 1);
-    static const QStringList reserved = {
-        QStringLiteral("CON"),  QStringLiteral("PRN"),  QStringLiteral("AUX"),
-        QStringLiteral("NUL"),  QStringLiteral("COM1"), QStringLiteral("COM2"),
-        QStringLiteral("COM3"), QStringLiteral("LPT1"), QStringLiteral("LPT2")};
-    if (reserved.contains(clean.section(QLatin1Char('.'), 0, 0).toUpper()))
+    // Windows opens a device instead of a file for these, whatever follows the first dot
+    // ("NUL.txt", "aux.tar.gz") and with trailing spaces before it ("CON .txt"); the
+    // superscript digits count as digits there too.
+    static const QRegularExpression device(
+        QStringLiteral("^(CON|PRN|AUX|NUL|COM[0-9\\x{00B9}\\x{00B2}\\x{00B3}]|"
+                       "LPT[0-9\\x{00B9}\\x{00B2}\\x{00B3}])$"),
+        QRegularExpression::CaseInsensitiveOption);
+    if (device.match(clean.section(QLatin1Char('.'), 0, 0).trimmed()).hasMatch())
         clean.prepend(QLatin1Char('_'));
     if (clean.isEmpty()) clean = QStringLiteral("file");
     return clean.left(200);

@@ -330,6 +330,13 @@ void TestOutputView::receivedFileNamesStayInTheDownloadFolder() {
     QCOMPARE(FileTransfer::safeFileName("报告.docx"), QStringLiteral("报告.docx"));
     QCOMPARE(FileTransfer::safeFileName("../../.bashrc"), QStringLiteral("bashrc"));
     QCOMPARE(FileTransfer::safeFileName("con.txt"), QStringLiteral("_con.txt"));
+    // Every device name Windows reserves, in any case and with any extension.
+    for (const char* device : {"CON", "prn", "Aux", "NUL.txt", "aux.tar.gz", "LPT1.log", "com9",
+                               "lpt5.doc", "COM7.tar.gz", "CON .txt"}) {
+        QVERIFY2(FileTransfer::safeFileName(device).startsWith('_'), device);
+    }
+    for (const char* plain : {"COM10.txt", "console.log", "nullable.h", "LPT.txt", "auxiliary"})
+        QCOMPARE(FileTransfer::safeFileName(plain), QString::fromLatin1(plain));
 }
 
 void TestOutputView::shakesMentionsAndDuplicates() {

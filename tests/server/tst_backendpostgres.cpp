@@ -15,6 +15,10 @@
 #include <QTemporaryDir>
 #include <QtTest>
 
+#include <atomic>
+#include <thread>
+#include <vector>
+
 #include <unistd.h>
 
 namespace {
@@ -32,12 +36,14 @@ private slots:
     void initTestCase();
     void cleanupTestCase();
     void demoCompanyOverHttp();
+    void survivesTheDatabaseRestarting();
 
 private:
     bool run(const QStringList& command, QString* output = nullptr);
 
     QTemporaryDir dir_{QDir::tempPath() + QStringLiteral("/quelix-pg-XXXXXX")};
     QString bin_;
+    bool pgCtl(const QString& verb, const QString& extra = QString());
     bool started_ = false;
     int port_ = 0;
 };
@@ -81,16 +87,23 @@ void BackendPostgresTest::initTestCase() {
                   QStringLiteral("-E"), QStringLiteral("UTF8"), QStringLiteral("--no-sync")},
                  &out),
              qPrintable(out));
-    QVERIFY2(run({bin_ + QStringLiteral("pg_ctl"), QStringLiteral("-D"), data, QStringLiteral("-w"),
-                  QStringLiteral("-l"), dir_.filePath(QStringLiteral("server.log")),
-                  QStringLiteral("-o"),
-                  QStringLiteral("-p %1 -k %2 -c listen_addresses=127.0.0.1 -c fsync=off")
-                      .arg(port_)
-                      .arg(dir_.path()),
-                  QStringLiteral("start")},
-                 &out),
-             qPrintable(out));
+    QVERIFY2(pgCtl(QStringLiteral("start")), "PostgreSQL did not start");
     started_ = true;
+}
+
+bool BackendPostgresTest::pgCtl(const QString& verb, const QString& extra) {
+    QString out;
+    const bool ok = run({bin_ + QStringLiteral("pg_ctl"), QStringLiteral("-D"),
+                         dir_.filePath(QStringLiteral("data")), QStringLiteral("-w"),
+                         QStringLiteral("-m"), QStringLiteral("fast"), QStringLiteral("-l"),
+                         dir_.filePath(QStringLiteral("server.log")), QStringLiteral("-o"),
+                         QStringLiteral("-p %1 -k %2 -c listen_addresses=127.0.0.1 -c fsync=off %3")
+                             .arg(port_)
+                             .arg(dir_.path(), extra),
+                         verb},
+                        &out);
+    if (!ok) qWarning("%s", qPrintable(out));
+    return ok;
 }
 
 void BackendPostgresTest::cleanupTestCase() {
@@ -184,6 +197,81 @@ void BackendPostgresTest::demoCompanyOverHttp() {
         envelope(up)[QStringLiteral("results")].toObject()[QStringLiteral("id")].toString();
     QVERIFY(!id.isEmpty());
     QCOMPARE(c.Get("/work/attachment/" + id.toStdString())->body, std::string("abc"));
+    server.stop();
+}
+
+void BackendPostgresTest::survivesTheDatabaseRestarting() {
+    Database db(QStringLiteral("postgresql://quelix@127.0.0.1:%1/postgres").arg(port_));
+    QVERIFY(db.createSchema());
+    QTemporaryDir files;
+    BackendServer::Options options;
+    options.filesDir = files.path();
+    options.threads = 8;
+    BackendServer server(&db, options);
+    QVERIFY(server.start(QStringLiteral("127.0.0.1"), 0));
+    const std::string owner = DemoCompany::accounts(&db, 1).value(0).toStdString();
+    const std::string form =
+        "username=" + owner + "&password=" + DemoCompany::kPassword + "&client=3";
+    const auto logIn = [&] {
+        httplib::Client c("127.0.0.1", server.port());
+        c.set_read_timeout(30, 0);
+        return c.Post("/work/checkIn.htm?m=MobileLogin", form, "application/x-www-form-urlencoded");
+    };
+    const std::string session = envelope(logIn())[QStringLiteral("results")]
+                                    .toObject()[QStringLiteral("sessionId")]
+                                    .toString()
+                                    .toStdString();
+    QVERIFY(!session.empty());
+    // A project list that answers success has projects in it: the owner has some.
+    const auto projects = [&] {
+        httplib::Client c("127.0.0.1", server.port());
+        c.set_read_timeout(30, 0);
+        return envelope(
+            c.Get("/work/project.htm?m=myProjectList", {{"Cookie", "QXSESSION=" + session}}));
+    };
+    QVERIFY(!projects()[QStringLiteral("results")]
+                 .toObject()[QStringLiteral("projectList")]
+                 .toArray()
+                 .isEmpty());
+
+    // Restarted, and with fewer connections than the back end has workers.
+    QVERIFY(pgCtl(QStringLiteral("restart"),
+                  QStringLiteral("-c max_connections=5 -c superuser_reserved_connections=0")));
+    std::atomic<int> successes{0};
+    std::atomic<int> dishonest{0};
+    std::vector<std::thread> callers;
+    for (int t = 0; t < 8; ++t) {
+        callers.emplace_back([&] {
+            for (int i = 0; i < 6; ++i) {
+                const int login = envelope(logIn())[QStringLiteral("errorCode")].toInt(-1);
+                const QJsonObject list = projects();
+                const int listed = list[QStringLiteral("errorCode")].toInt(-1);
+                const bool empty = list[QStringLiteral("results")]
+                                       .toObject()[QStringLiteral("projectList")]
+                                       .toArray()
+                                       .isEmpty();
+                if ((login != 0 && login != 1500) || (listed != 0 && listed != 1500) ||
+                    (listed == 0 && empty)) {
+                    ++dishonest;
+                }
+                successes += int(login == 0) + int(listed == 0);
+            }
+        });
+    }
+    for (std::thread& t : callers) t.join();
+    QCOMPARE(dishonest.load(), 0);
+    QVERIFY(successes.load() > 0);
+    // And with its connections back, the right password is never taken for a wrong one.
+    QVERIFY(pgCtl(QStringLiteral("restart")));
+    int failures = 0;
+    for (int i = 0; i < 20; ++i) {
+        const int login = envelope(logIn())[QStringLiteral("errorCode")].toInt(-1);
+        QVERIFY2(login == 0 || login == 1500, qPrintable(QString::number(login)));
+        failures += int(login != 0);
+    }
+    // At most one failed request per worker: each finds its lost connection once.
+    QVERIFY2(failures <= options.threads, qPrintable(QString::number(failures)));
+    QCOMPARE(envelope(logIn())[QStringLiteral("errorCode")].toInt(-1), 0);
     server.stop();
 }
 

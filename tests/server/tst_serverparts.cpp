@@ -1,13 +1,19 @@
 // The back end's building blocks where a fault would not show through HTTP quickly:
-// password hashes, attachment names and generated companies.
+// password hashes, attachment names, generated companies, the log-in throttle, request heads
+// and compressed pieces.
 #include "database.h"
 #include "democompany.h"
 #include "filestore.h"
+#include "gzippieces.h"
+#include "loginthrottle.h"
 #include "passwordhasher.h"
 #include "prosodystoreprovisioner.h"
+#include "requesthead.h"
 
 #include <QSqlQuery>
 #include <QTemporaryDir>
+
+#include <zlib.h>
 #include <QtTest>
 
 class ServerPartsTest : public QObject {
@@ -20,6 +26,10 @@ private slots:
     void storedNamesNeverLeaveTheFolder();
     void generatedCompany();
     void prosodyNameEncoding();
+    void strangersCannotLockAnAccountOut();
+    void guessersAreSlowedAcrossAccounts();
+    void requestHeads();
+    void gzipPiecesSentApartInflateToTheWhole();
 };
 
 void ServerPartsTest::passwordHashes() {
@@ -142,6 +152,121 @@ void ServerPartsTest::prosodyNameEncoding() {
              QStringLiteral("conference%2eexample%2ecom"));
     QCOMPARE(ProsodyStoreProvisioner::encodeName(QStringLiteral("a_b-1")),
              QStringLiteral("a%5fb%2d1"));
+}
+
+void ServerPartsTest::strangersCannotLockAnAccountOut() {
+    LoginThrottle::Limits limits;
+    limits.freeAttempts = 3;
+    LoginThrottle throttle(limits);
+    const QString owner = QStringLiteral("10.0.0.1");
+    const QString stranger = QStringLiteral("203.0.113.9");
+    // A stranger's wrong passwords, one a minute for hours, pause only the stranger.
+    for (int i = 0; i < 120; ++i) {
+        if (throttle.waitMs(QStringLiteral("alice"), stranger) == 0)
+            throttle.failed(QStringLiteral("alice"), stranger);
+        throttle.advance(60000);
+    }
+    QCOMPARE(throttle.waitMs(QStringLiteral("alice"), owner), 0);
+    throttle.failed(QStringLiteral("alice"), stranger);
+    QVERIFY(throttle.waitMs(QStringLiteral("alice"), stranger) > 0);
+    QCOMPARE(throttle.waitMs(QStringLiteral("alice"), owner), 0);
+    // The owner's own mistakes pause the owner after the free attempts, with a growing pause,
+    // and a right password clears them.
+    throttle.failed(QStringLiteral("alice"), owner);
+    throttle.failed(QStringLiteral("alice"), owner);
+    QCOMPARE(throttle.waitMs(QStringLiteral("alice"), owner), 0);
+    throttle.failed(QStringLiteral("alice"), owner);
+    const qint64 first = throttle.waitMs(QStringLiteral("alice"), owner);
+    QVERIFY(first > 0 && first <= limits.firstPauseMs);
+    throttle.advance(first);
+    throttle.failed(QStringLiteral("alice"), owner);
+    QVERIFY(throttle.waitMs(QStringLiteral("alice"), owner) > first);
+    throttle.succeeded(QStringLiteral("alice"), owner);
+    QCOMPARE(throttle.waitMs(QStringLiteral("alice"), owner), 0);
+    // A quiet spell forgives: after it, the free attempts are back.
+    throttle.failed(QStringLiteral("bob"), owner);
+    throttle.failed(QStringLiteral("bob"), owner);
+    throttle.advance(limits.forgetAfterMs + 1);
+    throttle.failed(QStringLiteral("bob"), owner);
+    QCOMPARE(throttle.waitMs(QStringLiteral("bob"), owner), 0);
+}
+
+void ServerPartsTest::guessersAreSlowedAcrossAccounts() {
+    LoginThrottle::Limits limits;
+    limits.addressFreeAttempts = 10;
+    LoginThrottle throttle(limits);
+    const QString guesser = QStringLiteral("198.51.100.7");
+    // One guess per account never reaches any account's limit, but the address's.
+    for (int i = 0; i < 9; ++i) throttle.failed(QStringLiteral("user%1").arg(i), guesser);
+    QCOMPARE(throttle.waitMs(QStringLiteral("someone"), guesser), 0);
+    throttle.failed(QStringLiteral("user9"), guesser);
+    QVERIFY(throttle.waitMs(QStringLiteral("someone"), guesser) > 0);
+    QCOMPARE(throttle.waitMs(QStringLiteral("someone"), QStringLiteral("10.0.0.1")), 0);
+    // Signing in to one's own account does not buy more guesses.
+    throttle.succeeded(QStringLiteral("own"), guesser);
+    QVERIFY(throttle.waitMs(QStringLiteral("someone"), guesser) > 0);
+    // A flood of made-up names stays bounded and does not lift a pause.
+    limits.maxEntries = 50;
+    LoginThrottle small(limits);
+    for (int i = 0; i < limits.freeAttempts; ++i)
+        small.failed(QStringLiteral("victim"), QStringLiteral("a"));
+    QVERIFY(small.waitMs(QStringLiteral("victim"), QStringLiteral("a")) > 0);
+    for (int i = 0; i < 500; ++i)
+        small.failed(QStringLiteral("n%1").arg(i), QStringLiteral("b%1").arg(i));
+    QVERIFY(small.waitMs(QStringLiteral("victim"), QStringLiteral("a")) > 0);
+}
+
+void ServerPartsTest::requestHeads() {
+    const auto scan = [](const QByteArray& bytes, size_t maxBytes = 1024, int maxLines = 10) {
+        return RequestHead::scan(bytes.constData(), size_t(bytes.size()), maxBytes, maxLines);
+    };
+    QCOMPARE(scan("GET / HTTP/1.1\r\nHost: x\r\n").state, RequestHead::Incomplete);
+    RequestHead head = scan("GET / HTTP/1.1\r\n\r\nGET /next");
+    QCOMPARE(head.state, RequestHead::Complete);
+    QCOMPARE(head.headBytes, size_t(18));
+    QCOMPARE(head.contentLength, int64_t(-1));
+    head =
+        scan("POST / HTTP/1.1\r\ncontent-LENGTH:  12 \r\nTransfer-Encoding: gzip, chunked\r\n\r\n");
+    QCOMPARE(head.state, RequestHead::Complete);
+    QCOMPARE(head.contentLength, int64_t(12));
+    QVERIFY(head.chunked);
+    QVERIFY(!head.expectsContinue);
+    QVERIFY(scan("POST / HTTP/1.1\r\nExpect: 100-Continue\r\n\r\n").expectsContinue);
+    // Bare line feeds do not end a head for the parser behind, so they do not here either.
+    QCOMPARE(scan("GET / HTTP/1.1\n\n").state, RequestHead::Incomplete);
+    // Too many lines, or too many bytes without an end, are refused as soon as seen.
+    QCOMPARE(scan("GET / HTTP/1.1\r\n" + QByteArray("A: b\r\n").repeated(10)).state,
+             RequestHead::TooLarge);
+    QCOMPARE(scan("GET / HTTP/1.1\r\nA: " + QByteArray(2000, 'x')).state, RequestHead::TooLarge);
+    // A body whose end cannot be known for sure.
+    for (const QByteArray& lengths :
+         {QByteArray("Content-Length: 1\r\nContent-Length: 2"), QByteArray("Content-Length: -1"),
+          QByteArray("Content-Length: +5"), QByteArray("Content-Length: 5x")}) {
+        QCOMPARE(scan("POST / HTTP/1.1\r\n" + lengths + "\r\n\r\n").state, RequestHead::Malformed);
+    }
+}
+
+void ServerPartsTest::gzipPiecesSentApartInflateToTheWhole() {
+    QByteArray text;
+    for (int i = 0; i < 20000; ++i) text += "colleague " + QByteArray::number(i) + ",";
+    const GzipPieces::Piece a = GzipPieces::compress(text.left(100000), false);
+    const GzipPieces::Piece b = GzipPieces::compress(text.mid(100000), true);
+    const QVector<const GzipPieces::Piece*> pieces{&a, &b};
+    const QByteArray sent =
+        GzipPieces::header() + a.deflated + b.deflated + GzipPieces::trailer(pieces);
+    QCOMPARE(sent, GzipPieces::join(pieces));
+    // Inflating checks the trailer's checksum and length as well.
+    z_stream zs{};
+    QCOMPARE(inflateInit2(&zs, 16 + 15), Z_OK);
+    QByteArray out(text.size() + 16, '\0');
+    zs.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(sent.constData()));
+    zs.avail_in = uInt(sent.size());
+    zs.next_out = reinterpret_cast<Bytef*>(out.data());
+    zs.avail_out = uInt(out.size());
+    QCOMPARE(inflate(&zs, Z_FINISH), Z_STREAM_END);
+    out.resize(int(zs.total_out));
+    inflateEnd(&zs);
+    QCOMPARE(out, text);
 }
 
 QTEST_GUILESS_MAIN(ServerPartsTest)

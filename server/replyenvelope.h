@@ -7,7 +7,7 @@
 // The one JSON reply shape every back-end address answers with. Success is "errorCode" 0;
 // every failure carries one of the codes below and a Chinese "errorMsg" the client can
 // show as it stands.
-class Envelope {
+class ReplyEnvelope {
 public:
     enum Code {
         Ok = 0,

@@ -1,4 +1,4 @@
-#include "envelope.h"
+#include "replyenvelope.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -28,7 +28,7 @@ QByteArray compose(int code, const QString& message, const QByteArray& results,
 
 }  // namespace
 
-QString Envelope::message(Code code) {
+QString ReplyEnvelope::message(Code code) {
     switch (code) {
         case Ok:
             return QString();
@@ -58,7 +58,7 @@ QString Envelope::message(Code code) {
     return QStringLiteral("服务器内部错误");
 }
 
-QByteArray Envelope::success(const QJsonValue& results, const QString& client) {
+QByteArray ReplyEnvelope::success(const QJsonValue& results, const QString& client) {
     QByteArray payload;
     if (results.isObject()) {
         payload = QJsonDocument(results.toObject()).toJson(QJsonDocument::Compact);
@@ -70,18 +70,18 @@ QByteArray Envelope::success(const QJsonValue& results, const QString& client) {
     return compose(Ok, QString(), payload, client);
 }
 
-QByteArray Envelope::successRaw(const QByteArray& resultsJson, const QString& client) {
+QByteArray ReplyEnvelope::successRaw(const QByteArray& resultsJson, const QString& client) {
     return compose(Ok, QString(), resultsJson, client);
 }
 
-QByteArray Envelope::successPrefix() { return head(Ok, QString()); }
+QByteArray ReplyEnvelope::successPrefix() { return head(Ok, QString()); }
 
-QByteArray Envelope::successSuffix(const QString& client) { return tail(client); }
+QByteArray ReplyEnvelope::successSuffix(const QString& client) { return tail(client); }
 
-QByteArray Envelope::failure(Code code, const QString& client) {
+QByteArray ReplyEnvelope::failure(Code code, const QString& client) {
     return compose(code, message(code), "{}", client);
 }
 
-QByteArray Envelope::failure(Code code, const QString& message, const QString& client) {
+QByteArray ReplyEnvelope::failure(Code code, const QString& message, const QString& client) {
     return compose(code, message, "{}", client);
 }
