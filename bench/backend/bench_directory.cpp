@@ -44,8 +44,22 @@ int writeReply(const QString& file) {
     if (!server.start(QStringLiteral("127.0.0.1"), 0)) return 1;
     httplib::Client client("127.0.0.1", server.port());
     client.set_read_timeout(60, 0);
-    auto reply =
-        client.Get("/work/mobileUserInfo.htm?m=findAllUserAndDept&userId=10001&companyId=1");
+    // The organisation is only for a signed-in colleague: sign in as its first one.
+    const std::string user = DemoCompany::accounts(&db, 1).value(0).toStdString();
+    const auto login =
+        client.Post("/work/checkIn.htm?m=MobileLogin",
+                    "username=" + user + "&password=" + DemoCompany::kPassword + "&client=3",
+                    "application/x-www-form-urlencoded");
+    const int at = login ? int(login->body.find("\"sessionId\":\"")) : -1;
+    if (at < 0) {
+        out << "sign-in failed" << Qt::endl;
+        return 1;
+    }
+    const size_t from = size_t(at) + 13;
+    const httplib::Headers headers{
+        {"Cookie", "QXSESSION=" + login->body.substr(from, login->body.find('"', from) - from)}};
+    auto reply = client.Get(
+        "/work/mobileUserInfo.htm?m=findAllUserAndDept&userId=10001&companyId=1", headers);
     if (!reply || reply->status != 200) return 1;
     QFile f(file);
     if (!f.open(QIODevice::WriteOnly)) return 1;
