@@ -39,11 +39,11 @@ int main(int argc, char* argv[]) {
     if (!qEnvironmentVariableIsSet("TZ") && QFile::exists(QStringLiteral("/etc/localtime")))
         qputenv("TZ", ":/etc/localtime");
 #endif
-#ifdef QUELIX_NEEDS_OPENGL
     // The web engine, loaded later with the first web page, shares the toolkit's GL
-    // contexts, and that must be asked for before the application object exists.
+    // contexts when there are any, and that must be asked for before the application object
+    // exists. Without GL (the X11 default above) it draws in software, which the sidebar's
+    // pages are fine with; the driver's 50 MB are not worth it for them.
     QCoreApplication::setAttribute(Qt::AA_ShareOpenGLContexts);
-#endif
     QApplication app(argc, argv);
     quelixInitResources();
     // Every log line also goes to the toolkit's debug channel. For the desktop client that
