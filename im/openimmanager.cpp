@@ -12,6 +12,7 @@
 #include "base/bind.h"
 #include "base/path_service.h"
 #include "base/scoped_refptr.h"
+#include "base/thread_hooks.h"
 #include "chostapplication.h"
 #include "configstore.h"
 #include "directoryclient.h"
@@ -117,6 +118,8 @@ OpenIMManager* OpenIMManager::instance() {
 OpenIMManager::OpenIMManager() : fetcher_(new UnreadFetcher) {
     qRegisterMetaType<BaseMsg::MMessage>();
     fetchThread_.setObjectName(QStringLiteral("im-unread"));
+    connect(&fetchThread_, &QThread::started, this, &base::ThreadHooks::runStartHook,
+            Qt::DirectConnection);
     fetcher_->moveToThread(&fetchThread_);
     fetchThread_.start();
     connect(fetcher_, &UnreadFetcher::unreadReady, this, &OpenIMManager::onUnreadReady,

@@ -24,6 +24,7 @@
 #include "sdk/message_codec.h"
 #include "sdk/receive_folder.h"
 #include "sdk/room_extension.h"
+#include "sdk/socket_guard.h"
 #include "sdk/tribe_messages.h"
 #include "sdk/tribe_rooms.h"
 #include "sdk/wide_text.h"
@@ -35,6 +36,7 @@ namespace {
 
 constexpr int kPingTimeoutMs = 10000;
 constexpr int kCatchUpPage = 100;
+constexpr int kMediaWaitMs = 8000;
 const char kLastArchiveId[] = "last_archive_id";
 
 // One resource per desktop, so that signing in on a second desktop ends the first
@@ -79,6 +81,9 @@ void ImEngine::createClient() {
         client_->deleteLater();
     }
     client_ = new QXmppClient(this);
+    // Before anything reads the socket: stanzas too deep or too big never reach QXmpp's
+    // recursive parser.
+    new SocketGuard(client_);
     archive_ = new ArchiveExtension;
     carbons_ = new QXmppCarbonManager;
     upload_ = new QXmppUploadRequestManager;
@@ -358,6 +363,14 @@ void ImEngine::registerSync(int mode, const base::Callback<void(prg::PrgStringT<
 
 void ImEngine::onMessage(const QXmppMessage& message) {
     if (message.type() == QXmppMessage::Error) return;
+    for (const QXmppElement& e : message.extensions()) {
+        if (e.tagName() == QLatin1String("refused") &&
+            e.attribute(QStringLiteral("xmlns")) == QLatin1String(StanzaGuard::kNamespace)) {
+            qWarning().noquote() << "imsdk: refused a message from" << message.from() << "id"
+                                 << message.id() << "-" << e.attribute(QStringLiteral("reason"));
+            return;
+        }
+    }
     const QString fromBare = QXmppUtils::jidToBareJid(message.from());
     if (fromBare == domain_) {
         // The server itself speaks on the push channel.
@@ -390,16 +403,22 @@ void ImEngine::store(const QXmppMessage& message, const QString& archiveId, cons
         if (!archiveId.isEmpty()) store_.setMeta(QLatin1String(kLastArchiveId), archiveId);
         return;
     }
-    std::optional<StoredMessage> decoded = MessageCodec::decode(message);
-    if (!decoded) return;
+    QString problem;
+    std::optional<StoredMessage> decoded = MessageCodec::decode(message, &problem);
+    if (!decoded) {
+        if (!problem.isEmpty()) logRefused(message, problem);
+        return;
+    }
+    if (!problem.isEmpty()) logRefused(message, problem);
     StoredMessage m = *decoded;
     const QString own = bareJid(account_);
     const bool outgoing = QXmppUtils::jidToBareJid(message.from()) == own ||
                           (message.from().isEmpty() && !message.to().isEmpty());
     const QString other = QXmppUtils::jidToBareJid(outgoing ? message.to() : message.from());
-    if (other.isEmpty() || QXmppUtils::jidToDomain(other) != domain_) return;
+    if (other.isEmpty() || QXmppUtils::jidToDomain(other) != domain_)
+        return logRefused(message, QStringLiteral("not of the company's domain ") + domain_);
     m.peer = QXmppUtils::jidToUser(other);
-    if (m.peer.isEmpty()) return;
+    if (m.peer.isEmpty()) return logRefused(message, QStringLiteral("no account in the address"));
     m.outgoing = outgoing;
     m.sender = outgoing ? account_ : m.peer;
     m.time = (stamp.isValid() ? stamp : QDateTime::currentDateTimeUtc()).toSecsSinceEpoch();
@@ -407,7 +426,26 @@ void ImEngine::store(const QXmppMessage& message, const QString& archiveId, cons
     m.originId = message.originId().isEmpty() ? message.id() : message.originId();
     m.unread = !outgoing && source != Source::History;
     m.pendingMedia = isMedia(m.kind) && !outgoing && source != Source::History;
-    std::optional<quint64> id = store_.insert(m);
+    std::optional<quint64> id;
+    if (m.kind == openim::kContentText && m.content.size() > MessageCodec::kMaxBodyChars) {
+        // A text longer than one message may hold arrives as consecutive parts; each part
+        // has ids of its own derived from the message's, so a second copy still matches.
+        const QStringList parts = MessageCodec::split(m.content);
+        qInfo().noquote() << "imsdk: long text from" << message.from() << "id" << message.id()
+                          << "shown in" << parts.size() << "parts";
+        for (int i = 0; i < parts.size(); ++i) {
+            StoredMessage part = m;
+            part.content = parts.at(i);
+            if (i > 0) {
+                const QString suffix = QStringLiteral("#part%1").arg(i + 1);
+                if (!part.originId.isEmpty()) part.originId += suffix;
+                if (!part.stanzaId.isEmpty()) part.stanzaId += suffix;
+            }
+            if (auto partId = insertReceived(part, message, source); partId && !id) id = partId;
+        }
+    } else {
+        id = insertReceived(m, message, source);
+    }
     if (!archiveId.isEmpty() && source != Source::History)
         store_.setMeta(QLatin1String(kLastArchiveId), archiveId);
     if (!id || !m.unread) return;
@@ -416,6 +454,35 @@ void ImEngine::store(const QXmppMessage& message, const QString& archiveId, cons
         return;
     }
     if (!callbacks_.newMessage.is_null()) callbacks_.newMessage.Run(userId(m.peer));
+}
+
+// The store keeps one message per sender and origin id. A second stanza under the same
+// id is a copy (offline delivery and catch-up both bring it) only when it says the same;
+// a client that reuses ids for new messages must not lose them.
+std::optional<quint64> ImEngine::insertReceived(StoredMessage& m, const QXmppMessage& message,
+                                                Source source) {
+    std::optional<quint64> id = store_.insert(m);
+    if (id || m.originId.isEmpty()) return id;
+    const std::optional<StoredMessage> earlier = store_.byOrigin(m.sender, m.originId);
+    const bool same =
+        !earlier || (earlier->kind == m.kind &&
+                     (isMedia(m.kind) ? earlier->url == m.url : earlier->content == m.content));
+    if (same) {
+        if (source == Source::Live && !m.outgoing)
+            logRefused(message, QStringLiteral("a copy of a message already received"));
+        return std::nullopt;
+    }
+    const QByteArray digest = QCryptographicHash::hash(
+        (QString::number(m.kind) + m.content + m.url).toUtf8(), QCryptographicHash::Sha1);
+    m.originId += QLatin1Char('#') + QString::fromLatin1(digest.toHex().left(12));
+    qInfo().noquote() << "imsdk: message from" << message.from() << "reuses id" << message.id()
+                      << "for other content; kept as a new message";
+    return store_.insert(m);
+}
+
+void ImEngine::logRefused(const QXmppMessage& message, const QString& why) {
+    qWarning().noquote() << "imsdk: message from" << message.from() << "id" << message.id()
+                         << "not shown:" << why;
 }
 
 // Fetches what the archive holds after the last message we saw, in case the server
@@ -475,8 +542,25 @@ void ImEngine::startDownload(quint64 id, bool notify) {
     std::optional<StoredMessage> m = store_.message(id);
     if (!m) return;
     const QString target = ReceiveFolder(receiveFolder_).freePath(m->summary);
+    // Later messages of the sender wait for the picture, but only so long: then they are
+    // shown, and the picture fills its row when it arrives.
+    QPointer<QTimer> wait;
+    if (notify && m->unread && !TribeRooms::isKey(m->peer)) {
+        wait = new QTimer(this);
+        wait->setSingleShot(true);
+        connect(wait, &QTimer::timeout, this, [this, id, peer = m->peer] {
+            if (!store_.releaseMedia(id)) return;
+            qInfo().noquote() << "imsdk: message" << id << "from" << peer
+                              << "still downloading after" << kMediaWaitMs / 1000
+                              << "s; what came after it is shown";
+            if (!callbacks_.newMessage.is_null()) callbacks_.newMessage.Run(userId(peer));
+        });
+        wait->start(kMediaWaitMs);
+    }
     transfer_->download(
-        QUrl(m->url), target, [this, id, notify, m](bool ok, const QString& result) {
+        QUrl(m->url), target, [this, id, notify, m, wait](bool ok, const QString& result) {
+            const bool released = !wait || !wait->isActive();
+            if (wait) wait->deleteLater();
             store_.finishMedia(id, ok ? result : QString());
             if (TribeRooms::isKey(m->peer)) {
                 tribes_->messages()->mediaFinished(*m, ok, result);
@@ -493,7 +577,7 @@ void ImEngine::startDownload(quint64 id, bool notify) {
                        : openim::ResultCode(openim::ResultCode::kNetworkError, fromQ(result)),
                     r);
             }
-            if (notify && m->unread && !callbacks_.newMessage.is_null())
+            if (notify && m->unread && !(wait && released) && !callbacks_.newMessage.is_null())
                 callbacks_.newMessage.Run(userId(m->peer));
         });
 }
@@ -547,6 +631,13 @@ void ImEngine::send(const QString& peer, StoredMessage draft, const QString& fil
             }
         });
         return;
+    }
+    if (!isMedia(draft.kind)) {
+        // What the sender keeps is what the receiver gets.
+        draft.content = MessageCodec::wireText(draft.content);
+        draft.summary = MessageCodec::wireText(draft.summary);
+        if (draft.kind == openim::kContentText && draft.content.trimmed().isEmpty())
+            return fail(openim::ResultCode::kInvalidArgument, L"empty text");
     }
     if (draft.content.size() > MessageCodec::kMaxBodyChars ||
         draft.summary.size() > MessageCodec::kMaxBodyChars)

@@ -157,6 +157,9 @@ private:
     void onSlotFailed(const QXmppHttpUploadRequestIq& request);
     void store(const QXmppMessage& message, const QString& archiveId, const QDateTime& stamp,
                Source source);
+    std::optional<quint64> insertReceived(StoredMessage& m, const QXmppMessage& message,
+                                          Source source);
+    void logRefused(const QXmppMessage& message, const QString& why);
     void startCatchUp();
     void startDownload(quint64 id, bool notify);
     void requestSlot(const PendingUpload& upload);

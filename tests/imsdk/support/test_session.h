@@ -26,6 +26,9 @@ public:
     // `authority`: the account whose tribe notices the SDK believes.
     void login(const ProsodyServer& server, const QString& account, const QString& secret,
                const QString& authority = QString());
+    // The same through another port of the server's host (a proxy in front of it).
+    void loginVia(const ProsodyServer& server, quint16 port, const QString& account,
+                  const QString& secret, const QString& authority = QString());
     void relogin();
     void logout();
 
