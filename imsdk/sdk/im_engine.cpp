@@ -37,6 +37,9 @@ namespace {
 constexpr int kPingTimeoutMs = 10000;
 constexpr int kCatchUpPage = 100;
 constexpr int kMediaWaitMs = 8000;
+// A first sign-in that fails for the network is tried again this often, after 2 s, 4 s...
+// before the failure is reported; a refused secret is reported at once.
+constexpr int kLoginRetries = 3;
 const char kLastArchiveId[] = "last_archive_id";
 
 // One resource per desktop, so that signing in on a second desktop ends the first
@@ -134,6 +137,8 @@ QString ImEngine::bareJid(const QString& account) const {
 // ---- session ----
 
 void ImEngine::login(const openim::LoginParam& param, const QString& dataFolder) {
+    ++loginGeneration_;
+    loginAttempt_ = 0;
     if (state_ == State::Online || state_ == State::LoggingIn || state_ == State::ReLoggingIn) {
         // A new login replaces the running session without reporting its end.
         state_ = State::Idle;
@@ -176,6 +181,8 @@ void ImEngine::relogin() {
 }
 
 void ImEngine::logout() {
+    ++loginGeneration_;
+    if (loginTimer_) loginTimer_->stop();
     if (client_->state() != QXmppClient::DisconnectedState) {
         state_ = State::LoggingOut;
         client_->disconnectFromServer();
@@ -204,7 +211,51 @@ void ImEngine::connectNow(bool isRelogin) {
     config.setKeepAliveInterval(60);
     config.setKeepAliveTimeout(60);
     createClient();
+    if (!loginTimer_) {
+        loginTimer_ = new QTimer(this);
+        loginTimer_->setSingleShot(true);
+        connect(loginTimer_, &QTimer::timeout, this, &ImEngine::onLoginTimeout);
+    }
+    // A sign-in that has not finished by then will not: a server that accepts the
+    // connection and then stalls (replacing a dead session of ours, overloaded) would
+    // otherwise hold it for ever.
+    loginTimer_->start(std::max(1000, int(param_.signInTimeoutMs)));
     client_->connectToServer(config);
+}
+
+void ImEngine::onLoginTimeout() {
+    if (state_ != State::LoggingIn && state_ != State::ReLoggingIn) return;
+    qWarning().noquote() << "imsdk: sign-in to" << domain_ << "not finished within"
+                         << loginTimer_->interval() << "ms";
+    // A new client drops the stalled connection without hearing from it again.
+    createClient();
+    loginAttemptFailed(
+        openim::ResultCode(openim::ResultCode::kTimeout, L"the server did not finish the sign-in"),
+        false);
+}
+
+// The end of a sign-in that did not reach the online state.
+void ImEngine::loginAttemptFailed(const openim::ResultCode& result, bool refused) {
+    if (loginTimer_) loginTimer_->stop();
+    if (state_ == State::ReLoggingIn) {
+        // The client's heartbeat decides when to try again.
+        state_ = State::Offline;
+        sessionEnded();
+        if (!callbacks_.reloginFail.is_null()) callbacks_.reloginFail.Run({result});
+        return;
+    }
+    sessionEnded();
+    if (!refused && ++loginAttempt_ <= kLoginRetries) {
+        const int pauseMs = 1000 << loginAttempt_;
+        qInfo().noquote() << "imsdk: sign-in attempt" << loginAttempt_ << "failed ("
+                          << wide_text::toQ(result.text) << "); again in" << pauseMs / 1000 << "s";
+        QTimer::singleShot(pauseMs, this, [this, generation = loginGeneration_] {
+            if (generation == loginGeneration_ && state_ == State::LoggingIn) connectNow(false);
+        });
+        return;
+    }
+    state_ = State::Idle;
+    if (!callbacks_.loginFail.is_null()) callbacks_.loginFail.Run({result});
 }
 
 void ImEngine::onError(QXmppClient::Error error) {
@@ -216,6 +267,8 @@ void ImEngine::onStateChanged(QXmppClient::State state) {
     if (state == QXmppClient::ConnectedState) {
         const bool wasRelogin = state_ == State::ReLoggingIn;
         if (state_ != State::LoggingIn && state_ != State::ReLoggingIn) return;
+        if (loginTimer_) loginTimer_->stop();
+        loginAttempt_ = 0;
         state_ = State::Online;
         if (wasRelogin) {
             if (!callbacks_.reloginOk.is_null()) callbacks_.reloginOk.Run({loginUser()});
@@ -240,14 +293,8 @@ void ImEngine::onStateChanged(QXmppClient::State state) {
                   .arg(int(streamError_))));
     switch (was) {
         case State::LoggingIn:
-            state_ = State::Idle;
-            sessionEnded();
-            if (!callbacks_.loginFail.is_null()) callbacks_.loginFail.Run({result});
-            break;
         case State::ReLoggingIn:
-            state_ = State::Offline;
-            sessionEnded();
-            if (!callbacks_.reloginFail.is_null()) callbacks_.reloginFail.Run({result});
+            loginAttemptFailed(result, refused);
             break;
         case State::Online:
             sessionEnded();

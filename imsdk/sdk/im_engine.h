@@ -145,6 +145,8 @@ private:
 
     void createClient();
     void connectNow(bool isRelogin);
+    void onLoginTimeout();
+    void loginAttemptFailed(const openim::ResultCode& result, bool refused);
     void onStateChanged(QXmppClient::State state);
     void onError(QXmppClient::Error error);
     void onMessage(const QXmppMessage& message);
@@ -186,6 +188,10 @@ private:
     MediaTransfer* transfer_;
     MessageStore store_;
     TribeRooms* tribes_;
+
+    QTimer* loginTimer_ = nullptr;
+    int loginAttempt_ = 0;         // failed attempts of the current first sign-in
+    quint64 loginGeneration_ = 0;  // a retry belongs to the login() that started it
 
     QHash<QString, PendingPing> pings_;
     QHash<QString, PendingUpload> uploads_;

@@ -1,7 +1,10 @@
 // Hostile and unusual input from another account on the server, sent by an independent
 // XMPP client: the session lives, shows what it can and says in its log what it refused.
+#include <QElapsedTimer>
 #include <QMutex>
 #include <QProcess>
+#include <QTcpServer>
+#include <QTcpSocket>
 #include <QTemporaryFile>
 #include <QUuid>
 #include <QtTest>
@@ -43,6 +46,7 @@ private slots:
     void deepStanzaIsRefusedAndTheNextMessageArrives();
     void unusableMessagesAreLoggedAndLongTextsShown();
     void sendsKeepWhatTheWireCarries();
+    void stalledSignInIsRetriedThenReported();
 
 private:
     // Sends `stanzas` (one per line) as carol to alice and waits until the client quits.
@@ -160,6 +164,37 @@ void HardeningTest::sendsKeepWhatTheWireCarries() {
                  QStringLiteral("sent:%1:0").arg(openim::ResultCode::kInvalidArgument)),
              qPrintable(alice.probe().events().join(' ')));
     QCOMPARE(toQ(sent.last().content.content), QStringLiteral("bell and tab\tend"));
+}
+
+void HardeningTest::stalledSignInIsRetriedThenReported() {
+    // A server that takes the connection and never answers.
+    QTcpServer stalled;
+    QVERIFY(stalled.listen(QHostAddress::LocalHost));
+    QList<QTcpSocket*> held;
+    connect(&stalled, &QTcpServer::newConnection, this, [&] {
+        while (QTcpSocket* s = stalled.nextPendingConnection()) held << s;
+    });
+    TestSession alice(QStringLiteral("alice-stalled"));
+    alice.setSignInTimeout(1000);
+    QElapsedTimer clock;
+    clock.start();
+    alice.loginVia(server_, stalled.serverPort(), QStringLiteral("alice"),
+                   QStringLiteral("pw-alice"));
+    // Four attempts of a second each, with 2, 4 and 8 s between them.
+    QVERIFY(waitUntil([&] { return alice.probe().count("loginFail") == 1; }, 40000));
+    QVERIFY2(alice.probe().events().contains(
+                 QStringLiteral("loginFail:%1").arg(openim::ResultCode::kTimeout)),
+             qPrintable(alice.probe().events().join(' ')));
+    QCOMPARE(held.size(), 4);
+    QVERIFY(clock.elapsed() >= 17000);
+    QCOMPARE(logCount(QStringLiteral("imsdk: sign-in attempt 3 failed")), 1);
+
+    // The same account then signs in where the server answers.
+    alice.setSignInTimeout(20000);
+    alice.login(server_, QStringLiteral("alice"), QStringLiteral("pw-alice"));
+    QVERIFY(waitUntil([&] { return alice.probe().count("loginOk") == 1; }));
+    QCOMPARE(alice.probe().count("loginFail"), 1);
+    qDeleteAll(held);
 }
 
 QTEST_GUILESS_MAIN(HardeningTest)

@@ -16,12 +16,15 @@ void StreamProxy::onConnection() {
                 [client, upstream] { upstream->write(client->readAll()); });
         connect(upstream, &QTcpSocket::readyRead, client, [this, client, upstream] {
             QByteArray data = upstream->readAll();
+            bool rewritten = false;
             for (const auto& rule : qAsConst(rules_)) {
                 if (!data.contains(rule.first)) continue;
                 data.replace(rule.first, rule.second);
                 ++rewrites_;
+                rewritten = true;
             }
             client->write(data);
+            if (rewritten) lastRewrite_.start();
         });
         connect(client, &QTcpSocket::disconnected, upstream, &QTcpSocket::disconnectFromHost);
         connect(upstream, &QTcpSocket::disconnected, client, &QTcpSocket::disconnectFromHost);

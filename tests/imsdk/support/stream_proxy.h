@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QByteArray>
+#include <QElapsedTimer>
 #include <QList>
 #include <QObject>
 #include <QPair>
@@ -21,6 +22,8 @@ public:
     // From now on, `from` in the server's output becomes `to` (once per occurrence).
     void rewrite(const QByteArray& from, const QByteArray& to) { rules_.append({from, to}); }
     int rewrites() const { return rewrites_; }
+    // Milliseconds since the last rewritten piece went to the client (-1 before any).
+    qint64 msSinceRewrite() const { return lastRewrite_.isValid() ? lastRewrite_.elapsed() : -1; }
 
 private:
     void onConnection();
@@ -30,4 +33,5 @@ private:
     QTcpServer server_;
     QList<QPair<QByteArray, QByteArray>> rules_;
     int rewrites_ = 0;
+    QElapsedTimer lastRewrite_;
 };

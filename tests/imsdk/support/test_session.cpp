@@ -99,6 +99,7 @@ void TestSession::loginVia(const ProsodyServer& server, quint16 port, const QStr
     param.domain = fromQ(server.domain());
     param.receiveFolder = fromQ(receiveFolder());
     param.authority = fromQ(authority);
+    param.signInTimeoutMs = signInTimeoutMs_;
     loginService()->Login(param);
 }
 

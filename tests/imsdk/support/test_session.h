@@ -29,6 +29,7 @@ public:
     // The same through another port of the server's host (a proxy in front of it).
     void loginVia(const ProsodyServer& server, quint16 port, const QString& account,
                   const QString& secret, const QString& authority = QString());
+    void setSignInTimeout(int ms) { signInTimeoutMs_ = ms; }
     void relogin();
     void logout();
 
@@ -52,6 +53,7 @@ public:
 
 private:
     QString folder_;
+    int signInTimeoutMs_ = 20000;
     std::unique_ptr<SdkInstance> sdk_;
     base::scoped_refptr<SessionProbe> probe_;
 };
