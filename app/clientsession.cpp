@@ -96,6 +96,14 @@ void ClientSession::connect(MainWindow* window, OpenIMManager* im) {
                                  if (qx_output::View* out = outputOf(view->page(m.conversationId)))
                                      out->addMessage(m);
                              });
+            // A send that failed says so below the message, with a way to send it again.
+            QObject::connect(im, &OpenIMManager::sendFailed, view,
+                             [view](const BaseMsg::MMessage& m, const QString& reason) {
+                                 if (qx_output::View* out = outputOf(view->page(m.conversationId)))
+                                     out->addSendFailure(m, reason);
+                             });
+            QObject::connect(qx_output::Manager::instance(), &qx_output::Manager::resendRequested,
+                             im, &OpenIMManager::resend);
             QObject::connect(im, &OpenIMManager::mediaDownloaded, view,
                              [view](quint64 msgId, const QString& path) {
                                  bool shown = false;
