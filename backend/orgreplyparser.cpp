@@ -48,8 +48,9 @@ bool OrgReplyParser::parse(const QByteArray& body) {
     if (!object(Context::Top)) return false;
     ws();
     // A reply without a department list is a company without departments, not a failure.
-    if (!deptListSeen_) qInfo("organisation reply without a department list: none are built");
-    return p_ == end_ && codeSeen_ && success_;
+    const bool ok = p_ == end_ && codeSeen_ && success_;
+    if (ok && !deptListSeen_) qInfo("organisation reply without a department list: none are built");
+    return ok;
 }
 
 bool OrgReplyParser::skipString() {
