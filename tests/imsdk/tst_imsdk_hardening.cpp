@@ -6,6 +6,7 @@
 #include <QTcpServer>
 #include <QTcpSocket>
 #include <QTemporaryFile>
+#include <QTimer>
 #include <QUuid>
 #include <QtTest>
 
@@ -47,6 +48,7 @@ private slots:
     void unusableMessagesAreLoggedAndLongTextsShown();
     void sendsKeepWhatTheWireCarries();
     void stalledSignInIsRetriedThenReported();
+    void tricklingPictureHoldsLaterTextsOnlyBriefly();
 
 private:
     // Sends `stanzas` (one per line) as carol to alice and waits until the client quits.
@@ -195,6 +197,57 @@ void HardeningTest::stalledSignInIsRetriedThenReported() {
     QVERIFY(waitUntil([&] { return alice.probe().count("loginOk") == 1; }));
     QCOMPARE(alice.probe().count("loginFail"), 1);
     qDeleteAll(held);
+}
+
+void HardeningTest::tricklingPictureHoldsLaterTextsOnlyBriefly() {
+    // A file host that answers and then sends one byte every half second.
+    QTcpServer host;
+    QVERIFY(host.listen(QHostAddress::LocalHost));
+    QList<QTcpSocket*> clients;
+    QTimer trickle;
+    connect(&host, &QTcpServer::newConnection, this, [&] {
+        while (QTcpSocket* s = host.nextPendingConnection()) {
+            clients << s;
+            s->write(
+                "HTTP/1.1 200 OK\r\nContent-Type: image/png\r\nContent-Length: 100000\r\n\r\n");
+        }
+    });
+    connect(&trickle, &QTimer::timeout, this, [&] {
+        for (QTcpSocket* s : qAsConst(clients))
+            if (s->state() == QAbstractSocket::ConnectedState) s->write("x");
+    });
+    trickle.start(500);
+
+    TestSession alice(QStringLiteral("alice-trickle"));
+    alice.login(server_, QStringLiteral("alice"), QStringLiteral("pw-alice"));
+    QVERIFY(waitUntil([&] { return alice.probe().count("loginOk"); }));
+    const QString url = QStringLiteral("http://127.0.0.1:%1/slow.png").arg(host.serverPort());
+    QElapsedTimer clock;
+    clock.start();
+    QVERIFY(sendAsCarol(
+        {stanza(QStringLiteral("pic-1"), url,
+                "<x xmlns='jabber:x:oob'><url>" + url +
+                    "</url></x><content xmlns='urn:quelix:im:1' kind='2' name='slow.png' "
+                    "size='100000' width='10' height='10'/>"),
+         stanza(QStringLiteral("after-pic"), QStringLiteral("written after the picture"))}));
+    // The text waits for the picture a few seconds, not for the download.
+    QVERIFY(waitUntil([&] { return alice.unreadCount(QStringLiteral("carol")) == 2; }, 15000));
+    QVERIFY2(clock.elapsed() < 15000, qPrintable(QString::number(clock.elapsed())));
+    QVERIFY(alice.probe().downloadResults().isEmpty());  // still trickling
+    const auto shown = alice.unread(QStringLiteral("carol"));
+    QCOMPARE(shown[0].content.type, openim::kContentImage);  // in the order they were sent
+    QVERIFY(shown[0].content.content.empty());
+    QCOMPARE(toQ(shown[1].content.content), QStringLiteral("written after the picture"));
+    QCOMPARE(logCount(QStringLiteral("still downloading after")), 1);
+
+    // Below the minimum rate the download fails instead of lasting for ever.
+    QVERIFY(waitUntil([&] { return alice.probe().downloadResults().size() == 1; }, 30000));
+    QCOMPARE(alice.probe().downloadResults(), QList<bool>{false});
+    QCOMPARE(logCount(QStringLiteral("failed: slower than")), 1);
+    // Announced when the text came and when the picture let it go; not again when the
+    // download ended, since both rows were listed by then.
+    QCOMPARE(alice.probe().count("newMessage:carol"), 2);
+    qDeleteAll(clients);
 }
 
 QTEST_GUILESS_MAIN(HardeningTest)
