@@ -1,5 +1,6 @@
 #include "clientsession.h"
 
+#include <QFileInfo>
 #include <QImageReader>
 #include <QJsonArray>
 #include <QPointer>
@@ -55,9 +56,12 @@ void ClientSession::connect(MainWindow* window, OpenIMManager* im) {
                         });
                     QObject::connect(page, &ConversationContentView::sendMediaMsg, im,
                                      [im, page](const QString& id, const QString& path) {
-                                         // Pictures go through the IM service; other files
+                                         // Pictures go through the IM service; other files,
+                                         // and pictures too big for a picture message, go
                                          // through the back end, offered as file cards.
-                                         if (QImageReader(path).canRead())
+                                         if (QImageReader(path).canRead() &&
+                                             QFileInfo(path).size() <
+                                                 ConversationContentInputEdit::kMaxPictureBytes)
                                              im->sendPicture(id, path);
                                          else if (qx_output::View* out = outputOf(page))
                                              out->uploadFile(path);
@@ -101,6 +105,14 @@ void ClientSession::connect(MainWindow* window, OpenIMManager* im) {
                                  if (qx_output::View* out = outputOf(view->page(m.conversationId)))
                                      out->addMessage(m);
                              });
+            // A send that failed says so below the message, with a way to send it again.
+            QObject::connect(im, &OpenIMManager::sendFailed, view,
+                             [view](const BaseMsg::MMessage& m, const QString& reason) {
+                                 if (qx_output::View* out = outputOf(view->page(m.conversationId)))
+                                     out->addSendFailure(m, reason);
+                             });
+            QObject::connect(qx_output::Manager::instance(), &qx_output::Manager::resendRequested,
+                             im, &OpenIMManager::resend);
             QObject::connect(im, &OpenIMManager::mediaDownloaded, view,
                              [view](quint64 msgId, const QString& path) {
                                  bool shown = false;
@@ -125,6 +137,9 @@ void ClientSession::connect(MainWindow* window, OpenIMManager* im) {
                 });
             QObject::connect(outputs, &qx_output::Manager::talkToSignal, view,
                              [view](const QString& userId) { view->showConversation(userId, 0); });
+            // Coming back to the window reads the open conversation.
+            QObject::connect(outputs, &qx_output::Manager::mainWinActiveSignal, view,
+                             &ConversationView::chatViewActive);
             QObject::connect(outputs, &qx_output::Manager::setAtTextHiddenSignal, view,
                              [view](const QString& id, bool hidden) {
                                  view->page(id)->setAtTextHiddenSlot(id, hidden);

@@ -14,4 +14,10 @@ bool writeCrashDump(int level, void* fileHandle, void* exceptionInfo);
 // demand) and writes a dump of the given level into it. The folder is copied.
 bool installCrashHandler(const char* dumpFolder, int level);
 
+// Lets the calling thread's own stack overflow still leave a report: on Windows it keeps
+// stack in reserve for the handler, elsewhere it gives the thread an alternate signal
+// stack (the main thread gets one from installCrashHandler). Every thread that runs
+// deep work calls it once, first thing.
+void coverThisThread();
+
 }  // namespace crashdump

@@ -4,12 +4,17 @@
 #include <execinfo.h>
 #include <fcntl.h>
 #include <signal.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <time.h>
 #include <unistd.h>
 
 #include <cstdint>
 #include <cstring>
+#ifdef __linux__
+#include <sys/prctl.h>
+#endif
 
 #include "crashdump.h"
 
@@ -73,6 +78,19 @@ void copyMaps(int fd) {
     ::close(maps);
 }
 
+// A thread's own signal stack: given back, with the setting undone, when the thread ends.
+struct AltStack {
+    static constexpr size_t kSize = 64 * 1024;
+    void* memory = nullptr;
+    ~AltStack() {
+        if (!memory) return;
+        stack_t off{};
+        off.ss_flags = SS_DISABLE;
+        ::sigaltstack(&off, nullptr);
+        ::munmap(memory, kSize);
+    }
+};
+
 void onFatalSignal(int sig, siginfo_t* info, void*) {
     ::mkdir(g_dumpFolder, 0755);
     char number[24];
@@ -114,6 +132,17 @@ bool writeCrashDump(int level, void* fileHandle, void* exceptionInfo) {
     }
     put(fd, "\npid: ");
     put(fd, decimal((unsigned long long)::getpid(), number));
+#ifdef __linux__
+    // Which thread died: its id and the name Qt gave it (prctl and gettid are plain
+    // system calls, safe here).
+    char name[17] = {};
+    ::prctl(PR_GET_NAME, name, 0, 0, 0);
+    put(fd, "\nthread: ");
+    put(fd, name[0] ? name : "?");
+    put(fd, " (tid ");
+    put(fd, decimal((unsigned long long)::syscall(SYS_gettid), number));
+    put(fd, ")");
+#endif
     put(fd, "\nbacktrace:\n");
     void* frames[128];
     const int count = ::backtrace(frames, level == 0 ? 32 : 128);
@@ -137,11 +166,7 @@ bool installCrashHandler(const char* dumpFolder, int level) {
     ::backtrace(warmUp, 1);
 
     // A stack overflow leaves no stack for the handler: give it one of its own.
-    static char altStack[64 * 1024];
-    stack_t ss{};
-    ss.ss_sp = altStack;
-    ss.ss_size = sizeof altStack;
-    ::sigaltstack(&ss, nullptr);
+    coverThisThread();
 
     struct sigaction sa {};
     sa.sa_sigaction = onFatalSignal;
@@ -149,6 +174,22 @@ bool installCrashHandler(const char* dumpFolder, int level) {
     sigemptyset(&sa.sa_mask);
     for (int sig : kSignals) ::sigaction(sig, &sa, nullptr);
     return true;
+}
+
+void coverThisThread() {
+    static thread_local AltStack altStack;
+    if (altStack.memory) return;
+    void* memory = ::mmap(nullptr, AltStack::kSize, PROT_READ | PROT_WRITE,
+                          MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (memory == MAP_FAILED) return;
+    stack_t ss{};
+    ss.ss_sp = memory;
+    ss.ss_size = AltStack::kSize;
+    if (::sigaltstack(&ss, nullptr) != 0) {
+        ::munmap(memory, AltStack::kSize);
+        return;
+    }
+    altStack.memory = memory;
 }
 
 }  // namespace crashdump

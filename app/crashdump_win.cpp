@@ -150,4 +150,10 @@ bool installCrashHandler(const char* dumpFolder, int level) {
     return true;
 }
 
+void coverThisThread() {
+    // Without reserve, a thread whose stack overflows has none left for the filter.
+    ULONG reserve = 64 * 1024;
+    SetThreadStackGuarantee(&reserve);
+}
+
 }  // namespace crashdump

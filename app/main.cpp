@@ -5,6 +5,7 @@
 #include <QTranslator>
 
 #include "base/at_exit.h"
+#include "base/thread_hooks.h"
 #include "clientsession.h"
 #include "commandlineswitches.h"
 #include "configstore.h"
@@ -82,6 +83,7 @@ int main(int argc, char* argv[]) {
     const QByteArray dumpFolder =
         QDir::toNativeSeparators(config.folderPath(ConfigStore::Dump)).toUtf8();
     crashdump::installCrashHandler(dumpFolder.constData(), 1);
+    base::ThreadHooks::setStartHook(crashdump::coverThisThread);
     QX_LOG << "Quelix " << ConfigStore::kVersion << " started";
 
     OpenIMManager* im = OpenIMManager::instance();

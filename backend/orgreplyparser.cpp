@@ -1,5 +1,6 @@
 #include "orgreplyparser.h"
 
+#include <QtGlobal>
 #include <cstring>
 
 #include "colleague.h"
@@ -40,11 +41,16 @@ bool OrgReplyParser::expect(char c) {
 bool OrgReplyParser::parse(const QByteArray& body) {
     p_ = body.constData();
     end_ = p_ + body.size();
+    // Some servers put a UTF-8 byte-order mark before the JSON text.
+    if (body.startsWith("\xEF\xBB\xBF")) p_ += 3;
     codeSeen_ = success_ = deptListSeen_ = false;
     errorMsg_.clear();
     if (!object(Context::Top)) return false;
     ws();
-    return p_ == end_ && codeSeen_ && success_ && deptListSeen_;
+    // A reply without a department list is a company without departments, not a failure.
+    const bool ok = p_ == end_ && codeSeen_ && success_;
+    if (ok && !deptListSeen_) qInfo("organisation reply without a department list: none are built");
+    return ok;
 }
 
 bool OrgReplyParser::skipString() {
@@ -270,7 +276,8 @@ bool OrgReplyParser::object(Context context) {
             ok = p_ < end_ && *p_ == '{' ? object(Context::Results) : skipValue();
         } else if (sameKey(k, n, "allDeptList")) {
             ws();
-            ok = p_ < end_ && *p_ == '[' ? departments() : skipValue();
+            // A list of another kind is a broken reply; null is no list.
+            ok = p_ < end_ && (*p_ == '[' ? departments() : *p_ == 'n' && skipValue());
         } else if (sameKey(k, n, "allUserList")) {
             ws();
             ok = p_ < end_ && *p_ == '[' ? colleagues() : skipValue();

@@ -27,8 +27,9 @@ public:
 
     OrgReplyParser(DepartmentSink departments, ColleagueSink colleagues);
 
-    // False for a body that is not a JSON object, a failure code, or a reply without a
-    // department list. Records reach the sinks as they are read.
+    // False for a body that is not a JSON object (after an optional byte-order mark) or a
+    // failure code; a reply without a department list has none. Records reach the sinks
+    // as they are read.
     bool parse(const QByteArray& body);
     const QString& errorMsg() const { return errorMsg_; }
 

@@ -12,6 +12,7 @@
 #include "base/bind.h"
 #include "base/path_service.h"
 #include "base/scoped_refptr.h"
+#include "base/thread_hooks.h"
 #include "chostapplication.h"
 #include "configstore.h"
 #include "directoryclient.h"
@@ -118,6 +119,8 @@ OpenIMManager* OpenIMManager::instance() {
 OpenIMManager::OpenIMManager() : fetcher_(new UnreadFetcher) {
     qRegisterMetaType<BaseMsg::MMessage>();
     fetchThread_.setObjectName(QStringLiteral("im-unread"));
+    connect(&fetchThread_, &QThread::started, this, &base::ThreadHooks::runStartHook,
+            Qt::DirectConnection);
     fetcher_->moveToThread(&fetchThread_);
     fetchThread_.start();
     connect(fetcher_, &UnreadFetcher::unreadReady, this, &OpenIMManager::onUnreadReady,
@@ -899,14 +902,48 @@ void OpenIMManager::OnSent(openim::IMMessage message, openim::ResultCode sent,
         QX_LOG << "OpenIMManager: a message was not sent (" << sent.code << ", " << uploaded.code
                << ")";
     base::scoped_refptr<OpenIMManager> self(this);
-    // Echoed into the conversation at once, sent or not: the user sees what they wrote.
+    const QString failure = sendFailureText(sent, uploaded);
+    // Echoed into the conversation at once, sent or not: the user sees what they wrote,
+    // and below it that it did not go out.
     QMetaObject::invokeMethod(
         this,
-        [self, message] {
+        [self, message, failure] {
             self->showChatMsg(false, message);
+            if (!failure.isEmpty())
+                emit self->sendFailed(toMessage(message, self->ownId(), false), failure);
             if (isUpload(message.content.type)) self->uploadFinished(toQ(message.receiver.account));
         },
         Qt::QueuedConnection);
+}
+
+// What the page says about a send that failed; empty when it went out.
+QString OpenIMManager::sendFailureText(const openim::ResultCode& sent,
+                                       const openim::ResultCode& uploaded) {
+    if (sent.ok() && uploaded.ok()) return QString();
+    const openim::ResultCode& r = sent.ok() ? uploaded : sent;
+    switch (r.code) {
+        case openim::ResultCode::kNotLoggedIn:
+            return QStringLiteral("未连接到通讯服务器");
+        case openim::ResultCode::kInvalidArgument:
+            return QStringLiteral("内容无法发送");
+        default:
+            return sent.ok() ? QStringLiteral("上传失败") : QStringLiteral("网络错误");
+    }
+}
+
+void OpenIMManager::resend(const BaseMsg::MMessage& m) {
+    const QString id = m.conversationId;
+    if (id.isEmpty()) return;
+    switch (m.kind) {
+        case BaseMsg::Text:
+            return sendTextOrCustom(id, QString(), m.text);
+        case BaseMsg::Media:
+            return sendPicture(id, m.mediaPath);
+        case BaseMsg::MediaFile:
+            return sendFile(id, m.mediaPath);
+        default:
+            QX_LOG << "OpenIMManager: a message of kind " << m.kind << " cannot be sent again";
+    }
 }
 
 void OpenIMManager::OnTribeSent(openim::IMTribeMessage message, openim::ResultCode sent,

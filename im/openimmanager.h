@@ -143,12 +143,16 @@ signals:
     void chatMessage(const BaseMsg::MMessage& message);
     // A received picture or file reached the disk (or failed: empty path).
     void mediaDownloaded(quint64 msgId, const QString& localPath);
+    // A message the user sent (already shown by chatMessage) did not go out.
+    void sendFailed(const BaseMsg::MMessage& message, const QString& reason);
 
 public slots:
     void OnTimeout();
     void OnHttpGetOthersBack(const QString& userId);
     void sendCustemSlot(const QString& id, const QString& summary, const QString& content);
     void getMoreMsg(const QString& id);
+    // Sends again a text, picture or file that was not sent.
+    void resend(const BaseMsg::MMessage& message);
 
 protected:
     void timerEvent(QTimerEvent* event) override;
@@ -159,6 +163,8 @@ private:
         bool uploads;
         std::function<void()> send;
     };
+    static QString sendFailureText(const openim::ResultCode& sent,
+                                   const openim::ResultCode& uploaded);
     void queueSend(const QString& id, bool uploads, std::function<void()> send);
     void pumpSends(const QString& id);
     void uploadFinished(const QString& id);

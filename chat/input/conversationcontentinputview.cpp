@@ -6,6 +6,7 @@
 #include <QHBoxLayout>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QLabel>
 #include <QMenu>
 #include <QMimeData>
 #include <QPushButton>
@@ -86,6 +87,13 @@ ConversationContentInputView::ConversationContentInputView(ConversationContentVi
     tools->addWidget(shotMenu);
     tools->addWidget(shakeButton_);
     tools->addStretch();
+    // Shown while the conversation's output has an unread mention of us (the output's
+    // mention tip drives it through the page).
+    auto* mention = new QLabel(QStringLiteral("有人@了你"), this);
+    mention->setObjectName(QStringLiteral("atText"));
+    mention->setStyleSheet(QStringLiteral("color:#FFA54F;"));
+    mention->hide();
+    tools->addWidget(mention);
     auto* bottom = new QHBoxLayout;
     bottom->setContentsMargins(8, 0, 12, 8);
     bottom->addStretch();

@@ -2,8 +2,10 @@
 
 #include <QHash>
 #include <QObject>
+
 #include <QSet>
 #include <QString>
+#include "basemsg.h"
 
 class QMovie;
 class QNetworkAccessManager;
@@ -59,6 +61,8 @@ signals:
     void mainWinActiveSignal();
     void setAtTipHiddenSignal(const QString& id, bool isHidden);
     void setAtTextHiddenSignal(const QString& id, bool isHidden);
+    // The user asked to send again a message that was not sent.
+    void resendRequested(const BaseMsg::MMessage& msg);
 
 private:
     explicit Manager(QObject* parent = nullptr);

@@ -18,6 +18,7 @@ struct MessageEntry {
     QSize content;  // the size of the bubble's content at the current width
     bool showName = false;
     bool loading = false;  // a picture still on its way
+    bool resend = false;   // tip rows: a message that was not sent; msg is that message
     int measuredFor = 0;   // text rows: the line width the content size was taken at
 };
 

@@ -27,6 +27,16 @@ TipMsgItem::TipMsgItem(const QString& text, QWidget* parent) : QWidget(parent) {
     layout->addStretch();
 }
 
+TipMsgItem::TipMsgItem(const QString& text, const QString& action, QWidget* parent)
+    : TipMsgItem(text, parent) {
+    // Our own markup around escaped text: the reason may come from the server.
+    label_->setTextFormat(Qt::RichText);
+    label_->setText(text.toHtmlEscaped() +
+                    QStringLiteral(" <a href=\"action\">%1</a>").arg(action.toHtmlEscaped()));
+    label_->setTextInteractionFlags(Qt::LinksAccessibleByMouse | Qt::LinksAccessibleByKeyboard);
+    connect(label_, &QLabel::linkActivated, this, &TipMsgItem::activated);
+}
+
 QString TipMsgItem::text() const { return label_->text(); }
 
 }  // namespace qx_output

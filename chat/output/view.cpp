@@ -180,6 +180,17 @@ void View::addMessage(const BaseMsg::MMessage& m) {
     }
 }
 
+void View::addSendFailure(const BaseMsg::MMessage& msg, const QString& reason) {
+    MessageEntry e;
+    e.kind = MessageEntry::Tip;
+    e.resend = true;
+    e.html = reason.isEmpty() ? QStringLiteral("消息未发送")
+                              : QStringLiteral("消息未发送（%1）").arg(reason);
+    e.msg = msg;
+    e.msg.msgId = 0;  // never stored: no id of the store's
+    add(std::move(e));
+}
+
 void View::addTipMsg(BaseMsg::MMessage m) {
     MessageEntry e;
     e.kind = MessageEntry::Tip;
@@ -403,8 +414,14 @@ QWidget* View::createItem(EntryItem* item) {
     BaseItem* widget = nullptr;
     switch (e.kind) {
         case MessageEntry::Separator:
-        case MessageEntry::Tip:
-            return new TipMsgItem(e.html);
+        case MessageEntry::Tip: {
+            if (!e.resend) return new TipMsgItem(e.html);
+            auto* tip = new TipMsgItem(e.html, QStringLiteral("重新发送"));
+            const BaseMsg::MMessage msg = e.msg;
+            connect(tip, &TipMsgItem::activated, this,
+                    [msg] { emit Manager::instance()->resendRequested(msg); });
+            return tip;
+        }
         case MessageEntry::Text:
             widget = new TextMsgItem(e);
             break;

@@ -33,6 +33,9 @@ public:
     const QString& conversationId() const { return id_; }
     // Files a message by its kind; duplicates (a message shown already) are dropped.
     void addMessage(const BaseMsg::MMessage& msg);
+    // `msg`, already shown, was not sent: a row after it says why and offers to send it
+    // again (Manager::resendRequested).
+    void addSendFailure(const BaseMsg::MMessage& msg, const QString& reason);
     // A received picture or file is on disk now (or failed: empty path).
     bool mediaReady(quint64 msgId, const QString& path);
     // Shows our own file while it uploads; sends the file message once it is up.

@@ -29,13 +29,15 @@ void CliReceiver::OnKicked(openim::KickedParam) {
 }
 
 void CliReceiver::OnNetDisConnect(openim::NetDisConnectParam) {
-    toMain([](ImCli* c) {
-        c->printLine({{QStringLiteral("event"), QStringLiteral("disconnected")}});
-    });
+    toMain([](ImCli* c) { c->connectionLost(); });
 }
 
 void CliReceiver::OnReLoginOk(openim::ReLoginOkParam) {
-    toMain([](ImCli* c) { c->printLine({{QStringLiteral("event"), QStringLiteral("relogin")}}); });
+    toMain([](ImCli* c) { c->reloggedIn(); });
+}
+
+void CliReceiver::OnReLoginFail(openim::ReLoginFailParam) {
+    toMain([](ImCli* c) { c->connectionLost(); });
 }
 
 void CliReceiver::OnNewMessage(openim::IMUserID sender) {

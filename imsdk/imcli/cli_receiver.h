@@ -23,6 +23,7 @@ public:
     void OnKicked(openim::KickedParam);
     void OnNetDisConnect(openim::NetDisConnectParam);
     void OnReLoginOk(openim::ReLoginOkParam);
+    void OnReLoginFail(openim::ReLoginFailParam);
     void OnNewMessage(openim::IMUserID sender);
     void OnDownload(openim::ResultCode result, openim::DownloadMediaResult download);
     void OnSent(openim::IMMessage message, openim::ResultCode sent, openim::ResultCode upload);

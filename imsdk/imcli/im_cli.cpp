@@ -127,6 +127,7 @@ bool ImCli::start(const QStringList& arguments) {
     login->RegisterKicked(base::Bind(&CliReceiver::OnKicked, r));
     login->RegisterLoginFail(base::Bind(&CliReceiver::OnLoginFail, r));
     login->RegisterReLoginOk(base::Bind(&CliReceiver::OnReLoginOk, r));
+    login->RegisterReLoginFail(base::Bind(&CliReceiver::OnReLoginFail, r));
     login->RegisterNetDisConnect(base::Bind(&CliReceiver::OnNetDisConnect, r));
     auto conversations = service<openim::IConversationService>(root_, openim::kConversationModule,
                                                                openim::kConversationInterface);
@@ -193,6 +194,26 @@ void ImCli::runCommand() {
     }
 }
 
+void ImCli::connectionLost() {
+    if (finished_) return;
+    // 1 s, 2 s, 4 s ... up to a minute, like the client's own heartbeat.
+    retryMs_ = retryMs_ == 0 ? 1000 : std::min(retryMs_ * 2, 60000);
+    printLine({{QStringLiteral("event"), QStringLiteral("disconnected")},
+               {QStringLiteral("retryInMs"), retryMs_}});
+    QTimer::singleShot(retryMs_, this, [this] {
+        if (finished_) return;
+        service<openim::ILoginService>(root_, openim::kLoginModule, openim::kLoginInterface)
+            ->ReLogin();
+    });
+}
+
+void ImCli::reloggedIn() {
+    retryMs_ = 0;
+    printLine({{QStringLiteral("event"), QStringLiteral("relogin")}});
+    // What arrived while away and was not announced yet.
+    if (!finished_ && command_.first() == QLatin1String("listen")) runCommand();
+}
+
 void ImCli::failed(const QString& why) {
     std::fprintf(stderr, "quelix-imcli: %s\n", qPrintable(why));
     finish(1);
@@ -204,11 +225,17 @@ void ImCli::newMessages(const QString& sender) {
     if (!c) return;
     std::vector<openim::IMMessage> messages;
     c->GetUnreadMessages(&messages);
-    c->MarkRead();
+    // Exactly what is printed is marked read: what arrives meanwhile, or lies beyond the
+    // count, stays unread for the next listen.
+    std::vector<std::uint64_t> printed;
     for (const auto& m : messages) {
+        if (listenCount_ >= 0 && printed_ >= listenCount_) break;
         printLine(toJson(m));
-        if (listenCount_ >= 0 && ++printed_ >= listenCount_) return finish(0);
+        printed.push_back(m.msgId);
+        ++printed_;
     }
+    if (!printed.empty()) c->MarkMessagesRead(printed);
+    if (listenCount_ >= 0 && printed_ >= listenCount_) finish(0);
 }
 
 void ImCli::sent(const openim::IMMessage& message, int sendCode, int uploadCode) {

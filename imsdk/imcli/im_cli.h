@@ -28,6 +28,9 @@ public:
     // Called on the main thread by CliReceiver.
     void loggedIn();
     void failed(const QString& why);
+    // The session dropped (or a relogin failed): sign in again after a growing pause.
+    void connectionLost();
+    void reloggedIn();
     void newMessages(const QString& sender);
     void sent(const openim::IMMessage& message, int sendCode, int uploadCode);
     void historyPage(int code, const std::vector<openim::IMMessage>& page);
@@ -48,4 +51,5 @@ private:
     int pagesLeft_ = 1;
     int pageSize_ = 20;
     bool finished_ = false;
+    int retryMs_ = 0;  // the pause before the next relogin; 0 while connected
 };

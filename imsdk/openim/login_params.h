@@ -21,6 +21,9 @@ struct LoginParam {
     // The company back end's own account on the IM server: only its notices about tribe
     // membership are believed. Empty: tribe news comes from the rooms alone.
     prg::PrgStringT<wchar_t> authority;
+    // How long one sign-in attempt may take before it is given up (and, for a first
+    // sign-in, tried again).
+    std::int32_t signInTimeoutMs = 20000;
 };
 
 // The session records reported by the login service's callbacks.

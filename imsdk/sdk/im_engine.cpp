@@ -24,6 +24,7 @@
 #include "sdk/message_codec.h"
 #include "sdk/receive_folder.h"
 #include "sdk/room_extension.h"
+#include "sdk/socket_guard.h"
 #include "sdk/tribe_messages.h"
 #include "sdk/tribe_rooms.h"
 #include "sdk/wide_text.h"
@@ -35,6 +36,10 @@ namespace {
 
 constexpr int kPingTimeoutMs = 10000;
 constexpr int kCatchUpPage = 100;
+constexpr int kMediaWaitMs = 8000;
+// A first sign-in that fails for the network is tried again this often, after 2 s, 4 s...
+// before the failure is reported; a refused secret is reported at once.
+constexpr int kLoginRetries = 3;
 const char kLastArchiveId[] = "last_archive_id";
 
 // One resource per desktop, so that signing in on a second desktop ends the first
@@ -79,6 +84,9 @@ void ImEngine::createClient() {
         client_->deleteLater();
     }
     client_ = new QXmppClient(this);
+    // Before anything reads the socket: stanzas too deep or too big never reach QXmpp's
+    // recursive parser.
+    new SocketGuard(client_);
     archive_ = new ArchiveExtension;
     carbons_ = new QXmppCarbonManager;
     upload_ = new QXmppUploadRequestManager;
@@ -129,6 +137,8 @@ QString ImEngine::bareJid(const QString& account) const {
 // ---- session ----
 
 void ImEngine::login(const openim::LoginParam& param, const QString& dataFolder) {
+    ++loginGeneration_;
+    loginAttempt_ = 0;
     if (state_ == State::Online || state_ == State::LoggingIn || state_ == State::ReLoggingIn) {
         // A new login replaces the running session without reporting its end.
         state_ = State::Idle;
@@ -171,6 +181,8 @@ void ImEngine::relogin() {
 }
 
 void ImEngine::logout() {
+    ++loginGeneration_;
+    if (loginTimer_) loginTimer_->stop();
     if (client_->state() != QXmppClient::DisconnectedState) {
         state_ = State::LoggingOut;
         client_->disconnectFromServer();
@@ -199,7 +211,51 @@ void ImEngine::connectNow(bool isRelogin) {
     config.setKeepAliveInterval(60);
     config.setKeepAliveTimeout(60);
     createClient();
+    if (!loginTimer_) {
+        loginTimer_ = new QTimer(this);
+        loginTimer_->setSingleShot(true);
+        connect(loginTimer_, &QTimer::timeout, this, &ImEngine::onLoginTimeout);
+    }
+    // A sign-in that has not finished by then will not: a server that accepts the
+    // connection and then stalls (replacing a dead session of ours, overloaded) would
+    // otherwise hold it for ever.
+    loginTimer_->start(std::max(1000, int(param_.signInTimeoutMs)));
     client_->connectToServer(config);
+}
+
+void ImEngine::onLoginTimeout() {
+    if (state_ != State::LoggingIn && state_ != State::ReLoggingIn) return;
+    qWarning().noquote() << "imsdk: sign-in to" << domain_ << "not finished within"
+                         << loginTimer_->interval() << "ms";
+    // A new client drops the stalled connection without hearing from it again.
+    createClient();
+    loginAttemptFailed(
+        openim::ResultCode(openim::ResultCode::kTimeout, L"the server did not finish the sign-in"),
+        false);
+}
+
+// The end of a sign-in that did not reach the online state.
+void ImEngine::loginAttemptFailed(const openim::ResultCode& result, bool refused) {
+    if (loginTimer_) loginTimer_->stop();
+    if (state_ == State::ReLoggingIn) {
+        // The client's heartbeat decides when to try again.
+        state_ = State::Offline;
+        sessionEnded();
+        if (!callbacks_.reloginFail.is_null()) callbacks_.reloginFail.Run({result});
+        return;
+    }
+    sessionEnded();
+    if (!refused && ++loginAttempt_ <= kLoginRetries) {
+        const int pauseMs = 1000 << loginAttempt_;
+        qInfo().noquote() << "imsdk: sign-in attempt" << loginAttempt_ << "failed ("
+                          << wide_text::toQ(result.text) << "); again in" << pauseMs / 1000 << "s";
+        QTimer::singleShot(pauseMs, this, [this, generation = loginGeneration_] {
+            if (generation == loginGeneration_ && state_ == State::LoggingIn) connectNow(false);
+        });
+        return;
+    }
+    state_ = State::Idle;
+    if (!callbacks_.loginFail.is_null()) callbacks_.loginFail.Run({result});
 }
 
 void ImEngine::onError(QXmppClient::Error error) {
@@ -211,6 +267,8 @@ void ImEngine::onStateChanged(QXmppClient::State state) {
     if (state == QXmppClient::ConnectedState) {
         const bool wasRelogin = state_ == State::ReLoggingIn;
         if (state_ != State::LoggingIn && state_ != State::ReLoggingIn) return;
+        if (loginTimer_) loginTimer_->stop();
+        loginAttempt_ = 0;
         state_ = State::Online;
         if (wasRelogin) {
             if (!callbacks_.reloginOk.is_null()) callbacks_.reloginOk.Run({loginUser()});
@@ -235,14 +293,8 @@ void ImEngine::onStateChanged(QXmppClient::State state) {
                   .arg(int(streamError_))));
     switch (was) {
         case State::LoggingIn:
-            state_ = State::Idle;
-            sessionEnded();
-            if (!callbacks_.loginFail.is_null()) callbacks_.loginFail.Run({result});
-            break;
         case State::ReLoggingIn:
-            state_ = State::Offline;
-            sessionEnded();
-            if (!callbacks_.reloginFail.is_null()) callbacks_.reloginFail.Run({result});
+            loginAttemptFailed(result, refused);
             break;
         case State::Online:
             sessionEnded();
@@ -396,6 +448,14 @@ void ImEngine::notifyNew(const QString& peer) {
 
 void ImEngine::onMessage(const QXmppMessage& message) {
     if (message.type() == QXmppMessage::Error) return;
+    for (const QXmppElement& e : message.extensions()) {
+        if (e.tagName() == QLatin1String("refused") &&
+            e.attribute(QStringLiteral("xmlns")) == QLatin1String(StanzaGuard::kNamespace)) {
+            qWarning().noquote() << "imsdk: refused a message from" << message.from() << "id"
+                                 << message.id() << "-" << e.attribute(QStringLiteral("reason"));
+            return;
+        }
+    }
     openBatch();
     const QString fromBare = QXmppUtils::jidToBareJid(message.from());
     if (fromBare == domain_) {
@@ -429,16 +489,22 @@ void ImEngine::store(const QXmppMessage& message, const QString& archiveId, cons
         if (!archiveId.isEmpty()) store_.setMeta(QLatin1String(kLastArchiveId), archiveId);
         return;
     }
-    std::optional<StoredMessage> decoded = MessageCodec::decode(message);
-    if (!decoded) return;
+    QString problem;
+    std::optional<StoredMessage> decoded = MessageCodec::decode(message, &problem);
+    if (!decoded) {
+        if (!problem.isEmpty()) logRefused(message, problem);
+        return;
+    }
+    if (!problem.isEmpty()) logRefused(message, problem);
     StoredMessage m = *decoded;
     const QString own = bareJid(account_);
     const bool outgoing = QXmppUtils::jidToBareJid(message.from()) == own ||
                           (message.from().isEmpty() && !message.to().isEmpty());
     const QString other = QXmppUtils::jidToBareJid(outgoing ? message.to() : message.from());
-    if (other.isEmpty() || QXmppUtils::jidToDomain(other) != domain_) return;
+    if (other.isEmpty() || QXmppUtils::jidToDomain(other) != domain_)
+        return logRefused(message, QStringLiteral("not of the company's domain ") + domain_);
     m.peer = QXmppUtils::jidToUser(other);
-    if (m.peer.isEmpty()) return;
+    if (m.peer.isEmpty()) return logRefused(message, QStringLiteral("no account in the address"));
     m.outgoing = outgoing;
     m.sender = outgoing ? account_ : m.peer;
     m.time = (stamp.isValid() ? stamp : QDateTime::currentDateTimeUtc()).toSecsSinceEpoch();
@@ -446,7 +512,26 @@ void ImEngine::store(const QXmppMessage& message, const QString& archiveId, cons
     m.originId = message.originId().isEmpty() ? message.id() : message.originId();
     m.unread = !outgoing && source != Source::History;
     m.pendingMedia = isMedia(m.kind) && !outgoing && source != Source::History;
-    std::optional<quint64> id = store_.insert(m);
+    std::optional<quint64> id;
+    if (m.kind == openim::kContentText && m.content.size() > MessageCodec::kMaxBodyChars) {
+        // A text longer than one message may hold arrives as consecutive parts; each part
+        // has ids of its own derived from the message's, so a second copy still matches.
+        const QStringList parts = MessageCodec::split(m.content);
+        qInfo().noquote() << "imsdk: long text from" << message.from() << "id" << message.id()
+                          << "shown in" << parts.size() << "parts";
+        for (int i = 0; i < parts.size(); ++i) {
+            StoredMessage part = m;
+            part.content = parts.at(i);
+            if (i > 0) {
+                const QString suffix = QStringLiteral("#part%1").arg(i + 1);
+                if (!part.originId.isEmpty()) part.originId += suffix;
+                if (!part.stanzaId.isEmpty()) part.stanzaId += suffix;
+            }
+            if (auto partId = insertReceived(part, message, source); partId && !id) id = partId;
+        }
+    } else {
+        id = insertReceived(m, message, source);
+    }
     if (!archiveId.isEmpty() && source != Source::History)
         store_.setMeta(QLatin1String(kLastArchiveId), archiveId);
     if (!id || !m.unread) return;
@@ -456,6 +541,35 @@ void ImEngine::store(const QXmppMessage& message, const QString& archiveId, cons
         return;
     }
     notifyNew(m.peer);
+}
+
+// The store keeps one message per sender and origin id. A second stanza under the same
+// id is a copy (offline delivery and catch-up both bring it) only when it says the same;
+// a client that reuses ids for new messages must not lose them.
+std::optional<quint64> ImEngine::insertReceived(StoredMessage& m, const QXmppMessage& message,
+                                                Source source) {
+    std::optional<quint64> id = store_.insert(m);
+    if (id || m.originId.isEmpty()) return id;
+    const std::optional<StoredMessage> earlier = store_.byOrigin(m.sender, m.originId);
+    const bool same =
+        !earlier || (earlier->kind == m.kind &&
+                     (isMedia(m.kind) ? earlier->url == m.url : earlier->content == m.content));
+    if (same) {
+        if (source == Source::Live && !m.outgoing)
+            logRefused(message, QStringLiteral("a copy of a message already received"));
+        return std::nullopt;
+    }
+    const QByteArray digest = QCryptographicHash::hash(
+        (QString::number(m.kind) + m.content + m.url).toUtf8(), QCryptographicHash::Sha1);
+    m.originId += QLatin1Char('#') + QString::fromLatin1(digest.toHex().left(12));
+    qInfo().noquote() << "imsdk: message from" << message.from() << "reuses id" << message.id()
+                      << "for other content; kept as a new message";
+    return store_.insert(m);
+}
+
+void ImEngine::logRefused(const QXmppMessage& message, const QString& why) {
+    qWarning().noquote() << "imsdk: message from" << message.from() << "id" << message.id()
+                         << "not shown:" << why;
 }
 
 // Fetches what the archive holds after the last message we saw, in case the server
@@ -516,8 +630,25 @@ void ImEngine::startDownload(quint64 id, bool notify) {
     std::optional<StoredMessage> m = store_.message(id);
     if (!m) return;
     const QString target = ReceiveFolder(receiveFolder_).freePath(m->summary);
+    // Later messages of the sender wait for the picture, but only so long: then they are
+    // shown, and the picture fills its row when it arrives.
+    QPointer<QTimer> wait;
+    if (notify && m->unread && !TribeRooms::isKey(m->peer)) {
+        wait = new QTimer(this);
+        wait->setSingleShot(true);
+        connect(wait, &QTimer::timeout, this, [this, id, peer = m->peer] {
+            if (!store_.releaseMedia(id)) return;
+            qInfo().noquote() << "imsdk: message" << id << "from" << peer
+                              << "still downloading after" << kMediaWaitMs / 1000
+                              << "s; what came after it is shown";
+            notifyNew(peer);
+        });
+        wait->start(kMediaWaitMs);
+    }
     transfer_->download(
-        QUrl(m->url), target, [this, id, notify, m](bool ok, const QString& result) {
+        QUrl(m->url), target, [this, id, notify, m, wait](bool ok, const QString& result) {
+            const bool released = !wait || !wait->isActive();
+            if (wait) wait->deleteLater();
             store_.finishMedia(id, ok ? result : QString());
             if (TribeRooms::isKey(m->peer)) {
                 tribes_->messages()->mediaFinished(*m, ok, result);
@@ -534,8 +665,8 @@ void ImEngine::startDownload(quint64 id, bool notify) {
                        : openim::ResultCode(openim::ResultCode::kNetworkError, fromQ(result)),
                     r);
             }
-            if (notify && m->unread && !callbacks_.newMessage.is_null())
-                callbacks_.newMessage.Run(userId(m->peer));
+            // After the commit of a batch that may be open around this write.
+            if (notify && m->unread && !(wait && released)) notifyNew(m->peer);
         });
 }
 
@@ -588,6 +719,13 @@ void ImEngine::send(const QString& peer, StoredMessage draft, const QString& fil
             }
         });
         return;
+    }
+    if (!isMedia(draft.kind)) {
+        // What the sender keeps is what the receiver gets.
+        draft.content = MessageCodec::wireText(draft.content);
+        draft.summary = MessageCodec::wireText(draft.summary);
+        if (draft.kind == openim::kContentText && draft.content.trimmed().isEmpty())
+            return fail(openim::ResultCode::kInvalidArgument, L"empty text");
     }
     if (draft.content.size() > MessageCodec::kMaxBodyChars ||
         draft.summary.size() > MessageCodec::kMaxBodyChars)

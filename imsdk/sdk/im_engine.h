@@ -151,6 +151,8 @@ private:
 
     void createClient();
     void connectNow(bool isRelogin);
+    void onLoginTimeout();
+    void loginAttemptFailed(const openim::ResultCode& result, bool refused);
     void onStateChanged(QXmppClient::State state);
     void onError(QXmppClient::Error error);
     void onMessage(const QXmppMessage& message);
@@ -163,6 +165,9 @@ private:
     void onSlotFailed(const QXmppHttpUploadRequestIq& request);
     void store(const QXmppMessage& message, const QString& archiveId, const QDateTime& stamp,
                Source source);
+    std::optional<quint64> insertReceived(StoredMessage& m, const QXmppMessage& message,
+                                          Source source);
+    void logRefused(const QXmppMessage& message, const QString& why);
     void startCatchUp();
     void startDownload(quint64 id, bool notify);
     void requestSlot(const PendingUpload& upload);
@@ -192,6 +197,10 @@ private:
     MediaTransfer* transfer_;
     MessageStore store_;
     TribeRooms* tribes_;
+
+    QTimer* loginTimer_ = nullptr;
+    int loginAttempt_ = 0;         // failed attempts of the current first sign-in
+    quint64 loginGeneration_ = 0;  // a retry belongs to the login() that started it
 
     QHash<QString, PendingPing> pings_;
     QHash<QString, PendingUpload> uploads_;

@@ -5,6 +5,7 @@
 #include <QNetworkReply>
 #include <QNetworkRequest>
 #include <QSaveFile>
+#include <QTimer>
 #include <memory>
 
 namespace {
@@ -54,19 +55,42 @@ void MediaTransfer::download(const QUrl& url, const QString& target, Done done) 
     request.setAttribute(QNetworkRequest::RedirectPolicyAttribute,
                          QNetworkRequest::NoLessSafeRedirectPolicy);
     QNetworkReply* reply = network_->get(request);
-    auto tooBig = std::make_shared<bool>(false);
-    connect(reply, &QNetworkReply::readyRead, this, [reply, out, tooBig] {
-        if (*tooBig) return;
+    // Why the download was cut short, when it was.
+    auto refused = std::make_shared<QString>();
+    auto cut = [reply, refused](const QString& why) {
+        if (!refused->isEmpty()) return;
+        *refused = why;
+        reply->abort();
+    };
+    // Both timers are the reply's children and go with it.
+    auto* deadline = new QTimer(reply);
+    deadline->setSingleShot(true);
+    connect(deadline, &QTimer::timeout, reply, [cut, ms = limits_.deadlineMs] {
+        cut(QStringLiteral("not finished within %1 s").arg(ms / 1000));
+    });
+    deadline->start(limits_.deadlineMs);
+    auto* rate = new QTimer(reply);
+    auto windowStart = std::make_shared<qint64>(0);
+    connect(rate, &QTimer::timeout, reply, [out, windowStart, cut, limits = limits_] {
+        const qint64 got = out->size() - *windowStart;
+        *windowStart = out->size();
+        if (got < limits.minBytesPerWindow)
+            cut(QStringLiteral("slower than %1 bytes in %2 s")
+                    .arg(limits.minBytesPerWindow)
+                    .arg(limits.rateWindowMs / 1000.0));
+    });
+    rate->start(limits_.rateWindowMs);
+    connect(reply, &QNetworkReply::readyRead, this, [reply, out, refused, cut] {
+        if (!refused->isEmpty()) return;
         if (out->size() + reply->bytesAvailable() > kMaxDownloadBytes) {
-            *tooBig = true;
-            reply->abort();
+            cut(QStringLiteral("file too large"));
             return;
         }
         out->write(reply->readAll());
     });
-    connect(reply, &QNetworkReply::finished, this, [reply, out, tooBig, target, done] {
+    connect(reply, &QNetworkReply::finished, this, [reply, out, refused, target, done] {
         reply->deleteLater();
-        if (!*tooBig && reply->error() == QNetworkReply::NoError) {
+        if (refused->isEmpty() && reply->error() == QNetworkReply::NoError) {
             out->write(reply->readAll());
             if (out->commit()) {
                 done(true, target);
@@ -74,6 +98,8 @@ void MediaTransfer::download(const QUrl& url, const QString& target, Done done) 
             }
         }
         out->cancelWriting();
-        done(false, *tooBig ? QStringLiteral("file too large") : reply->errorString());
+        const QString why = refused->isEmpty() ? reply->errorString() : *refused;
+        qWarning().noquote() << "imsdk: download of" << reply->url().toString() << "failed:" << why;
+        done(false, why);
     });
 }

@@ -16,7 +16,16 @@ public:
     using Done = std::function<void(bool ok, const QString& pathOrError)>;
     static constexpr qint64 kMaxDownloadBytes = 256ll * 1024 * 1024;
 
+    // A download that trickles holds the sender's later messages back, so it must end:
+    // it fails when a window passes with less than the minimum, or at the deadline.
+    struct Limits {
+        int deadlineMs = 30 * 60 * 1000;  // 256 MiB at the minimum rate would take longer
+        int rateWindowMs = 20000;
+        qint64 minBytesPerWindow = 20 * 1024;  // 1 KiB/s: a stalled or hostile host
+    };
+
     explicit MediaTransfer(QObject* parent = nullptr);
+    void setLimits(const Limits& limits) { limits_ = limits; }
 
     void upload(const QUrl& putUrl, const QMap<QString, QString>& headers, const QString& file,
                 const QString& mimeType, Done done);
@@ -26,4 +35,5 @@ public:
 
 private:
     QNetworkAccessManager* network_;
+    Limits limits_;
 };

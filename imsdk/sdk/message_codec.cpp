@@ -17,7 +17,8 @@ bool isWebUrl(const QString& text) {
            !url.host().isEmpty();
 }
 
-StoredMessage hidden(StoredMessage m) {
+StoredMessage hidden(StoredMessage m, QString* problem, const QString& why) {
+    if (problem) *problem = why;
     m.kind = openim::kContentHidden;
     m.content.clear();
     m.summary.clear();
@@ -60,7 +61,35 @@ QXmppMessage MessageCodec::encode(const StoredMessage& m, const QString& toJid) 
     return stanza;
 }
 
-std::optional<StoredMessage> MessageCodec::decode(const QXmppMessage& stanza) {
+QString MessageCodec::wireText(const QString& text) {
+    QString out;
+    out.reserve(text.size());
+    for (int i = 0; i < text.size(); ++i) {
+        const QChar c = text.at(i);
+        if (c.isHighSurrogate() && i + 1 < text.size() && text.at(i + 1).isLowSurrogate()) {
+            out.append(c).append(text.at(++i));
+            continue;
+        }
+        const ushort u = c.unicode();
+        const bool allowed =
+            u == 0x9 || u == 0xA || u == 0xD || (u >= 0x20 && u <= 0xFFFD && !c.isSurrogate());
+        if (allowed) out.append(c);
+    }
+    return out;
+}
+
+QStringList MessageCodec::split(const QString& text, int maxChars) {
+    QStringList parts;
+    for (int from = 0; from < text.size();) {
+        int n = std::min(maxChars, int(text.size()) - from);
+        if (n > 1 && from + n < text.size() && text.at(from + n - 1).isHighSurrogate()) --n;
+        parts << text.mid(from, n);
+        from += n;
+    }
+    return parts;
+}
+
+std::optional<StoredMessage> MessageCodec::decode(const QXmppMessage& stanza, QString* problem) {
     StoredMessage m;
     const QString body = stanza.body();
     QXmppElement content;
@@ -71,9 +100,13 @@ std::optional<StoredMessage> MessageCodec::decode(const QXmppMessage& stanza) {
             break;
         }
     }
+    const bool blank = body.trimmed().isEmpty();
     if (content.isNull()) {
         if (body.isEmpty()) return std::nullopt;
-        if (body.size() > kMaxBodyChars) return hidden(m);
+        if (blank) {
+            if (problem) *problem = QStringLiteral("the text is blank");
+            return std::nullopt;
+        }
         // Plain clients share files as an address in the body plus the same address as oob.
         if (!stanza.outOfBandUrl().isEmpty() && stanza.outOfBandUrl() == body && isWebUrl(body)) {
             m.kind = openim::kContentFile;
@@ -88,18 +121,28 @@ std::optional<StoredMessage> MessageCodec::decode(const QXmppMessage& stanza) {
 
     bool ok = false;
     const int kind = content.attribute(QStringLiteral("kind")).toInt(&ok);
-    if (!ok || body.size() > kMaxBodyChars) return hidden(m);
+    if (!ok) return hidden(m, problem, QStringLiteral("no message kind"));
+    if (kind != openim::kContentText && body.size() > kMaxBodyChars)
+        return hidden(m, problem, QStringLiteral("a body longer than %1").arg(kMaxBodyChars));
     m.kind = kind;
     switch (kind) {
         case openim::kContentText:
+            if (blank) {
+                if (problem) *problem = QStringLiteral("the text is blank");
+                return std::nullopt;
+            }
             m.content = body;
             return m;
         case openim::kContentCustom: {
             const QString json = content.value();
-            if (json.size() > kMaxBodyChars) return hidden(m);
+            if (json.size() > kMaxBodyChars)
+                return hidden(m, problem,
+                              QStringLiteral("a custom payload longer than %1").arg(kMaxBodyChars));
             QJsonParseError error;
             QJsonDocument doc = QJsonDocument::fromJson(json.toUtf8(), &error);
-            if (error.error != QJsonParseError::NoError || !doc.isObject()) return hidden(m);
+            if (error.error != QJsonParseError::NoError || !doc.isObject())
+                return hidden(m, problem,
+                              QStringLiteral("a custom payload that is not a JSON object"));
             m.content = json;
             m.summary = body;
             return m;
@@ -107,7 +150,8 @@ std::optional<StoredMessage> MessageCodec::decode(const QXmppMessage& stanza) {
         case openim::kContentImage:
         case openim::kContentFile: {
             const QString url = stanza.outOfBandUrl().isEmpty() ? body : stanza.outOfBandUrl();
-            if (!isWebUrl(url)) return hidden(m);
+            if (!isWebUrl(url))
+                return hidden(m, problem, QStringLiteral("a file address that is not http(s)"));
             m.url = url;
             m.summary = content.attribute(QStringLiteral("name"));
             if (m.summary.isEmpty()) m.summary = QFileInfo(QUrl(url).path()).fileName();
@@ -117,6 +161,6 @@ std::optional<StoredMessage> MessageCodec::decode(const QXmppMessage& stanza) {
             return m;
         }
         default:
-            return hidden(m);
+            return hidden(m, problem, QStringLiteral("an unknown kind %1").arg(kind));
     }
 }

@@ -17,6 +17,14 @@ QString ReceiveFolder::cleanName(const QString& senderName) {
     // Leading dots would hide the file or make "..", trailing dots and blanks trouble Windows.
     while (out.startsWith(QLatin1Char('.')) || out.startsWith(QLatin1Char(' '))) out.remove(0, 1);
     while (out.endsWith(QLatin1Char('.')) || out.endsWith(QLatin1Char(' '))) out.chop(1);
+    // Names Windows keeps for devices (CON, nul.txt, COM1.log...) open the device there,
+    // whatever the extension: such a file gets a leading underscore on every system, so
+    // the same message is saved under the same name everywhere.
+    static const QStringList reserved{
+        "CON",  "PRN",  "AUX",  "NUL",  "COM1", "COM2", "COM3", "COM4", "COM5", "COM6", "COM7",
+        "COM8", "COM9", "LPT1", "LPT2", "LPT3", "LPT4", "LPT5", "LPT6", "LPT7", "LPT8", "LPT9"};
+    const QString stem = out.section(QLatin1Char('.'), 0, 0).trimmed();
+    if (reserved.contains(stem, Qt::CaseInsensitive)) out.prepend(QLatin1Char('_'));
     if (out.size() > 120) {
         const QString suffix = QFileInfo(out).suffix().left(16);
         out = out.left(100) + (suffix.isEmpty() ? QString() : QLatin1Char('.') + suffix);

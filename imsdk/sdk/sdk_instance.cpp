@@ -4,6 +4,7 @@
 #include <QStandardPaths>
 #include <QThread>
 
+#include "base/thread_hooks.h"
 #include "openim/service_guids.h"
 #include "prg/prg_component.h"
 #include "sdk/im_engine.h"
@@ -34,13 +35,22 @@ void SdkInstance::start() {
     if (!thread_) {
         thread_ = new QThread;
         thread_->setObjectName(QStringLiteral("openim-sdk"));
+        // Stanzas are parsed into DOM trees recursively on this thread. Their depth is
+        // bounded before parsing, so this is headroom, sized alike on every platform
+        // (Windows would give a thread only 1 MiB).
+        thread_->setStackSize(kStackBytes);
         thread_->start();
         // The engine and its sockets belong to the SDK thread from their first breath.
         QObject anchor;
         anchor.moveToThread(thread_);
         ImEngine* engine = nullptr;
         QMetaObject::invokeMethod(
-            &anchor, [&engine] { engine = new ImEngine; }, Qt::BlockingQueuedConnection);
+            &anchor,
+            [&engine] {
+                base::ThreadHooks::runStartHook();
+                engine = new ImEngine;
+            },
+            Qt::BlockingQueuedConnection);
         engine_ = engine;
     }
     auto* services = new SdkServices(engine_, dataFolder_);

@@ -21,6 +21,9 @@ public:
     SdkInstance(const SdkInstance&) = delete;
     SdkInstance& operator=(const SdkInstance&) = delete;
 
+    // The SDK thread's stack.
+    static constexpr unsigned kStackBytes = 8u * 1024 * 1024;
+
     prg::IPrgCOM* root() { return &root_; }
     static QString defaultDataFolder();
 

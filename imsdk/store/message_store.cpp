@@ -203,6 +203,14 @@ std::optional<StoredMessage> MessageStore::message(quint64 id) {
     return rows.first();
 }
 
+std::optional<StoredMessage> MessageStore::byOrigin(const QString& sender,
+                                                    const QString& originId) {
+    auto rows =
+        select(QStringLiteral("sender = ? AND origin_id = ?"), {sender, originId}, QString());
+    if (rows.isEmpty()) return std::nullopt;
+    return rows.first();
+}
+
 // Unread messages of a peer (bound twice) that are ready to be read: those before the
 // first picture or file still downloading.
 static const char kReadyUnread[] =
@@ -290,6 +298,15 @@ void MessageStore::finishMedia(quint64 id, const QString& localPath) {
     q.addBindValue(localPath);
     q.addBindValue(id);
     q.exec();
+}
+
+bool MessageStore::releaseMedia(quint64 id) {
+    if (!isOpen()) return false;
+    QSqlQuery q(QSqlDatabase::database(connection_, false));
+    q.prepare(
+        QStringLiteral("UPDATE messages SET pending_media = 0 WHERE id = ? AND pending_media = 1"));
+    q.addBindValue(id);
+    return q.exec() && q.numRowsAffected() > 0;
 }
 
 QString MessageStore::meta(const QString& key) {

@@ -36,6 +36,8 @@ public:
     // lacked fills it in.
     std::optional<quint64> insert(const StoredMessage& m);
     std::optional<StoredMessage> message(quint64 id);
+    // The message `sender` sent under `originId`, if stored.
+    std::optional<StoredMessage> byOrigin(const QString& sender, const QString& originId);
     // A message first stored live (with our receipt time) met again in the archive: the
     // archive's time places it among what the catch-up brings, where it belongs.
     void settleTime(const QString& stanzaId, qint64 time);
@@ -53,6 +55,9 @@ public:
     QString oldestStanzaId(const QString& peer);
     QList<StoredMessage> pendingMedia();
     void finishMedia(quint64 id, const QString& localPath);
+    // Lets a picture or file still downloading stop holding back what came after it; it
+    // is listed (without a local path) from now on. False when it was no longer pending.
+    bool releaseMedia(quint64 id);
 
     QString meta(const QString& key);
     void setMeta(const QString& key, const QString& value);

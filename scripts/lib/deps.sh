@@ -13,19 +13,28 @@ QUELIX_PACKAGES=(
   g++-mingw-w64-x86-64-posix
 )
 
+# Only scripts/fuzz needs these: the fuzzing compiler and its runtime.
+QUELIX_FUZZ_PACKAGES=(clang-14 libclang-rt-14-dev)
+
 quelix_missing_packages() {
+  local wanted=("$@")
+  [ $# -eq 0 ] && wanted=("${QUELIX_PACKAGES[@]}")
   local installed
-  installed=$(dpkg-query -W -f='${Package} ${db:Status-Abbrev}\n' "${QUELIX_PACKAGES[@]}" 2>/dev/null |
+  installed=$(dpkg-query -W -f='${Package} ${db:Status-Abbrev}\n' "${wanted[@]}" 2>/dev/null |
     awk '$2 ~ /^ii/ {print $1}')
   local p
-  for p in "${QUELIX_PACKAGES[@]}"; do
+  for p in "${wanted[@]}"; do
     grep -qx "$p" <<<"$installed" || echo "$p"
   done
 }
 
+quelix_install_fuzz_deps() {
+  quelix_install_deps "${QUELIX_FUZZ_PACKAGES[@]}"
+}
+
 quelix_install_deps() {
   local missing
-  missing=$(quelix_missing_packages)
+  missing=$(quelix_missing_packages "$@")
   [ -z "$missing" ] && return 0
   echo "quelix: installing missing packages:" $missing
   local sudo=""

@@ -122,6 +122,12 @@ void TestDirectoryStore::colleaguesAndTheirDepartments() {
 
 void TestDirectoryStore::badRepliesLeaveTheStoreAsItWas() {
     DirectoryStore s;
+    // A byte-order mark before the JSON is not a bad reply; neither is one without
+    // departments, which builds an empty directory instead of failing the log-in.
+    QVERIFY(s.load("\xEF\xBB\xBF" + reply({dept("1", "")}, {user("5", "1", "甲", "jia", "j")})));
+    QCOMPARE(s.colleagueCount(), 1);
+    QVERIFY(s.load("{\"errorCode\":0,\"results\":{\"allUserList\":[]}}"));
+    QCOMPARE(s.departmentCount(), 0);
     QVERIFY(s.load(reply({dept("1", "")}, {user("5", "1", "甲", "jia", "j")})));
     for (const QByteArray& bad :
          {QByteArray("<html>502</html>"), reply({dept("2", "")}, {}, 500), QByteArray("[]"),
@@ -153,7 +159,8 @@ void TestDirectoryStore::searchIsCaseSensitiveAndOrdered() {
     QCOMPARE(hitIds("李"), QStringList({"10"}));
     QCOMPARE(hitIds("lm"), QStringList({"9"}));
     QVERIFY(hitIds("").isEmpty());
-    s.setTribes({{"300", "Quelix 项目", "7", "1", "", false}, {"200", "市场部活动", "7", "1", "", false}});
+    s.setTribes(
+        {{"300", "Quelix 项目", "7", "1", "", false}, {"200", "市场部活动", "7", "1", "", false}});
     QCOMPARE(hitIds("项目", DirectoryStore::SearchMode::Tribes), QStringList({"300"}));
     QCOMPARE(hitIds("li", DirectoryStore::SearchMode::Tribes), QStringList({"300"}));
     QVERIFY(hitIds("Li", DirectoryStore::SearchMode::Tribes).isEmpty());
@@ -183,7 +190,8 @@ void TestDirectoryStore::readsWhateverValidJsonTheReplyUses() {
     QVERIFY(c->mobile().isEmpty());  // not a text: nothing kept
     QCOMPARE(s.department("1")->members.size(), 1);
 
-    // Not JSON, cut short, a failure code, or no department list: nothing changes.
+    // Not JSON, cut short, a failure code, or a department list that is not one: nothing
+    // changes.
     const QByteArray broken[] = {
         "{\"errorCode\":0,\"results\":{\"allDeptList\":[{\"id\":\"2\"}]",
         "{\"errorCode\":0,\"results\":{\"allDeptList\":[{\"id\":\"2\"}]}} trailing",
@@ -191,7 +199,7 @@ void TestDirectoryStore::readsWhateverValidJsonTheReplyUses() {
         "{\"errorCode\":0,\"results\":{\"allDeptList\":[{\"id\":\"\\q\"}]}}",
         "{\"errorCode\":1,\"results\":{\"allDeptList\":[{\"id\":\"2\"}]}}",
         "{\"results\":{\"allDeptList\":[{\"id\":\"2\"}]}}",
-        "{\"errorCode\":0,\"results\":{\"allUserList\":[]}}",
+        "{\"errorCode\":0,\"results\":{\"allDeptList\":{\"id\":\"2\"}}}",
     };
     for (const QByteArray& bad : broken) {
         QVERIFY2(!s.load(bad), bad.constData());

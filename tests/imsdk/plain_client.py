@@ -2,6 +2,7 @@
 
 usage: plain_client.py JID PASSWORD HOST PORT PEER TEXT
        plain_client.py JID PASSWORD HOST PORT PEER --raw STANZA...   (send as is, then quit)
+       plain_client.py JID PASSWORD HOST PORT PEER --raw-file FILE  (one stanza a line)
 """
 import sys
 
@@ -32,7 +33,11 @@ class PlainClient(slixmpp.ClientXMPP):
 
 def main():
     jid, password, host, port, peer = sys.argv[1:6]
-    text = sys.argv[7:] if sys.argv[6] == "--raw" else sys.argv[6]
+    if sys.argv[6] == "--raw-file":
+        with open(sys.argv[7], encoding="utf-8") as f:
+            text = [line.rstrip("\n") for line in f if line.strip()]
+    else:
+        text = sys.argv[7:] if sys.argv[6] == "--raw" else sys.argv[6]
     client = PlainClient(jid, password, peer, text)
     client["feature_mechanisms"].unencrypted_plain = True
     client.enable_starttls = False

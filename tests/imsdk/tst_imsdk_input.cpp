@@ -83,7 +83,8 @@ void InputTest::badStanzasBecomeHiddenMessages_data() {
     QTest::newRow("custom array") << stanza("s", content("16", "[1,2]"));
     QTest::newRow("unknown kind") << stanza("s", content("3"));
     QTest::newRow("kind not a number") << stanza("s", content("pic"));
-    QTest::newRow("over-long body") << stanza(longText, QString());
+    // (An over-long text is not hidden: the session shows it in parts.)
+    QTest::newRow("over-long card summary") << stanza(longText, content("16", "{}"));
     QTest::newRow("over-long custom") << stanza("s", content("16", "{\"a\":\"" + longText + "\"}"));
     QTest::newRow("media without web address")
         << stanza("file:///etc/passwd", content("4", QString(), "name='passwd'"));
@@ -120,6 +121,11 @@ void InputTest::receivedFileNamesStayInTheFolder() {
     QCOMPARE(ReceiveFolder::cleanName(".."), QStringLiteral("file"));
     QCOMPARE(ReceiveFolder::cleanName("/"), QStringLiteral("file"));
     QCOMPARE(ReceiveFolder::cleanName(".bashrc"), QStringLiteral("bashrc"));
+    // Device names of Windows, with or without an extension, in any case.
+    QCOMPARE(ReceiveFolder::cleanName("CON"), QStringLiteral("_CON"));
+    QCOMPARE(ReceiveFolder::cleanName("nul.txt"), QStringLiteral("_nul.txt"));
+    QCOMPARE(ReceiveFolder::cleanName("com1.tar.gz"), QStringLiteral("_com1.tar.gz"));
+    QCOMPARE(ReceiveFolder::cleanName("console.txt"), QStringLiteral("console.txt"));
     QCOMPARE(ReceiveFolder::cleanName("a<b>:c?.txt"), QStringLiteral("abc.txt"));
 
     QTemporaryDir dir;

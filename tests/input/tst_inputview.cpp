@@ -72,6 +72,7 @@ private slots:
     void emoticonPanelRowsAndStickers();
     void pastedPictureAndRefusedSend();
     void screenshotAsksTheShellAndRemembersHiding();
+    void mentionTextFollowsTheOutputsTip();
 
 private:
     QTemporaryDir dir_;
@@ -329,6 +330,22 @@ void TestInputView::screenshotAsksTheShellAndRemembersHiding() {
     again.conversationViewScreenShots();
     QCOMPARE(shell.calls, (QStringList{"hide", "shot"}));
     MainViewDelegate::setInstance(nullptr);
+}
+
+void TestInputView::mentionTextFollowsTheOutputsTip() {
+    ConversationContentView page("900", true);
+    auto* input = new ConversationContentInputView(&page);
+    page.setInput(input);
+    page.show();
+    auto* mention = input->findChild<QWidget*>(QStringLiteral("atText"));
+    QVERIFY(mention);
+    QVERIFY(mention->isHidden());
+    page.setAtTextHiddenSlot(QStringLiteral("900"), false);
+    QVERIFY(!mention->isHidden());
+    page.setAtTextHiddenSlot(QStringLiteral("901"), true);  // another conversation's
+    QVERIFY(!mention->isHidden());
+    page.setAtTextHiddenSlot(QStringLiteral("900"), true);
+    QVERIFY(mention->isHidden());
 }
 
 QTEST_MAIN(TestInputView)

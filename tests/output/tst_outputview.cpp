@@ -2,6 +2,7 @@
 
 #include <QClipboard>
 #include <QImageWriter>
+#include <QLabel>
 #include <QMovie>
 #include <QPushButton>
 #include <QScrollBar>
@@ -74,6 +75,7 @@ private slots:
     void picturesLoadingBrokenAnimatedAndSaved();
     void receivedFileNamesStayInTheDownloadFolder();
     void shakesMentionsAndDuplicates();
+    void failedSendSaysSoAndSendsAgain();
     void avatarOpensTheColleagueCard();
 
 private:
@@ -337,6 +339,43 @@ void TestOutputView::receivedFileNamesStayInTheDownloadFolder() {
     }
     for (const char* plain : {"COM10.txt", "console.log", "nullable.h", "LPT.txt", "auxiliary"})
         QCOMPARE(FileTransfer::safeFileName(plain), QString::fromLatin1(plain));
+}
+
+void TestOutputView::failedSendSaysSoAndSendsAgain() {
+    View v("900", false);
+    v.resize(600, 500);
+    v.show();
+    // Two texts that never reached the store (id 0), each echoed and then reported.
+    BaseMsg::MMessage first = text(0, 100, "<b>第一条</b>", true);
+    first.conversationId = "900";
+    BaseMsg::MMessage second = text(0, 101, "第二条", true);
+    second.conversationId = "900";
+    for (const BaseMsg::MMessage& m : {first, second}) {
+        v.addMessage(m);
+        v.addSendFailure(m, QStringLiteral("未连接到通讯服务器 <i>"));
+    }
+    qx_output::ListWidget* list = v.listWidget();
+    int failures = 0;
+    for (int i = 1; i < list->count(); ++i)  // row 0 is the history control
+        if (list->entryAt(i)->entry.resend) ++failures;
+    QCOMPARE(failures, 2);
+    QVERIFY(list->entryAt(list->count() - 1)->entry.resend);
+    QCOMPARE(list->entryAt(list->count() - 2)->entry.kind, MessageEntry::Text);
+
+    // Following the row's link asks for that very message again.
+    QSignalSpy resend(qx_output::Manager::instance(), &qx_output::Manager::resendRequested);
+    QTRY_VERIFY(!v.findChildren<qx_output::TipMsgItem*>().isEmpty());
+    QLabel* link = nullptr;
+    for (qx_output::TipMsgItem* tip : v.findChildren<qx_output::TipMsgItem*>())
+        if (tip->text().contains(QLatin1String("href"))) link = tip->findChild<QLabel*>();
+    QVERIFY(link);
+    // The reason is shown as text, never as markup.
+    QVERIFY(link->text().contains(QLatin1String("&lt;i&gt;")));
+    emit link->linkActivated(QStringLiteral("action"));
+    QCOMPARE(resend.size(), 1);
+    const auto again = resend.first().first().value<BaseMsg::MMessage>();
+    QCOMPARE(again.conversationId, QStringLiteral("900"));
+    QVERIFY(again.text == first.text || again.text == second.text);
 }
 
 void TestOutputView::shakesMentionsAndDuplicates() {

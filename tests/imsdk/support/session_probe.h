@@ -20,7 +20,9 @@
 class SessionProbe : public base::RefCountedThreadSafe<SessionProbe> {
 public:
     void OnLoginOk(openim::LoginOkParam);
-    void OnLoginFail(openim::LoginFailParam p) { note(QStringLiteral("loginFail:%1").arg(p.result.code)); }
+    void OnLoginFail(openim::LoginFailParam p) {
+        note(QStringLiteral("loginFail:%1").arg(p.result.code));
+    }
     void OnKicked(openim::KickedParam) { note("kicked"); }
     void OnReLoginOk(openim::ReLoginOkParam) { note("reloginOk"); }
     void OnReLoginFail(openim::ReLoginFailParam) { note("reloginFail"); }

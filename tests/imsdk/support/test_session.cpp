@@ -84,16 +84,22 @@ base::scoped_refptr<openim::IConversationService> TestSession::conversationServi
                                                openim::kConversationInterface);
 }
 
-void TestSession::login(const ProsodyServer& server, const QString& account,
-                        const QString& secret, const QString& authority) {
+void TestSession::login(const ProsodyServer& server, const QString& account, const QString& secret,
+                        const QString& authority) {
+    loginVia(server, server.port(), account, secret, authority);
+}
+
+void TestSession::loginVia(const ProsodyServer& server, quint16 port, const QString& account,
+                           const QString& secret, const QString& authority) {
     openim::LoginParam param;
     param.user = openim::IMUserID(fromQ(appKey()), fromQ(account));
     param.secret = fromQ(secret);
     param.host = fromQ(server.host());
-    param.port = server.port();
+    param.port = port;
     param.domain = fromQ(server.domain());
     param.receiveFolder = fromQ(receiveFolder());
     param.authority = fromQ(authority);
+    param.signInTimeoutMs = signInTimeoutMs_;
     loginService()->Login(param);
 }
 

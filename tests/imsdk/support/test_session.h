@@ -26,6 +26,10 @@ public:
     // `authority`: the account whose tribe notices the SDK believes.
     void login(const ProsodyServer& server, const QString& account, const QString& secret,
                const QString& authority = QString());
+    // The same through another port of the server's host (a proxy in front of it).
+    void loginVia(const ProsodyServer& server, quint16 port, const QString& account,
+                  const QString& secret, const QString& authority = QString());
+    void setSignInTimeout(int ms) { signInTimeoutMs_ = ms; }
     void relogin();
     void logout();
 
@@ -49,6 +53,7 @@ public:
 
 private:
     QString folder_;
+    int signInTimeoutMs_ = 20000;
     std::unique_ptr<SdkInstance> sdk_;
     base::scoped_refptr<SessionProbe> probe_;
 };

@@ -1,0 +1,51 @@
+#include "sdk/socket_guard.h"
+
+#include <QXmppClient.h>
+#include <QXmppOutgoingClient.h>
+#include <QSslSocket>
+
+// QXmpp declares a class of this name a friend of its stream (for its own unit tests). It is
+// the one way to hand the stream bytes that were read and screened elsewhere; the class is
+// defined nowhere else in this program.
+class tst_QXmppStream {
+public:
+    static void process(QXmppStream* stream, const QByteArray& data) {
+        stream->processData(QString::fromUtf8(data));
+    }
+};
+
+SocketGuard::SocketGuard(QXmppClient* client, const StanzaGuard::Limits& limits)
+    : QObject(client), guard_(limits) {
+    stream_ = client->findChild<QXmppOutgoingClient*>();
+    socket_ = stream_ ? stream_->socket() : nullptr;
+    if (!socket_) {
+        qWarning().noquote() << "imsdk: no socket to guard; deep or huge stanzas are not refused";
+        return;
+    }
+    // The stream's own reader goes; ours reads instead and passes on what is safe.
+    QObject::disconnect(socket_, &QIODevice::readyRead, stream_, nullptr);
+    connect(socket_, &QIODevice::readyRead, this, &SocketGuard::onReadyRead);
+    connect(socket_, &QAbstractSocket::connected, this, [this] { guard_.reset(); });
+    connect(socket_, &QAbstractSocket::disconnected, this, [this] { guard_.reset(); });
+    installed_ = true;
+}
+
+void SocketGuard::onReadyRead() {
+    if (!socket_ || !stream_) return;
+    const QByteArray data = socket_->readAll();
+    if (guard_.broken()) return;
+    const QByteArray safe = guard_.feed(data);
+    for (const StanzaGuard::Refusal& r : guard_.takeRefusals()) {
+        // Messages are reported by the session, which knows their sender.
+        if (r.element != "message")
+            qWarning().noquote() << "imsdk: refused a <" + QString::fromLatin1(r.element) +
+                                        "> from the server:"
+                                 << r.reason;
+    }
+    if (!safe.isEmpty()) tst_QXmppStream::process(stream_, safe);
+    if (guard_.broken()) {
+        qWarning().noquote() << "imsdk: closing the connection, the server sent"
+                             << guard_.brokenReason();
+        socket_->abort();
+    }
+}

@@ -1,0 +1,31 @@
+#pragma once
+
+#include <QObject>
+#include <QPointer>
+
+#include "sdk/stanza_guard.h"
+
+class QXmppClient;
+class QXmppOutgoingClient;
+class QSslSocket;
+
+// Puts a StanzaGuard between a QXmppClient's socket and its XML parser: what the socket
+// delivers is screened first, and only what the guard hands on reaches QXmpp. A stream
+// the guard gives up on is closed (the session's usual reconnect follows).
+class SocketGuard : public QObject {
+    Q_OBJECT
+public:
+    // Installs itself on `client`'s socket; owned by the client.
+    explicit SocketGuard(QXmppClient* client, const StanzaGuard::Limits& limits = {});
+    // False when the client's stream or socket could not be found (a QXmpp that is built
+    // differently); the client then runs unguarded, which the log says.
+    bool installed() const { return installed_; }
+
+private:
+    void onReadyRead();
+
+    QPointer<QXmppOutgoingClient> stream_;
+    QPointer<QSslSocket> socket_;
+    StanzaGuard guard_;
+    bool installed_ = false;
+};

@@ -1,0 +1,248 @@
+#include "sdk/stanza_guard.h"
+
+#include <utility>
+
+namespace {
+
+constexpr quint32 pair(char a, char b) { return (quint32(quint8(a)) << 8) | quint8(b); }
+constexpr quint32 triple(char a, char b, char c) {
+    return (quint32(quint8(a)) << 16) | (quint32(quint8(b)) << 8) | quint8(c);
+}
+
+bool isSpace(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; }
+
+// Names QXmpp's parser accepts and that are safe to repeat in a replacement.
+bool isPlainName(const QByteArray& name) {
+    if (name.isEmpty() || name.size() > 64) return false;
+    for (char c : name) {
+        const bool ok = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') ||
+                        (c >= '0' && c <= '9') || c == '_' || c == '-' || c == '.' || c == ':';
+        if (!ok) return false;
+    }
+    return true;
+}
+
+}  // namespace
+
+QByteArray StanzaGuard::feed(const QByteArray& data) {
+    for (char c : data) {
+        if (broken_) break;
+        onByte(c);
+    }
+    // Whitespace between stanzas (the server's keep-alive) goes on at once.
+    if (!broken_ && !inStanza_ && state_ == State::Text && !holdsMarkup_) flushTopLevel();
+    return std::exchange(out_, {});
+}
+
+QList<StanzaGuard::Refusal> StanzaGuard::takeRefusals() { return std::exchange(refusals_, {}); }
+
+void StanzaGuard::reset() {
+    const Limits limits = limits_;
+    *this = StanzaGuard(limits);
+}
+
+void StanzaGuard::onByte(char c) {
+    const bool keep = !(inStanza_ && refused_);
+    const bool topLevel = !inStanza_ && depth_ <= 1;
+    if (inStanza_) {
+        if (++stanzaBytes_ > limits_.maxStanzaBytes)
+            refuse(QStringLiteral("larger than %1 bytes").arg(limits_.maxStanzaBytes));
+    } else if (pending_.size() > limits_.maxStanzaBytes) {
+        return breakStream(
+            QStringLiteral("more than %1 bytes outside any stanza").arg(limits_.maxStanzaBytes));
+    }
+    if (state_ == State::Text && c == '<' && topLevel && !holdsMarkup_) flushTopLevel();
+    if (keep && !(inStanza_ && refused_)) pending_.append(c);
+
+    const quint32 last = tail_;
+    tail_ = (tail_ << 8) | quint8(c);
+    switch (state_) {
+        case State::Text:
+            if (c == '<') {
+                tagStart_ = pending_.size() - 1;
+                state_ = State::TagOpen;
+            }
+            return;
+        case State::TagOpen:
+            tag_ = QByteArray(1, '<');
+            tag_.append(c);
+            tagBytes_ = 2;
+            if (c == '/') {
+                state_ = State::EndTag;
+            } else if (c == '?') {
+                state_ = State::Pi;
+                tail_ = 0;
+            } else if (c == '!') {
+                state_ = State::BangPrefix;
+                prefix_.clear();
+            } else if (isSpace(c) || c == '>' || c == '<') {
+                breakStream(QStringLiteral("malformed markup"));
+            } else {
+                state_ = State::StartTag;
+                quote_ = 0;
+            }
+            return;
+        case State::StartTag:
+        case State::EndTag:
+            ++tagBytes_;
+            if (tag_.size() <= limits_.maxStartTagBytes) tag_.append(c);
+            if (state_ == State::StartTag && !inStanza_ && depth_ == 1 &&
+                tagBytes_ == limits_.maxStartTagBytes + 1) {
+                // A stanza whose start tag alone is too long to repeat.
+                const QByteArray name = tagName(tag_);
+                if (name == "stream:stream")
+                    return breakStream(QStringLiteral("a stream header too long"));
+                pending_.truncate(tagStart_);
+                beginStanza(name, QByteArray());
+                stanzaBytes_ = tagBytes_;
+                refuse(
+                    QStringLiteral("start tag longer than %1 bytes").arg(limits_.maxStartTagBytes));
+            }
+            if (state_ == State::StartTag && quote_) {
+                if (c == quote_) quote_ = 0;
+                return;
+            }
+            if (state_ == State::StartTag && (c == '"' || c == '\'')) {
+                quote_ = c;
+            } else if (c == '<') {
+                breakStream(QStringLiteral("malformed markup"));
+            } else if (c == '>') {
+                const bool isEnd = state_ == State::EndTag;
+                state_ = State::Text;
+                if (isEnd)
+                    endTagDone();
+                else
+                    startTagDone((last & 0xff) == quint8('/'));
+            }
+            return;
+        case State::Pi:
+            if ((tail_ & 0xffff) == pair('?', '>')) {
+                state_ = State::Text;
+                if (!inStanza_) holdsMarkup_ = true;
+            }
+            return;
+        case State::BangPrefix:
+            prefix_.append(c);
+            if (prefix_ == "--") {
+                state_ = State::Comment;
+                tail_ = 0;
+            } else if (prefix_ == "[CDATA[") {
+                state_ = State::CData;
+                tail_ = 0;
+            } else if (!QByteArray("--").startsWith(prefix_) &&
+                       !QByteArray("[CDATA[").startsWith(prefix_)) {
+                // Document type declarations bring entity expansion; XMPP forbids them.
+                breakStream(QStringLiteral("a document type declaration"));
+            }
+            return;
+        case State::Comment:
+            if ((tail_ & 0xffffff) == triple('-', '-', '>')) {
+                state_ = State::Text;
+                if (!inStanza_) holdsMarkup_ = true;
+            }
+            return;
+        case State::CData:
+            if ((tail_ & 0xffffff) == triple(']', ']', '>')) state_ = State::Text;
+            return;
+    }
+}
+
+void StanzaGuard::startTagDone(bool empty) {
+    const QByteArray name = tagName(tag_);
+    if (inStanza_ && depth_ == 1) {
+        // The end of a start tag that was already refused for its length.
+        if (empty)
+            finishStanza();
+        else
+            depth_ = 2;
+        return;
+    }
+    if (!inStanza_) {
+        if (depth_ <= 1 && name == "stream:stream") {
+            // A stream header, also the one after a restart (TLS, authentication).
+            depth_ = 1;
+            flushTopLevel();
+            return;
+        }
+        if (depth_ != 1) return breakStream(QStringLiteral("an element outside the stream"));
+        if (!isPlainName(name)) return breakStream(QStringLiteral("an unusual element name"));
+        beginStanza(name, tagBytes_ <= limits_.maxStartTagBytes ? tag_ : QByteArray());
+        stanzaBytes_ = tagBytes_;
+        if (empty)
+            finishStanza();
+        else
+            depth_ = 2;
+        return;
+    }
+    if (empty) return;
+    ++depth_;
+    if (depth_ - 1 > limits_.maxDepth)
+        refuse(QStringLiteral("nested deeper than %1 levels").arg(limits_.maxDepth));
+}
+
+void StanzaGuard::endTagDone() {
+    if (depth_ <= 0 || (!inStanza_ && tagName(tag_) != "stream:stream"))
+        return breakStream(QStringLiteral("an end tag without a start"));
+    --depth_;
+    if (inStanza_ && depth_ == 1) {
+        finishStanza();
+    } else if (!inStanza_ && depth_ == 0) {
+        // The server closed the stream.
+        flushTopLevel();
+    }
+}
+
+void StanzaGuard::beginStanza(const QByteArray& name, const QByteArray& startTag) {
+    inStanza_ = true;
+    refused_ = false;
+    stanzaName_ = name;
+    stanzaTag_ = startTag;
+    stanzaStart_ = tagStart_;
+}
+
+void StanzaGuard::refuse(const QString& reason) {
+    if (refused_) return;
+    refused_ = true;
+    refusedReason_ = reason;
+    pending_.truncate(stanzaStart_);
+}
+
+void StanzaGuard::finishStanza() {
+    if (refused_) {
+        if (!isPlainName(stanzaName_)) {
+            inStanza_ = false;
+            return breakStream(QStringLiteral("an unusual element name"));
+        }
+        QByteArray replacement = stanzaTag_.isEmpty() ? "<" + stanzaName_ + ">" : stanzaTag_;
+        replacement += "<refused xmlns='" + QByteArray(kNamespace) + "' reason='" +
+                       refusedReason_.toUtf8() + "'/></" + stanzaName_ + ">";
+        pending_.append(replacement);
+        refusals_.append({stanzaName_, refusedReason_});
+    }
+    inStanza_ = false;
+    refused_ = false;
+    stanzaTag_.clear();
+    flushTopLevel();
+}
+
+void StanzaGuard::breakStream(const QString& reason) {
+    if (broken_) return;
+    broken_ = true;
+    brokenReason_ = reason;
+    pending_.clear();
+}
+
+void StanzaGuard::flushTopLevel() {
+    out_.append(pending_);
+    pending_.clear();
+    tagStart_ = 0;
+    stanzaStart_ = 0;
+    holdsMarkup_ = false;
+}
+
+QByteArray StanzaGuard::tagName(const QByteArray& tag) {
+    int i = tag.startsWith("</") ? 2 : 1;
+    const int from = i;
+    while (i < tag.size() && !isSpace(tag[i]) && tag[i] != '/' && tag[i] != '>') ++i;
+    return tag.mid(from, i - from);
+}
