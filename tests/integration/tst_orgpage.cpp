@@ -16,7 +16,7 @@
 #include <QLabel>
 #include <QListWidget>
 #include <QPushButton>
-#include "../support/backendlistening.h"
+#include "../support/demobackend.h"
 #include "allmembertree.h"
 #include "avatarmanager.h"
 #include "base/at_exit.h"
@@ -49,58 +49,7 @@
 using wide_text::fromQ;
 using wide_text::toQ;
 
-namespace {
-
-struct Person {
-    QString userName;
-    QString id;
-    QString secret;
-    QString session;  // the back end's session id
-};
-
-// A colleague on the back end: signs in there, then asks for what it needs.
-class BackendClient {
-public:
-    explicit BackendClient(const QString& base) : base_(base) {}
-    QJsonObject call(const QString& path, const QString& session) {
-        QNetworkRequest request(QUrl(base_ + path));
-        if (!session.isEmpty()) request.setRawHeader("Cookie", "QXSESSION=" + session.toUtf8());
-        // A manager of its own: the shared one keeps the cookie of the last sign-in.
-        QNetworkAccessManager network;
-        QNetworkReply* reply = network.get(request);
-        QSignalSpy done(reply, &QNetworkReply::finished);
-        done.wait(20000);
-        const QJsonObject o = QJsonDocument::fromJson(reply->readAll()).object();
-        reply->deleteLater();
-        return o;
-    }
-    Person signIn(const QString& userName) {
-        QNetworkRequest request(QUrl(base_ + "/work/checkIn.htm?m=MobileLogin"));
-        request.setHeader(QNetworkRequest::ContentTypeHeader, "application/x-www-form-urlencoded");
-        QNetworkAccessManager network;
-        QNetworkReply* reply =
-            network.post(request, "username=" + userName.toUtf8() + "&password=quelix123&client=3");
-        QSignalSpy done(reply, &QNetworkReply::finished);
-        done.wait(20000);
-        const QJsonObject user =
-            QJsonDocument::fromJson(reply->readAll()).object().value("results").toObject();
-        reply->deleteLater();
-        return {userName, user.value("id").toString(), user.value("imSecret").toString(),
-                user.value("sessionId").toString()};
-    }
-    bool roomReady(const QString& project, const QString& session) {
-        return call("/work/editProj.htm?m=roomState&projectId=" + project, session)
-                   .value("results")
-                   .toObject()
-                   .value("state")
-                   .toString() == QLatin1String("ready");
-    }
-
-private:
-    QString base_;
-};
-
-}  // namespace
+namespace {}  // namespace
 
 class TestOrgPage : public QObject {
     Q_OBJECT
@@ -112,16 +61,14 @@ private slots:
     void sharedCardReachesTheColleague();
 
 private:
-    QString startProject(const Person& owner, const QString& title, const QStringList& members);
+    QString startProject(const DemoPerson& owner, const QString& title, const QStringList& members);
 
     ProsodyServer prosody_;
-    QProcess backend_;
-    QString backendUrl_;
     QStringList userNames_;
     QTemporaryDir data_;
     MainWindow* window_ = nullptr;
-    std::unique_ptr<BackendClient> http_;
-    Person me_, owner_, third_;
+    std::unique_ptr<DemoBackend> http_;
+    DemoPerson me_, owner_, third_;
     std::unique_ptr<TestSession> ownerIm_, thirdIm_;
 };
 
@@ -129,48 +76,10 @@ void TestOrgPage::initTestCase() {
     quelixInitResources();
     qunsetenv("DBUS_SESSION_BUS_ADDRESS");
     QVERIFY2(prosody_.start(), qPrintable(prosody_.lastError()));
-    QFile secret(data_.filePath("admin-secret"));
-    QVERIFY(secret.open(QIODevice::WriteOnly));
-    secret.write(prosody_.adminSecret().toUtf8() + "\n");
-    secret.close();
-    const QString docs =
-        QStandardPaths::standardLocations(QStandardPaths::DocumentsLocation).first();
-    backend_.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-    backend_.start(QStringLiteral(QUELIX_BACKEND_BIN),
-                   {"--data-dir",
-                    data_.filePath("backend"),
-                    "--seed-demo",
-                    "--pbkdf2-iterations",
-                    "1",
-                    "--port",
-                    "0",
-                    "--im-host",
-                    prosody_.host(),
-                    "--im-port",
-                    QString::number(prosody_.port()),
-                    "--im-domain",
-                    prosody_.domain(),
-                    "--prosody-data",
-                    prosody_.dataDir(),
-                    "--im-admin-jid",
-                    prosody_.adminJid(),
-                    "--im-admin-secret-file",
-                    secret.fileName(),
-                    "--write-url-table",
-                    docs + "/Quelix/Resource/Text/UrlText.ini"});
-    QVERIFY(backend_.waitForStarted());
+    http_ = std::make_unique<DemoBackend>(QStringLiteral(QUELIX_BACKEND_BIN));
     QByteArray printed;
-    backendUrl_ = waitForBackendUrl(backend_, &printed);
-    QVERIFY2(!backendUrl_.isEmpty(), printed.constData());
-    http_ = std::make_unique<BackendClient>(backendUrl_);
-
-    QProcess accounts;
-    accounts.start(QStringLiteral(QUELIX_BACKEND_BIN),
-                   {"--data-dir", data_.filePath("backend"), "--print-accounts", "3"});
-    QVERIFY(accounts.waitForFinished(30000));
-    for (const QByteArray& row : accounts.readAllStandardOutput().split('\n'))
-        if (!row.trimmed().isEmpty())
-            userNames_ << QString::fromUtf8(row.trimmed().split(' ').first());
+    QVERIFY2(http_->start(prosody_, data_.path(), &printed), printed.constData());
+    userNames_ = http_->userNames(3);
     QCOMPARE(userNames_.size(), 3);
     me_ = http_->signIn(userNames_[0]);
     owner_ = http_->signIn(userNames_[1]);
@@ -204,13 +113,12 @@ void TestOrgPage::initTestCase() {
 
 void TestOrgPage::cleanupTestCase() {
     MainViewDelegate::setInstance(nullptr);
-    backend_.terminate();
-    backend_.waitForFinished(10000);
+    http_->stop();
 }
 
 // A project made on the back end while everyone is signed in; returns its id once its room
 // is on the XMPP server.
-QString TestOrgPage::startProject(const Person& owner, const QString& title,
+QString TestOrgPage::startProject(const DemoPerson& owner, const QString& title,
                                   const QStringList& members) {
     const QJsonObject made =
         http_->call("/work/editProj.htm?m=createProj&title=" + QUrl::toPercentEncoding(title) +
@@ -304,7 +212,7 @@ void TestOrgPage::tribePageListsProjectsAndMembersFromTheBackEnd() {
     page->titleView()->taskButton()->click();
     QCOMPARE(task.size(), 1);
     const QString url = task.first().first().toString();
-    QVERIFY(url.startsWith(backendUrl_));
+    QVERIFY(url.startsWith(http_->url()));
     QVERIFY(url.contains("projectId=" + project));
     QNetworkRequest request{QUrl(url)};
     request.setRawHeader("Cookie", "QXSESSION=" + me_.session.toUtf8());

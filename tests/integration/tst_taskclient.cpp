@@ -5,10 +5,10 @@
 #include <QtTest>
 
 #include <QComboBox>
-#include <QLabel>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QLabel>
 #include <QLineEdit>
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
@@ -16,7 +16,7 @@
 #include <QPushButton>
 #include <QRegularExpression>
 
-#include "../support/backendlistening.h"
+#include "../support/demobackend.h"
 #include "../support/privatedisplay.h"
 #include "base/at_exit.h"
 #include "clientsession.h"
@@ -41,74 +41,19 @@ using wide_text::toQ;
 
 namespace {
 
-struct Person {
-    QString userName;
-    QString id;
-    QString secret;
-    QString session;
-};
-
-struct Answer {
-    int status = 0;
-    QByteArray body;
-    QString location;
-};
-
-// A colleague's browser on the back end, with a network manager of its own per request
-// (the shared one would keep the cookie of the last sign-in).
-class Browser {
-public:
-    explicit Browser(const QString& base) : base_(base) {}
-    Answer send(const QString& path, const QString& session, const QByteArray* form = nullptr) {
-        QNetworkRequest request(QUrl(base_ + path));
-        if (!session.isEmpty()) request.setRawHeader("Cookie", "QXSESSION=" + session.toUtf8());
-        QNetworkAccessManager network;
-        QNetworkReply* reply = nullptr;
-        if (form) {
-            request.setHeader(QNetworkRequest::ContentTypeHeader,
-                              "application/x-www-form-urlencoded");
-            reply = network.post(request, *form);
-        } else {
-            reply = network.get(request);
-        }
-        QSignalSpy done(reply, &QNetworkReply::finished);
-        done.wait(20000);
-        Answer a{reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt(),
-                 reply->readAll(), QString::fromUtf8(reply->rawHeader("Location"))};
-        reply->deleteLater();
-        return a;
-    }
-    QJsonObject json(const QString& path, const QString& session) {
-        return QJsonDocument::fromJson(send(path, session).body).object();
-    }
-    Person signIn(const QString& userName) {
-        const QByteArray form = "username=" + userName.toUtf8() + "&password=quelix123&client=3";
-        const QJsonObject user =
-            QJsonDocument::fromJson(send("/work/checkIn.htm?m=MobileLogin", QString(), &form).body)
-                .object()
-                .value("results")
-                .toObject();
-        return {userName, user.value("id").toString(), user.value("imSecret").toString(),
-                user.value("sessionId").toString()};
-    }
-    // Posts a task form as the page would, with the token the page hands to `session`;
-    // returns the task the back end sends the browser to, 0 on refusal.
-    qint64 postTaskForm(const Person& who, const QString& pagePath,
-                        const QList<QPair<QString, QString>>& fields) {
-        const QString page = QString::fromUtf8(send(pagePath, who.session).body);
-        const QString token =
-            QRegularExpression("name=\"formToken\" value=\"([0-9a-f]+)\"").match(page).captured(1);
-        QByteArray form = "formToken=" + token.toUtf8();
-        for (const auto& f : fields)
-            form +=
-                '&' + QUrl::toPercentEncoding(f.first) + '=' + QUrl::toPercentEncoding(f.second);
-        const Answer a = send("/work/task.htm", who.session, &form);
-        return a.status == 303 ? a.location.section("taskId=", 1).toLongLong() : 0;
-    }
-
-private:
-    QString base_;
-};
+// Posts a task form as the page would, with the token the page hands to `who`'s session;
+// returns the task the back end sends the browser to, 0 on refusal.
+qint64 postTaskForm(const DemoBackend& http, const DemoPerson& who, const QString& pagePath,
+                    const QList<QPair<QString, QString>>& fields) {
+    const QString page = QString::fromUtf8(http.send(pagePath, who.session).body);
+    const QString token =
+        QRegularExpression("name=\"formToken\" value=\"([0-9a-f]+)\"").match(page).captured(1);
+    QByteArray form = "formToken=" + token.toUtf8();
+    for (const auto& f : fields)
+        form += '&' + QUrl::toPercentEncoding(f.first) + '=' + QUrl::toPercentEncoding(f.second);
+    const DemoAnswer a = http.send("/work/task.htm", who.session, &form);
+    return a.status == 303 ? a.location.section("taskId=", 1).toLongLong() : 0;
+}
 
 base::scoped_refptr<openim::ITribe> tribeOf(TestSession& s, quint64 id) {
     base::scoped_refptr<openim::ITribeService> service;
@@ -140,11 +85,10 @@ private:
                      BaseMsg::MMessage* found);
 
     ProsodyServer prosody_;
-    QProcess backend_;
     QTemporaryDir data_;
     MainWindow* window_ = nullptr;
-    std::unique_ptr<Browser> http_;
-    Person me_, owner_, third_;
+    std::unique_ptr<DemoBackend> http_;
+    DemoPerson me_, owner_, third_;
     std::unique_ptr<TestSession> thirdIm_;
 };
 
@@ -152,48 +96,10 @@ void TestTaskClient::initTestCase() {
     quelixInitResources();
     qunsetenv("DBUS_SESSION_BUS_ADDRESS");
     QVERIFY2(prosody_.start(), qPrintable(prosody_.lastError()));
-    QFile secret(data_.filePath("admin-secret"));
-    QVERIFY(secret.open(QIODevice::WriteOnly));
-    secret.write(prosody_.adminSecret().toUtf8() + "\n");
-    secret.close();
-    const QString docs =
-        QStandardPaths::standardLocations(QStandardPaths::DocumentsLocation).first();
-    backend_.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-    backend_.start(QStringLiteral(QUELIX_BACKEND_BIN),
-                   {"--data-dir",
-                    data_.filePath("backend"),
-                    "--seed-demo",
-                    "--pbkdf2-iterations",
-                    "1",
-                    "--port",
-                    "0",
-                    "--im-host",
-                    prosody_.host(),
-                    "--im-port",
-                    QString::number(prosody_.port()),
-                    "--im-domain",
-                    prosody_.domain(),
-                    "--prosody-data",
-                    prosody_.dataDir(),
-                    "--im-admin-jid",
-                    prosody_.adminJid(),
-                    "--im-admin-secret-file",
-                    secret.fileName(),
-                    "--write-url-table",
-                    docs + "/Quelix/Resource/Text/UrlText.ini"});
-    QVERIFY(backend_.waitForStarted());
+    http_ = std::make_unique<DemoBackend>(QStringLiteral(QUELIX_BACKEND_BIN));
     QByteArray printed;
-    const QString base = waitForBackendUrl(backend_, &printed);
-    QVERIFY2(!base.isEmpty(), printed.constData());
-    http_ = std::make_unique<Browser>(base);
-
-    QProcess accounts;
-    accounts.start(QStringLiteral(QUELIX_BACKEND_BIN),
-                   {"--data-dir", data_.filePath("backend"), "--print-accounts", "3"});
-    QVERIFY(accounts.waitForFinished(30000));
-    QStringList names;
-    for (const QByteArray& row : accounts.readAllStandardOutput().split('\n'))
-        if (!row.trimmed().isEmpty()) names << QString::fromUtf8(row.trimmed().split(' ').first());
+    QVERIFY2(http_->start(prosody_, data_.path(), &printed), printed.constData());
+    const QStringList names = http_->userNames(3);
     QCOMPARE(names.size(), 3);
     me_ = http_->signIn(names[0]);
     owner_ = http_->signIn(names[1]);
@@ -222,8 +128,7 @@ void TestTaskClient::cleanupTestCase() {
     for (QWidget* w : QApplication::topLevelWidgets())
         if (auto* sidebar = qobject_cast<SidebarView*>(w)) sidebar->hideSidebarView();
     MainViewDelegate::setInstance(nullptr);
-    backend_.terminate();
-    backend_.waitForFinished(10000);
+    http_->stop();
 }
 
 bool TestTaskClient::waitForCard(QSignalSpy& messages, const QString& project, qint64 taskId,
@@ -248,7 +153,7 @@ bool TestTaskClient::waitForCard(QSignalSpy& messages, const QString& project, q
 void TestTaskClient::aTaskCardArrivesOpensInTheSidebarAndLaterEventsFollow() {
     QSignalSpy messages(OpenIMManager::instance(), &OpenIMManager::chatMessage);
     const QJsonObject made =
-        http_->json("/work/editProj.htm?m=createProj&title=" + QUrl::toPercentEncoding("任务项目") +
+        http_->call("/work/editProj.htm?m=createProj&title=" + QUrl::toPercentEncoding("任务项目") +
                         "&memberIds=" + me_.id + "," + third_.id,
                     owner_.session);
     const QString project = made.value("results").toObject().value("id").toString();
@@ -258,11 +163,11 @@ void TestTaskClient::aTaskCardArrivesOpensInTheSidebarAndLaterEventsFollow() {
         waitUntil([&] { return tribeOf(*thirdIm_, project.toULongLong())->IsInRoom(); }, 20000));
 
     // The owner makes a task for the user from the project's creation page.
-    const qint64 task = http_->postTaskForm(owner_, "/work/task.htm?m=create&projectId=" + project,
-                                            {{"m", "create"},
-                                             {"projectId", project},
-                                             {"title", "准备发布会物料"},
-                                             {"executorId", me_.id}});
+    const qint64 task = postTaskForm(*http_, owner_, "/work/task.htm?m=create&projectId=" + project,
+                                     {{"m", "create"},
+                                      {"projectId", project},
+                                      {"title", "准备发布会物料"},
+                                      {"executorId", me_.id}});
     QVERIFY(task > 0);
     BaseMsg::MMessage created;
     QVERIFY(waitForCard(messages, project, task, 0, &created));
@@ -299,8 +204,8 @@ void TestTaskClient::aTaskCardArrivesOpensInTheSidebarAndLaterEventsFollow() {
                  QStringLiteral("准备发布会物料"));
     // Read for the user, and for nobody else.
     const QString flags = "/work/notifies.htm?m=getTaskReadFlag&taskIds=" + QString::number(task);
-    auto flagOf = [&](const Person& p) {
-        return http_->json(flags, p.session)
+    auto flagOf = [&](const DemoPerson& p) {
+        return http_->call(flags, p.session)
             .value("results")
             .toArray()
             .first()
@@ -313,18 +218,17 @@ void TestTaskClient::aTaskCardArrivesOpensInTheSidebarAndLaterEventsFollow() {
     QCOMPARE(flagOf(third_), QStringLiteral("0"));
 
     // A reply by another member and the owner finishing the task reach the user as cards.
-    QCOMPARE(http_->postTaskForm(
-                 third_, "/work/task.htm?m=view&taskId=" + QString::number(task),
-                 {{"m", "reply"}, {"taskId", QString::number(task)}, {"text", "样品明天到"}}),
-             task);
+    QCOMPARE(
+        postTaskForm(*http_, third_, "/work/task.htm?m=view&taskId=" + QString::number(task),
+                     {{"m", "reply"}, {"taskId", QString::number(task)}, {"text", "样品明天到"}}),
+        task);
     BaseMsg::MMessage replied;
     QVERIFY(waitForCard(messages, project, task, 2, &replied));
     QCOMPARE(cardOf(replied).value("userId").toString(), third_.id);
     QCOMPARE(cardOf(replied).value("reply").toString(), QStringLiteral("样品明天到"));
-    QCOMPARE(
-        http_->postTaskForm(owner_, "/work/task.htm?m=view&taskId=" + QString::number(task),
-                            {{"m", "state"}, {"taskId", QString::number(task)}, {"status", "3"}}),
-        task);
+    QCOMPARE(postTaskForm(*http_, owner_, "/work/task.htm?m=view&taskId=" + QString::number(task),
+                          {{"m", "state"}, {"taskId", QString::number(task)}, {"status", "3"}}),
+             task);
     BaseMsg::MMessage done;
     QVERIFY(waitForCard(messages, project, task, 7, &done));
 

@@ -1,0 +1,140 @@
+#pragma once
+
+#include <QFile>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QNetworkAccessManager>
+#include <QNetworkReply>
+#include <QProcess>
+#include <QSignalSpy>
+#include <QStandardPaths>
+#include <QStringList>
+
+#include "backendlistening.h"
+#include "support/prosody_server.h"
+
+// A colleague of the demo company as the back end's log-in reply hands it out.
+struct DemoPerson {
+    QString userName;
+    QString id;
+    QString secret;   // the IM secret
+    QString session;  // the back end's session id
+};
+
+struct DemoAnswer {
+    int status = 0;
+    QByteArray body;
+    QString location;
+};
+
+// The reference back end with the demo company, beside a test's Prosody: it keeps the
+// project rooms through the server's admin account and writes the URL table where the
+// client under test reads it. Requests go out as a colleague's browser would, each with a
+// network manager of its own (a shared one would keep the cookie of the last sign-in).
+class DemoBackend {
+public:
+    explicit DemoBackend(const QString& binary) : binary_(binary) {}
+    ~DemoBackend() { stop(); }
+
+    bool start(const ProsodyServer& prosody, const QString& dataDir, QByteArray* printed) {
+        dataDir_ = dataDir;
+        QFile secret(dataDir + QStringLiteral("/admin-secret"));
+        if (!secret.open(QIODevice::WriteOnly)) return false;
+        secret.write(prosody.adminSecret().toUtf8() + "\n");
+        secret.close();
+        const QString docs =
+            QStandardPaths::standardLocations(QStandardPaths::DocumentsLocation).first();
+        process_.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+        process_.start(binary_, {"--data-dir",
+                                 dataDir + "/backend",
+                                 "--seed-demo",
+                                 "--pbkdf2-iterations",
+                                 "1",
+                                 "--port",
+                                 "0",
+                                 "--im-host",
+                                 prosody.host(),
+                                 "--im-port",
+                                 QString::number(prosody.port()),
+                                 "--im-domain",
+                                 prosody.domain(),
+                                 "--prosody-data",
+                                 prosody.dataDir(),
+                                 "--im-admin-jid",
+                                 prosody.adminJid(),
+                                 "--im-admin-secret-file",
+                                 secret.fileName(),
+                                 "--write-url-table",
+                                 docs + "/Quelix/Resource/Text/UrlText.ini"});
+        if (!process_.waitForStarted()) return false;
+        url_ = waitForBackendUrl(process_, printed);
+        return !url_.isEmpty();
+    }
+    void stop() {
+        if (process_.state() == QProcess::NotRunning) return;
+        process_.terminate();
+        process_.waitForFinished(10000);
+    }
+    QString url() const { return url_; }
+
+    // The user names of the first `count` demo colleagues.
+    QStringList userNames(int count) const {
+        QProcess accounts;
+        accounts.start(binary_, {"--data-dir", dataDir_ + "/backend", "--print-accounts",
+                                 QString::number(count)});
+        accounts.waitForFinished(30000);
+        QStringList names;
+        for (const QByteArray& row : accounts.readAllStandardOutput().split('\n'))
+            if (!row.trimmed().isEmpty())
+                names << QString::fromUtf8(row.trimmed().split(' ').first());
+        return names;
+    }
+
+    DemoAnswer send(const QString& path, const QString& session,
+                    const QByteArray* form = nullptr) const {
+        QNetworkRequest request(QUrl(url_ + path));
+        if (!session.isEmpty()) request.setRawHeader("Cookie", "QXSESSION=" + session.toUtf8());
+        QNetworkAccessManager network;
+        QNetworkReply* reply = nullptr;
+        if (form) {
+            request.setHeader(QNetworkRequest::ContentTypeHeader,
+                              "application/x-www-form-urlencoded");
+            reply = network.post(request, *form);
+        } else {
+            reply = network.get(request);
+        }
+        QSignalSpy done(reply, &QNetworkReply::finished);
+        if (!reply->isFinished()) done.wait(20000);
+        DemoAnswer a{reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt(),
+                     reply->readAll(), QString::fromUtf8(reply->rawHeader("Location"))};
+        reply->deleteLater();
+        return a;
+    }
+    QJsonObject call(const QString& path, const QString& session) const {
+        return QJsonDocument::fromJson(send(path, session).body).object();
+    }
+    DemoPerson signIn(const QString& userName) const {
+        const QByteArray form = "username=" + userName.toUtf8() + "&password=quelix123&client=3";
+        const QJsonObject user =
+            QJsonDocument::fromJson(send("/work/checkIn.htm?m=MobileLogin", QString(), &form).body)
+                .object()
+                .value("results")
+                .toObject();
+        return {userName, user.value("id").toString(), user.value("imSecret").toString(),
+                user.value("sessionId").toString()};
+    }
+    // Whether the back end has the project's room in step on the XMPP server.
+    bool roomReady(const QString& project, const QString& session) const {
+        return call("/work/editProj.htm?m=roomState&projectId=" + project, session)
+                   .value("results")
+                   .toObject()
+                   .value("state")
+                   .toString() == QLatin1String("ready");
+    }
+
+private:
+    QString binary_;
+    QString dataDir_;
+    QProcess process_;
+    QString url_;
+};
