@@ -96,15 +96,16 @@ void ClientSession::connect(MainWindow* window, OpenIMManager* im) {
                              });
             QObject::connect(view, &ConversationView::pageOpenedFirstTime, im,
                              [im](ConversationContentView* page) {
-                                 if (im->isLoggedIn()) im->getMoreMsg(page->id());
+                                 if (im->isLoggedIn()) im->getLatestMsg(page->id());
                              });
-            // Messages reach the page of their conversation, which is made when needed.
-            QObject::connect(im, &OpenIMManager::chatMessage, view,
-                             [view](const BaseMsg::MMessage& m) {
-                                 if (m.conversationId.isEmpty()) return;
-                                 if (qx_output::View* out = outputOf(view->page(m.conversationId)))
-                                     out->addMessage(m);
-                             });
+            // Messages reach the page of their conversation once the user has opened it;
+            // until then the talk list counts them and the page reads them from the store.
+            QObject::connect(
+                im, &OpenIMManager::chatMessage, view, [view](const BaseMsg::MMessage& m) {
+                    if (m.conversationId.isEmpty()) return;
+                    if (qx_output::View* out = outputOf(view->openedPage(m.conversationId)))
+                        out->addMessage(m);
+                });
             // A send that failed says so below the message, with a way to send it again.
             QObject::connect(im, &OpenIMManager::sendFailed, view,
                              [view](const BaseMsg::MMessage& m, const QString& reason) {

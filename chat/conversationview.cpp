@@ -161,6 +161,12 @@ QString ConversationView::currentConversationId() const {
     return item && stack_->currentIndex() > 0 ? item->data(Qt::UserRole).toString() : QString();
 }
 
+ConversationContentView* ConversationView::openedPage(const QString& id) {
+    QMutexLocker lock(&mutex_);
+    ConversationContentView* p = pageMap_.value(id);
+    return p && p->property("opened").toBool() ? p : nullptr;
+}
+
 ConversationContentView* ConversationView::page(const QString& id) {
     QMutexLocker lock(&mutex_);
     auto it = pageMap_.constFind(id);

@@ -36,6 +36,10 @@ public:
     void loadTalkList();
     // The page of a conversation, created on first use.
     ConversationContentView* page(const QString& id);
+    // The page of a conversation the user has opened in this session, or null. A page never
+    // opened shows its latest messages from the store when it first is, so live messages
+    // need not be laid out for it before.
+    ConversationContentView* openedPage(const QString& id);
     void setOnline(bool online);
     // A tribe's membership changed: the tip goes into its page, and the tribe comes to the
     // top of the talk list when the user is the one concerned.

@@ -490,6 +490,10 @@ bool OpenIMManager::isUser(const QString& id) const {
     return DirectoryStore::instance().isUser(id);
 }
 
+bool OpenIMManager::isKnownTribe(const QString& id) const {
+    return !isUser(id) && DirectoryStore::instance().tribe(id);
+}
+
 void OpenIMManager::OnIMNotifyMsgsOfSingle(openim::IMUserID sender) {
     const QString id = toQ(sender.account);
     QX_LOG << "OpenIMManager::OnIMNotifyMsgsOfSingle " << id;
@@ -599,6 +603,7 @@ void OpenIMManager::handleUnread(const openim::IMUserID& user,
 // keeps from the screen comes back at the next start.
 void OpenIMManager::showQueued() {
     std::map<QString, std::pair<openim::IMUserID, std::vector<std::uint64_t>>> shownByPeer;
+    const AlertCoalescer::Slice slice(alerts_);
     for (int n = 0; n < kShowSlice && !displayQueue_.empty(); ++n) {
         const QueuedMessage next = displayQueue_.front();
         displayQueue_.pop_front();
@@ -726,10 +731,6 @@ void OpenIMManager::deliver(const BaseMsg::MMessage& m, const QString& preview) 
     // History and the user's own messages (echoed as sent) mark nothing as new.
     if (m.isHistory || m.isSelf) return;
     if (m.kind == BaseMsg::Custom && !taskCardAlerts(m)) return;
-    if (shell->currentConversationId() != m.conversationId) {
-        shell->newMessageMark(m.conversationId, 1);
-        shell->talkListPreview(m.conversationId, preview);
-    }
     ConversationRecord record;
     record.id = m.conversationId;
     record.name = m.isTribe ? QString() : m.senderName;
@@ -739,7 +740,17 @@ void OpenIMManager::deliver(const BaseMsg::MMessage& m, const QString& preview) 
     record.fromSelf = m.isSelf;
     record.muted = ConfigStore::instance().hasUser() &&
                    ConfigStore::instance().shieldList().isShielded(m.conversationId.toULongLong());
-    shell->newMessage(record, preview);
+    alerts_.add(record, preview);
+}
+
+void OpenIMManager::alert(const AlertCoalescer::Alert& a) {
+    MainViewDelegate* shell = MainViewDelegate::instance();
+    if (!shell) return;
+    if (shell->currentConversationId() != a.record.id) {
+        shell->newMessageMark(a.record.id, a.count);
+        shell->talkListPreview(a.record.id, a.preview);
+    }
+    shell->newMessage(a.record, a.preview);
 }
 
 void OpenIMManager::OnDownloadMedia(openim::ResultCode result, openim::DownloadMediaResult media) {
@@ -761,13 +772,20 @@ void OpenIMManager::OnDownloadTribeMedia(openim::ResultCode result,
 
 // --- history ----------------------------------------------------------------------------
 
+// History asks the tribe when the directory knows the id as one, else the one-to-one
+// conversation: a colleague who is no longer in the directory still has a history.
+void OpenIMManager::getLatestMsg(const QString& id) {
+    if (auto tribe = isKnownTribe(id) ? tribeWith(id) : nullptr)
+        tribe->ResetHistory();
+    else if (auto conversation = conversationWith(id))
+        conversation->ResetHistory();
+    getMoreMsg(id);
+}
+
 void OpenIMManager::getMoreMsg(const QString& id) {
-    if (!isUser(id)) {
-        if (auto tribe = tribeWith(id))
-            tribe->GetHistory(7, base::Bind(&OpenIMManager::OnTribeHistory, this, id));
-        return;
-    }
-    if (auto conversation = conversationWith(id))
+    if (auto tribe = isKnownTribe(id) ? tribeWith(id) : nullptr)
+        tribe->GetHistory(7, base::Bind(&OpenIMManager::OnTribeHistory, this, id));
+    else if (auto conversation = conversationWith(id))
         conversation->GetHistory(7, base::Bind(&OpenIMManager::OnHistory, this, id));
 }
 

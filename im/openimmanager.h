@@ -14,6 +14,7 @@
 #include <map>
 #include <vector>
 
+#include "alertcoalescer.h"
 #include "base/ref_counted.h"
 #include "basemsg.h"
 #include "loginuser.h"
@@ -71,6 +72,8 @@ public:
     // Formats one message for the views; history messages mark nothing as new.
     void showChatMsg(bool history, const openim::IMMessage& message);
     void showTribeChatMsg(bool history, const openim::IMTribeMessage& message);
+    // Alerts of live messages shown within one slice go out once per conversation.
+    AlertCoalescer& alerts() { return alerts_; }
 
     // The text the talk list shows for a message text.
     static QString previewOf(const QString& text);
@@ -150,6 +153,9 @@ public slots:
     void OnTimeout();
     void OnHttpGetOthersBack(const QString& userId);
     void sendCustemSlot(const QString& id, const QString& summary, const QString& content);
+    // The newest messages of a conversation, for a page opened for the first time: starts
+    // from the newest wherever an earlier history request left the cursor.
+    void getLatestMsg(const QString& id);
     void getMoreMsg(const QString& id);
     // Sends again a text, picture or file that was not sent.
     void resend(const BaseMsg::MMessage& message);
@@ -186,9 +192,11 @@ private:
     void startSessionTimer();
     void drainPending();
     bool isUser(const QString& id) const;
+    bool isKnownTribe(const QString& id) const;
     bool passesWatermark(qint64 time, quint64 msgId) const;
     void advanceWatermark(qint64 time, quint64 msgId);
     void deliver(const BaseMsg::MMessage& m, const QString& preview);
+    void alert(const AlertCoalescer::Alert& a);
     // Whether a live message calls for attention: false for task cards whose event the
     // user's task settings silence (the card is shown all the same).
     bool taskCardAlerts(const BaseMsg::MMessage& m) const;
@@ -220,6 +228,7 @@ private:
     QSet<quint64> queuedIds_;
     bool showScheduled_ = false;
 
+    AlertCoalescer alerts_{[this](const AlertCoalescer::Alert& a) { alert(a); }};
     QThread fetchThread_;
     UnreadFetcher* fetcher_;
     TribeManager* tribes_ = nullptr;

@@ -190,6 +190,7 @@ void TribeManager::onUnread(quint64 tribe, const std::vector<openim::IMTribeMess
 // marked read once shown.
 void TribeManager::showQueued() {
     std::map<quint64, std::vector<std::uint64_t>> shown;
+    const AlertCoalescer::Slice slice(core_->alerts());
     for (int n = 0; n < kShowSlice && !queue_.empty(); ++n) {
         const Queued next = queue_.front();
         queue_.pop_front();

@@ -227,6 +227,10 @@ int main(int argc, char** argv) {
     if (app.arguments().value(1) == QLatin1String("--bare")) return bareReceiver(app.arguments());
 
     QTemporaryDir scratch;
+    if (qEnvironmentVariableIsSet("QUELIX_BENCH_KEEP")) {  // keeps the client's files to look at
+        scratch.setAutoRemove(false);
+        std::printf("client files in %s\n", qPrintable(scratch.path()));
+    }
     const QString home = scratch.filePath(QStringLiteral("home"));
     const QString docs = home + QStringLiteral("/Documents");
     QDir().mkpath(docs + QStringLiteral("/Quelix/Config"));
@@ -313,7 +317,21 @@ int main(int argc, char** argv) {
     runUntil([] { return false; }, 1500);  // sign-in work settles
 
     const QByteArray last = QByteArray("unread-reached ") + QByteArray::number(n + 1);
+    // QUELIX_BENCH_PERF=<file> records the client's burst with perf, for finding where it goes.
+    QProcess perf;
+    const QString perfOut = qEnvironmentVariable("QUELIX_BENCH_PERF");
+    if (!perfOut.isEmpty()) {
+        perf.start(QStringLiteral("perf"),
+                   {"record", "-q", "-e", "cpu-clock", "--call-graph", "dwarf", "-o", perfOut, "-p",
+                    QString::number(client.processId())});
+        perf.waitForStarted();
+        runUntil([] { return false; }, 1000);
+    }
     const Burst gui = measure(sender, clientJid, client, clientOut, last);
+    if (perf.state() != QProcess::NotRunning) {
+        perf.terminate();  // SIGTERM makes perf write its file and stop
+        perf.waitForFinished(60000);
+    }
     const Burst plain = measure(sender, bareJid, receiver, receiverOut,
                                 QByteArray("received ") + QByteArray::number(n + 1));
     stop(client);

@@ -162,6 +162,7 @@ private slots:
     void notificationsWaitUntilTheClientIsReady();
     void watermarkKeepsShownMessagesOut();
     void previewsAndRecords();
+    void aBurstAlertsOncePerConversation();
 
 private:
     base::scoped_refptr<OpenIMManager> manager_;
@@ -356,6 +357,48 @@ void TestOpenIMManager::previewsAndRecords() {
     m = OpenIMManager::toMessage(own, "100", false);
     QVERIFY(m.isSelf);
     QCOMPARE(m.conversationId, QStringLiteral("102"));
+}
+
+// A burst shown in one slice marks the conversation's row and alerts once, with the count of
+// the slice and the latest text; an alert outside a slice goes out at once; a slice ends with
+// the conversation of the newest message last, so it is the one on top of the talk list.
+void TestOpenIMManager::aBurstAlertsOncePerConversation() {
+    manager_->setMsgReady(true);
+    QSignalSpy shown(manager_.get(), &OpenIMManager::chatMessage);
+    g_script.unread.clear();
+    for (int i = 0; i < 30; ++i)
+        g_script.unread.push_back(
+            textMessage(100 + i, 2000001000 + i, QStringLiteral("第%1条").arg(i)));
+    manager_->updateUnreadMsg(user(L"101"));
+    QCOMPARE(shown.size(), 30);
+    QCOMPARE(shell_.calls.filter(QRegularExpression("^mark ")), QStringList{"mark 101 30"});
+    QCOMPARE(shell_.calls.filter(QRegularExpression("^message ")),
+             QStringList{"message 101 第29条"});
+
+    QStringList order;
+    AlertCoalescer alerts([&](const AlertCoalescer::Alert& a) {
+        order << QStringLiteral("%1x%2 %3").arg(a.record.id).arg(a.count).arg(a.preview);
+    });
+    auto record = [](const char* id) {
+        ConversationRecord r;
+        r.id = QString::fromLatin1(id);
+        return r;
+    };
+    alerts.add(record("7"), "now");
+    QCOMPARE(order, QStringList{"7x1 now"});
+    order.clear();
+    {
+        const AlertCoalescer::Slice outer(alerts);
+        alerts.add(record("1"), "a");
+        {
+            const AlertCoalescer::Slice inner(alerts);
+            alerts.add(record("2"), "b");
+            alerts.add(record("1"), "c");
+        }
+        QVERIFY(order.isEmpty());  // the outer slice has not ended
+        alerts.add(record("3"), "d");
+    }
+    QCOMPARE(order, (QStringList{"2x1 b", "1x2 c", "3x1 d"}));
 }
 
 int main(int argc, char** argv) {
