@@ -44,7 +44,8 @@ void UnreadFetcher::process() {
     }
     for (const auto& entry : users) {
         base::scoped_refptr<openim::IConversation> conversation = conversationWith(entry.first);
-        if (!conversation || conversation->GetUnreadCount() == 0) continue;
+        if (!conversation) continue;
+        // No count first: an empty list says the same, for one call to the SDK thread less.
         std::vector<openim::IMMessage> unread;
         conversation->GetUnreadMessages(&unread);
         std::vector<openim::IMMessage> fresh;

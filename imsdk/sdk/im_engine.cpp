@@ -422,9 +422,19 @@ void ImEngine::afterCommit(std::function<void()> report) {
         report();
 }
 
+// The archive mark moves with what is stored: within a batch, once, at its commit.
+void ImEngine::markArchived(const QString& archiveId) {
+    if (batchOpen_)
+        archivedInBatch_ = archiveId;
+    else
+        store_.setMeta(QLatin1String(kLastArchiveId), archiveId);
+}
+
 void ImEngine::closeBatch() {
     if (!batchOpen_) return;
     batchOpen_ = false;
+    if (!archivedInBatch_.isEmpty())
+        store_.setMeta(QLatin1String(kLastArchiveId), std::exchange(archivedInBatch_, {}));
     notified_.clear();
     std::vector<std::function<void()>> reports = std::exchange(afterCommit_, {});
     if (!store_.endBatch()) {
@@ -486,7 +496,7 @@ void ImEngine::onMessage(const QXmppMessage& message) {
 void ImEngine::store(const QXmppMessage& message, const QString& archiveId, const QDateTime& stamp,
                      Source source) {
     if (source != Source::History && tribes_->handleNotice(message, archiveId, stamp)) {
-        if (!archiveId.isEmpty()) store_.setMeta(QLatin1String(kLastArchiveId), archiveId);
+        if (!archiveId.isEmpty()) markArchived(archiveId);
         return;
     }
     QString problem;
@@ -532,8 +542,7 @@ void ImEngine::store(const QXmppMessage& message, const QString& archiveId, cons
     } else {
         id = insertReceived(m, message, source);
     }
-    if (!archiveId.isEmpty() && source != Source::History)
-        store_.setMeta(QLatin1String(kLastArchiveId), archiveId);
+    if (!archiveId.isEmpty() && source != Source::History) markArchived(archiveId);
     if (!id || !m.unread) return;
     if (m.pendingMedia) {
         const quint64 stored = *id;

@@ -210,4 +210,6 @@ private:
     bool batchOpen_ = false;
     std::vector<std::function<void()>> afterCommit_;
     QSet<QString> notified_;
+    QString archivedInBatch_;  // the archive mark, written once when the batch commits
+    void markArchived(const QString& archiveId);
 };

@@ -1,6 +1,7 @@
 #include "store/message_store.h"
 
 #include <QAtomicInteger>
+#include <QDebug>
 #include <QDir>
 #include <QFileInfo>
 #include <QSqlDatabase>
@@ -93,6 +94,9 @@ void MessageStore::close() {
     setMeta_.reset();
     unread_.reset();
     markOne_.reset();
+    unreadCount_.reset();
+    begin_.reset();
+    commit_.reset();
     if (batchDepth_ > 0) {
         batchDepth_ = 0;
         QSqlDatabase::database(connection_, false).commit();
@@ -113,49 +117,31 @@ QSqlQuery& MessageStore::prepared(std::unique_ptr<QSqlQuery>& slot, const char* 
     return *slot;
 }
 
+// BEGIN and COMMIT are prepared once too: a burst opens a batch per socket read.
 void MessageStore::beginBatch() {
     if (!isOpen()) return;
-    if (batchDepth_++ == 0) QSqlDatabase::database(connection_, false).transaction();
+    if (batchDepth_++ == 0) {
+        QSqlQuery& q = prepared(begin_, "BEGIN");
+        q.exec();
+        q.finish();
+    }
 }
 
 bool MessageStore::endBatch() {
     if (!isOpen() || batchDepth_ == 0) return true;  // closed meanwhile: close() committed
     if (--batchDepth_ > 0) return true;
-    QSqlDatabase db = QSqlDatabase::database(connection_, false);
-    if (db.commit()) return true;
-    db.rollback();
+    QSqlQuery& q = prepared(commit_, "COMMIT");
+    const bool committed = q.exec();
+    q.finish();
+    if (committed) return true;
+    QSqlDatabase::database(connection_, false).rollback();
     return false;
 }
 
+// Nearly every message is new, so the insert goes first and the unique ids decide; only a
+// refused insert looks for the copy it met (and gives it the server's id if it had none).
 std::optional<quint64> MessageStore::insert(const StoredMessage& m) {
     if (!isOpen()) return std::nullopt;
-    if (!m.stanzaId.isEmpty()) {
-        QSqlQuery& q = prepared(byStanzaId_, "SELECT id FROM messages WHERE stanza_id = ? LIMIT 1");
-        q.bindValue(0, m.stanzaId);
-        const bool found = q.exec() && q.next();
-        q.finish();
-        if (found) return std::nullopt;
-    }
-    if (!m.originId.isEmpty()) {
-        QSqlQuery& q = prepared(
-            byOriginId_, "SELECT id, stanza_id FROM messages WHERE sender = ? AND origin_id = ?");
-        q.bindValue(0, m.sender);
-        q.bindValue(1, m.originId);
-        if (q.exec() && q.next()) {
-            const bool fillIn = q.value(1).isNull() && !m.stanzaId.isEmpty();
-            const quint64 id = q.value(0).toULongLong();
-            q.finish();
-            if (fillIn) {
-                QSqlQuery u(QSqlDatabase::database(connection_, false));
-                u.prepare(QStringLiteral("UPDATE messages SET stanza_id = ? WHERE id = ?"));
-                u.addBindValue(m.stanzaId);
-                u.addBindValue(id);
-                u.exec();
-            }
-            return std::nullopt;
-        }
-        q.finish();
-    }
     QSqlQuery& q = prepared(
         insert_,
         "INSERT INTO messages(peer, sender, outgoing, kind, content, summary, url, file_size,"
@@ -168,10 +154,43 @@ std::optional<quint64> MessageStore::insert(const StoredMessage& m) {
           QVariant(m.width), QVariant(m.height), QVariant(m.time), QVariant(int(m.unread)),
           orNull(m.stanzaId), orNull(m.originId), QVariant(int(m.pendingMedia))})
         q.bindValue(i++, v);
-    if (!q.exec()) return std::nullopt;
-    const quint64 id = q.lastInsertId().toULongLong();
+    if (q.exec()) {
+        const quint64 id = q.lastInsertId().toULongLong();
+        q.finish();
+        return id;
+    }
     q.finish();
-    return id;
+    if (!m.stanzaId.isEmpty()) {
+        QSqlQuery& byStanza =
+            prepared(byStanzaId_, "SELECT id FROM messages WHERE stanza_id = ? LIMIT 1");
+        byStanza.bindValue(0, m.stanzaId);
+        const bool found = byStanza.exec() && byStanza.next();
+        byStanza.finish();
+        if (found) return std::nullopt;
+    }
+    if (!m.originId.isEmpty()) {
+        QSqlQuery& byOrigin = prepared(
+            byOriginId_, "SELECT id, stanza_id FROM messages WHERE sender = ? AND origin_id = ?");
+        byOrigin.bindValue(0, m.sender);
+        byOrigin.bindValue(1, m.originId);
+        if (byOrigin.exec() && byOrigin.next()) {
+            const bool fillIn = byOrigin.value(1).isNull() && !m.stanzaId.isEmpty();
+            const quint64 id = byOrigin.value(0).toULongLong();
+            byOrigin.finish();
+            if (fillIn) {
+                QSqlQuery u(QSqlDatabase::database(connection_, false));
+                u.prepare(QStringLiteral("UPDATE messages SET stanza_id = ? WHERE id = ?"));
+                u.addBindValue(m.stanzaId);
+                u.addBindValue(id);
+                u.exec();
+            }
+            return std::nullopt;
+        }
+        byOrigin.finish();
+    }
+    qWarning().noquote() << "imsdk: a received message could not be stored:"
+                         << q.lastError().text();
+    return std::nullopt;
 }
 
 void MessageStore::settleTime(const QString& stanzaId, qint64 time) {
@@ -219,11 +238,13 @@ static const char kReadyUnread[] =
 
 int MessageStore::unreadCount(const QString& peer) {
     if (!isOpen()) return 0;
-    QSqlQuery q(QSqlDatabase::database(connection_, false));
-    q.prepare(QStringLiteral("SELECT COUNT(*) FROM messages WHERE ") + kReadyUnread);
-    q.addBindValue(peer);
-    q.addBindValue(peer);
-    return q.exec() && q.next() ? q.value(0).toInt() : 0;
+    static const QByteArray sql = QByteArray("SELECT COUNT(*) FROM messages WHERE ") + kReadyUnread;
+    QSqlQuery& q = prepared(unreadCount_, sql.constData());
+    q.bindValue(0, peer);
+    q.bindValue(1, peer);
+    const int count = q.exec() && q.next() ? q.value(0).toInt() : 0;
+    q.finish();
+    return count;
 }
 
 QList<StoredMessage> MessageStore::unread(const QString& peer) {

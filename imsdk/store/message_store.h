@@ -77,4 +77,7 @@ private:
     std::unique_ptr<QSqlQuery> setMeta_;
     std::unique_ptr<QSqlQuery> unread_;
     std::unique_ptr<QSqlQuery> markOne_;
+    std::unique_ptr<QSqlQuery> unreadCount_;
+    std::unique_ptr<QSqlQuery> begin_;
+    std::unique_ptr<QSqlQuery> commit_;
 };
