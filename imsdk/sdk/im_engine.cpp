@@ -408,11 +408,18 @@ void ImEngine::registerSync(int mode, const base::Callback<void(prg::PrgStringT<
 
 // ---- receiving ----
 
+// A lone message is committed (and reported) once the socket read that brought it is
+// done; under a burst, commits are at least kBatchGapMs apart, so each carries many
+// messages and the journal far fewer pages per message.
 void ImEngine::openBatch() {
     if (batchOpen_ || !store_.isOpen()) return;
     batchOpen_ = true;
     store_.beginBatch();
-    QMetaObject::invokeMethod(this, &ImEngine::closeBatch, Qt::QueuedConnection);
+    const qint64 since = lastCommit_.isValid() ? lastCommit_.elapsed() : kBatchGapMs;
+    if (since >= kBatchGapMs)
+        QMetaObject::invokeMethod(this, &ImEngine::closeBatch, Qt::QueuedConnection);
+    else
+        QTimer::singleShot(int(kBatchGapMs - since), this, &ImEngine::closeBatch);
 }
 
 void ImEngine::afterCommit(std::function<void()> report) {
@@ -433,6 +440,7 @@ void ImEngine::markArchived(const QString& archiveId) {
 void ImEngine::closeBatch() {
     if (!batchOpen_) return;
     batchOpen_ = false;
+    lastCommit_.start();
     if (!archivedInBatch_.isEmpty())
         store_.setMeta(QLatin1String(kLastArchiveId), std::exchange(archivedInBatch_, {}));
     notified_.clear();

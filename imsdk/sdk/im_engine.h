@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QElapsedTimer>
 #include <QHash>
 #include <QMap>
 #include <QObject>
@@ -210,6 +211,8 @@ private:
     bool batchOpen_ = false;
     std::vector<std::function<void()>> afterCommit_;
     QSet<QString> notified_;
+    static constexpr qint64 kBatchGapMs = 25;
+    QElapsedTimer lastCommit_;
     QString archivedInBatch_;  // the archive mark, written once when the batch commits
     void markArchived(const QString& archiveId);
 };
