@@ -82,9 +82,12 @@ void TestTaskCards::settingsChooseWhichEventsAlert() {
     for (int e : {0, 3, 6, 7}) QVERIFY(!TaskAlertPolicy::alerts(card(e), s, me));
     s.dispose = true;
     for (int e : {1, 4, 5}) QVERIFY(TaskAlertPolicy::alerts(card(e), s, me));
-    // A task handed to the user always alerts; what the user did never alerts the user.
+    // A task handed to the user always alerts through the card that comes directly, its
+    // copy in the tribe does not ring again; what the user did never alerts the user.
     s.dispose = false;
-    QVERIFY(TaskAlertPolicy::alerts(card(1, "102", me), s, me));
+    QVERIFY(TaskAlertPolicy::alerts(card(1, "102", me), s, me, true));
+    QVERIFY(!TaskAlertPolicy::alerts(card(1, "102", me), s, me, false));
+    QVERIFY(!TaskAlertPolicy::alerts(card(1, "102", "103"), s, me, true));
     s = quelix::userconfig_t();
     QVERIFY(!TaskAlertPolicy::alerts(card(2, me), s, me));
     // A card this client cannot place is alerted like any message.
