@@ -169,6 +169,17 @@ void TestTaskCards::aCardShowsTheViewersFlagAndOpensItsTask() {
     QCOMPARE(opened.first().first().toString(),
              QStringLiteral("http://work.example/work/task.htm?taskId=7"));
     QCOMPARE(state->text(), QStringLiteral("已读"));
+
+    // An assignment says to whom the task went.
+    QJsonObject assigned = card(1);
+    assigned.insert("executor", "张敏");
+    v.addMessage(cardMessage(2, assigned));
+    QTRY_COMPARE(v.findChildren<qx_output::TaskMsgItem*>().size(), 2);
+    named = false;
+    for (auto* i : v.findChildren<qx_output::TaskMsgItem*>())
+        for (QLabel* l : i->findChildren<QLabel*>())
+            named = named || l->text() == QStringLiteral("李娜 指派给了 张敏");
+    QVERIFY(named);
 }
 
 QTEST_MAIN(TestTaskCards)
