@@ -505,6 +505,7 @@ void ImEngine::store(const QXmppMessage& message, const QString& archiveId, cons
         return logRefused(message, QStringLiteral("not of the company's domain ") + domain_);
     m.peer = QXmppUtils::jidToUser(other);
     if (m.peer.isEmpty()) return logRefused(message, QStringLiteral("no account in the address"));
+    const QString addressed = m.peer;
     if (!relayedPeer(message, outgoing, m.kind, &m.peer, &problem))
         return logRefused(message, problem);
     m.outgoing = outgoing;
@@ -512,6 +513,10 @@ void ImEngine::store(const QXmppMessage& message, const QString& archiveId, cons
     m.time = (stamp.isValid() ? stamp : QDateTime::currentDateTimeUtc()).toSecsSinceEpoch();
     m.stanzaId = archiveId;
     m.originId = message.originId().isEmpty() ? message.id() : message.originId();
+    // A relayed message is archived with the relaying account, not with its conversation's
+    // peer, so its archive id cannot anchor a page of that peer's archive (the server would
+    // not find it there); its origin id keeps it from being stored twice.
+    if (m.peer != addressed && !m.originId.isEmpty()) m.stanzaId.clear();
     m.unread = !outgoing && source != Source::History;
     m.pendingMedia = isMedia(m.kind) && !outgoing && source != Source::History;
     std::optional<quint64> id;

@@ -6,6 +6,8 @@
 #include <QProcess>
 #include <QtTest>
 
+#include <memory>
+
 #include "base/bind.h"
 #include "openim/im_message_content.h"
 #include "openim/itribe.h"
@@ -385,7 +387,8 @@ void TribesTest::plainClientTakesPart() {
 }
 
 void TribesTest::cardsForOneColleagueComeInTheAssistantsName() {
-    TestSession pat(QStringLiteral("pat-cards"));
+    auto first = std::make_unique<TestSession>(QStringLiteral("pat-cards"));
+    TestSession& pat = *first;
     pat.login(server_, QStringLiteral("pat"), QStringLiteral("pw-pat"), kAuthority);
     QVERIFY(waitUntil([&] { return pat.probe().count("loginOk") == 1; }));
     const QString assistant = QStringLiteral("9001");
@@ -419,6 +422,17 @@ void TribesTest::cardsForOneColleagueComeInTheAssistantsName() {
     QCOMPARE(pat.unreadCount(QStringLiteral("mallory")), 0);
     QCOMPARE(pat.unreadCount(QStringLiteral("alice")), 0);
     QCOMPARE(pat.unreadCount(kAuthority), 0);
+
+    // Read and asked for again as history (a new session's first page), they are there.
+    pat.markRead(assistant);
+    first.reset();
+    TestSession again(QStringLiteral("pat-cards"));
+    again.login(server_, QStringLiteral("pat"), QStringLiteral("pw-pat"), kAuthority);
+    QVERIFY(waitUntil([&] { return again.probe().count("loginOk") == 1; }));
+    again.requestHistory(assistant, 7);
+    QVERIFY(waitUntil([&] { return again.probe().count("history") == 1; }));
+    QCOMPARE(again.probe().count("history:0"), 1);
+    QCOMPARE(int(again.probe().historyPages().last().size()), 2);
 }
 
 QTEST_MAIN(TribesTest)
