@@ -174,7 +174,7 @@ void ClientSession::connect(MainWindow* window, OpenIMManager* im) {
     // The tribe page: members from the back end, the list as the projects arrive, and
     // quitting through the IM core's dissolve-or-leave question.
     QObject::connect(
-        window, &MainWindow::tribeViewCreated, im, [im, loginView](TribeConverView* view) {
+        window, &MainWindow::tribeViewCreated, im, [im, loginView, window](TribeConverView* view) {
             QPointer<Requester> requester(loginView->requester());
             view->setMemberFetcher([requester](const QString& tribeId, auto done) {
                 if (!requester) return done(false, TribeMembers(), QStringLiteral("signed out"));
@@ -194,6 +194,10 @@ void ClientSession::connect(MainWindow* window, OpenIMManager* im) {
             TribeManager* tribes = im->tribes();
             QObject::connect(tribes, &TribeManager::projectsLoaded, view,
                              [view] { view->setLoadingTribes(false); });
+            // Saved talk-list rows of tribes can be named now.
+            QObject::connect(tribes, &TribeManager::projectsLoaded, window, [window] {
+                if (ConversationView* talks = window->conversationView()) talks->restoreTalkList();
+            });
             QObject::connect(tribes, &TribeManager::projectsFailed, view,
                              [view] { view->setLoadingTribes(false); });
             QObject::connect(tribes, &TribeManager::projectActionDone, view,

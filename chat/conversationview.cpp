@@ -207,7 +207,7 @@ void ConversationView::openPage(const QString& id) {
     }
 }
 
-void ConversationView::addRow(const QString& id, const QString& name, int count) {
+void ConversationView::addRow(const QString& id, const QString& name, int count, int at) {
     auto* row = new ChatListItemWidget(id, name, talkList_);
     connect(row, &ChatListItemWidget::deleteItemSignal, this,
             &ConversationView::deleteMemberFromMemberList);
@@ -223,7 +223,7 @@ void ConversationView::addRow(const QString& id, const QString& name, int count)
     item->setData(Qt::UserRole, id);
     item->setSizeHint(row->sizeHint());
     const QSignalBlocker quiet(talkList_);  // inserting is not opening
-    talkList_->insertItem(0, item);
+    talkList_->insertItem(at, item);
     talkList_->setItemWidget(item, row);
     if (count != 0)
         if (MainViewDelegate* shell = MainViewDelegate::instance())
@@ -313,6 +313,26 @@ void ConversationView::loadTalkList() {
         if (!name.isEmpty() && rowOf(id) < 0) addRow(id, name, 0);
     }
     reportTotal();
+}
+
+void ConversationView::restoreTalkList() {
+    const quelix::listtalk_t& saved = ConfigStore::instance().talkList();
+    // Saved oldest first, shown newest first: a row goes below the rows of conversations
+    // saved after it and of those that came up since (which are not saved later).
+    QStringList order;
+    for (const auto& entry : saved.entries) order << QString::number(entry.id);
+    for (int i = 0; i < order.size(); ++i) {
+        const QString& id = order.at(i);
+        const QString name = displayName(id);
+        if (name.isEmpty() || rowOf(id) >= 0) continue;
+        int at = 0;
+        while (at < talkList_->count()) {
+            const int savedAt = order.indexOf(talkList_->item(at)->data(Qt::UserRole).toString());
+            if (savedAt >= 0 && savedAt < i) break;
+            ++at;
+        }
+        addRow(id, name, 0, at);
+    }
 }
 
 void ConversationView::persistAdd(const QString& id) {

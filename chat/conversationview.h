@@ -34,6 +34,9 @@ public:
     void showConversation(const QString& id, int count);
     // Rows from the saved talk list, with nothing unread.
     void loadTalkList();
+    // Adds the saved rows that could not be named when the list was loaded (tribes arrive
+    // with the project list, after the directory), each where the saved order puts it.
+    void restoreTalkList();
     // The page of a conversation, created on first use.
     ConversationContentView* page(const QString& id);
     // The page of a conversation the user has opened in this session, or null. A page never
@@ -94,7 +97,7 @@ public slots:
 private:
     QString displayName(const QString& id) const;
     ChatListItemWidget* rowWidget(int row) const;
-    void addRow(const QString& id, const QString& name, int count);
+    void addRow(const QString& id, const QString& name, int count, int at = 0);
     void openPage(const QString& id);
     void persistAdd(const QString& id);
     void persistRemove(const QString& id);

@@ -719,8 +719,8 @@ bool OpenIMManager::taskCardAlerts(const BaseMsg::MMessage& m) const {
     ConfigStore& config = ConfigStore::instance();
     // Before the user's settings are read, the defaults decide.
     const quelix::userconfig_t defaults;
-    return TaskAlertPolicy::alerts(card, config.hasUser() ? config.userConfig() : defaults,
-                                   ownId());
+    return TaskAlertPolicy::alerts(card, config.hasUser() ? config.userConfig() : defaults, ownId(),
+                                   !m.isTribe);
 }
 
 void OpenIMManager::deliver(const BaseMsg::MMessage& m, const QString& preview) {

@@ -11,7 +11,7 @@ QString text(const QJsonObject& o, const char* key) {
 }  // namespace
 
 bool TaskAlertPolicy::alerts(const QJsonObject& card, const quelix::userconfig_t& s,
-                             const QString& ownId) {
+                             const QString& ownId, bool direct) {
     if (!ownId.isEmpty() && text(card, "userId") == ownId) return false;
     const QJsonValue event = card.value(QStringLiteral("event"));
     // The status lines as numbers 0 to 7 (created, assigned, replied, cancelled, then the
@@ -22,7 +22,7 @@ bool TaskAlertPolicy::alerts(const QJsonObject& card, const quelix::userconfig_t
         case 3:  // cancelled
             return s.createAndDelete;
         case 1:  // assigned
-            return (!ownId.isEmpty() && text(card, "executorId") == ownId) || s.dispose;
+            return (direct && !ownId.isEmpty() && text(card, "executorId") == ownId) || s.dispose;
         case 2:
             return s.reply;
         case 4:  // back to waiting

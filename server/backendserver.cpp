@@ -93,6 +93,7 @@ bool BackendServer::start(const QString& host, int port) {
     orgCache_ = std::make_unique<OrgCache>(db_, directory_.get());
     access_ = std::make_unique<RequestAccess>(sessions_.get(), directory_.get());
     tasks_ = std::make_unique<TaskEditor>(db_, directory_.get(), rooms_);
+    tasks_->setDirectoryChanged([this] { directoryChanged(); });
     pages_ = std::make_unique<PageHandler>(directory_.get(), access_.get(), tasks_.get());
     projects_ = std::make_unique<ProjectEditor>(db_, directory_.get(), sessions_.get(), rooms_);
 

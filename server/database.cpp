@@ -61,6 +61,16 @@ const char* const kSchema[] = {
     "CREATE TABLE IF NOT EXISTS task_card (id BIGINT PRIMARY KEY, project_id BIGINT NOT NULL,"
     " payload VARCHAR(8000) NOT NULL)",
     "CREATE INDEX IF NOT EXISTS task_card_project ON task_card (project_id, id)",
+    // Cards for one colleague (a task assigned to them), sent on behalf of `sender`, the
+    // company's task assistant.
+    "CREATE TABLE IF NOT EXISTS task_direct_card (id BIGINT PRIMARY KEY,"
+    " project_id BIGINT NOT NULL, recipient BIGINT NOT NULL, sender BIGINT NOT NULL,"
+    " payload VARCHAR(8000) NOT NULL)",
+    "CREATE INDEX IF NOT EXISTS task_direct_card_project ON task_direct_card (project_id, id)",
+    // Each company's task assistant: a directory entry nobody signs in as, in whose name
+    // the back end tells colleagues of tasks given to them.
+    "CREATE TABLE IF NOT EXISTS task_assistant (company_id BIGINT PRIMARY KEY,"
+    " user_id BIGINT NOT NULL UNIQUE)",
     "CREATE TABLE IF NOT EXISTS attachment (id BIGINT PRIMARY KEY, owner_id BIGINT NOT NULL,"
     " file_name VARCHAR(300) NOT NULL, stored_name VARCHAR(100) NOT NULL,"
     " size BIGINT NOT NULL, date_created VARCHAR(40) NOT NULL)",

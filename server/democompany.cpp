@@ -346,7 +346,9 @@ bool DemoCompany::seedGenerated(Database* db, int colleagues, int departments, i
 
 QStringList DemoCompany::accounts(Database* db, int count) {
     QSqlQuery q(db->connection());
-    q.prepare(QStringLiteral("SELECT user_name FROM users ORDER BY id LIMIT ?"));
+    q.prepare(
+        QStringLiteral("SELECT user_name FROM users WHERE id NOT IN"
+                       " (SELECT user_id FROM task_assistant) ORDER BY id LIMIT ?"));
     q.addBindValue(count);
     QStringList out;
     if (q.exec()) {

@@ -292,8 +292,10 @@ qint64 Directory::projectCompany(qint64 projectId) const {
 
 int Directory::countInCompany(qint64 companyId, const QList<qint64>& userIds) const {
     if (userIds.isEmpty()) return 0;
+    // Counts people: the task assistant is nobody's project member.
     QSqlQuery q = prepared(db_, QStringLiteral("SELECT COUNT(*) FROM users WHERE company_id = ?"
-                                               " AND id IN (%1)")
+                                               " AND id NOT IN (SELECT user_id FROM"
+                                               " task_assistant) AND id IN (%1)")
                                     .arg(inList(userIds.size())));
     q.addBindValue(companyId);
     for (qint64 id : userIds) q.addBindValue(id);
@@ -330,7 +332,8 @@ QList<qint64> Directory::roomIds() const {
     if (db_->exec(
             q, QStringLiteral("SELECT id FROM project UNION SELECT id FROM project_dissolved"
                               " WHERE room_destroyed = 0 UNION SELECT project_id FROM room_notice"
-                              " UNION SELECT project_id FROM task_card ORDER BY 1"))) {
+                              " UNION SELECT project_id FROM task_card UNION SELECT"
+                              " project_id FROM task_direct_card ORDER BY 1"))) {
         while (q.next()) ids << q.value(0).toLongLong();
     }
     return ids;
@@ -487,4 +490,53 @@ QList<qint64> Directory::inCompany(qint64 companyId, const QList<qint64>& userId
         if (found.contains(id)) out << id;
     }
     return out;
+}
+
+qint64 Directory::taskAssistant(qint64 companyId, bool* made) {
+    auto find = [this, companyId] {
+        QSqlQuery q = prepared(
+            db_, QStringLiteral("SELECT user_id FROM task_assistant WHERE company_id = ?"));
+        q.addBindValue(companyId);
+        return db_->exec(q) && q.next() ? q.value(0).toLongLong() : qint64(0);
+    };
+    if (const qint64 id = find()) return id;
+    if (!companyExists(companyId)) return 0;
+    // Two workers may make it at once: the company's key lets one win, the other reads it.
+    QSqlDatabase db = db_->connection();
+    for (int attempt = 0; attempt < 3; ++attempt) {
+        if (!db.transaction()) return 0;
+        QSqlQuery next(db);
+        qint64 id = 0;
+        if (next.exec(QStringLiteral("SELECT MAX(id) FROM users")) && next.next())
+            id = next.value(0).toLongLong() + 1;
+        QByteArray secret(16, Qt::Uninitialized);
+        QRandomGenerator::system()->fillRange(reinterpret_cast<quint32*>(secret.data()), 4);
+        QSqlQuery user(db);
+        user.prepare(QStringLiteral(
+            "INSERT INTO users (id, company_id, dept_id, user_name, real_name, work_nick, mobile,"
+            " email, date_created, full_pinyin, short_pinyin, password_hash, im_secret, open_id)"
+            " VALUES (?, ?, 0, ?, ?, ?, '', '', ?, 'renwuzhushou', 'rwzs', '', ?, '')"));
+        user.addBindValue(id);
+        user.addBindValue(companyId);
+        // Not a name anyone can sign in with: the password hash is empty.
+        user.addBindValue(QStringLiteral("~task-assistant-%1").arg(companyId));
+        user.addBindValue(QStringLiteral("任务助手"));
+        user.addBindValue(QStringLiteral("任务助手"));
+        user.addBindValue(QDateTime::currentDateTime().toString(QStringLiteral("yyyy-MM-dd")));
+        user.addBindValue(QString::fromLatin1(secret.toHex()));
+        QSqlQuery link(db);
+        link.prepare(
+            QStringLiteral("INSERT INTO task_assistant (company_id, user_id) VALUES (?, ?)"));
+        link.addBindValue(companyId);
+        link.addBindValue(id);
+        if (id > 0 && user.exec() && link.exec() && db.commit()) {
+            qInfo("directory: task assistant of company %lld is %lld", companyId, id);
+            if (made) *made = true;
+            return id;
+        }
+        db.rollback();
+        if (const qint64 made = find()) return made;
+    }
+    qWarning("directory: cannot make the task assistant of company %lld", companyId);
+    return 0;
 }

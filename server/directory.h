@@ -66,6 +66,11 @@ public:
     // Those of `userIds` that belong to `companyId`, in the given order.
     QList<qint64> inCompany(qint64 companyId, const QList<qint64>& userIds) const;
 
+    // The company's task assistant ("任务助手"), made on first use (`made` tells); 0 on
+    // failure. It is a colleague the client knows like any other (so a one-to-one message
+    // in its name is shown), but nobody signs in as it and it cannot join projects.
+    qint64 taskAssistant(qint64 companyId, bool* made = nullptr);
+
     static QString taskStatusText(int status);
 
 private:

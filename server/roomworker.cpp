@@ -114,6 +114,8 @@ void RoomWorker::onFinished(qint64 projectId, bool succeeded, const QString& err
     if (succeeded) {
         sendNotices(projectId);
         if (!destroyed) sendCards(projectId);
+        // They need no room, so a dissolved project's cards still reach their executors.
+        sendDirectCards(projectId);
     }
     if (!succeeded) {
         if (checkingAll_ && session_->isOnline()) ++refused_;
@@ -245,4 +247,58 @@ void RoomWorker::sendCards(qint64 projectId) {
                 }
             });
     });
+}
+
+void RoomWorker::sendDirectCards(qint64 projectId) {
+    if (sendingDirect_.contains(projectId)) return;  // the next pass picks up the rest
+    const QList<TaskCardOutbox::Card> cards = cards_->pendingDirect(projectId, kNoticeBatch);
+    if (cards.isEmpty()) return;
+    QList<qint64> sent;
+    for (const TaskCardOutbox::Card& c : cards) {
+        QXmppMessage m(QString(), QStringLiteral("%1@%2").arg(c.recipient).arg(settings_.domain),
+                       QStringLiteral("[任务]"));
+        m.setType(QXmppMessage::Chat);
+        const QString id = QStringLiteral("task-direct-%1").arg(c.id);
+        m.setId(id);
+        m.setOriginId(id);
+        QXmppElement content;
+        content.setTagName(QStringLiteral("content"));
+        content.setAttribute(QStringLiteral("xmlns"), QStringLiteral("urn:quelix:im:1"));
+        content.setAttribute(QStringLiteral("kind"), QStringLiteral("16"));
+        content.setValue(QString::fromUtf8(c.payload));
+        // Whose conversation it belongs in; clients believe this only from our account.
+        QXmppElement relay;
+        relay.setTagName(QStringLiteral("relay"));
+        relay.setAttribute(QStringLiteral("xmlns"), QStringLiteral("urn:quelix:im:1"));
+        relay.setAttribute(QStringLiteral("for"), QString::number(c.sender));
+        m.setExtensions({content, relay});
+        if (!session_->sendMessage(m)) break;
+        sent << c.id;
+    }
+    if (sent.isEmpty()) return;
+    sendingDirect_.insert(projectId, true);
+    const bool more = cards.size() == kNoticeBatch;
+    confirm([this, sent, projectId, more](bool arrived) {
+        sendingDirect_.remove(projectId);
+        if (!arrived) return;
+        if (!cards_->dropDirect(sent))
+            qWarning("rooms: direct task cards of project %lld sent but not dropped", projectId);
+        if (more || !cards_->pendingDirect(projectId, 1).isEmpty()) {
+            queue_->mark(projectId);
+            pump();
+        }
+    });
+}
+
+void RoomWorker::confirm(std::function<void(bool)> done) {
+    QXmppElement ping;
+    ping.setTagName(QStringLiteral("ping"));
+    ping.setAttribute(QStringLiteral("xmlns"), QStringLiteral("urn:xmpp:ping"));
+    session_->sendIq(
+        QXmppIq::Get, settings_.domain, ping, [done](const QDomElement&, const QString& error) {
+            // Any answer will do, an error too (a server without ping): only no
+            // answer leaves it unknown whether they arrived.
+            done(error != QLatin1String("offline") && error != QLatin1String("timeout") &&
+                 error != QLatin1String("superseded"));
+        });
 }

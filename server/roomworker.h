@@ -7,6 +7,7 @@
 #include <QObject>
 
 #include <atomic>
+#include <functional>
 #include <memory>
 
 class Directory;
@@ -39,6 +40,12 @@ private:
     // Posts the project's waiting task cards into its room (entering it for the purpose);
     // they leave the outbox once the server has them.
     void sendCards(qint64 projectId);
+    // Sends the project's waiting cards for single colleagues, in the name of their
+    // company's task assistant; they leave the outbox once the server has them.
+    void sendDirectCards(qint64 projectId);
+    // Pings the server after stanzas just sent: it handles a stream's stanzas in order, so
+    // an answer means it has them all. `done` runs with whether it answered.
+    void confirm(std::function<void(bool)> done);
 
     Database* db_;
     RoomQueue* queue_;
@@ -47,7 +54,8 @@ private:
     std::unique_ptr<Directory> directory_;
     std::unique_ptr<NoticeOutbox> notices_;
     std::unique_ptr<TaskCardOutbox> cards_;
-    QHash<qint64, bool> posting_;  // projects whose cards are on their way
+    QHash<qint64, bool> posting_;        // projects whose cards are on their way
+    QHash<qint64, bool> sendingDirect_;  // projects whose direct cards are on their way
     XmppAdminSession* session_ = nullptr;
     QHash<qint64, bool> running_;  // project id -> the pass destroys a dissolved room
     bool checkingAll_ = false;

@@ -248,5 +248,22 @@ void TaskEditor::post(qint64 taskId, int event, qint64 actor, const QString& rep
         qWarning("task %lld: card of event %d not queued", taskId, event);
         return;
     }
+    // A task given to someone else also reaches them directly, so it is not lost among a
+    // busy tribe's messages. It comes from the company's task assistant, a colleague the
+    // client looks up like any other, so it is shown in a conversation of its own; the
+    // back end's own account only carries it. Creating a task for oneself tells nobody.
+    const qint64 executor = task[QStringLiteral("executorId")].toString().toLongLong();
+    if ((event == Created || event == Assigned) && executor != actor) {
+        bool made = false;
+        const qint64 assistant =
+            directory_->taskAssistant(directory_->projectCompany(projectId), &made);
+        if (made && directoryChanged_) directoryChanged_();
+        // To the executor it is always "assigned to you", whether made so or changed.
+        if (assistant == 0 ||
+            !cards_.addDirect(
+                projectId, executor, assistant,
+                QJsonDocument(card(task, Assigned, actor, name)).toJson(QJsonDocument::Compact)))
+            qWarning("task %lld: card for its executor %lld not queued", taskId, executor);
+    }
     rooms_->projectChanged(projectId);
 }

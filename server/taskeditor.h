@@ -6,6 +6,8 @@
 #include <QByteArray>
 #include <QJsonObject>
 
+#include <functional>
+
 namespace httplib {
 struct Request;
 struct Response;
@@ -33,6 +35,10 @@ public:
 
     // `rooms` may be null: then no cards are posted.
     TaskEditor(Database* db, Directory* directory, RoomKeeper* rooms);
+
+    // Runs when a change adds to the directory (the company's task assistant), so that
+    // cached organisation replies are made again.
+    void setDirectoryChanged(std::function<void()> changed) { directoryChanged_ = changed; }
 
     // `caller` is the signed-in user (never 0 here), `session` its session id.
     void handle(const httplib::Request& req, httplib::Response& res, qint64 caller,
@@ -64,5 +70,6 @@ private:
     TaskStore tasks_;
     TaskCardOutbox cards_;
     RoomKeeper* rooms_;
+    std::function<void()> directoryChanged_;
     QByteArray formKey_;  // random per start; sessions do not outlive it either
 };

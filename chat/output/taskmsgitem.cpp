@@ -56,6 +56,10 @@ TaskMsgItem::TaskMsgItem(const MessageEntry& e, QWidget* parent) : BaseItem(e, p
     layout->setSpacing(4);
     const QString event = eventText(o.value(QStringLiteral("event")));
     QString line = event.isEmpty() ? sender : sender + QLatin1Char(' ') + event;
+    // "指派给了" reads as a sentence only with whom the task went to.
+    const QString executor = o.value(QStringLiteral("executor")).toString();
+    if (event == QString::fromUtf8(kEvents[1]) && !executor.isEmpty())
+        line += QLatin1Char(' ') + executor;
     // A reply's first words, on the card's one status line (the page has the whole reply).
     const QString reply = o.value(QStringLiteral("reply")).toString().simplified();
     if (!reply.isEmpty()) line += QStringLiteral("：") + reply;
@@ -70,8 +74,7 @@ TaskMsgItem::TaskMsgItem(const MessageEntry& e, QWidget* parent) : BaseItem(e, p
     layout->addWidget(title);
     layout->addWidget(plain(
         QStringLiteral("截止日期：") + (end.isEmpty() ? QStringLiteral("无期限") : end), card_));
-    layout->addWidget(
-        plain(QStringLiteral("执行人：") + o.value(QStringLiteral("executor")).toString(), card_));
+    layout->addWidget(plain(QStringLiteral("执行人：") + executor, card_));
     auto* row = new QHBoxLayout;
     // The viewer's own flag from the back end; until it is known, what the card says.
     TaskReadFlags* flags = Manager::instance()->readFlags();

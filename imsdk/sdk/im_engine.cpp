@@ -523,11 +523,18 @@ void ImEngine::store(const QXmppMessage& message, const QString& archiveId, cons
         return logRefused(message, QStringLiteral("not of the company's domain ") + domain_);
     m.peer = QXmppUtils::jidToUser(other);
     if (m.peer.isEmpty()) return logRefused(message, QStringLiteral("no account in the address"));
+    const QString addressed = m.peer;
+    if (!relayedPeer(message, outgoing, m.kind, &m.peer, &problem))
+        return logRefused(message, problem);
     m.outgoing = outgoing;
     m.sender = outgoing ? account_ : m.peer;
     m.time = (stamp.isValid() ? stamp : QDateTime::currentDateTimeUtc()).toSecsSinceEpoch();
     m.stanzaId = archiveId;
     m.originId = message.originId().isEmpty() ? message.id() : message.originId();
+    // A relayed message is archived with the relaying account, not with its conversation's
+    // peer, so its archive id cannot anchor a page of that peer's archive (the server would
+    // not find it there); its origin id keeps it from being stored twice.
+    if (m.peer != addressed && !m.originId.isEmpty()) m.stanzaId.clear();
     m.unread = !outgoing && source != Source::History;
     m.pendingMedia = isMedia(m.kind) && !outgoing && source != Source::History;
     std::optional<quint64> id;
@@ -582,6 +589,41 @@ std::optional<quint64> ImEngine::insertReceived(StoredMessage& m, const QXmppMes
     qInfo().noquote() << "imsdk: message from" << message.from() << "reuses id" << message.id()
                       << "for other content; kept as a new message";
     return store_.insert(m);
+}
+
+// The back end tells a colleague of a task given to them in the name of the company's task
+// assistant, a directory entry nobody signs in as: its own account carries the card and
+// names the conversation it belongs in. Only that account is believed, and only for
+// custom content (the cards); a relay from anyone else would let them speak as another.
+bool ImEngine::relayedPeer(const QXmppMessage& message, bool outgoing, int kind, QString* peer,
+                           QString* problem) const {
+    QXmppElement relay;
+    for (const QXmppElement& e : message.extensions())
+        if (e.tagName() == QLatin1String("relay") &&
+            e.attribute(QStringLiteral("xmlns")) == QLatin1String(MessageCodec::kNamespace)) {
+            relay = e;
+            break;
+        }
+    if (relay.isNull()) return true;
+    const QString authority = tribes_->authority();
+    if (outgoing || authority.isEmpty() || *peer != authority) {
+        *problem = QStringLiteral("relayed by someone other than the company's back end");
+        return false;
+    }
+    const QString account = relay.attribute(QStringLiteral("for"));
+    bool numeric = false;
+    account.toULongLong(&numeric);
+    // Directory ids only: the client knows colleagues by them.
+    if (!numeric || account.size() > 20 || account == account_) {
+        *problem = QStringLiteral("relayed for an unusable account");
+        return false;
+    }
+    if (kind != openim::kContentCustom) {
+        *problem = QStringLiteral("relayed content that is not a card");
+        return false;
+    }
+    *peer = account;
+    return true;
 }
 
 void ImEngine::logRefused(const QXmppMessage& message, const QString& why) {

@@ -168,6 +168,10 @@ private:
                Source source);
     std::optional<quint64> insertReceived(StoredMessage& m, const QXmppMessage& message,
                                           Source source);
+    // Whether a stored message may go into its conversation; `peer` becomes the
+    // conversation a relaying back end names. False with the reason in `problem`.
+    bool relayedPeer(const QXmppMessage& message, bool outgoing, int kind, QString* peer,
+                     QString* problem) const;
     void logRefused(const QXmppMessage& message, const QString& why);
     void startCatchUp();
     void startDownload(quint64 id, bool notify);

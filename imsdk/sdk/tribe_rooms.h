@@ -66,6 +66,8 @@ public:
 
     Callbacks& callbacks() { return callbacks_; }
     void setAuthority(const QString& account) { authority_ = account; }
+    // The back end's own account (its notices are believed), empty when none was named.
+    const QString& authority() const { return authority_; }
 
     // Store peer keys of tribes: "tribe:<id>", never an account.
     static QString key(quint64 tribe);

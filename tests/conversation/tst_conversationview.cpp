@@ -139,6 +139,21 @@ void TestConversationView::talkListSurvivesARestartWithNothingUnread() {
     QCOMPARE(rows(again), QStringList({"900", "101"}));
     QCOMPARE(again.totalUnread(), 0);
     QCOMPARE(ConfigStore::instance().talkList().entries.at(1).role, quint64(1));  // the tribe
+
+    // At sign-in the tribes come after the directory: their rows come back when they are
+    // known, where they were, below what arrived meanwhile.
+    const QVector<DirectoryStore::Tribe> tribes{{"900", "Quelix 项目", "7", "1", "", false},
+                                                {"901", "合作方群", "8", "1", "", false}};
+    DirectoryStore::instance().setTribes({});
+    ConversationView third;
+    third.loadTalkList();
+    QCOMPARE(rows(third), QStringList({"101"}));
+    third.showConversation("103", 1);
+    DirectoryStore::instance().setTribes(tribes);
+    third.restoreTalkList();
+    third.restoreTalkList();  // once only
+    QCOMPARE(rows(third), QStringList({"103", "900", "101"}));
+    QCOMPARE(third.unreadCount("103"), 1);
 }
 
 void TestConversationView::reconnectTipContinuesItsDots() {

@@ -6,6 +6,8 @@
 #include <QProcess>
 #include <QtTest>
 
+#include <memory>
+
 #include "base/bind.h"
 #include "openim/im_message_content.h"
 #include "openim/itribe.h"
@@ -175,6 +177,7 @@ private slots:
     void outsidersCanNeitherJoinNorRead();
     void memberAddedWhileOnlineJoinsAtOnce();
     void plainClientTakesPart();
+    void cardsForOneColleagueComeInTheAssistantsName();
 
 private:
     ProsodyServer server_;
@@ -381,6 +384,55 @@ void TribesTest::plainClientTakesPart() {
     QVERIFY(plain.waitForFinished(30000));
     QVERIFY2(plain.readAllStandardOutput().contains("hello plain client"),
              qPrintable(plain.readAllStandardError()));
+}
+
+void TribesTest::cardsForOneColleagueComeInTheAssistantsName() {
+    auto first = std::make_unique<TestSession>(QStringLiteral("pat-cards"));
+    TestSession& pat = *first;
+    pat.login(server_, QStringLiteral("pat"), QStringLiteral("pw-pat"), kAuthority);
+    QVERIFY(waitUntil([&] { return pat.probe().count("loginOk") == 1; }));
+    const QString assistant = QStringLiteral("9001");
+    const QString card = QStringLiteral("{\"msgType\":1,\"taskId\":\"5\",\"event\":1}");
+
+    // The company's account carries it; it lands in the assistant's conversation, once
+    // however often it is sent.
+    admin_->relayCard(QStringLiteral("pat"), assistant, QStringLiteral("task-direct-1"), card);
+    admin_->relayCard(QStringLiteral("pat"), assistant, QStringLiteral("task-direct-1"), card);
+    QVERIFY(waitUntil([&] { return pat.unreadCount(assistant) == 1; }));
+    const std::vector<openim::IMMessage> got = pat.unread(assistant);
+    QCOMPARE(toQ(got.front().sender.account), assistant);
+    QCOMPARE(got.front().content.type, int(openim::kContentCustom));
+    QCOMPARE(toQ(got.front().content.content), card);
+
+    // Nobody else may speak in another's name, and the company's account only with cards.
+    RoomAdmin forger(server_, QStringLiteral("mallory"), QStringLiteral("pw-mallory"));
+    QVERIFY(forger.connectNow());
+    forger.relayCard(QStringLiteral("pat"), assistant, QStringLiteral("forged-1"), card);
+    forger.relayCard(QStringLiteral("pat"), QStringLiteral("alice"), QStringLiteral("forged-2"),
+                     card);
+    admin_->relayCard(QStringLiteral("pat"), assistant, QStringLiteral("task-direct-2"),
+                      QStringLiteral("plain words"), 1);
+    admin_->relayCard(QStringLiteral("pat"), QStringLiteral("pat"), QStringLiteral("task-direct-3"),
+                      card);
+    // A card sent after them arrives, so they were handled (and refused) by then.
+    admin_->relayCard(QStringLiteral("pat"), assistant, QStringLiteral("task-direct-4"), card);
+    QVERIFY(waitUntil([&] { return pat.unreadCount(assistant) == 2; }));
+    QTest::qWait(300);
+    QCOMPARE(pat.unreadCount(assistant), 2);
+    QCOMPARE(pat.unreadCount(QStringLiteral("mallory")), 0);
+    QCOMPARE(pat.unreadCount(QStringLiteral("alice")), 0);
+    QCOMPARE(pat.unreadCount(kAuthority), 0);
+
+    // Read and asked for again as history (a new session's first page), they are there.
+    pat.markRead(assistant);
+    first.reset();
+    TestSession again(QStringLiteral("pat-cards"));
+    again.login(server_, QStringLiteral("pat"), QStringLiteral("pw-pat"), kAuthority);
+    QVERIFY(waitUntil([&] { return again.probe().count("loginOk") == 1; }));
+    again.requestHistory(assistant, 7);
+    QVERIFY(waitUntil([&] { return again.probe().count("history") == 1; }));
+    QCOMPARE(again.probe().count("history:0"), 1);
+    QCOMPARE(int(again.probe().historyPages().last().size()), 2);
 }
 
 QTEST_MAIN(TribesTest)

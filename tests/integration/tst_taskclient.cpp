@@ -184,6 +184,27 @@ void TestTaskClient::aTaskCardArrivesOpensInTheSidebarAndLaterEventsFollow() {
         },
         20000));
 
+    // Made for the user, it also reaches the user directly, in a conversation of its own
+    // with the company's task assistant, whom the client looks up like any colleague.
+    BaseMsg::MMessage direct;
+    QVERIFY(waitUntil(
+        [&] {
+            for (const QList<QVariant>& args : qAsConst(messages)) {
+                const BaseMsg::MMessage m = args.first().value<BaseMsg::MMessage>();
+                if (!m.isTribe && cardOf(m).value("taskId").toString().toLongLong() == task) {
+                    direct = m;
+                    return true;
+                }
+            }
+            return false;
+        },
+        20000));
+    QCOMPARE(cardOf(direct).value("event").toInt(-1), 1);
+    QCOMPARE(cardOf(direct).value("executorId").toString(), me_.id);
+    QVERIFY(direct.conversationId != project && direct.conversationId != owner_.id);
+    QCOMPARE(direct.senderName, QStringLiteral("任务助手"));
+    QVERIFY(DirectoryStore::instance().isUser(direct.conversationId));
+
     // The card, in the tribe's page, opens the task in the sidebar, signed in as the user.
     window_->conversationView()->showConversation(project, 0);
     qx_output::TaskMsgItem* item = nullptr;

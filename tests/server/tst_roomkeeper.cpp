@@ -17,6 +17,7 @@
 #include <QXmppConfiguration.h>
 #include <QXmppPresence.h>
 #include <QDomElement>
+#include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QRegularExpression>
@@ -51,6 +52,12 @@ public:
                     (content.namespaceURI() == QLatin1String("urn:quelix:im:1") ||
                      content.attribute("xmlns") == QLatin1String("urn:quelix:im:1")))
                     cards_ << content.text();
+                const QDomElement relay = s.firstChildElement("relay");
+                if (s.tagName() == QLatin1String("message") &&
+                    s.attribute("type") == QLatin1String("chat") && !relay.isNull())
+                    direct_ << QStringLiteral("%1 %2 %3")
+                                   .arg(s.attribute("from").section('/', 0, 0),
+                                        relay.attribute("for"), content.text());
                 if (s.tagName() == QLatin1String("iq") && answers_.contains(s.attribute("id"))) {
                     answers_[s.attribute("id")] = s;
                     return true;
@@ -149,10 +156,19 @@ public:
         return cards_;
     }
 
+    // Cards sent to us alone: "from for card".
+    QStringList direct(int count) {
+        QElapsedTimer clock;
+        clock.start();
+        while (direct_.size() < count && clock.elapsed() < 10000) QTest::qWait(20);
+        return direct_;
+    }
+
 private:
     QString id_;
     QString domain_;
     QStringList cards_;
+    QStringList direct_;
     QXmppClient client_;
     QList<QDomElement> presences_;
     QHash<QString, QDomElement> answers_;
@@ -661,6 +677,51 @@ void RoomKeeperTest::taskCardsQueuedWhileTheKeeperWasAwayReachTheRoom() {
     QTRY_COMPARE_WITH_TIMEOUT(waiting(), 0, 10000);
     QTest::qWait(500);
     QCOMPARE(dave.cards(1).size(), 1);
+
+    // The executor also has it directly, once, from the back end's account in the name of
+    // the company's task assistant, and the direct outbox is empty again.
+    const QStringList direct = dave.direct(1);
+    QCOMPARE(direct.size(), 1);
+    QCOMPARE(direct.first().section(' ', 0, 0), prosody_.adminJid());
+    const QString assistant = direct.first().section(' ', 1, 1);
+    const QJsonObject mine =
+        QJsonDocument::fromJson(direct.first().section(' ', 2).toUtf8()).object();
+    QCOMPARE(mine.value("event").toInt(-1), 1);
+    QCOMPARE(mine.value("taskId"), card.value("taskId"));
+    QCOMPARE(mine.value("userId").toString(), owner.id);
+    QTRY_COMPARE_WITH_TIMEOUT(
+        [&] {
+            QSqlQuery q(db_->connection());
+            return q.exec("SELECT COUNT(*) FROM task_direct_card") && q.next() ? q.value(0).toInt()
+                                                                               : -1;
+        }(),
+        0, 10000);
+
+    // The assistant is a colleague the client can look up, but nobody's project member and
+    // not part of the organisation tree.
+    const QJsonArray found =
+        call("/work/mobileUserInfo.htm?m=findSomeOne&manyUserIds=" + assistant.toStdString(),
+             d.session)
+            .value("results")
+            .toArray();
+    QCOMPARE(found.size(), 1);
+    QCOMPARE(found.first().toObject().value("realName").toString(), QStringLiteral("任务助手"));
+    QCOMPARE(call("/work/editProj.htm?m=addMember&projectId=" + std::to_string(p) +
+                      "&userIds=" + assistant.toStdString(),
+                  owner.session)
+                 .value("errorCode")
+                 .toInt(),
+             1006);
+    // A task the owner makes for itself tells nobody directly.
+    const auto own = http_->Post("/work/task.htm", as,
+                                 "m=create&projectId=" + std::to_string(p) +
+                                     "&title=" + enc(QStringLiteral("自办")) +
+                                     "&formToken=" + token.toStdString(),
+                                 "application/x-www-form-urlencoded");
+    QVERIFY(own && own->status == 303);
+    QCOMPARE(dave.cards(2).size(), 2);
+    QTest::qWait(300);
+    QCOMPARE(dave.direct(1).size(), 1);
 }
 
 QTEST_GUILESS_MAIN(RoomKeeperTest)

@@ -82,9 +82,12 @@ void TestTaskCards::settingsChooseWhichEventsAlert() {
     for (int e : {0, 3, 6, 7}) QVERIFY(!TaskAlertPolicy::alerts(card(e), s, me));
     s.dispose = true;
     for (int e : {1, 4, 5}) QVERIFY(TaskAlertPolicy::alerts(card(e), s, me));
-    // A task handed to the user always alerts; what the user did never alerts the user.
+    // A task handed to the user always alerts through the card that comes directly, its
+    // copy in the tribe does not ring again; what the user did never alerts the user.
     s.dispose = false;
-    QVERIFY(TaskAlertPolicy::alerts(card(1, "102", me), s, me));
+    QVERIFY(TaskAlertPolicy::alerts(card(1, "102", me), s, me, true));
+    QVERIFY(!TaskAlertPolicy::alerts(card(1, "102", me), s, me, false));
+    QVERIFY(!TaskAlertPolicy::alerts(card(1, "102", "103"), s, me, true));
     s = quelix::userconfig_t();
     QVERIFY(!TaskAlertPolicy::alerts(card(2, me), s, me));
     // A card this client cannot place is alerted like any message.
@@ -166,6 +169,17 @@ void TestTaskCards::aCardShowsTheViewersFlagAndOpensItsTask() {
     QCOMPARE(opened.first().first().toString(),
              QStringLiteral("http://work.example/work/task.htm?taskId=7"));
     QCOMPARE(state->text(), QStringLiteral("已读"));
+
+    // An assignment says to whom the task went.
+    QJsonObject assigned = card(1);
+    assigned.insert("executor", "张敏");
+    v.addMessage(cardMessage(2, assigned));
+    QTRY_COMPARE(v.findChildren<qx_output::TaskMsgItem*>().size(), 2);
+    named = false;
+    for (auto* i : v.findChildren<qx_output::TaskMsgItem*>())
+        for (QLabel* l : i->findChildren<QLabel*>())
+            named = named || l->text() == QStringLiteral("李娜 指派给了 张敏");
+    QVERIFY(named);
 }
 
 QTEST_MAIN(TestTaskCards)

@@ -190,3 +190,22 @@ void RoomAdmin::notice(const QString& to, quint64 tribe, const QString& event, c
     m.setExtensions({e});
     client_->sendPacket(m);
 }
+
+void RoomAdmin::relayCard(const QString& to, const QString& forAccount, const QString& id,
+                          const QString& json, int kind) {
+    QXmppMessage m(QString(), to + QLatin1Char('@') + domain_, QStringLiteral("[任务]"));
+    m.setType(QXmppMessage::Chat);
+    m.setId(id);
+    m.setOriginId(id);
+    QXmppElement content;
+    content.setTagName(QStringLiteral("content"));
+    content.setAttribute(QStringLiteral("xmlns"), QStringLiteral("urn:quelix:im:1"));
+    content.setAttribute(QStringLiteral("kind"), QString::number(kind));
+    content.setValue(json);
+    QXmppElement relay;
+    relay.setTagName(QStringLiteral("relay"));
+    relay.setAttribute(QStringLiteral("xmlns"), QStringLiteral("urn:quelix:im:1"));
+    relay.setAttribute(QStringLiteral("for"), forAccount);
+    m.setExtensions({content, relay});
+    client_->sendPacket(m);
+}

@@ -29,6 +29,10 @@ public:
     // The back end's notice to `to`: event joined/quit/kicked/dismissed/renamed for `user`.
     void notice(const QString& to, quint64 tribe, const QString& event, const QString& user,
                 const QString& title = QString());
+    // A task card for `to` in the name of `forAccount` (the company's task assistant);
+    // `kind` is the content's kind (16 for a card).
+    void relayCard(const QString& to, const QString& forAccount, const QString& id,
+                   const QString& json, int kind = 16);
 
 private:
     // Sends a request and waits for its answer; true on a result.
