@@ -215,7 +215,7 @@ private:
     bool batchOpen_ = false;
     std::vector<std::function<void()>> afterCommit_;
     QSet<QString> notified_;
-    static constexpr qint64 kBatchGapMs = 25;
+    static constexpr qint64 kBatchGapMs = 100;
     QElapsedTimer lastCommit_;
     QString archivedInBatch_;  // the archive mark, written once when the batch commits
     void markArchived(const QString& archiveId);
