@@ -20,6 +20,7 @@
 #include "openim/login_params.h"
 #include "openim/result_code.h"
 #include "openim/xpush_params.h"
+#include "store/archive_order.h"
 #include "store/message_store.h"
 
 class ArchiveExtension;
@@ -145,7 +146,7 @@ private:
     };
     struct Cursor {
         qint64 time = 0;
-        quint64 id = 0;
+        qint64 seq = 0;
         bool archiveDone = false;
     };
 
@@ -167,6 +168,7 @@ private:
                Source source);
     std::optional<quint64> insertReceived(StoredMessage& m, const QXmppMessage& message,
                                           Source source);
+    std::optional<quint64> insertOnce(StoredMessage& m, const QXmppMessage& message, Source source);
     void logRefused(const QXmppMessage& message, const QString& why);
     void startCatchUp();
     void startDownload(quint64 id, bool notify);
@@ -196,6 +198,8 @@ private:
     QXmppUploadRequestManager* upload_ = nullptr;
     MediaTransfer* transfer_;
     MessageStore store_;
+    ArchiveOrder catchUpOrder_{store_};
+    ArchiveOrder historyOrder_{store_};
     TribeRooms* tribes_;
 
     QTimer* loginTimer_ = nullptr;
