@@ -68,6 +68,7 @@ void ArchiveOrder::place(StoredMessage& m) {
         q.addBindValue(m.time);
         q.addBindValue(hi);
         q.exec();
+        store_.noteSeq(bound(m.peer, m.time, std::numeric_limits<qint64>::max(), true));
         seq = lo + kStep == 0 ? 1 : lo + kStep;
     }
     m.seq = seq;

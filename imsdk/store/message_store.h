@@ -3,6 +3,7 @@
 #include <QList>
 #include <QString>
 #include <QVariantList>
+#include <algorithm>
 #include <memory>
 #include <optional>
 
@@ -63,6 +64,8 @@ public:
     // archive fit in between).
     qint64 nextSeq();
     qint64 lastSeq() const { return lastSeq_; }
+    // A place given out of turn (rows moved on to make room): later arrivals go after it.
+    void noteSeq(qint64 seq) { lastSeq_ = std::max(lastSeq_, seq); }
     static constexpr qint64 kSeqGap = qint64(1) << 20;
     // For the classes that keep the order (same thread).
     const QString& connectionName() const { return connection_; }
