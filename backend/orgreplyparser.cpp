@@ -174,6 +174,35 @@ bool OrgReplyParser::string(QVarLengthArray<QChar, 256>* out) {
     return false;
 }
 
+// A bare value is a number or one of the three literals; anything else is not JSON, and a
+// reply that is not JSON is refused whole rather than half read.
+static bool isJsonScalar(const char* p, const char* end) {
+    const int n = int(end - p);
+    if ((n == 4 && (qstrncmp(p, "null", 4) == 0 || qstrncmp(p, "true", 4) == 0)) ||
+        (n == 5 && qstrncmp(p, "false", 5) == 0))
+        return true;
+    auto digits = [&] {
+        const char* from = p;
+        while (p < end && *p >= '0' && *p <= '9') ++p;
+        return p > from;
+    };
+    if (p < end && *p == '-') ++p;
+    if (p < end && *p == '0')
+        ++p;
+    else if (!digits())
+        return false;
+    if (p < end && *p == '.') {
+        ++p;
+        if (!digits()) return false;
+    }
+    if (p < end && (*p == 'e' || *p == 'E')) {
+        ++p;
+        if (p < end && (*p == '+' || *p == '-')) ++p;
+        if (!digits()) return false;
+    }
+    return p == end;
+}
+
 // A member's value as text: strings decoded, numbers and literals as written; objects and
 // arrays are skipped and give nothing.
 bool OrgReplyParser::scalarText(QVarLengthArray<QChar, 256>* out) {
@@ -186,7 +215,7 @@ bool OrgReplyParser::scalarText(QVarLengthArray<QChar, 256>* out) {
     while (p_ < end_ && *p_ != ',' && *p_ != '}' && *p_ != ']' && *p_ != ' ' && *p_ != '\n' &&
            *p_ != '\r' && *p_ != '\t')
         ++p_;
-    if (p_ == start) return false;
+    if (p_ == start || !isJsonScalar(start, p_)) return false;
     if (sameKey(start, int(p_ - start), "null")) return true;
     for (const char* q = start; q < p_; ++q) out->append(QLatin1Char(*q));
     return true;

@@ -25,7 +25,8 @@ struct MMessage {
     bool isTribe = false;
     QString senderId;
     QString senderName;
-    qint64 time = 0;  // seconds since 1970; 0: unknown, no time separator
+    qint64 time = 0;   // seconds since 1970; 0: unknown, no time separator
+    qint64 order = 0;  // order among the conversation's messages of the same second
     bool isSelf = false;
     bool isHistory = false;
     int kind = Text;
@@ -35,6 +36,9 @@ struct MMessage {
     // ("msgType", "summary", "content", "isCustomMsg" and the card's own keys).
     QString summary;
     QString contentJson;
+    // A message of the user's that did not go out: its content as it was handed to the
+    // service (a custom message's own JSON), for sending it again.
+    QString sentContent;
 };
 
 }  // namespace BaseMsg

@@ -8,6 +8,7 @@
 #include <QJsonObject>
 #include <QMessageLogger>
 #include <QTimerEvent>
+#include <algorithm>
 
 #include "base/bind.h"
 #include "base/path_service.h"
@@ -241,6 +242,7 @@ void OpenIMManager::login(const LoginUser& user) {
     param.receiveFolder = fromQ(ConfigStore::instance().folderPath(ConfigStore::Receive));
     param.authority = fromQ(user.imAuthority);
     msgReady_ = false;
+    maxShownId_ = 0;  // the ids of another account's store, or of another sign-in
     loginRequested_ = true;
     login->Login(param);
 }
@@ -532,6 +534,9 @@ void OpenIMManager::OnHttpGetOthersBack(const QString& userId) {
 bool OpenIMManager::passesWatermark(qint64 time, quint64 msgId) const {
     const qint64 mark = ConfigStore::instance().userConfig().thisTime;
     if (time > mark) return true;
+    // Stored after everything shown so far: a message the server's archive brought late
+    // (after a reconnect, while newer ones came live). It goes in its place on the page.
+    if (maxShownId_ != 0 && msgId > maxShownId_) return true;
     // Equal times: a message shown in this session at that second is known by id; others
     // of the same second (a burst) still get through. A mark read from disk keeps every
     // message of its second out, as before.
@@ -546,6 +551,7 @@ void OpenIMManager::advanceWatermark(qint64 time, quint64 msgId) {
     }
     if (time == user.thisTime) shownAtWatermark_.insert(msgId);
     watermarkMoved_ = true;
+    maxShownId_ = std::max(maxShownId_, msgId);
 }
 
 bool OpenIMManager::fetchUnread(const openim::IMUserID& user,
@@ -640,6 +646,7 @@ BaseMsg::MMessage OpenIMManager::toMessage(const openim::IMMessage& im, const QS
     BaseMsg::MMessage m;
     m.msgId = im.msgId;
     m.time = im.msgTime;
+    m.order = im.msgSeq;
     m.senderId = toQ(im.sender.account);
     m.isSelf = !ownId.isEmpty() && m.senderId == ownId;
     m.conversationId = m.isSelf ? toQ(im.receiver.account) : m.senderId;
@@ -700,16 +707,23 @@ void OpenIMManager::showChatMsg(bool history, const openim::IMMessage& message) 
     deliver(m, kindPreview(m));
 }
 
-void OpenIMManager::showTribeChatMsg(bool history, const openim::IMTribeMessage& message) {
+BaseMsg::MMessage OpenIMManager::toTribeMessage(const openim::IMTribeMessage& message,
+                                                const QString& ownId, bool history) {
     openim::IMMessage single;
     single.msgId = message.msgId;
     single.msgTime = message.msgTime;
+    single.msgSeq = message.msgSeq;
     single.sender = message.sender;
     single.content = message.content;
-    BaseMsg::MMessage m = toMessage(single, ownId(), history);
-    if (m.kind == BaseMsg::Hidden) return;
+    BaseMsg::MMessage m = toMessage(single, ownId, history);
     m.conversationId = QString::number(message.tribe.tribeId);
     m.isTribe = true;
+    return m;
+}
+
+void OpenIMManager::showTribeChatMsg(bool history, const openim::IMTribeMessage& message) {
+    const BaseMsg::MMessage m = toTribeMessage(message, ownId(), history);
+    if (m.kind == BaseMsg::Hidden) return;
     deliver(m, kindPreview(m));
 }
 
@@ -863,9 +877,10 @@ void OpenIMManager::sendTextOrCustom(const QString& id, const QString& summary,
 }
 
 void OpenIMManager::sendNow(const QString& id, const QString& summary, const QString& content) {
+    const int kind = summary.isEmpty() ? BaseMsg::Text : BaseMsg::Custom;
     if (isUser(id)) {
         auto conversation = conversationWith(id);
-        if (!conversation) return;
+        if (!conversation) return failUnsendable(id, kind, summary, content);
         if (summary.isEmpty())
             conversation->SendText(fromQ(content), base::Bind(&OpenIMManager::OnSent, this));
         else
@@ -874,7 +889,7 @@ void OpenIMManager::sendNow(const QString& id, const QString& summary, const QSt
         return;
     }
     auto tribe = tribeWith(id);
-    if (!tribe) return;
+    if (!tribe) return failUnsendable(id, kind, summary, content);
     if (summary.isEmpty())
         tribe->SendText(fromQ(content), base::Bind(&OpenIMManager::OnTribeSent, this));
     else
@@ -892,12 +907,13 @@ void OpenIMManager::sendPictureNow(const QString& id, const QString& filePath) {
     const base::FilePath path = wide_text::pathFromQ(filePath);
     if (isUser(id)) {
         if (auto conversation = conversationWith(id))
-            conversation->SendImage(path, size.width(), size.height(),
-                                    base::Bind(&OpenIMManager::OnSent, this));
+            return conversation->SendImage(path, size.width(), size.height(),
+                                           base::Bind(&OpenIMManager::OnSent, this));
     } else if (auto tribe = tribeWith(id)) {
-        tribe->SendImage(path, size.width(), size.height(),
-                         base::Bind(&OpenIMManager::OnTribeSent, this));
+        return tribe->SendImage(path, size.width(), size.height(),
+                                base::Bind(&OpenIMManager::OnTribeSent, this));
     }
+    failUnsendable(id, BaseMsg::Media, QString(), filePath);
 }
 
 void OpenIMManager::sendFile(const QString& id, const QString& filePath) {
@@ -908,9 +924,33 @@ void OpenIMManager::sendFileNow(const QString& id, const QString& filePath) {
     const base::FilePath path = wide_text::pathFromQ(filePath);
     if (isUser(id)) {
         if (auto conversation = conversationWith(id))
-            conversation->SendFile(path, base::Bind(&OpenIMManager::OnSent, this));
+            return conversation->SendFile(path, base::Bind(&OpenIMManager::OnSent, this));
     } else if (auto tribe = tribeWith(id)) {
-        tribe->SendFile(path, base::Bind(&OpenIMManager::OnTribeSent, this));
+        return tribe->SendFile(path, base::Bind(&OpenIMManager::OnTribeSent, this));
+    }
+    failUnsendable(id, BaseMsg::MediaFile, QString(), filePath);
+}
+
+void OpenIMManager::failUnsendable(const QString& id, int kind, const QString& summary,
+                                   const QString& content) {
+    QX_LOG << "OpenIMManager: nothing to send through for " << id << " (kind " << kind << ")";
+    BaseMsg::MMessage m;
+    m.conversationId = id;
+    m.isTribe = !isUser(id);
+    m.senderId = ownId();
+    m.isSelf = true;
+    m.time = QDateTime::currentSecsSinceEpoch();
+    m.kind = kind;
+    m.summary = summary;
+    m.sentContent = content;
+    if (kind == BaseMsg::Text) m.text = content;
+    if (kind == BaseMsg::Media || kind == BaseMsg::MediaFile) m.mediaPath = content;
+    emit sendFailed(m, QStringLiteral("找不到该会话"));
+    // Nothing will report this one's end: the sends queued behind it go on.
+    if (isUpload(kind)) {
+        base::scoped_refptr<OpenIMManager> self(this);
+        QMetaObject::invokeMethod(
+            this, [self, id] { self->uploadFinished(id); }, Qt::QueuedConnection);
     }
 }
 
@@ -927,8 +967,11 @@ void OpenIMManager::OnSent(openim::IMMessage message, openim::ResultCode sent,
         this,
         [self, message, failure] {
             self->showChatMsg(false, message);
-            if (!failure.isEmpty())
-                emit self->sendFailed(toMessage(message, self->ownId(), false), failure);
+            if (!failure.isEmpty()) {
+                BaseMsg::MMessage failed = toMessage(message, self->ownId(), false);
+                failed.sentContent = toQ(message.content.content);
+                emit self->sendFailed(failed, failure);
+            }
             if (isUpload(message.content.type)) self->uploadFinished(toQ(message.receiver.account));
         },
         Qt::QueuedConnection);
@@ -944,6 +987,8 @@ QString OpenIMManager::sendFailureText(const openim::ResultCode& sent,
             return QStringLiteral("未连接到通讯服务器");
         case openim::ResultCode::kInvalidArgument:
             return QStringLiteral("内容无法发送");
+        case openim::ResultCode::kNotFound:
+            return QStringLiteral("您已不在该群中");
         default:
             return sent.ok() ? QStringLiteral("上传失败") : QStringLiteral("网络错误");
     }
@@ -959,6 +1004,10 @@ void OpenIMManager::resend(const BaseMsg::MMessage& m) {
             return sendPicture(id, m.mediaPath);
         case BaseMsg::MediaFile:
             return sendFile(id, m.mediaPath);
+        case BaseMsg::Custom:
+            // Cards and shakes: their own JSON, as first handed to the service.
+            if (!m.sentContent.isEmpty()) return sendTextOrCustom(id, m.summary, m.sentContent);
+            [[fallthrough]];
         default:
             QX_LOG << "OpenIMManager: a message of kind " << m.kind << " cannot be sent again";
     }
@@ -971,10 +1020,16 @@ void OpenIMManager::OnTribeSent(openim::IMTribeMessage message, openim::ResultCo
                << QString::number(message.tribe.tribeId) << " result " << sent.code << " upload "
                << uploaded.code << " " << toQ(sent.text) << toQ(uploaded.text);
     base::scoped_refptr<OpenIMManager> self(this);
+    const QString failure = sendFailureText(sent, uploaded);
     QMetaObject::invokeMethod(
         this,
-        [self, message] {
+        [self, message, failure] {
             self->showTribeChatMsg(false, message);
+            if (!failure.isEmpty()) {
+                BaseMsg::MMessage failed = toTribeMessage(message, self->ownId(), false);
+                failed.sentContent = toQ(message.content.content);
+                emit self->sendFailed(failed, failure);
+            }
             if (isUpload(message.content.type))
                 self->uploadFinished(QString::number(message.tribe.tribeId));
         },

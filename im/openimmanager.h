@@ -80,6 +80,9 @@ public:
     // The client's message record for an SDK message (conversation id: the peer).
     static BaseMsg::MMessage toMessage(const openim::IMMessage& m, const QString& ownId,
                                        bool history);
+    // The same for a tribe's message (conversation id: the tribe).
+    static BaseMsg::MMessage toTribeMessage(const openim::IMTribeMessage& m, const QString& ownId,
+                                            bool history);
 
     // Dissolves (the owner) or leaves (any other member) the project of a tribe, after asking.
     void dissolveOrLeave(quint64 tribe);
@@ -157,7 +160,7 @@ public slots:
     // from the newest wherever an earlier history request left the cursor.
     void getLatestMsg(const QString& id);
     void getMoreMsg(const QString& id);
-    // Sends again a text, picture or file that was not sent.
+    // Sends again a text, picture, file or custom message that was not sent.
     void resend(const BaseMsg::MMessage& message);
 
 protected:
@@ -171,6 +174,9 @@ private:
     };
     static QString sendFailureText(const openim::ResultCode& sent,
                                    const openim::ResultCode& uploaded);
+    // A send with no conversation to go through (a tribe the SDK no longer has).
+    void failUnsendable(const QString& id, int kind, const QString& summary,
+                        const QString& content);
     void queueSend(const QString& id, bool uploads, std::function<void()> send);
     void pumpSends(const QString& id);
     void uploadFinished(const QString& id);
@@ -213,6 +219,8 @@ private:
     bool loginRequested_ = false;
     bool watermarkMoved_ = false;
     QSet<quint64> shownAtWatermark_;
+    // The newest store id shown in this session: ids grow as messages are stored.
+    quint64 maxShownId_ = 0;
     QList<openim::IMUserID> pending_;
     static constexpr int kShowSlice = 50;
     struct QueuedMessage {

@@ -1,6 +1,7 @@
 #include "conversationcontentinputedit.h"
 
 #include <QDateTime>
+#include <QDebug>
 #include <QDir>
 #include <QFileInfo>
 #include <QImage>
@@ -11,6 +12,7 @@
 #include <QTextBlock>
 #include <QTextCursor>
 #include <QTextImageFormat>
+#include <QUrl>
 
 #include "emotionset.h"
 #include "inputdocumentwalker.h"
@@ -204,7 +206,19 @@ void ConversationContentInputEdit::insertFromMimeData(const QMimeData* source) {
             QStringLiteral("%1_just_paste%2.png")
                 .arg(QDateTime::currentDateTime().toString(QStringLiteral("yyyyMMddhhmmss")))
                 .arg(++pasted_));
-        if (image.save(path)) insertPicture(path);
+        if (!image.save(path)) {
+            qWarning().noquote() << "input: a pasted picture could not be saved to" << path;
+            qx_output::Prompts::notice(this, QStringLiteral("提示"),
+                                       QStringLiteral("粘贴的图片无法保存，未能发送。"),
+                                       QStringLiteral("确定"));
+            return;
+        }
+        // Too big for a picture message: it goes as a file, as a big picture dropped on the
+        // input does (with the file limit's own message when even that is too much).
+        if (QFileInfo(path).size() >= kMaxPictureBytes)
+            emit filesDropped({QUrl::fromLocalFile(path)});
+        else
+            insertPicture(path);
         return;
     }
     // Text from elsewhere comes in as text: no foreign markup in what we send.

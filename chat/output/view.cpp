@@ -315,17 +315,72 @@ void View::uploadFile(const QString& path) {
     transfer->upload(ConfigStore::instance().url(UrlTable::UrlUpload), userId, path);
 }
 
-int View::historyRow(qint64 time) const {
+namespace {
+
+// Rows are in the order of the server's time, then the store's order within a second.
+bool later(const BaseMsg::MMessage& a, qint64 time, qint64 order) {
+    return a.time > time || (a.time == time && a.order > order);
+}
+
+}  // namespace
+
+int View::historyRow(qint64 time, qint64 order) const {
     // History arrives in pages, newest page last; a message goes above every row that
-    // is not older than it, among the rows loaded from history.
+    // comes after it, among the rows loaded from history.
     int r = 1;
     while (r < list_->count()) {
         EntryItem* e = list_->entryAt(r);
         if (!e || !e->entry.msg.isHistory) break;
-        if (e->entry.kind != MessageEntry::Separator && e->entry.msg.time > time) break;
+        if (e->entry.kind != MessageEntry::Separator && later(e->entry.msg, time, order)) break;
         ++r;
     }
     return r;
+}
+
+int View::lateRow(qint64 time, qint64 order) const {
+    // A message that arrives after newer ones (fetched from the server's archive after a
+    // reconnect while live messages kept coming) goes in its place, not at the end. Rows
+    // without a time (tips) stay with the rows they follow.
+    if (time == 0) return -1;
+    int place = -1;
+    for (int r = list_->count() - 1; r >= 1; --r) {
+        EntryItem* e = list_->entryAt(r);
+        if (!e) break;
+        const BaseMsg::MMessage& row = e->entry.msg;
+        if (row.time == 0) continue;
+        if (e->entry.kind == MessageEntry::Separator) {
+            if (row.time > time && place == r + 1) place = r;  // its line goes with the later rows
+            continue;
+        }
+        if (!later(row, time, order)) break;
+        place = r;
+    }
+    return place;
+}
+
+void View::insertAt(int r, EntryItem* item, qint64 time) {
+    // A separator above a message that starts a new stretch of time.
+    EntryItem* before = list_->entryAt(r - 1);
+    bool stretch = false;
+    if (time != 0) {
+        if (!before)
+            stretch = true;  // the first row under the history control
+        else if (before->entry.kind != MessageEntry::Separator)
+            stretch = before->entry.msg.time + kSeparatorSeconds < time;
+    }
+    if (stretch) {
+        MessageEntry s;
+        s.kind = MessageEntry::Separator;
+        s.msg.isHistory = item->entry.msg.isHistory;
+        s.msg.time = time;
+        s.html =
+            QDateTime::fromSecsSinceEpoch(time).toString(QStringLiteral("yyyy/MM/dd hh:mm:ss"));
+        ItemSizer::measure(s, measuredWidth_);
+        auto* sep = new EntryItem(s);
+        sep->setSizeHint(ItemSizer::rowSize(s, measuredWidth_));
+        list_->insertEntry(r++, sep);
+    }
+    list_->insertEntry(r, item);
 }
 
 void View::add(MessageEntry e) {
@@ -345,38 +400,19 @@ void View::add(MessageEntry e) {
     const bool history = e.msg.isHistory;
     const bool follow = e.msg.isSelf;
     const qint64 time = e.msg.time;
+    const qint64 order = e.msg.order;
     auto* item = new EntryItem(std::move(e));
     item->setSizeHint(ItemSizer::rowSize(item->entry, measuredWidth_));
     if (defer) unmeasured_ = true;
     if (id != 0) msgIds_.insert(id, item);
     if (!history) {
+        const int late = lateRow(time, order);
+        if (late >= 0) return insertAt(late, item, time);
         showChatMsgTime(time);
         list_->appendEntry(item, follow);
         return;
     }
-    int r = historyRow(time);
-    // A separator above a history message that starts a new stretch of time.
-    EntryItem* before = list_->entryAt(r - 1);
-    bool stretch = false;
-    if (time != 0) {
-        if (!before)
-            stretch = true;  // the first row under the history control
-        else if (before->entry.kind != MessageEntry::Separator)
-            stretch = before->entry.msg.time + kSeparatorSeconds < time;
-    }
-    if (stretch) {
-        MessageEntry s;
-        s.kind = MessageEntry::Separator;
-        s.msg.isHistory = true;
-        s.msg.time = time;
-        s.html =
-            QDateTime::fromSecsSinceEpoch(time).toString(QStringLiteral("yyyy/MM/dd hh:mm:ss"));
-        ItemSizer::measure(s, measuredWidth_);
-        auto* sep = new EntryItem(s);
-        sep->setSizeHint(ItemSizer::rowSize(s, measuredWidth_));
-        list_->insertEntry(r++, sep);
-    }
-    list_->insertEntry(r, item);
+    insertAt(historyRow(time, order), item, time);
 }
 
 bool View::showChatMsgTime(qint64 t) {

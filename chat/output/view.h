@@ -95,7 +95,9 @@ private:
     // at once, the rest in later turns of the event loop.
     void measurePending();
     int currentWidth();
-    int historyRow(qint64 time) const;
+    int historyRow(qint64 time, qint64 order) const;
+    int lateRow(qint64 time, qint64 order) const;
+    void insertAt(int row, EntryItem* item, qint64 time);
 
     QString id_;
     bool isTribe_;

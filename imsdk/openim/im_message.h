@@ -11,6 +11,7 @@ namespace openim {
 struct IMMessage {
     std::uint64_t msgId = 0;   // unique within the account's store
     std::int64_t msgTime = 0;  // seconds since 1970 (UTC)
+    std::int64_t msgSeq = 0;   // order among the conversation's messages of the same second
     IMUserID sender;
     IMUserID receiver;
     IMMessageContent content;

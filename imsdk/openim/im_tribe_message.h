@@ -12,6 +12,7 @@ namespace openim {
 struct IMTribeMessage {
     std::uint64_t msgId = 0;
     std::int64_t msgTime = 0;  // seconds since 1970 (UTC)
+    std::int64_t msgSeq = 0;   // order among the conversation's messages of the same second
     IMTribeID tribe;
     IMUserID sender;
     IMMessageContent content;

@@ -45,7 +45,9 @@ QString ArchiveExtension::query(const QString& with, const QString& before, cons
     if (!after.isEmpty())
         rsm.setAfter(after);
     else
-        rsm.setBefore(before);  // an empty <before/> asks for the newest page
+        // An empty <before/> asks for the newest page; without the element (a null text)
+        // the server starts at the oldest.
+        rsm.setBefore(before.isNull() ? QStringLiteral("") : before);
     iq.setResultSetQuery(rsm);
     pending_.insert(queryId);
     if (!client()->sendPacket(iq)) {

@@ -572,6 +572,17 @@ void ImEngine::store(const QXmppMessage& message, const QString& archiveId, cons
 // a client that reuses ids for new messages must not lose them.
 std::optional<quint64> ImEngine::insertReceived(StoredMessage& m, const QXmppMessage& message,
                                                 Source source) {
+    ArchiveOrder* order = source == Source::CatchUp   ? &catchUpOrder_
+                          : source == Source::History ? &historyOrder_
+                                                      : nullptr;
+    if (order) order->place(m);
+    std::optional<quint64> id = insertOnce(m, message, source);
+    if (order) order->placed(m, id.has_value());
+    return id;
+}
+
+std::optional<quint64> ImEngine::insertOnce(StoredMessage& m, const QXmppMessage& message,
+                                            Source source) {
     std::optional<quint64> id = store_.insert(m);
     if (id || m.originId.isEmpty()) return id;
     const std::optional<StoredMessage> earlier = store_.byOrigin(m.sender, m.originId);
@@ -636,6 +647,7 @@ void ImEngine::logRefused(const QXmppMessage& message, const QString& why) {
 void ImEngine::startCatchUp() {
     const QString last = store_.meta(QLatin1String(kLastArchiveId));
     if (last.isEmpty()) return;
+    catchUpOrder_.start(ArchiveOrder::Direction::Forward);
     catchUpQuery_ = archive_->query(QString(), QString(), last, kCatchUpPage);
 }
 
@@ -669,12 +681,13 @@ void ImEngine::onArchiveFinished(const QString& queryId, bool ok, bool complete,
         return;
     }
     if (complete || first.isEmpty()) cursor.archiveDone = true;
-    const auto rows = store_.page(q.peer, cursor.time, cursor.id, q.count);
+    const auto rows = store_.page(q.peer, cursor.time, cursor.seq, q.count);
     if (rows.size() >= q.count || cursor.archiveDone) {
         deliverHistory(q.peer, q.count, q.done, openim::ResultCode());
         return;
     }
     // The page held only what we had; go further back.
+    historyOrder_.start(ArchiveOrder::Direction::Backward, q.peer);
     const QString next = archive_->query(bareJid(q.peer), first, QString(), std::max(q.count, 20));
     if (next.isEmpty())
         deliverHistory(q.peer, q.count, q.done,
@@ -772,8 +785,7 @@ void ImEngine::send(const QString& peer, StoredMessage draft, const QString& fil
                 send(peer, draft, file, done);
             } else if (done) {
                 done(draft,
-                     openim::ResultCode(openim::ResultCode::kNotLoggedIn,
-                                        L"not in the tribe's room"),
+                     openim::ResultCode(openim::ResultCode::kNotFound, L"not in the tribe's room"),
                      openim::ResultCode());
             }
         });
@@ -857,6 +869,7 @@ void ImEngine::sendStored(StoredMessage draft, const Sent& done) {
     if (toTribe) stanza.setType(QXmppMessage::GroupChat);
     const bool sent = client_->sendPacket(stanza);
     if (sent) {
+        draft.seq = store_.nextSeq();
         if (std::optional<quint64> id = store_.insert(draft)) draft.id = *id;
     }
     if (done)
@@ -871,6 +884,7 @@ openim::IMMessage ImEngine::toIM(const StoredMessage& m) const {
     openim::IMMessage im;
     im.msgId = m.id;
     im.msgTime = m.time;
+    im.msgSeq = m.seq;
     im.sender = userId(m.sender);
     im.receiver = userId(m.outgoing ? m.peer : account_);
     im.content.type = m.kind;
@@ -912,11 +926,12 @@ void ImEngine::resetHistory(const QString& peer) { cursors_.remove(peer); }
 void ImEngine::history(const QString& peer, int count, const HistoryCallback& done) {
     count = std::max(1, count);
     Cursor& cursor = cursors_[peer];
-    const auto rows = store_.page(peer, cursor.time, cursor.id, count);
+    const auto rows = store_.page(peer, cursor.time, cursor.seq, count);
     if (rows.size() >= count || cursor.archiveDone || state_ != State::Online) {
         deliverHistory(peer, count, done, openim::ResultCode());
         return;
     }
+    historyOrder_.start(ArchiveOrder::Direction::Backward, peer);
     const QString id =
         archive_->query(bareJid(peer), store_.oldestStanzaId(peer), QString(), std::max(count, 20));
     if (id.isEmpty()) {
@@ -929,10 +944,10 @@ void ImEngine::history(const QString& peer, int count, const HistoryCallback& do
 void ImEngine::deliverHistory(const QString& peer, int count, const HistoryCallback& done,
                               openim::ResultCode result) {
     Cursor& cursor = cursors_[peer];
-    const auto rows = store_.page(peer, cursor.time, cursor.id, count);
+    const auto rows = store_.page(peer, cursor.time, cursor.seq, count);
     if (!rows.isEmpty()) {
         cursor.time = rows.first().time;
-        cursor.id = rows.first().id;
+        cursor.seq = rows.first().seq;
     }
     std::vector<openim::IMMessage> page;
     for (const StoredMessage& m : rows) page.push_back(toIM(m));

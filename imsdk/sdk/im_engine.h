@@ -21,6 +21,7 @@
 #include "openim/login_params.h"
 #include "openim/result_code.h"
 #include "openim/xpush_params.h"
+#include "store/archive_order.h"
 #include "store/message_store.h"
 
 class ArchiveExtension;
@@ -146,7 +147,7 @@ private:
     };
     struct Cursor {
         qint64 time = 0;
-        quint64 id = 0;
+        qint64 seq = 0;
         bool archiveDone = false;
     };
 
@@ -172,6 +173,7 @@ private:
     // conversation a relaying back end names. False with the reason in `problem`.
     bool relayedPeer(const QXmppMessage& message, bool outgoing, int kind, QString* peer,
                      QString* problem) const;
+    std::optional<quint64> insertOnce(StoredMessage& m, const QXmppMessage& message, Source source);
     void logRefused(const QXmppMessage& message, const QString& why);
     void startCatchUp();
     void startDownload(quint64 id, bool notify);
@@ -201,6 +203,8 @@ private:
     QXmppUploadRequestManager* upload_ = nullptr;
     MediaTransfer* transfer_;
     MessageStore store_;
+    ArchiveOrder catchUpOrder_{store_};
+    ArchiveOrder historyOrder_{store_};
     TribeRooms* tribes_;
 
     QTimer* loginTimer_ = nullptr;

@@ -22,7 +22,12 @@ bool isMedia(int kind) { return kind == openim::kContentImage || kind == openim:
 }  // namespace
 
 TribeMessages::TribeMessages(ImEngine* engine, TribeRooms* rooms)
-    : QObject(rooms), engine_(engine), rooms_(rooms), announceTimer_(new QTimer(this)) {
+    : QObject(rooms),
+      engine_(engine),
+      rooms_(rooms),
+      catchUpOrder_(engine->messageStore()),
+      historyOrder_(engine->messageStore()),
+      announceTimer_(new QTimer(this)) {
     // New messages are announced once per turn of the event loop, not once per row: a
     // catch-up page of a hundred is one report.
     announceTimer_->setSingleShot(true);
@@ -72,10 +77,12 @@ void TribeMessages::store(quint64 tribe, const QXmppMessage& message, const QStr
     m.originId = message.originId().isEmpty() ? message.id() : message.originId();
     m.unread = !m.outgoing && source != Source::History;
     m.pendingMedia = isMedia(m.kind) && !m.outgoing && source != Source::History;
+    ArchiveOrder* order = source == Source::CatchUp   ? &catchUpOrder_
+                          : source == Source::History ? &historyOrder_
+                                                      : nullptr;
+    if (order) order->place(m);
     std::optional<quint64> id = engine_->messageStore().insert(m);
-    // A live message received while the catch-up ran carries our receipt time, later than
-    // archive times of messages sent after it; the archive's copy tells its real place.
-    if (!id && source == Source::CatchUp) engine_->messageStore().settleTime(archiveId, m.time);
+    if (order) order->placed(m, id.has_value());
     // While a catch-up runs it moves the mark itself, page by page, so that a live message
     // cannot make it skip what the archive still holds.
     if (!archiveId.isEmpty() && source == Source::Live &&
@@ -128,6 +135,7 @@ void TribeMessages::startCatchUp(quint64 tribe) {
     const QDateTime start =
         last.isEmpty() && since > 0 ? QDateTime::fromSecsSinceEpoch(since, Qt::UTC) : QDateTime();
     if (last.isEmpty() && !start.isValid()) return;
+    catchUpOrder_.start(ArchiveOrder::Direction::Forward, TribeRooms::key(tribe));
     const QString id = engine_->archive()->query(QString(), QString(), last, kCatchUpPage,
                                                  rooms_->roomJid(tribe), start);
     if (id.isEmpty()) return;
@@ -196,11 +204,12 @@ bool TribeMessages::handleArchiveFinished(const QString& queryId, bool ok, bool 
     }
     if (complete || first.isEmpty()) cursor.archiveDone = true;
     const auto rows =
-        engine_->messageStore().page(TribeRooms::key(q.tribe), cursor.time, cursor.id, q.count);
+        engine_->messageStore().page(TribeRooms::key(q.tribe), cursor.time, cursor.seq, q.count);
     if (rows.size() >= q.count || cursor.archiveDone) {
         deliverHistory(q, openim::ResultCode());
         return true;
     }
+    historyOrder_.start(ArchiveOrder::Direction::Backward, TribeRooms::key(q.tribe));
     const QString next = engine_->archive()->query(QString(), first, QString(),
                                                    std::max(q.count, 20), rooms_->roomJid(q.tribe));
     if (next.isEmpty())
@@ -214,12 +223,13 @@ void TribeMessages::history(quint64 tribe, int count, const HistoryCallback& don
     count = std::max(1, count);
     Cursor& cursor = cursors_[tribe];
     const QString peer = TribeRooms::key(tribe);
-    const auto rows = engine_->messageStore().page(peer, cursor.time, cursor.id, count);
+    const auto rows = engine_->messageStore().page(peer, cursor.time, cursor.seq, count);
     const HistoryQuery q{tribe, count, done};
     if (rows.size() >= count || cursor.archiveDone || !rooms_->isJoined(tribe)) {
         deliverHistory(q, openim::ResultCode());
         return;
     }
+    historyOrder_.start(ArchiveOrder::Direction::Backward, peer);
     const QString id =
         engine_->archive()->query(QString(), engine_->messageStore().oldestStanzaId(peer),
                                   QString(), std::max(count, 20), rooms_->roomJid(tribe));
@@ -233,10 +243,10 @@ void TribeMessages::history(quint64 tribe, int count, const HistoryCallback& don
 void TribeMessages::deliverHistory(const HistoryQuery& q, openim::ResultCode result) {
     Cursor& cursor = cursors_[q.tribe];
     const auto rows =
-        engine_->messageStore().page(TribeRooms::key(q.tribe), cursor.time, cursor.id, q.count);
+        engine_->messageStore().page(TribeRooms::key(q.tribe), cursor.time, cursor.seq, q.count);
     if (!rows.isEmpty()) {
         cursor.time = rows.first().time;
-        cursor.id = rows.first().id;
+        cursor.seq = rows.first().seq;
     }
     std::vector<openim::IMTribeMessage> page;
     for (const StoredMessage& m : rows) page.push_back(toIM(m));
@@ -264,6 +274,7 @@ openim::IMTribeMessage TribeMessages::toIM(const StoredMessage& m) const {
     openim::IMTribeMessage im;
     im.msgId = single.msgId;
     im.msgTime = single.msgTime;
+    im.msgSeq = single.msgSeq;
     im.tribe = openim::IMTribeID(TribeRooms::idOfKey(m.peer));
     im.sender = single.sender;
     im.content = single.content;

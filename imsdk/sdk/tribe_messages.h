@@ -13,6 +13,7 @@
 #include "openim/im_tribe_message.h"
 #include "openim/result_code.h"
 #include "prg/prg_string.h"
+#include "store/archive_order.h"
 #include "store/stored_message.h"
 
 class ImEngine;
@@ -72,7 +73,7 @@ private:
     };
     struct Cursor {
         qint64 time = 0;
-        quint64 id = 0;
+        qint64 seq = 0;
         bool archiveDone = false;
     };
 
@@ -89,6 +90,8 @@ private:
     QHash<QString, quint64> catchUps_;  // query id -> tribe
     QHash<QString, HistoryQuery> historyQueries_;
     QHash<quint64, Cursor> cursors_;
+    ArchiveOrder catchUpOrder_;
+    ArchiveOrder historyOrder_;
     QSet<quint64> dirty_;
     QTimer* announceTimer_;
 };

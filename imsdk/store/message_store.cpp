@@ -16,7 +16,7 @@ QAtomicInteger<quint64> g_connections;
 
 const char kColumns[] =
     "id, peer, sender, outgoing, kind, content, summary, url, file_size, width, height, time, "
-    "unread, stanza_id, origin_id, pending_media";
+    "unread, stanza_id, origin_id, pending_media, seq";
 
 StoredMessage fromQuery(const QSqlQuery& q) {
     StoredMessage m;
@@ -36,6 +36,7 @@ StoredMessage fromQuery(const QSqlQuery& q) {
     m.stanzaId = q.value(13).toString();
     m.originId = q.value(14).toString();
     m.pendingMedia = q.value(15).toBool();
+    m.seq = q.value(16).toLongLong();
     return m;
 }
 
@@ -59,6 +60,13 @@ bool MessageStore::open(const QString& file) {
             return false;
         }
         QSqlQuery q(db);
+        // Stores written before messages had a place of their own keep their arrival order.
+        if (!q.exec(QStringLiteral("SELECT seq FROM messages LIMIT 1")) &&
+            q.exec(QStringLiteral("SELECT id FROM messages LIMIT 1"))) {
+            q.exec(
+                QStringLiteral("ALTER TABLE messages ADD COLUMN seq INTEGER NOT NULL DEFAULT 0"));
+            q.exec(QStringLiteral("UPDATE messages SET seq = id * %1").arg(kSeqGap));
+        }
         const char* setup[] = {
             "PRAGMA journal_mode=WAL",
             "PRAGMA synchronous=NORMAL",
@@ -66,9 +74,11 @@ bool MessageStore::open(const QString& file) {
             " peer TEXT NOT NULL, sender TEXT NOT NULL, outgoing INTEGER NOT NULL,"
             " kind INTEGER NOT NULL, content TEXT, summary TEXT, url TEXT, file_size INTEGER,"
             " width INTEGER, height INTEGER, time INTEGER NOT NULL, unread INTEGER NOT NULL,"
-            " stanza_id TEXT UNIQUE, origin_id TEXT, pending_media INTEGER NOT NULL DEFAULT 0)",
+            " stanza_id TEXT UNIQUE, origin_id TEXT, pending_media INTEGER NOT NULL DEFAULT 0,"
+            " seq INTEGER NOT NULL DEFAULT 0)",
             "CREATE UNIQUE INDEX IF NOT EXISTS messages_origin ON messages(sender, origin_id)",
-            "CREATE INDEX IF NOT EXISTS messages_peer_time ON messages(peer, time, id)",
+            "DROP INDEX IF EXISTS messages_peer_time",
+            "CREATE INDEX IF NOT EXISTS messages_peer_order ON messages(peer, time, seq)",
             "CREATE INDEX IF NOT EXISTS messages_unread ON messages(unread, peer)",
             "CREATE TABLE IF NOT EXISTS meta(key TEXT PRIMARY KEY, value TEXT)",
         };
@@ -82,6 +92,10 @@ bool MessageStore::open(const QString& file) {
         }
     }
     connection_ = name;
+    QSqlQuery last(QSqlDatabase::database(connection_, false));
+    lastSeq_ = last.exec(QStringLiteral("SELECT MAX(seq) FROM messages")) && last.next()
+                   ? last.value(0).toLongLong()
+                   : 0;
     return true;
 }
 
@@ -138,6 +152,11 @@ bool MessageStore::endBatch() {
     return false;
 }
 
+qint64 MessageStore::nextSeq() {
+    lastSeq_ = (lastSeq_ / kSeqGap + 1) * kSeqGap;
+    return lastSeq_;
+}
+
 // Nearly every message is new, so the insert goes first and the unique ids decide; only a
 // refused insert looks for the copy it met (and gives it the server's id if it had none).
 std::optional<quint64> MessageStore::insert(const StoredMessage& m) {
@@ -145,18 +164,20 @@ std::optional<quint64> MessageStore::insert(const StoredMessage& m) {
     QSqlQuery& q = prepared(
         insert_,
         "INSERT INTO messages(peer, sender, outgoing, kind, content, summary, url, file_size,"
-        " width, height, time, unread, stanza_id, origin_id, pending_media)"
-        " VALUES(?,?,?,?,?,?,?,?,?,?,?,?,?,?,?)");
+        " width, height, time, unread, stanza_id, origin_id, pending_media, seq)"
+        " VALUES(?,?,?,?,?,?,?,?,?,?,?,?,?,?,?,?)");
+    const qint64 seq = m.seq != 0 ? m.seq : nextSeq();
     int i = 0;
     for (const QVariant& v :
          {QVariant(m.peer), QVariant(m.sender), QVariant(int(m.outgoing)), QVariant(m.kind),
           QVariant(m.content), QVariant(m.summary), QVariant(m.url), QVariant(m.fileSize),
           QVariant(m.width), QVariant(m.height), QVariant(m.time), QVariant(int(m.unread)),
-          orNull(m.stanzaId), orNull(m.originId), QVariant(int(m.pendingMedia))})
+          orNull(m.stanzaId), orNull(m.originId), QVariant(int(m.pendingMedia)), QVariant(seq)})
         q.bindValue(i++, v);
     if (q.exec()) {
         const quint64 id = q.lastInsertId().toULongLong();
         q.finish();
+        lastSeq_ = std::max(lastSeq_, seq);
         return id;
     }
     q.finish();
@@ -253,7 +274,7 @@ QList<StoredMessage> MessageStore::unread(const QString& peer) {
     QList<StoredMessage> out;
     if (!isOpen()) return out;
     static const QByteArray sql = QByteArray("SELECT ") + kColumns + " FROM messages WHERE " +
-                                  kReadyUnread + " ORDER BY time, id";
+                                  kReadyUnread + " ORDER BY time, seq";
     QSqlQuery& q = prepared(unread_, sql.constData());
     q.bindValue(0, peer);
     q.bindValue(1, peer);
@@ -292,23 +313,23 @@ void MessageStore::markRead(const QList<quint64>& ids) {
     endBatch();
 }
 
-QList<StoredMessage> MessageStore::page(const QString& peer, qint64 beforeTime, quint64 beforeId,
+QList<StoredMessage> MessageStore::page(const QString& peer, qint64 beforeTime, qint64 beforeSeq,
                                         int limit) {
     QList<StoredMessage> rows;
-    if (beforeTime == 0 && beforeId == 0)
+    if (beforeTime == 0 && beforeSeq == 0)
         rows = select(QStringLiteral("peer = ?"), {peer},
-                      QStringLiteral("ORDER BY time DESC, id DESC LIMIT %1").arg(limit));
+                      QStringLiteral("ORDER BY time DESC, seq DESC LIMIT %1").arg(limit));
     else
-        rows = select(QStringLiteral("peer = ? AND (time < ? OR (time = ? AND id < ?))"),
-                      {peer, beforeTime, beforeTime, beforeId},
-                      QStringLiteral("ORDER BY time DESC, id DESC LIMIT %1").arg(limit));
+        rows = select(QStringLiteral("peer = ? AND (time < ? OR (time = ? AND seq < ?))"),
+                      {peer, beforeTime, beforeTime, beforeSeq},
+                      QStringLiteral("ORDER BY time DESC, seq DESC LIMIT %1").arg(limit));
     std::reverse(rows.begin(), rows.end());
     return rows;
 }
 
 QString MessageStore::oldestStanzaId(const QString& peer) {
     auto rows = select(QStringLiteral("peer = ? AND stanza_id IS NOT NULL"), {peer},
-                       QStringLiteral("ORDER BY time, id LIMIT 1"));
+                       QStringLiteral("ORDER BY time, seq LIMIT 1"));
     return rows.isEmpty() ? QString() : rows.first().stanzaId;
 }
 

@@ -3,6 +3,7 @@
 #include <QList>
 #include <QString>
 #include <QVariantList>
+#include <algorithm>
 #include <memory>
 #include <optional>
 
@@ -49,8 +50,8 @@ public:
     QStringList unreadPeers();
     void markRead(const QString& peer);
     void markRead(const QList<quint64>& ids);
-    // Up to `limit` messages older than (time, id), oldest first; (0, 0) starts at the newest.
-    QList<StoredMessage> page(const QString& peer, qint64 beforeTime, quint64 beforeId, int limit);
+    // Up to `limit` messages before (time, seq), oldest first; (0, 0) starts at the newest.
+    QList<StoredMessage> page(const QString& peer, qint64 beforeTime, qint64 beforeSeq, int limit);
     // The server id of the oldest message with `peer` that has one.
     QString oldestStanzaId(const QString& peer);
     QList<StoredMessage> pendingMedia();
@@ -58,6 +59,16 @@ public:
     // Lets a picture or file still downloading stop holding back what came after it; it
     // is listed (without a local path) from now on. False when it was no longer pending.
     bool releaseMedia(quint64 id);
+
+    // The place after every message stored so far (spaced so that later arrivals from the
+    // archive fit in between).
+    qint64 nextSeq();
+    qint64 lastSeq() const { return lastSeq_; }
+    // A place given out of turn (rows moved on to make room): later arrivals go after it.
+    void noteSeq(qint64 seq) { lastSeq_ = std::max(lastSeq_, seq); }
+    static constexpr qint64 kSeqGap = qint64(1) << 20;
+    // For the classes that keep the order (same thread).
+    const QString& connectionName() const { return connection_; }
 
     QString meta(const QString& key);
     void setMeta(const QString& key, const QString& value);
@@ -71,6 +82,7 @@ private:
 
     QString connection_;
     int batchDepth_ = 0;
+    qint64 lastSeq_ = 0;
     std::unique_ptr<QSqlQuery> byStanzaId_;
     std::unique_ptr<QSqlQuery> byOriginId_;
     std::unique_ptr<QSqlQuery> insert_;

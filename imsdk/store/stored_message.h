@@ -18,6 +18,10 @@ struct StoredMessage {
     int width = 0;
     int height = 0;
     qint64 time = 0;  // seconds since 1970
+    // The place among messages of the same peer and second: the server stamps only to the
+    // second, so its order within one comes from the archive's order and then arrival.
+    // 0: after everything stored so far.
+    qint64 seq = 0;
     bool unread = false;
     QString stanzaId;           // the server archive's id, empty until known
     QString originId;           // the sender's own id of the stanza

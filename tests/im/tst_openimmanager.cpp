@@ -21,6 +21,7 @@
 #include "openimmanager.h"
 #include "prg/iprg_com.h"
 #include "prg/prg_component.h"
+#include "sdk/wide_text.h"
 
 using openim::IMUserID;
 
@@ -35,6 +36,7 @@ struct Script {
     int syncs = 0;
     int markReads = 0;
     std::vector<openim::IMMessage> unread;
+    QStringList sends;
 } g_script;
 
 class FakeLogin : public base::RefPtrCounted<openim::ILoginService> {
@@ -78,8 +80,10 @@ class FakeConversation : public base::RefPtrCounted<openim::IConversation> {
 public:
     IMUserID GetPeer() override { return user(L"101"); }
     void SendText(const prg::PrgStringT<wchar_t>&, const SendCallback&) override {}
-    void SendCustom(const prg::PrgStringT<wchar_t>&, const prg::PrgStringT<wchar_t>&,
-                    const SendCallback&) override {}
+    void SendCustom(const prg::PrgStringT<wchar_t>& content,
+                    const prg::PrgStringT<wchar_t>& summary, const SendCallback&) override {
+        g_script.sends << wide_text::toQ(summary) + "|" + wide_text::toQ(content);
+    }
     void SendImage(const base::FilePath&, std::int32_t, std::int32_t,
                    const SendCallback&) override {}
     void SendFile(const base::FilePath&, const SendCallback&) override {}
@@ -163,6 +167,7 @@ private slots:
     void watermarkKeepsShownMessagesOut();
     void previewsAndRecords();
     void aBurstAlertsOncePerConversation();
+    void failedCustomSendIsSentAgainAsItWas();
 
 private:
     base::scoped_refptr<OpenIMManager> manager_;
@@ -314,12 +319,41 @@ void TestOpenIMManager::watermarkKeepsShownMessagesOut() {
     QCOMPARE(shown.size(), 2);
     QCOMPARE(shown.last().first().value<BaseMsg::MMessage>().msgId, quint64(13));
 
+    // Stored after everything shown yet sent before it (the archive's catch-up after a
+    // reconnect): shown; what was shown already stays out.
+    g_script.unread = {textMessage(12, mark + 1, "new"), textMessage(14, mark - 3, "late")};
+    manager_->updateUnreadMsg(user(L"101"));
+    QCOMPARE(shown.size(), 3);
+    QCOMPARE(shown.last().first().value<BaseMsg::MMessage>().msgId, quint64(14));
+    QCOMPARE(ConfigStore::instance().userConfig().thisTime, mark + 1);
+
     // The mark survives a restart: what was shown is not shown again.
     manager_->flushWatermark();
     quelix::userconfig_t saved;
     saved.setPath(ConfigStore::instance().filePath(ConfigStore::UserSettings));
     QVERIFY(saved.load());
     QCOMPARE(saved.thisTime, mark + 1);
+}
+
+void TestOpenIMManager::failedCustomSendIsSentAgainAsItWas() {
+    // A shared card that did not go out: the failure carries the card's own JSON (the
+    // page's copy is reshaped for drawing), and sending it again sends exactly that.
+    const QString card = QStringLiteral(R"({"msgType":4,"userId":"102","name":"李娜"})");
+    openim::IMMessage m = textMessage(0, 2000000500, QString());
+    m.sender = user(L"100");
+    m.receiver = user(L"101");
+    m.content.type = openim::kContentCustom;
+    m.content.content = wide_text::fromQ(card);
+    m.content.summary = L"[名片]";
+    QSignalSpy failed(manager_.get(), &OpenIMManager::sendFailed);
+    manager_->OnSent(m, openim::ResultCode(openim::ResultCode::kNotLoggedIn), openim::ResultCode());
+    QTRY_COMPARE(failed.size(), 1);
+    const auto again = failed.first().first().value<BaseMsg::MMessage>();
+    QCOMPARE(again.kind, int(BaseMsg::Custom));
+    QCOMPARE(failed.first().at(1).toString(), QStringLiteral("未连接到通讯服务器"));
+    g_script.sends.clear();
+    manager_->resend(again);
+    QCOMPARE(g_script.sends, QStringList{QStringLiteral("[名片]|") + card});
 }
 
 void TestOpenIMManager::previewsAndRecords() {

@@ -18,6 +18,7 @@
 #include "prg/prg_com.h"
 #include "prg/prg_component.h"
 #include "sdk/sdk_instance.h"
+#include "store/archive_order.h"
 #include "store/message_store.h"
 
 namespace {
@@ -65,6 +66,7 @@ private slots:
     void emoticonCatalogueHasDrawnPictures();
     void unreadWaitsForAPictureStillDownloading();
     void batchCommitsOnceAndKeepsDuplicatesOut();
+    void archiveReadsTakeTheirPlaceWithinASecond();
 };
 
 void BaseTest::bindKeepsReceiverAliveUntilLastCopyGoes() {
@@ -292,6 +294,74 @@ void BaseTest::batchCommitsOnceAndKeepsDuplicatesOut() {
     QCOMPARE(unread.size(), 50);
     QCOMPARE(unread.first().content, QStringLiteral("m1"));
     QCOMPARE(unread.last().content, QStringLiteral("m50"));
+}
+
+void BaseTest::archiveReadsTakeTheirPlaceWithinASecond() {
+    QTemporaryDir dir;
+    const QString file = dir.filePath("messages.db");
+    const qint64 t = 1700000000;
+    MessageStore store;
+    QVERIFY(store.open(file));
+    auto message = [&](const QString& name) {
+        StoredMessage m;
+        m.peer = m.sender = QStringLiteral("bob");
+        m.content = name;
+        m.stanzaId = QStringLiteral("s-") + name;
+        m.originId = QStringLiteral("o-") + name;
+        m.time = t;
+        return m;
+    };
+    // Stores a message of an archive read the way the engine does.
+    auto fromArchive = [&](ArchiveOrder& order, const QString& name) {
+        StoredMessage m = message(name);
+        order.place(m);
+        order.placed(m, store.insert(m).has_value());
+    };
+    auto order = [&] {
+        QStringList out;
+        for (const StoredMessage& m : store.page("bob", 0, 0, 10000)) out << m.content;
+        return out;
+    };
+
+    QVERIFY(store.insert(message("a")));
+    QVERIFY(store.insert(message("b")));
+    ArchiveOrder catchUp(store);
+    catchUp.start(ArchiveOrder::Direction::Forward);
+    QVERIFY(store.insert(message("live")));  // came while the catch-up ran
+    fromArchive(catchUp, "c1");
+    fromArchive(catchUp, "c2");
+    fromArchive(catchUp, "live");  // the archive's copy: what follows goes after it
+    fromArchive(catchUp, "c3");
+    QCOMPARE(order(), (QStringList{"a", "b", "c1", "c2", "live", "c3"}));
+
+    // History pages, each older than the last, all within the same second.
+    ArchiveOrder history(store);
+    history.start(ArchiveOrder::Direction::Backward, "bob");
+    fromArchive(history, "h1");
+    fromArchive(history, "h2");
+    history.start(ArchiveOrder::Direction::Backward, "bob");
+    fromArchive(history, "g1");
+    QCOMPARE(order().mid(0, 4), (QStringList{"g1", "h1", "h2", "a"}));
+
+    // A long run after one message uses up the room before the next and moves it on.
+    ArchiveOrder run(store);
+    run.start(ArchiveOrder::Direction::Forward);
+    fromArchive(run, "c1");
+    QStringList many;
+    for (int i = 0; i < 300; ++i) {
+        many << QStringLiteral("r%1").arg(i);
+        fromArchive(run, many.last());
+    }
+    QCOMPARE(order(), QStringList({"g1", "h1", "h2", "a", "b", "c1"}) + many +
+                          QStringList({"c2", "live", "c3"}));
+    QVERIFY(store.insert(message("live2")));  // after the rows moved on, not among them
+    QCOMPARE(order().last(), QStringLiteral("live2"));
+
+    // Reopened, the store goes on after what it holds.
+    store.close();
+    QVERIFY(store.open(file));
+    QVERIFY(store.insert(message("later")));
+    QCOMPARE(order().last(), QStringLiteral("later"));
 }
 
 QTEST_GUILESS_MAIN(BaseTest)

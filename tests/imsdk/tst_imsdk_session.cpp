@@ -34,7 +34,9 @@ void SessionTest::secondDesktopKicksTheFirst() {
     first.login(server_, QStringLiteral("alice"), QStringLiteral("wrong"));
     QVERIFY(waitUntil([&] { return first.probe().count("loginFail") == 1; }));
     // A refused secret is told apart from an unreachable server.
-    QCOMPARE(first.probe().count(QStringLiteral("loginFail:%1").arg(openim::ResultCode::kAuthFailed)), 1);
+    QCOMPARE(
+        first.probe().count(QStringLiteral("loginFail:%1").arg(openim::ResultCode::kAuthFailed)),
+        1);
     first.login(server_, QStringLiteral("alice"), QStringLiteral("pw-alice"));
     QVERIFY(waitUntil([&] { return first.probe().count("loginOk") == 1; }));
     // Callbacks come on the SDK's own thread, never on the caller's.

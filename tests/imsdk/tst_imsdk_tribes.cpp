@@ -274,6 +274,22 @@ void TribesTest::offlineMemberCatchesUpOnceAndInOrder() {
     QVERIFY(carol.signIn(server_, QStringLiteral("carol"), {1002}));
     QTest::qWait(1500);
     QCOMPARE(carol.tribe(1002)->GetUnreadCount(), total);
+
+    // Another desktop of carol's, with nothing stored, reads the room back from its archive
+    // a page at a time; pages meet within one second and keep the room's order.
+    carol.session.logout();
+    QVERIFY(waitUntil([&] { return carol.session.probe().count("logouted") == 3; }));
+    Member fresh(QStringLiteral("carol2-fresh"));
+    QVERIFY(fresh.signIn(server_, QStringLiteral("carol"), {1002}));
+    QStringList back;
+    for (int page = 1; page < 100; ++page) {
+        fresh.tribe(1002)->GetHistory(30, base::Bind(&TribeProbe::OnHistory, fresh.probe.get()));
+        QVERIFY(waitUntil([&] { return fresh.probe->pages().size() == page; }));
+        const QStringList got = texts(fresh.probe->pages().last());
+        if (got.isEmpty()) break;
+        back = got + back;
+    }
+    QCOMPARE(back, QStringList{QStringLiteral("before")} + expected);
 }
 
 void TribesTest::removalAndDissolutionReachEveryone() {

@@ -1,3 +1,4 @@
+#include <QRandomGenerator>
 #include <QtTest>
 
 #include <QAction>
@@ -298,6 +299,23 @@ void TestInputView::pastedPictureAndRefusedSend() {
     QTest::keyClick(edit, Qt::Key_Return);
     QCOMPARE(sent,
              (QStringList{"media:" + QDir(folder).filePath(pasted.first()), "text:稍后再发"}));
+
+    // A pasted picture of 2 MiB and more goes as a file, and the edit takes nothing in.
+    QImage noise(1000, 800, QImage::Format_RGB32);
+    QRandomGenerator random(7);
+    for (int y = 0; y < noise.height(); ++y) {
+        auto* row = reinterpret_cast<quint32*>(noise.scanLine(y));
+        for (int x = 0; x < noise.width(); ++x) row[x] = random.generate();
+    }
+    QMimeData big;
+    big.setImageData(noise);
+    QSignalSpy uploads(&input, &ConversationContentInputView::startToUploadSignal);
+    edit->insertFromMimeData(&big);
+    QCOMPARE(uploads.size(), 1);
+    const QString file = uploads.first().first().toString();
+    QVERIFY(file.contains("_just_paste"));
+    QVERIFY(QFileInfo(file).size() >= ConversationContentInputEdit::kMaxPictureBytes);
+    QVERIFY(!edit->toHtml().contains("_just_paste"));
 }
 
 namespace {

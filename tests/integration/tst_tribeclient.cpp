@@ -21,8 +21,11 @@
 #include "conversationcontentview.h"
 #include "conversationview.h"
 #include "directorystore.h"
+#include "listwidget.h"
 #include "loginview.h"
 #include "mainwindow.h"
+#include "manager.h"
+#include "messageentry.h"
 #include "openim/itribe.h"
 #include "openim/itribe_service.h"
 #include "openim/service_guids.h"
@@ -32,6 +35,7 @@
 #include "support/prosody_server.h"
 #include "support/test_session.h"
 #include "tribemanager.h"
+#include "view.h"
 
 using wide_text::fromQ;
 using wide_text::toQ;
@@ -208,6 +212,33 @@ void TestTribeClient::leavingAndDissolvingAskAndReachEveryone() {
     ConversationContentView* page = window_->conversationView()->page(project);
     QTRY_VERIFY_WITH_TIMEOUT(page->tips().contains(QStringLiteral("您已主动退出该群！")), 20000);
     QVERIFY(!page->sendText(QStringLiteral("还在吗")));
+
+    // A send that reaches the IM core all the same (a failed row's link, a card shared from
+    // elsewhere) is shown as failed in the page, with its reason and a link to send again.
+    QSignalSpy failed(OpenIMManager::instance(), &OpenIMManager::sendFailed);
+    const QString card = QStringLiteral(R"({"msgType":4,"userId":"%1"})").arg(third_.id);
+    OpenIMManager::instance()->sendTextOrCustom(project, QStringLiteral("[名片]"), card);
+    QTRY_VERIFY_WITH_TIMEOUT(failed.size() == 1, 20000);
+    const auto lost = failed.first().first().value<BaseMsg::MMessage>();
+    QVERIFY(lost.isTribe);
+    QCOMPARE(lost.conversationId, project);
+    QCOMPARE(lost.kind, int(BaseMsg::Custom));
+    QCOMPARE(lost.sentContent, card);
+    QVERIFY(!failed.first().at(1).toString().isEmpty());
+    auto* out = qobject_cast<qx_output::View*>(page->output());
+    QVERIFY(out);
+    auto failedRows = [out] {
+        int n = 0;
+        for (int r = 1; r < out->listWidget()->count(); ++r)
+            if (qx_output::EntryItem* e = out->listWidget()->entryAt(r)) n += e->entry.resend;
+        return n;
+    };
+    QTRY_COMPARE(failedRows(), 1);
+    // Its link tries again, for real: still not a member, so a second failed row.
+    emit qx_output::Manager::instance()->resendRequested(lost);
+    QTRY_VERIFY_WITH_TIMEOUT(failed.size() == 2, 20000);
+    QCOMPARE(failed.last().first().value<BaseMsg::MMessage>().sentContent, card);
+    QTRY_COMPARE(failedRows(), 2);
 
     // The owner is asked whether to dissolve; the address carries the project's sign.
     const QJsonObject made = http_->call(

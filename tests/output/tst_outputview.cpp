@@ -71,6 +71,7 @@ private slots:
     void timeLinesFollowTheTwoMinuteRule();
     void receivedTextIsShownNotInterpreted();
     void historyGoesAboveAndKeepsTheViewStill();
+    void lateArrivalsGoInTheirPlace();
     void onlyRowsInViewHaveWidgets();
     void picturesLoadingBrokenAnimatedAndSaved();
     void receivedFileNamesStayInTheDownloadFolder();
@@ -204,6 +205,34 @@ void TestOutputView::historyGoesAboveAndKeepsTheViewStill() {
     again.isHistory = true;
     v.addMessage(again);
     QCOMPARE(v.messageCount(), 67);
+}
+
+void TestOutputView::lateArrivalsGoInTheirPlace() {
+    View v("102", false);
+    const qint64 t = 1700000000;
+    auto at = [](quint64 id, qint64 time, qint64 order) {
+        BaseMsg::MMessage m = text(id, time, QString::number(id));
+        m.order = order;
+        return m;
+    };
+    v.addMessage(at(1, t, 10));
+    v.addMessage(at(3, t, 30));
+    v.addMessage(at(5, t + 600, 50));
+    // Brought by the archive after newer ones were shown: each goes in its place, the same
+    // second decided by the store's order, a stretch of its own getting its time line.
+    v.addMessage(at(2, t, 20));
+    v.addMessage(at(4, t + 300, 40));
+    v.addMessage(at(6, t - 600, 5));
+    v.addMessage(at(7, t + 601, 70));
+    QList<quint64> ids;
+    for (int r = 1; r < v.listWidget()->count(); ++r)
+        if (v.listWidget()->entryAt(r)->entry.kind == MessageEntry::Text)
+            ids << v.listWidget()->entryAt(r)->entry.msg.msgId;
+    QCOMPARE(ids, (QList<quint64>{6, 1, 2, 3, 4, 5, 7}));
+    using K = MessageEntry;
+    QCOMPARE(kinds(v), (QList<MessageEntry::Kind>{K::Separator, K::Text, K::Separator, K::Text,
+                                                  K::Text, K::Text, K::Separator, K::Text,
+                                                  K::Separator, K::Text, K::Text}));
 }
 
 void TestOutputView::onlyRowsInViewHaveWidgets() {

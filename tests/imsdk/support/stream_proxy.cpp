@@ -11,11 +11,13 @@ bool StreamProxy::listen() { return server_.listen(QHostAddress::LocalHost); }
 
 void StreamProxy::onConnection() {
     while (QTcpSocket* client = server_.nextPendingConnection()) {
+        clients_.append(client);
         auto* upstream = new QTcpSocket(client);
         connect(client, &QTcpSocket::readyRead, upstream,
                 [client, upstream] { upstream->write(client->readAll()); });
         connect(upstream, &QTcpSocket::readyRead, client, [this, client, upstream] {
             QByteArray data = upstream->readAll();
+            if (dropping_) return;
             bool rewritten = false;
             for (const auto& rule : qAsConst(rules_)) {
                 if (!data.contains(rule.first)) continue;
@@ -32,4 +34,14 @@ void StreamProxy::onConnection() {
         // Data the client sends before the server answers waits in the socket's buffer.
         upstream->connectToHost(host_, port_);
     }
+}
+
+void StreamProxy::cut() {
+    for (const QPointer<QTcpSocket>& client : qAsConst(clients_)) {
+        if (!client) continue;
+        for (QTcpSocket* upstream : client->findChildren<QTcpSocket*>()) upstream->abort();
+        client->abort();
+        client->deleteLater();
+    }
+    clients_.clear();
 }

@@ -5,6 +5,7 @@
 #include <QList>
 #include <QObject>
 #include <QPair>
+#include <QPointer>
 #include <QTcpServer>
 
 class QTcpSocket;
@@ -24,6 +25,11 @@ public:
     int rewrites() const { return rewrites_; }
     // Milliseconds since the last rewritten piece went to the client (-1 before any).
     qint64 msSinceRewrite() const { return lastRewrite_.isValid() ? lastRewrite_.elapsed() : -1; }
+    // While on, what the server sends is thrown away: stanzas the server delivered that the
+    // client never gets, as on a link that dies unnoticed.
+    void setDropping(bool on) { dropping_ = on; }
+    // Closes every relayed connection at once, both ways.
+    void cut();
 
 private:
     void onConnection();
@@ -33,5 +39,7 @@ private:
     QTcpServer server_;
     QList<QPair<QByteArray, QByteArray>> rules_;
     int rewrites_ = 0;
+    bool dropping_ = false;
+    QList<QPointer<QTcpSocket>> clients_;
     QElapsedTimer lastRewrite_;
 };
