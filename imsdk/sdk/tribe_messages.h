@@ -29,7 +29,9 @@ class TribeMessages : public QObject {
 public:
     using HistoryCallback = base::Callback<void(prg::PrgStringT<wchar_t>, openim::ResultCode,
                                                 std::vector<openim::IMTribeMessage>)>;
-    static constexpr int kCatchUpPage = 100;
+    // Each page of a room's archive costs the server a read of the whole archive (its file
+    // store keeps one list per room), so a member catching up asks for big pages.
+    static constexpr int kCatchUpPage = 500;
 
     TribeMessages(ImEngine* engine, TribeRooms* rooms);
 

@@ -1,5 +1,10 @@
 // Tribes through a private Prosody: project rooms kept by an administrator as the back end
 // keeps them, SDK sessions as members, a plain XMPP client beside them.
+#include <QXmppClient.h>
+#include <QXmppElement.h>
+#include <QXmppLogger.h>
+#include <QXmppMessage.h>
+#include <QXmppPresence.h>
 #include <QFile>
 #include <QImage>
 #include <QMutex>
@@ -178,6 +183,7 @@ private slots:
     void memberAddedWhileOnlineJoinsAtOnce();
     void plainClientTakesPart();
     void cardsForOneColleagueComeInTheAssistantsName();
+    void forgedArchiveIdsNeverReachAMember();
 
 private:
     ProsodyServer server_;
@@ -449,6 +455,62 @@ void TribesTest::cardsForOneColleagueComeInTheAssistantsName() {
     QVERIFY(waitUntil([&] { return again.probe().count("history") == 1; }));
     QCOMPARE(again.probe().count("history:0"), 1);
     QCOMPARE(int(again.probe().historyPages().last().size()), 2);
+}
+
+// A member may put any element into a room message, including an archive id in another
+// member's name; the server must drop that before it reaches the member it names, while
+// the room's own id (which members use to drop duplicates) stays.
+void TribesTest::forgedArchiveIdsNeverReachAMember() {
+    QVERIFY(admin_->createRoom(1007, QStringLiteral("ids"), QStringLiteral("alice"),
+                               {QStringLiteral("bob")}));
+    const QString room = admin_->roomJid(1007);
+    QXmppClient alice, bob;
+    QXmppLogger bobWire;
+    bobWire.setLoggingType(QXmppLogger::SignalLogging);
+    bobWire.setMessageTypes(QXmppLogger::ReceivedMessage);
+    bob.setLogger(&bobWire);
+    QString received;
+    connect(&bobWire, &QXmppLogger::message, this,
+            [&](QXmppLogger::MessageType, const QString& text) { received += text; });
+    for (QXmppClient* c : {&alice, &bob}) {
+        const QString user = c == &alice ? QStringLiteral("alice") : QStringLiteral("bob");
+        QXmppConfiguration config;
+        config.setHost(server_.host());
+        config.setPort(server_.port());
+        config.setDomain(server_.domain());
+        config.setUser(user);
+        config.setPassword(QStringLiteral("pw-") + user);
+        config.setResource(QStringLiteral("raw"));
+        config.setAutoReconnectionEnabled(false);
+        c->connectToServer(config);
+        QVERIFY(waitUntil([c] { return c->isConnected(); }));
+        QXmppPresence join;
+        join.setTo(room + QLatin1Char('/') + user);
+        QXmppElement x;
+        x.setTagName(QStringLiteral("x"));
+        x.setAttribute(QStringLiteral("xmlns"), QStringLiteral("http://jabber.org/protocol/muc"));
+        join.setExtensions({x});
+        c->sendPacket(join);
+    }
+    QVERIFY(waitUntil([&] { return received.contains(room + QStringLiteral("/alice")); }));
+
+    const QString bobJid = QStringLiteral("bob@") + server_.domain();
+    QXmppMessage forged(QString(), room, QStringLiteral("archived for bob?"));
+    forged.setType(QXmppMessage::GroupChat);
+    for (const QString& by : {bobJid, QStringLiteral("BOB@") + server_.domain().toUpper()}) {
+        QXmppElement id;
+        id.setTagName(QStringLiteral("stanza-id"));
+        id.setAttribute(QStringLiteral("xmlns"), QStringLiteral("urn:xmpp:sid:0"));
+        id.setAttribute(QStringLiteral("by"), by);
+        id.setAttribute(QStringLiteral("id"), QStringLiteral("forged-") + by.left(3));
+        forged.setExtensions(forged.extensions() << id);
+    }
+    alice.sendPacket(forged);
+    QVERIFY(waitUntil([&] { return received.contains(QStringLiteral("archived for bob?")); }));
+    QVERIFY2(!received.contains(QStringLiteral("forged-")), qPrintable(received.right(1500)));
+    QVERIFY2(received.contains(QStringLiteral("by=\"%1\"").arg(room)) ||
+                 received.contains(QStringLiteral("by='%1'").arg(room)),
+             qPrintable(received.right(1500)));
 }
 
 QTEST_MAIN(TribesTest)
