@@ -3,6 +3,7 @@
 #include <QDebug>
 #include <QDir>
 #include <QFile>
+#include <QLoggingCategory>
 #include <QMessageLogger>
 #include <QMutexLocker>
 #include <QStandardPaths>
@@ -78,7 +79,11 @@ bool Logger::write(const QString& text) {
     QMutexLocker locker(&mutex_);
     QDate day;
     const QString line = stamp(&day) + text;
-    QMessageLogger(nullptr, 0, nullptr).debug().noquote() << line;
+    // The framework would drop the echo itself when debug output is off; asking first
+    // spares building it for every line.
+    const QLoggingCategory* echo = QLoggingCategory::defaultCategory();
+    if (!echo || echo->isDebugEnabled())
+        QMessageLogger(nullptr, 0, nullptr).debug().noquote() << line;
 
     // A file that failed to open is tried again on the next line, so a log folder that
     // comes back (a network Documents folder, say) is written to again.
