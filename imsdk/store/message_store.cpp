@@ -304,12 +304,21 @@ void MessageStore::markRead(const QString& peer) {
 
 void MessageStore::markRead(const QList<quint64>& ids) {
     if (!isOpen() || ids.isEmpty()) return;
+    // A slice of shown messages is marked in statements of kMarkChunk ids; the places a
+    // short chunk leaves are filled with 0, which no message has.
+    static const QByteArray sql = [] {
+        QByteArray s = "UPDATE messages SET unread = 0 WHERE id IN (?";
+        for (int i = 1; i < kMarkChunk; ++i) s += ",?";
+        return s + ")";
+    }();
     beginBatch();
-    QSqlQuery& q = prepared(markOne_, "UPDATE messages SET unread = 0 WHERE id = ?");
-    for (quint64 id : ids) {
-        q.bindValue(0, qint64(id));
+    QSqlQuery& q = prepared(markOne_, sql.constData());
+    for (int from = 0; from < ids.size(); from += kMarkChunk) {
+        for (int i = 0; i < kMarkChunk; ++i)
+            q.bindValue(i, from + i < ids.size() ? qint64(ids.at(from + i)) : qint64(0));
         q.exec();
     }
+    q.finish();
     endBatch();
 }
 

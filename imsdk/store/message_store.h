@@ -88,6 +88,7 @@ private:
     std::unique_ptr<QSqlQuery> insert_;
     std::unique_ptr<QSqlQuery> setMeta_;
     std::unique_ptr<QSqlQuery> unread_;
+    static constexpr int kMarkChunk = 50;
     std::unique_ptr<QSqlQuery> markOne_;
     std::unique_ptr<QSqlQuery> unreadCount_;
     std::unique_ptr<QSqlQuery> begin_;

@@ -294,6 +294,28 @@ void BaseTest::batchCommitsOnceAndKeepsDuplicatesOut() {
     QCOMPARE(unread.size(), 50);
     QCOMPARE(unread.first().content, QStringLiteral("m1"));
     QCOMPARE(unread.last().content, QStringLiteral("m50"));
+
+    // Read marks for more ids than one statement takes: exactly those, and no others.
+    QList<quint64> shown;
+    for (int i = 0; i < 49; ++i) shown << unread.at(i).id;
+    again.markRead(shown);
+    const QList<StoredMessage> left = again.unread("bob");
+    QCOMPARE(left.size(), 1);
+    QCOMPARE(left.first().content, QStringLiteral("m50"));
+    QList<quint64> more;
+    for (int i = 51; i <= 180; ++i) {
+        StoredMessage m = unread.first();
+        m.id = 0;
+        m.content = QStringLiteral("n%1").arg(i);
+        m.stanzaId = QStringLiteral("t%1").arg(i);
+        m.originId = QStringLiteral("p%1").arg(i);
+        m.seq = 0;
+        const std::optional<quint64> id = again.insert(m);
+        QVERIFY(id);
+        if (i != 120) more << *id;
+    }
+    again.markRead(more);
+    QCOMPARE(again.unreadCount("bob"), 2);  // m50 and n120
 }
 
 void BaseTest::archiveReadsTakeTheirPlaceWithinASecond() {
