@@ -17,6 +17,16 @@ namespace {
 constexpr int kParallel = 4;
 constexpr int kNoticeBatch = 200;
 
+// A task card as the client's custom message (kind 16).
+QXmppElement cardContent(const QByteArray& payload) {
+    QXmppElement content;
+    content.setTagName(QStringLiteral("content"));
+    content.setAttribute(QStringLiteral("xmlns"), QStringLiteral("urn:quelix:im:1"));
+    content.setAttribute(QStringLiteral("kind"), QStringLiteral("16"));
+    content.setValue(QString::fromUtf8(payload));
+    return content;
+}
+
 }  // namespace
 
 RoomWorker::RoomWorker(Database* db, RoomQueue* queue, const RoomKeeper::Settings& settings,
@@ -212,12 +222,7 @@ void RoomWorker::sendCards(qint64 projectId) {
             const QString id = QStringLiteral("task-card-%1").arg(c.id);
             m.setId(id);
             m.setOriginId(id);
-            QXmppElement content;
-            content.setTagName(QStringLiteral("content"));
-            content.setAttribute(QStringLiteral("xmlns"), QStringLiteral("urn:quelix:im:1"));
-            content.setAttribute(QStringLiteral("kind"), QStringLiteral("16"));
-            content.setValue(QString::fromUtf8(c.payload));
-            m.setExtensions({content});
+            m.setExtensions({cardContent(c.payload)});
             if (!session_->sendMessage(m)) break;
             sent << c.id;
         }
@@ -261,11 +266,7 @@ void RoomWorker::sendDirectCards(qint64 projectId) {
         const QString id = QStringLiteral("task-direct-%1").arg(c.id);
         m.setId(id);
         m.setOriginId(id);
-        QXmppElement content;
-        content.setTagName(QStringLiteral("content"));
-        content.setAttribute(QStringLiteral("xmlns"), QStringLiteral("urn:quelix:im:1"));
-        content.setAttribute(QStringLiteral("kind"), QStringLiteral("16"));
-        content.setValue(QString::fromUtf8(c.payload));
+        const QXmppElement content = cardContent(c.payload);
         // Whose conversation it belongs in; clients believe this only from our account.
         QXmppElement relay;
         relay.setTagName(QStringLiteral("relay"));
