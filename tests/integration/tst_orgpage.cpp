@@ -16,6 +16,7 @@
 #include <QLabel>
 #include <QListWidget>
 #include <QPushButton>
+#include "../support/clientsignin.h"
 #include "../support/demobackend.h"
 #include "allmembertree.h"
 #include "avatarmanager.h"
@@ -61,8 +62,6 @@ private slots:
     void sharedCardReachesTheColleague();
 
 private:
-    QString startProject(const DemoPerson& owner, const QString& title, const QStringList& members);
-
     ProsodyServer prosody_;
     QStringList userNames_;
     QTemporaryDir data_;
@@ -90,16 +89,8 @@ void TestOrgPage::initTestCase() {
     // A short heartbeat: presence is read with it.
     ConfigStore::instance().settings().setCheckStateMs(1000);
     QVERIFY(OpenIMManager::instance()->init());
-    window_ = new MainWindow(ConfigStore::instance());
-    MainViewDelegate::setInstance(window_);
-    ClientSession::connect(window_, OpenIMManager::instance());
-    window_->start(true, false);
-    LoginView* login = window_->loginView();
-    login->findChild<QComboBox*>("m_cboxUserName")->setEditText(me_.userName);
-    login->findChild<QLineEdit*>("m_editPassword")->setText("quelix123");
-    login->OnClickedLogin();
-    QTRY_VERIFY_WITH_TIMEOUT(window_->isVisible(), 30000);
-    QTRY_VERIFY_WITH_TIMEOUT(OpenIMManager::instance()->msgReady(), 20000);
+    window_ = startClient();
+    QVERIFY(signInThroughLoginWindow(window_, me_.userName));
 
     ownerIm_ = std::make_unique<TestSession>("owner");
     thirdIm_ = std::make_unique<TestSession>("third");
@@ -114,22 +105,6 @@ void TestOrgPage::initTestCase() {
 void TestOrgPage::cleanupTestCase() {
     MainViewDelegate::setInstance(nullptr);
     http_->stop();
-}
-
-// A project made on the back end while everyone is signed in; returns its id once its room
-// is on the XMPP server.
-QString TestOrgPage::startProject(const DemoPerson& owner, const QString& title,
-                                  const QStringList& members) {
-    const QJsonObject made =
-        http_->call("/work/editProj.htm?m=createProj&title=" + QUrl::toPercentEncoding(title) +
-                        "&memberIds=" + members.join(','),
-                    owner.session);
-    const QJsonObject record = made.value("results").toObject();
-    QString id = record.value("projectId").toString();
-    if (id.isEmpty()) id = record.value("id").toString();
-    if (id.isEmpty()) return QString();
-    if (!waitUntil([&] { return http_->roomReady(id, owner.session); }, 20000)) return QString();
-    return id;
 }
 
 void TestOrgPage::colleaguesPresenceReachesTreeAndTalkList() {
@@ -180,7 +155,7 @@ void TestOrgPage::colleaguesPresenceReachesTreeAndTalkList() {
 void TestOrgPage::tribePageListsProjectsAndMembersFromTheBackEnd() {
     TribeConverView* page = window_->tribeView();
     QVERIFY(page);
-    const QString project = startProject(owner_, "组织页项目", {me_.id, third_.id});
+    const QString project = http_->startProject(owner_, "组织页项目", {me_.id, third_.id});
     QVERIFY(!project.isEmpty());
     QTRY_VERIFY_WITH_TIMEOUT(page->rowOf(project) >= 0, 20000);
     QVERIFY(!page->loadingLabel()->isVisibleTo(page));  // the projects arrived

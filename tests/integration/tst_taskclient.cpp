@@ -16,6 +16,7 @@
 #include <QPushButton>
 #include <QRegularExpression>
 
+#include "../support/clientsignin.h"
 #include "../support/demobackend.h"
 #include "../support/privatedisplay.h"
 #include "base/at_exit.h"
@@ -108,16 +109,8 @@ void TestTaskClient::initTestCase() {
 
     ConfigStore::instance().init();
     QVERIFY(OpenIMManager::instance()->init());
-    window_ = new MainWindow(ConfigStore::instance());
-    MainViewDelegate::setInstance(window_);
-    ClientSession::connect(window_, OpenIMManager::instance());
-    window_->start(true, false);
-    LoginView* login = window_->loginView();
-    login->findChild<QComboBox*>("m_cboxUserName")->setEditText(me_.userName);
-    login->findChild<QLineEdit*>("m_editPassword")->setText("quelix123");
-    login->OnClickedLogin();
-    QTRY_VERIFY_WITH_TIMEOUT(window_->isVisible(), 30000);
-    QTRY_VERIFY_WITH_TIMEOUT(OpenIMManager::instance()->msgReady(), 20000);
+    window_ = startClient();
+    QVERIFY(signInThroughLoginWindow(window_, me_.userName));
 
     thirdIm_ = std::make_unique<TestSession>("third");
     thirdIm_->login(prosody_, third_.id, third_.secret, prosody_.adminJid().section('@', 0, 0));

@@ -13,6 +13,7 @@
 #include <QNetworkReply>
 #include <QProcess>
 
+#include "../support/clientsignin.h"
 #include "../support/demobackend.h"
 #include "base/at_exit.h"
 #include "base/bind.h"
@@ -64,8 +65,6 @@ private slots:
     void leavingAndDissolvingAskAndReachEveryone();
 
 private:
-    QString startProject(const DemoPerson& owner, const QString& title, const QStringList& members);
-
     ProsodyServer prosody_;
     QStringList userNames_;
     QTemporaryDir data_;
@@ -94,16 +93,8 @@ void TestTribeClient::initTestCase() {
 
     ConfigStore::instance().init();
     QVERIFY(OpenIMManager::instance()->init());
-    window_ = new MainWindow(ConfigStore::instance());
-    MainViewDelegate::setInstance(window_);
-    ClientSession::connect(window_, OpenIMManager::instance());
-    window_->start(true, false);
-    LoginView* login = window_->loginView();
-    login->findChild<QComboBox*>("m_cboxUserName")->setEditText(me_.userName);
-    login->findChild<QLineEdit*>("m_editPassword")->setText("quelix123");
-    login->OnClickedLogin();
-    QTRY_VERIFY_WITH_TIMEOUT(window_->isVisible(), 30000);
-    QTRY_VERIFY_WITH_TIMEOUT(OpenIMManager::instance()->msgReady(), 20000);
+    window_ = startClient();
+    QVERIFY(signInThroughLoginWindow(window_, me_.userName));
 
     ownerIm_ = std::make_unique<TestSession>("owner");
     thirdIm_ = std::make_unique<TestSession>("third");
@@ -120,25 +111,9 @@ void TestTribeClient::cleanupTestCase() {
     http_->stop();
 }
 
-// A project made on the back end while everyone is signed in; returns its id once its room
-// is on the XMPP server.
-QString TestTribeClient::startProject(const DemoPerson& owner, const QString& title,
-                                      const QStringList& members) {
-    const QJsonObject made =
-        http_->call("/work/editProj.htm?m=createProj&title=" + QUrl::toPercentEncoding(title) +
-                        "&memberIds=" + members.join(','),
-                    owner.session);
-    const QJsonObject record = made.value("results").toObject();
-    QString id = record.value("projectId").toString();
-    if (id.isEmpty()) id = record.value("id").toString();
-    if (id.isEmpty()) return QString();
-    if (!waitUntil([&] { return http_->roomReady(id, owner.session); }, 20000)) return QString();
-    return id;
-}
-
 void TestTribeClient::projectTribeAppearsAndCarriesMessages() {
     QSignalSpy messages(OpenIMManager::instance(), &OpenIMManager::chatMessage);
-    const QString project = startProject(owner_, "发布会筹备", {me_.id, third_.id});
+    const QString project = http_->startProject(owner_, "发布会筹备", {me_.id, third_.id});
     QVERIFY(!project.isEmpty());
     const quint64 tribe = project.toULongLong();
 
@@ -193,7 +168,7 @@ void TestTribeClient::leavingAndDissolvingAskAndReachEveryone() {
     QSignalSpy done(tribes, &TribeManager::projectActionDone);
 
     // A member is asked whether to leave; "No" sends nothing.
-    const QString project = startProject(owner_, "离开的项目", {me_.id, third_.id});
+    const QString project = http_->startProject(owner_, "离开的项目", {me_.id, third_.id});
     QVERIFY(!project.isEmpty());
     QTRY_VERIFY_WITH_TIMEOUT(DirectoryStore::instance().tribe(project) != nullptr, 20000);
     OpenIMManager::instance()->dissolveOrLeave(project.toULongLong());

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QElapsedTimer>
 #include <QFile>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -9,6 +10,8 @@
 #include <QSignalSpy>
 #include <QStandardPaths>
 #include <QStringList>
+#include <QTest>
+#include <QUrl>
 
 #include "backendlistening.h"
 #include "support/prosody_server.h"
@@ -130,6 +133,27 @@ public:
                    .toObject()
                    .value("state")
                    .toString() == QLatin1String("ready");
+    }
+    // A project made by `owner` while everyone is signed in; its id once its room is on the
+    // XMPP server, else empty.
+    QString startProject(const DemoPerson& owner, const QString& title,
+                         const QStringList& members) const {
+        const QJsonObject record =
+            call("/work/editProj.htm?m=createProj&title=" + QUrl::toPercentEncoding(title) +
+                     "&memberIds=" + members.join(','),
+                 owner.session)
+                .value("results")
+                .toObject();
+        QString id = record.value("projectId").toString();
+        if (id.isEmpty()) id = record.value("id").toString();
+        if (id.isEmpty()) return QString();
+        QElapsedTimer clock;
+        clock.start();
+        while (!roomReady(id, owner.session)) {
+            if (clock.elapsed() > 20000) return QString();
+            QTest::qWait(50);
+        }
+        return id;
     }
 
 private:
