@@ -32,20 +32,27 @@ SocketGuard::SocketGuard(QXmppClient* client, const StanzaGuard::Limits& limits)
 
 void SocketGuard::onReadyRead() {
     if (!socket_ || !stream_) return;
-    const QByteArray data = socket_->readAll();
-    if (guard_.broken()) return;
-    const QByteArray safe = guard_.feed(data);
-    for (const StanzaGuard::Refusal& r : guard_.takeRefusals()) {
-        // Messages are reported by the session, which knows their sender.
-        if (r.element != "message")
-            qWarning().noquote() << "imsdk: refused a <" + QString::fromLatin1(r.element) +
-                                        "> from the server:"
-                                 << r.reason;
-    }
-    if (!safe.isEmpty()) tst_QXmppStream::process(stream_, safe);
-    if (guard_.broken()) {
-        qWarning().noquote() << "imsdk: closing the connection, the server sent"
-                             << guard_.brokenReason();
-        socket_->abort();
+    // One buffer for every read: a fresh one per read, sized to what the socket holds, cost
+    // more in the allocator than the copy it saves.
+    if (readBuffer_.size() != kReadChunk) readBuffer_.resize(kReadChunk);
+    qint64 got = 0;
+    while (socket_ && (got = socket_->read(readBuffer_.data(), kReadChunk)) > 0) {
+        if (guard_.broken()) continue;  // drained and dropped
+        const QByteArray& safe = guard_.feed(readBuffer_.constData(), got);
+        for (const StanzaGuard::Refusal& r : guard_.takeRefusals()) {
+            // Messages are reported by the session, which knows their sender.
+            if (r.element != "message")
+                qWarning().noquote()
+                    << "imsdk: refused a <" + QString::fromLatin1(r.element) + "> from the server:"
+                    << r.reason;
+        }
+        if (!safe.isEmpty()) tst_QXmppStream::process(stream_, safe);
+        if (guard_.broken()) {
+            qWarning().noquote() << "imsdk: closing the connection, the server sent"
+                                 << guard_.brokenReason();
+            socket_->abort();
+            return;
+        }
+        if (!stream_) return;
     }
 }

@@ -27,5 +27,7 @@ private:
     QPointer<QXmppOutgoingClient> stream_;
     QPointer<QSslSocket> socket_;
     StanzaGuard guard_;
+    static constexpr int kReadChunk = 64 * 1024;
+    QByteArray readBuffer_;
     bool installed_ = false;
 };

@@ -1,5 +1,7 @@
 #include "sdk/stanza_guard.h"
 
+#include <algorithm>
+#include <cstring>
 #include <utility>
 
 namespace {
@@ -24,14 +26,90 @@ bool isPlainName(const QByteArray& name) {
 
 }  // namespace
 
-QByteArray StanzaGuard::feed(const QByteArray& data) {
-    for (char c : data) {
-        if (broken_) break;
-        onByte(c);
+namespace {
+
+// Buffers above this size after a flush (a roster, say) are given back rather than kept.
+constexpr qsizetype kKeptCapacity = 256 * 1024;
+constexpr qsizetype kReserved = 16 * 1024;
+
+void emptyKeepingCapacity(QByteArray& buffer) {
+    if (buffer.capacity() > kKeptCapacity) {
+        buffer = QByteArray();
+        buffer.reserve(kReserved);
+    } else {
+        buffer.resize(0);  // reserved capacity stays
+    }
+}
+
+}  // namespace
+
+void StanzaGuard::reserveBuffers() {
+    out_.reserve(kReserved);
+    pending_.reserve(kReserved);
+    tag_.reserve(256);
+}
+
+const QByteArray& StanzaGuard::feed(const char* data, qsizetype size) {
+    emptyKeepingCapacity(out_);
+    qsizetype i = 0;
+    while (i < size && !broken_) {
+        // Text, attribute values and names go in runs; only markup is looked at byte by byte.
+        const qsizetype run = plainRun(data + i, size - i);
+        if (run > 0) {
+            takePlain(data + i, run);
+            i += run;
+        } else {
+            onByte(data[i++]);
+        }
     }
     // Whitespace between stanzas (the server's keep-alive) goes on at once.
     if (!broken_ && !inStanza_ && state_ == State::Text && !holdsMarkup_) flushTopLevel();
-    return std::exchange(out_, {});
+    return out_;
+}
+
+qsizetype StanzaGuard::plainRun(const char* p, qsizetype size) const {
+    if (inStanza_ && refused_) return 0;  // dropped byte by byte; rare
+    const char* end = p + size;
+    const char* stop = end;
+    switch (state_) {
+        case State::Text:
+            stop = static_cast<const char*>(memchr(p, '<', size_t(size)));
+            break;
+        case State::StartTag:
+            if (quote_) {
+                stop = static_cast<const char*>(memchr(p, quote_, size_t(size)));
+                break;
+            }
+            stop = std::find_if(
+                p, end, [](char c) { return c == '"' || c == '\'' || c == '<' || c == '>'; });
+            break;
+        case State::EndTag:
+            stop = std::find_if(p, end, [](char c) { return c == '<' || c == '>'; });
+            break;
+        default:
+            return 0;
+    }
+    qsizetype run = (stop ? stop : end) - p;
+    // Stop short of the byte that crosses a limit; onByte() deals with that one.
+    if (inStanza_)
+        run = std::min(run, limits_.maxStanzaBytes - stanzaBytes_);
+    else
+        run = std::min(run, limits_.maxStanzaBytes - pending_.size());
+    if (state_ != State::Text && tagBytes_ <= limits_.maxStartTagBytes)
+        run = std::min(run, limits_.maxStartTagBytes - tagBytes_);
+    return std::max<qsizetype>(run, 0);
+}
+
+void StanzaGuard::takePlain(const char* p, qsizetype size) {
+    if (inStanza_) stanzaBytes_ += size;
+    pending_.append(p, int(size));
+    if (state_ != State::Text) {
+        tagBytes_ += size;
+        const qsizetype room = limits_.maxStartTagBytes + 1 - tag_.size();
+        if (room > 0) tag_.append(p, int(std::min(room, size)));
+    }
+    for (qsizetype k = std::max<qsizetype>(0, size - 4); k < size; ++k)
+        tail_ = (tail_ << 8) | quint8(p[k]);
 }
 
 QList<StanzaGuard::Refusal> StanzaGuard::takeRefusals() { return std::exchange(refusals_, {}); }
@@ -64,7 +142,8 @@ void StanzaGuard::onByte(char c) {
             }
             return;
         case State::TagOpen:
-            tag_ = QByteArray(1, '<');
+            tag_.resize(0);
+            tag_.append('<');
             tag_.append(c);
             tagBytes_ = 2;
             if (c == '/') {
@@ -148,7 +227,6 @@ void StanzaGuard::onByte(char c) {
 }
 
 void StanzaGuard::startTagDone(bool empty) {
-    const QByteArray name = tagName(tag_);
     if (inStanza_ && depth_ == 1) {
         // The end of a start tag that was already refused for its length.
         if (empty)
@@ -158,6 +236,7 @@ void StanzaGuard::startTagDone(bool empty) {
         return;
     }
     if (!inStanza_) {
+        const QByteArray name = tagName(tag_);
         if (depth_ <= 1 && name == "stream:stream") {
             // A stream header, also the one after a restart (TLS, authentication).
             depth_ = 1;
@@ -234,7 +313,7 @@ void StanzaGuard::breakStream(const QString& reason) {
 
 void StanzaGuard::flushTopLevel() {
     out_.append(pending_);
-    pending_.clear();
+    emptyKeepingCapacity(pending_);
     tagStart_ = 0;
     stanzaStart_ = 0;
     holdsMarkup_ = false;

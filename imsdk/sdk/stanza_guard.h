@@ -32,12 +32,15 @@ public:
         QString reason;
     };
 
-    StanzaGuard() = default;
-    explicit StanzaGuard(const Limits& limits) : limits_(limits) {}
+    StanzaGuard() { reserveBuffers(); }
+    explicit StanzaGuard(const Limits& limits) : limits_(limits) { reserveBuffers(); }
 
     // Feeds bytes as read from the socket; returns what may be parsed: the stream header,
     // whitespace between stanzas and whole top-level elements (or their replacements).
-    QByteArray feed(const QByteArray& data);
+    // The result stays valid until the next call; its buffer is reused, so a burst of
+    // stanzas costs no allocation per read.
+    const QByteArray& feed(const char* data, qsizetype size);
+    const QByteArray& feed(const QByteArray& data) { return feed(data.constData(), data.size()); }
     // Refusals since the last call.
     QList<Refusal> takeRefusals();
     // True once the stream held something no XMPP server sends (a document type
@@ -51,6 +54,11 @@ private:
     enum class State { Text, TagOpen, StartTag, EndTag, Pi, BangPrefix, Comment, CData };
 
     void onByte(char c);
+    // How many bytes from `p` on carry no markup for the current state and cross no limit,
+    // so they can be taken in one piece; 0 when the next byte needs onByte().
+    qsizetype plainRun(const char* p, qsizetype size) const;
+    void takePlain(const char* p, qsizetype size);
+    void reserveBuffers();
     void startTagDone(bool empty);
     void endTagDone();
     void beginStanza(const QByteArray& name, const QByteArray& startTag);
