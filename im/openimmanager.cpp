@@ -686,11 +686,18 @@ BaseMsg::MMessage OpenIMManager::toMessage(const openim::IMMessage& im, const QS
 
 void OpenIMManager::showChatMsg(bool history, const openim::IMMessage& message) {
     FunctionTrace trace(&Logger::instance(), QStringLiteral("OpenIMManager::showChatMsg"));
-    Logger::instance().write(QStringLiteral("all messages:  (msgtime:%1 msgid:%2 msgFormat:%3)")
-                                 .arg(QDateTime::fromSecsSinceEpoch(message.msgTime)
-                                          .toString(QStringLiteral("yyyy/MM/dd hh:mm:ss")))
-                                 .arg(message.msgId)
-                                 .arg(message.content.type));
+    // A burst's messages share their second, so its local time is worked out once.
+    thread_local qint64 shownSecond = -1;
+    thread_local QString shownTime;
+    if (message.msgTime != shownSecond) {
+        shownSecond = message.msgTime;
+        shownTime = QDateTime::fromSecsSinceEpoch(shownSecond)
+                        .toString(QStringLiteral("yyyy/MM/dd hh:mm:ss"));
+    }
+    Logger::instance().write(QStringLiteral("all messages:  (msgtime:") + shownTime +
+                             QStringLiteral(" msgid:") + QString::number(message.msgId) +
+                             QStringLiteral(" msgFormat:") + QString::number(message.content.type) +
+                             QLatin1Char(')'));
     const BaseMsg::MMessage m = toMessage(message, ownId(), history);
     if (m.kind == BaseMsg::Hidden) return;  // nothing to show, no preview
     if (m.kind == BaseMsg::Custom) {

@@ -410,16 +410,20 @@ void ImEngine::registerSync(int mode, const base::Callback<void(prg::PrgStringT<
 
 // A lone message is committed (and reported) once the socket read that brought it is
 // done; under a burst, commits are at least kBatchGapMs apart, so each carries many
-// messages and the journal far fewer pages per message.
+// messages and the journal far fewer pages per message. Once a batch was large, the next
+// waits kBurstGapMs: the random archive and origin ids spread every batch over most
+// pages of their indexes, so a commit costs about the same whatever it carries.
 void ImEngine::openBatch() {
     if (batchOpen_ || !store_.isOpen()) return;
     batchOpen_ = true;
     store_.beginBatch();
-    const qint64 since = lastCommit_.isValid() ? lastCommit_.elapsed() : kBatchGapMs;
-    if (since >= kBatchGapMs)
+    const qint64 gap = storedInBatch_ >= kBurstBatch ? kBurstGapMs : kBatchGapMs;
+    storedInBatch_ = 0;
+    const qint64 since = lastCommit_.isValid() ? lastCommit_.elapsed() : gap;
+    if (since >= gap)
         QMetaObject::invokeMethod(this, &ImEngine::closeBatch, Qt::QueuedConnection);
     else
-        QTimer::singleShot(int(kBatchGapMs - since), this, &ImEngine::closeBatch);
+        QTimer::singleShot(int(gap - since), this, &ImEngine::closeBatch);
 }
 
 void ImEngine::afterCommit(std::function<void()> report) {
@@ -577,6 +581,7 @@ std::optional<quint64> ImEngine::insertReceived(StoredMessage& m, const QXmppMes
                                                       : nullptr;
     if (order) order->place(m);
     std::optional<quint64> id = insertOnce(m, message, source);
+    if (id && batchOpen_) ++storedInBatch_;
     if (order) order->placed(m, id.has_value());
     return id;
 }

@@ -220,6 +220,9 @@ private:
     std::vector<std::function<void()>> afterCommit_;
     QSet<QString> notified_;
     static constexpr qint64 kBatchGapMs = 100;
+    static constexpr qint64 kBurstGapMs = 250;
+    static constexpr int kBurstBatch = 100;
+    int storedInBatch_ = 0;  // messages the open batch (or the last one) stored
     QElapsedTimer lastCommit_;
     QString archivedInBatch_;  // the archive mark, written once when the batch commits
     void markArchived(const QString& archiveId);

@@ -79,7 +79,11 @@ bool MessageStore::open(const QString& file) {
             "CREATE UNIQUE INDEX IF NOT EXISTS messages_origin ON messages(sender, origin_id)",
             "DROP INDEX IF EXISTS messages_peer_time",
             "CREATE INDEX IF NOT EXISTS messages_peer_order ON messages(peer, time, seq)",
-            "CREATE INDEX IF NOT EXISTS messages_unread ON messages(unread, peer)",
+            // Unread rows only, in reading order: a fetch reads them without sorting, and
+            // marking a row read only takes it out.
+            "DROP INDEX IF EXISTS messages_unread",
+            "CREATE INDEX IF NOT EXISTS messages_unread_order ON messages(peer, time, seq)"
+            " WHERE unread = 1",
             "CREATE TABLE IF NOT EXISTS meta(key TEXT PRIMARY KEY, value TEXT)",
         };
         for (const char* sql : setup) {
@@ -126,6 +130,8 @@ void MessageStore::close() {
 QSqlQuery& MessageStore::prepared(std::unique_ptr<QSqlQuery>& slot, const char* sql) {
     if (!slot) {
         slot = std::make_unique<QSqlQuery>(QSqlDatabase::database(connection_, false));
+        // Rows are read once, front to back: without this every row is also kept in a cache.
+        slot->setForwardOnly(true);
         slot->prepare(QString::fromLatin1(sql));
     }
     return *slot;
@@ -229,6 +235,7 @@ QList<StoredMessage> MessageStore::select(const QString& where, const QVariantLi
     QList<StoredMessage> out;
     if (!isOpen()) return out;
     QSqlQuery q(QSqlDatabase::database(connection_, false));
+    q.setForwardOnly(true);
     q.prepare(QStringLiteral("SELECT %1 FROM messages WHERE %2 %3")
                   .arg(QLatin1String(kColumns), where, tail));
     for (const QVariant& v : args) q.addBindValue(v);
