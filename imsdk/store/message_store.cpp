@@ -5,10 +5,13 @@
 #include <QDir>
 #include <QFileInfo>
 #include <QSqlDatabase>
+#include <QSqlDriver>
 #include <QSqlError>
 #include <QSqlQuery>
 #include <QVariant>
 #include <algorithm>
+
+#include <sqlite3.h>
 
 namespace {
 
@@ -39,8 +42,6 @@ StoredMessage fromQuery(const QSqlQuery& q) {
     m.seq = q.value(16).toLongLong();
     return m;
 }
-
-QVariant orNull(const QString& s) { return s.isEmpty() ? QVariant(QVariant::String) : s; }
 
 }  // namespace
 
@@ -96,6 +97,9 @@ bool MessageStore::open(const QString& file) {
         }
     }
     connection_ = name;
+    const QVariant handle = QSqlDatabase::database(connection_, false).driver()->handle();
+    if (handle.isValid() && qstrcmp(handle.typeName(), "sqlite3*") == 0)
+        handle_ = *static_cast<sqlite3* const*>(handle.constData());
     QSqlQuery last(QSqlDatabase::database(connection_, false));
     lastSeq_ = last.exec(QStringLiteral("SELECT MAX(seq) FROM messages")) && last.next()
                    ? last.value(0).toLongLong()
@@ -108,7 +112,9 @@ void MessageStore::close() {
     // Statements go before their connection does.
     byStanzaId_.reset();
     byOriginId_.reset();
-    insert_.reset();
+    sqlite3_finalize(insert_);  // a statement left open would keep the file from closing
+    insert_ = nullptr;
+    handle_ = nullptr;
     setMeta_.reset();
     unread_.reset();
     markOne_.reset();
@@ -167,26 +173,52 @@ qint64 MessageStore::nextSeq() {
 // refused insert looks for the copy it met (and gives it the server's id if it had none).
 std::optional<quint64> MessageStore::insert(const StoredMessage& m) {
     if (!isOpen()) return std::nullopt;
-    QSqlQuery& q = prepared(
-        insert_,
-        "INSERT INTO messages(peer, sender, outgoing, kind, content, summary, url, file_size,"
-        " width, height, time, unread, stanza_id, origin_id, pending_media, seq)"
-        " VALUES(?,?,?,?,?,?,?,?,?,?,?,?,?,?,?,?)");
-    const qint64 seq = m.seq != 0 ? m.seq : nextSeq();
-    int i = 0;
-    for (const QVariant& v :
-         {QVariant(m.peer), QVariant(m.sender), QVariant(int(m.outgoing)), QVariant(m.kind),
-          QVariant(m.content), QVariant(m.summary), QVariant(m.url), QVariant(m.fileSize),
-          QVariant(m.width), QVariant(m.height), QVariant(m.time), QVariant(int(m.unread)),
-          orNull(m.stanzaId), orNull(m.originId), QVariant(int(m.pendingMedia)), QVariant(seq)})
-        q.bindValue(i++, v);
-    if (q.exec()) {
-        const quint64 id = q.lastInsertId().toULongLong();
-        q.finish();
-        lastSeq_ = std::max(lastSeq_, seq);
-        return id;
+    if (!insert_ && (!handle_ || sqlite3_prepare_v2(handle_,
+                                                    "INSERT INTO messages(peer, sender, outgoing, "
+                                                    "kind, content, summary, url, file_size, "
+                                                    "width, height, time, unread, stanza_id, "
+                                                    "origin_id, pending_media, seq)"
+                                                    " VALUES(?,?,?,?,?,?,?,?,?,?,?,?,?,?,?,?)",
+                                                    -1, &insert_, nullptr) != SQLITE_OK)) {
+        qWarning().noquote() << "imsdk: the message store cannot insert:"
+                             << (handle_ ? sqlite3_errmsg(handle_) : "no SQLite handle");
+        sqlite3_finalize(insert_);
+        insert_ = nullptr;
+        return std::nullopt;
     }
-    q.finish();
+    const qint64 seq = m.seq != 0 ? m.seq : nextSeq();
+    // The texts are bound in place: they outlive the step, and the bindings are cleared after.
+    auto text = [this](int slot, const QString& value, bool nullWhenEmpty) {
+        if (value.isNull() || (nullWhenEmpty && value.isEmpty()))
+            sqlite3_bind_null(insert_, slot);
+        else
+            sqlite3_bind_text16(insert_, slot, value.utf16(), int(value.size() * 2), SQLITE_STATIC);
+    };
+    text(1, m.peer, false);
+    text(2, m.sender, false);
+    sqlite3_bind_int(insert_, 3, m.outgoing ? 1 : 0);
+    sqlite3_bind_int(insert_, 4, m.kind);
+    text(5, m.content, false);
+    text(6, m.summary, false);
+    text(7, m.url, false);
+    sqlite3_bind_int64(insert_, 8, m.fileSize);
+    sqlite3_bind_int(insert_, 9, m.width);
+    sqlite3_bind_int(insert_, 10, m.height);
+    sqlite3_bind_int64(insert_, 11, m.time);
+    sqlite3_bind_int(insert_, 12, m.unread ? 1 : 0);
+    text(13, m.stanzaId, true);
+    text(14, m.originId, true);
+    sqlite3_bind_int(insert_, 15, m.pendingMedia ? 1 : 0);
+    sqlite3_bind_int64(insert_, 16, seq);
+    const int rc = sqlite3_step(insert_);
+    const QString error =
+        rc == SQLITE_DONE ? QString() : QString::fromUtf8(sqlite3_errmsg(handle_));
+    sqlite3_reset(insert_);
+    sqlite3_clear_bindings(insert_);
+    if (rc == SQLITE_DONE) {
+        lastSeq_ = std::max(lastSeq_, seq);
+        return quint64(sqlite3_last_insert_rowid(handle_));
+    }
     if (!m.stanzaId.isEmpty()) {
         QSqlQuery& byStanza =
             prepared(byStanzaId_, "SELECT id FROM messages WHERE stanza_id = ? LIMIT 1");
@@ -215,8 +247,7 @@ std::optional<quint64> MessageStore::insert(const StoredMessage& m) {
         }
         byOrigin.finish();
     }
-    qWarning().noquote() << "imsdk: a received message could not be stored:"
-                         << q.lastError().text();
+    qWarning().noquote() << "imsdk: a received message could not be stored:" << error;
     return std::nullopt;
 }
 

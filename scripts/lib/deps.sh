@@ -6,7 +6,7 @@ QUELIX_PACKAGES=(
   qtbase5-dev qtbase5-dev-tools qttools5-dev qttools5-dev-tools libqt5svg5-dev
   libqt5x11extras5-dev libxcb1-dev libxcb-keysyms1-dev libxcb-xtest0-dev
   qtwebengine5-dev qtmultimedia5-dev libqt5multimedia5-plugins
-  libqt5sql5-sqlite libqt5sql5-psql postgresql qttranslations5-l10n
+  libqt5sql5-sqlite libsqlite3-dev libqt5sql5-psql postgresql qttranslations5-l10n
   libqxmpp-dev libcpp-httplib-dev libssl-dev qtkeychain-qt5-dev
   prosody python3-slixmpp
   xvfb xauth fonts-noto-color-emoji fonts-wqy-microhei
