@@ -341,13 +341,15 @@ int main(int argc, char** argv) {
     runUntil([] { return false; }, 1500);  // sign-in work settles
 
     // QUELIX_BENCH_PERF=<file> records the client's first burst with perf, for finding where
-    // it goes.
+    // it goes;
     QProcess perf;
     const QString perfOut = qEnvironmentVariable("QUELIX_BENCH_PERF");
+    // QUELIX_BENCH_PERF_ROUND picks another round to record (a larger store, a longer backlog).
+    const int perfRound = std::max(1, qEnvironmentVariableIntValue("QUELIX_BENCH_PERF_ROUND"));
     QList<Burst> guiRuns, bareRuns;
     for (int r = 1; r <= rounds; ++r) {
         const QByteArray total = QByteArray::number(r * n + 1);
-        if (r == 1 && !perfOut.isEmpty()) {
+        if (r == perfRound && !perfOut.isEmpty()) {
             perf.start(QStringLiteral("perf"),
                        {"record", "-q", "-e", "cpu-clock", "--call-graph", "dwarf", "-o", perfOut,
                         "-p", QString::number(client.processId())});
