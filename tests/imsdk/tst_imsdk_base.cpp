@@ -4,6 +4,8 @@
 #include <thread>
 
 #include <QImage>
+#include <QSqlDatabase>
+#include <QSqlQuery>
 #include <QTemporaryDir>
 
 #include "base/at_exit.h"
@@ -66,6 +68,7 @@ private slots:
     void emoticonCatalogueHasDrawnPictures();
     void unreadWaitsForAPictureStillDownloading();
     void batchCommitsOnceAndKeepsDuplicatesOut();
+    void textsComeBackAsWrittenAndOlderStoresOpen();
     void archiveReadsTakeTheirPlaceWithinASecond();
 };
 
@@ -316,6 +319,47 @@ void BaseTest::batchCommitsOnceAndKeepsDuplicatesOut() {
     }
     again.markRead(more);
     QCOMPARE(again.unreadCount("bob"), 2);  // m50 and n120
+}
+
+// Texts go into the store bound in place as UTF-16: characters outside the basic plane,
+// empty and missing texts come back as they went in. A store made with the earlier unread
+// index is brought up to date when it is opened.
+void BaseTest::textsComeBackAsWrittenAndOlderStoresOpen() {
+    QTemporaryDir dir;
+    const QString file = dir.filePath("messages.db");
+    StoredMessage m;
+    m.peer = m.sender = QStringLiteral("张三@quelix.test");
+    m.content = QStringLiteral("表情 😀👍🏽 and \u00e9, quotes ' \" and a tab\t");
+    m.summary = QString();       // missing
+    m.url = QStringLiteral("");  // empty, not missing
+    m.stanzaId = QString();      // no archive id yet
+    m.originId = QStringLiteral("o1");
+    m.time = 1700000000;
+    m.fileSize = 5'000'000'000LL;
+    m.unread = true;
+    {
+        MessageStore store;
+        QVERIFY(store.open(file));
+        QVERIFY(store.insert(m));
+        QVERIFY(!store.insert(m));  // the same origin id again
+        QSqlQuery q(QSqlDatabase::database(store.connectionName()));
+        QVERIFY(q.exec("DROP INDEX messages_unread_order"));
+        QVERIFY(q.exec("CREATE INDEX messages_unread ON messages(unread, peer)"));
+    }
+    MessageStore store;
+    QVERIFY(store.open(file));
+    const QList<StoredMessage> rows = store.unread(m.peer);
+    QCOMPARE(rows.size(), 1);
+    QCOMPARE(rows.first().content, m.content);
+    QCOMPARE(rows.first().peer, m.peer);
+    QVERIFY(rows.first().summary.isNull());
+    QVERIFY(rows.first().stanzaId.isNull());
+    QCOMPARE(rows.first().fileSize, m.fileSize);
+    QSqlQuery q(QSqlDatabase::database(store.connectionName()));
+    QVERIFY(q.exec("SELECT group_concat(name) FROM sqlite_master WHERE type = 'index' AND name "
+                   "LIKE 'messages_unread%'") &&
+            q.next());
+    QCOMPARE(q.value(0).toString(), QStringLiteral("messages_unread_order"));
 }
 
 void BaseTest::archiveReadsTakeTheirPlaceWithinASecond() {
