@@ -121,7 +121,8 @@ void MessageStore::close() {
     insert_ = nullptr;
     handle_ = nullptr;
     setMeta_.reset();
-    unread_.reset();
+    sqlite3_finalize(unread_);
+    unread_ = nullptr;
     markOne_.reset();
     unreadCount_.reset();
     begin_.reset();
@@ -314,16 +315,54 @@ int MessageStore::unreadCount(const QString& peer) {
 QList<StoredMessage> MessageStore::unread(const QString& peer) {
     // Only what came before the first picture or file still downloading: what was sent
     // after it waits for it, so the conversation reads in the order it was written.
+    // Like the insert, this runs on SQLite directly: a burst reads back every message.
     QList<StoredMessage> out;
     if (!isOpen()) return out;
     static const QByteArray sql = QByteArray("SELECT ") + kColumns + " FROM messages WHERE " +
                                   kReadyUnread + " ORDER BY time, seq";
-    QSqlQuery& q = prepared(unread_, sql.constData());
-    q.bindValue(0, peer);
-    q.bindValue(1, peer);
-    if (q.exec())
-        while (q.next()) out.append(fromQuery(q));
-    q.finish();
+    if (!unread_ && (!handle_ || sqlite3_prepare_v2(handle_, sql.constData(), -1, &unread_,
+                                                    nullptr) != SQLITE_OK)) {
+        qWarning().noquote() << "imsdk: the message store cannot read unread messages:"
+                             << (handle_ ? sqlite3_errmsg(handle_) : "no SQLite handle");
+        sqlite3_finalize(unread_);
+        unread_ = nullptr;
+        return out;
+    }
+    for (int slot : {1, 2})
+        sqlite3_bind_text16(unread_, slot, peer.utf16(), int(peer.size() * 2), SQLITE_STATIC);
+    auto text = [this](int column) {
+        const void* data = sqlite3_column_text16(unread_, column);
+        return data ? QString(static_cast<const QChar*>(data),
+                              sqlite3_column_bytes16(unread_, column) / 2)
+                    : QString();
+    };
+    int rc;
+    while ((rc = sqlite3_step(unread_)) == SQLITE_ROW) {
+        StoredMessage m;
+        m.id = quint64(sqlite3_column_int64(unread_, 0));
+        m.peer = text(1);
+        m.sender = text(2);
+        m.outgoing = sqlite3_column_int(unread_, 3) != 0;
+        m.kind = sqlite3_column_int(unread_, 4);
+        m.content = text(5);
+        m.summary = text(6);
+        m.url = text(7);
+        m.fileSize = sqlite3_column_int64(unread_, 8);
+        m.width = sqlite3_column_int(unread_, 9);
+        m.height = sqlite3_column_int(unread_, 10);
+        m.time = sqlite3_column_int64(unread_, 11);
+        m.unread = sqlite3_column_int(unread_, 12) != 0;
+        m.stanzaId = text(13);
+        m.originId = text(14);
+        m.pendingMedia = sqlite3_column_int(unread_, 15) != 0;
+        m.seq = sqlite3_column_int64(unread_, 16);
+        out.append(m);
+    }
+    if (rc != SQLITE_DONE)
+        qWarning().noquote() << "imsdk: reading unread messages stopped:"
+                             << sqlite3_errmsg(handle_);
+    sqlite3_reset(unread_);
+    sqlite3_clear_bindings(unread_);
     return out;
 }
 

@@ -93,7 +93,7 @@ private:
     sqlite3_stmt* insert_ = nullptr;
     sqlite3* handle_ = nullptr;
     std::unique_ptr<QSqlQuery> setMeta_;
-    std::unique_ptr<QSqlQuery> unread_;
+    sqlite3_stmt* unread_ = nullptr;
     static constexpr int kMarkChunk = 50;
     std::unique_ptr<QSqlQuery> markOne_;
     std::unique_ptr<QSqlQuery> unreadCount_;
