@@ -24,10 +24,6 @@ bool isPlainName(const QByteArray& name) {
     return true;
 }
 
-}  // namespace
-
-namespace {
-
 // Buffers above this size after a flush (a roster, say) are given back rather than kept.
 constexpr qsizetype kKeptCapacity = 256 * 1024;
 constexpr qsizetype kReserved = 16 * 1024;
@@ -73,11 +69,11 @@ qsizetype StanzaGuard::plainRun(const char* p, qsizetype size) const {
     const char* stop = end;
     switch (state_) {
         case State::Text:
-            stop = static_cast<const char*>(memchr(p, '<', size_t(size)));
+            stop = static_cast<const char*>(std::memchr(p, '<', size_t(size)));
             break;
         case State::StartTag:
             if (quote_) {
-                stop = static_cast<const char*>(memchr(p, quote_, size_t(size)));
+                stop = static_cast<const char*>(std::memchr(p, quote_, size_t(size)));
                 break;
             }
             stop = std::find_if(
