@@ -4,6 +4,9 @@
 #include "mucprotocol.h"
 #include "stanzahook.h"
 
+#include "sdk/socket_guard.h"
+#include "sdk/stanza_guard.h"
+
 #include <QXmppConfiguration.h>
 #include <QXmppLogger.h>
 #include <QXmppMessage.h>
@@ -62,6 +65,10 @@ void XmppAdminSession::createClient() {
         logger->setLoggingType(QXmppLogger::StdoutLogging);
         client_->setLogger(logger);
     }
+    // The stream is screened before QXmpp's parser builds it into a tree: a stanza nested a
+    // few thousand levels deep would otherwise overflow the stack and end the whole back end.
+    new SocketGuard(client_, StanzaGuard::Limits{},
+                    SocketGuard::Reporting{QStringLiteral("rooms: XMPP session"), false});
     client_->insertExtension(0, new StanzaHook([this](const QDomElement& s) { return route(s); }));
     connect(client_, &QXmppClient::stateChanged, this, &XmppAdminSession::onStateChanged);
     connect(client_, &QXmppClient::error, this, &XmppAdminSession::onError);
@@ -131,11 +138,11 @@ void XmppAdminSession::onError(QXmppClient::Error error) {
     }
 }
 
-void XmppAdminSession::expect(const QString& key, Reply done) {
+void XmppAdminSession::expect(const QString& key, const QString& peer, Reply done) {
     const quint64 serial = ++serial_;
     // A request that is somehow still open under the same key cannot be answered now.
     if (pending_.contains(key)) finish(key, QDomElement(), QStringLiteral("superseded"));
-    pending_.insert(key, {serial, std::move(done)});
+    pending_.insert(key, {serial, peer.toLower(), std::move(done)});
     QTimer::singleShot(settings_.replyTimeoutMs, this, [this, key, serial] {
         const auto it = pending_.constFind(key);
         if (it != pending_.constEnd() && it->serial == serial) {
@@ -161,7 +168,7 @@ void XmppAdminSession::sendIq(QXmppIq::Type type, const QString& to, const QXmpp
                               Reply done) {
     if (!online_) return done(QDomElement(), QStringLiteral("offline"));
     ElementIq iq(type, to, query);
-    expect(iq.id(), std::move(done));
+    expect(iq.id(), to, std::move(done));
     if (!client_ || !client_->sendPacket(iq))
         finish(iq.id(), QDomElement(), QStringLiteral("offline"));
 }
@@ -171,7 +178,7 @@ void XmppAdminSession::enterRoom(const QString& occupantJid, Reply done) {
     QXmppPresence presence;
     presence.setTo(occupantJid);
     presence.setExtensions({MucProtocol::joinElement()});
-    expect(presenceKey(occupantJid), std::move(done));
+    expect(presenceKey(occupantJid), occupantJid, std::move(done));
     if (!client_ || !client_->sendPacket(presence)) {
         finish(presenceKey(occupantJid), QDomElement(), QStringLiteral("offline"));
     }
@@ -187,19 +194,48 @@ bool XmppAdminSession::sendMessage(const QXmppMessage& message) {
     return online_ && client_ && client_->sendPacket(message);
 }
 
+// Whether `from` may answer what was sent to `peer`. The server stamps every sender, so an
+// answer with the right id from anyone else is somebody guessing, and is not taken.
+bool XmppAdminSession::answersFrom(const QString& peer, const QString& from) const {
+    const QString f = from.toLower();
+    if (f == peer) return true;
+    // A query to no address is the server's to answer, for our own account.
+    if (!peer.isEmpty()) return false;
+    return f.isEmpty() || f == bareJid() || f == QXmppUtils::jidToDomain(bareJid());
+}
+
 bool XmppAdminSession::route(const QDomElement& stanza) {
     const QString type = stanza.attribute(QStringLiteral("type"));
+    // What the stream guard refused arrives as its start tag holding one marker: an answer
+    // we wait for fails, anything else is left alone (the guard has logged it).
+    const bool refused = !stanza.firstChildElement(QStringLiteral("refused")).isNull() &&
+                         stanza.firstChildElement(QStringLiteral("refused")).namespaceURI() ==
+                             QLatin1String(StanzaGuard::kNamespace);
     if (stanza.tagName() == QLatin1String("iq")) {
         if (type != QLatin1String("result") && type != QLatin1String("error")) return false;
         const QString id = stanza.attribute(QStringLiteral("id"));
-        if (!pending_.contains(id)) return false;
+        const auto it = pending_.constFind(id);
+        if (it == pending_.constEnd()) return refused;
+        if (!answersFrom(it->peer, stanza.attribute(QStringLiteral("from")))) {
+            qWarning("rooms: XMPP session: an answer to %s came from %s; ignored",
+                     qPrintable(it->peer), qPrintable(stanza.attribute(QStringLiteral("from"))));
+            return true;
+        }
+        if (refused) {
+            finish(id, QDomElement(), QStringLiteral("refused"));
+            return true;
+        }
         finish(id, stanza,
                type == QLatin1String("error") ? MucProtocol::errorCondition(stanza) : QString());
         return true;
     }
     if (stanza.tagName() == QLatin1String("presence")) {
         const QString key = presenceKey(stanza.attribute(QStringLiteral("from")));
-        if (!pending_.contains(key)) return false;
+        if (!pending_.contains(key)) return refused;
+        if (refused) {
+            finish(key, QDomElement(), QStringLiteral("refused"));
+            return true;
+        }
         if (type == QLatin1String("error")) {
             finish(key, stanza, MucProtocol::errorCondition(stanza));
             return true;
@@ -209,5 +245,5 @@ bool XmppAdminSession::route(const QDomElement& stanza) {
             return true;
         }
     }
-    return false;
+    return refused;
 }

@@ -56,11 +56,13 @@ signals:
 private:
     struct Pending {
         quint64 serial;
+        QString peer;  // where the query went, lower case; only it may answer
         Reply reply;
     };
 
     bool route(const QDomElement& stanza);
-    void expect(const QString& key, Reply done);
+    void expect(const QString& key, const QString& peer, Reply done);
+    bool answersFrom(const QString& peer, const QString& from) const;
     void finish(const QString& key, const QDomElement& answer, const QString& error);
     void failAll(const QString& error);
     void createClient();

@@ -14,12 +14,14 @@ public:
     }
 };
 
-SocketGuard::SocketGuard(QXmppClient* client, const StanzaGuard::Limits& limits)
-    : QObject(client), guard_(limits) {
+SocketGuard::SocketGuard(QXmppClient* client, const StanzaGuard::Limits& limits,
+                         const Reporting& reporting)
+    : QObject(client), guard_(limits), reporting_(reporting) {
     stream_ = client->findChild<QXmppOutgoingClient*>();
     socket_ = stream_ ? stream_->socket() : nullptr;
     if (!socket_) {
-        qWarning().noquote() << "imsdk: no socket to guard; deep or huge stanzas are not refused";
+        qWarning().noquote() << reporting_.logName + QStringLiteral(":")
+                             << "no socket to guard; deep or huge stanzas are not refused";
         return;
     }
     // The stream's own reader goes; ours reads instead and passes on what is safe.
@@ -40,15 +42,16 @@ void SocketGuard::onReadyRead() {
         if (guard_.broken()) continue;  // drained and dropped
         const QByteArray& safe = guard_.feed(readBuffer_.constData(), got);
         for (const StanzaGuard::Refusal& r : guard_.takeRefusals()) {
-            // Messages are reported by the session, which knows their sender.
-            if (r.element != "message")
+            if (r.element != "message" || !reporting_.sessionReportsMessages)
                 qWarning().noquote()
-                    << "imsdk: refused a <" + QString::fromLatin1(r.element) + "> from the server:"
+                    << reporting_.logName + QStringLiteral(": refused a <") +
+                           QString::fromLatin1(r.element) + QStringLiteral("> from the server:")
                     << r.reason;
         }
         if (!safe.isEmpty()) tst_QXmppStream::process(stream_, safe);
         if (guard_.broken()) {
-            qWarning().noquote() << "imsdk: closing the connection, the server sent"
+            qWarning().noquote() << reporting_.logName +
+                                        QStringLiteral(": closing the connection, the server sent")
                                  << guard_.brokenReason();
             socket_->abort();
             return;

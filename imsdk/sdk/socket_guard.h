@@ -15,8 +15,17 @@ class QSslSocket;
 class SocketGuard : public QObject {
     Q_OBJECT
 public:
+    // How refusals are logged: under `logName`, and refused messages too unless the session
+    // reports them itself (it knows their sender).
+    struct Reporting {
+        QString logName = QStringLiteral("imsdk");
+        bool sessionReportsMessages = true;
+    };
+
     // Installs itself on `client`'s socket; owned by the client.
-    explicit SocketGuard(QXmppClient* client, const StanzaGuard::Limits& limits = {});
+    explicit SocketGuard(QXmppClient* client, const StanzaGuard::Limits& limits = {})
+        : SocketGuard(client, limits, Reporting()) {}
+    SocketGuard(QXmppClient* client, const StanzaGuard::Limits& limits, const Reporting& reporting);
     // False when the client's stream or socket could not be found (a QXmpp that is built
     // differently); the client then runs unguarded, which the log says.
     bool installed() const { return installed_; }
@@ -27,6 +36,7 @@ private:
     QPointer<QXmppOutgoingClient> stream_;
     QPointer<QSslSocket> socket_;
     StanzaGuard guard_;
+    Reporting reporting_;
     static constexpr int kReadChunk = 64 * 1024;
     QByteArray readBuffer_;
     bool installed_ = false;

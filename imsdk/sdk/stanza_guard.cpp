@@ -142,6 +142,7 @@ void StanzaGuard::onByte(char c) {
             tag_.append('<');
             tag_.append(c);
             tagBytes_ = 2;
+            attributes_ = 0;
             if (c == '/') {
                 state_ = State::EndTag;
             } else if (c == '?') {
@@ -179,6 +180,7 @@ void StanzaGuard::onByte(char c) {
             }
             if (state_ == State::StartTag && (c == '"' || c == '\'')) {
                 quote_ = c;
+                if (++attributes_ == limits_.maxAttributes + 1) tooManyAttributes();
             } else if (c == '<') {
                 breakStream(QStringLiteral("malformed markup"));
             } else if (c == '>') {
@@ -280,6 +282,22 @@ void StanzaGuard::refuse(const QString& reason) {
     refused_ = true;
     refusedReason_ = reason;
     pending_.truncate(stanzaStart_);
+}
+
+// Refuses the element whose start tag is being read. When that is the stanza's own start
+// tag, the replacement must not repeat it, just as for a start tag that is too long.
+void StanzaGuard::tooManyAttributes() {
+    const QString reason =
+        QStringLiteral("more than %1 attributes on one element").arg(limits_.maxAttributes);
+    if (inStanza_) return refuse(reason);
+    const QByteArray name = tagName(tag_);
+    if (depth_ <= 1 && name == "stream:stream")
+        return breakStream(QStringLiteral("a stream header with too many attributes"));
+    if (depth_ != 1) return;  // anything else outside the stream breaks it once complete
+    pending_.truncate(tagStart_);
+    beginStanza(name, QByteArray());
+    stanzaBytes_ = tagBytes_;
+    refuse(reason);
 }
 
 void StanzaGuard::finishStanza() {

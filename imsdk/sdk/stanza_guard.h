@@ -25,6 +25,9 @@ public:
         qsizetype maxStanzaBytes = 4 * 1024 * 1024;
         // Bytes of the stanza's start tag, which the replacement repeats.
         qsizetype maxStartTagBytes = 16 * 1024;
+        // Attributes of one element. No stanza needs more than a handful; thousands of them
+        // make every DOM lookup on the element slow.
+        int maxAttributes = 64;
     };
 
     struct Refusal {
@@ -64,6 +67,7 @@ private:
     void beginStanza(const QByteArray& name, const QByteArray& startTag);
     void finishStanza();
     void refuse(const QString& reason);
+    void tooManyAttributes();
     void breakStream(const QString& reason);
     void flushTopLevel();
     static QByteArray tagName(const QByteArray& tag);
@@ -75,7 +79,8 @@ private:
     quint32 tail_ = 0;  // the last bytes seen, for the terminators "?>", "-->", "]]>"
     QByteArray tag_;    // the tag being read (start or end tag, capped)
     qsizetype tagBytes_ = 0;
-    QByteArray prefix_;  // what follows "<!" until it is known to be a comment or CDATA
+    int attributes_ = 0;  // of the start tag being read
+    QByteArray prefix_;   // what follows "<!" until it is known to be a comment or CDATA
 
     QByteArray out_;            // ready to hand on
     QByteArray pending_;        // the top-level element (or stream-level bytes) being collected

@@ -141,6 +141,31 @@ void GuardTest::oversizedStanzasAreReplacedAndDocumentTypesEndTheStream() {
     QVERIFY(out.endsWith(ok));
     QCOMPARE(guard.takeRefusals().size(), 2);
 
+    // Too many attributes, on the stanza itself (not repeated) or deeper inside it.
+    auto attributes = [](int n) {
+        QByteArray a;
+        for (int i = 0; i < n; ++i) a += " a" + QByteArray::number(i) + "='v'";
+        return a;
+    };
+    StanzaGuard many;
+    const QByteArray manyOut =
+        pass(many,
+             kHeader + "<message" + attributes(65) + "><body>x</body></message>" +
+                 "<message id='m'><body" + attributes(100) + ">y</body></message>" + "<message" +
+                 attributes(64) + "/>" + ok,
+             7, &whole);
+    QVERIFY(whole);
+    QCOMPARE(stanzaNames(manyOut), (QStringList{"message", "message", "message", "message"}));
+    QVERIFY(
+        manyOut.contains("<message><refused xmlns='urn:quelix:im:guard' "
+                         "reason='more than 64 attributes on one element'/></message>"));
+    QVERIFY(manyOut.contains("<message id='m'><refused "));
+    QVERIFY(manyOut.contains("<message" + attributes(64) + "/>"));
+    QCOMPARE(many.takeRefusals().size(), 2);
+    StanzaGuard header;
+    header.feed("<stream:stream" + attributes(65) + ">");
+    QVERIFY(header.broken());
+
     // A document type (entity expansion) ends the stream for good; what came before stays.
     StanzaGuard doctype;
     const QByteArray before = doctype.feed(

@@ -36,7 +36,9 @@ struct DemoAnswer {
 // network manager of its own (a shared one would keep the cookie of the last sign-in).
 class DemoBackend {
 public:
-    explicit DemoBackend(const QString& binary) : binary_(binary) {}
+    // With `captureLog`, what the back end logs is kept for log() instead of shown.
+    explicit DemoBackend(const QString& binary, bool captureLog = false)
+        : binary_(binary), captureLog_(captureLog) {}
     ~DemoBackend() { stop(); }
 
     bool start(const ProsodyServer& prosody, const QString& dataDir, QByteArray* printed) {
@@ -47,7 +49,8 @@ public:
         secret.close();
         const QString docs =
             QStandardPaths::standardLocations(QStandardPaths::DocumentsLocation).first();
-        process_.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+        process_.setProcessChannelMode(captureLog_ ? QProcess::MergedChannels
+                                                   : QProcess::ForwardedErrorChannel);
         process_.start(binary_, {"--data-dir",
                                  dataDir + "/backend",
                                  "--seed-demo",
@@ -71,8 +74,15 @@ public:
                                  docs + "/Quelix/Resource/Text/UrlText.ini"});
         if (!process_.waitForStarted()) return false;
         url_ = waitForBackendUrl(process_, printed);
+        if (printed) log_ = *printed;
         return !url_.isEmpty();
     }
+    // Everything the back end printed so far (with `captureLog`, its log lines too).
+    QByteArray log() {
+        log_ += process_.readAllStandardOutput();
+        return log_;
+    }
+    bool running() const { return process_.state() == QProcess::Running; }
     void stop() {
         if (process_.state() == QProcess::NotRunning) return;
         process_.terminate();
@@ -158,6 +168,8 @@ public:
 
 private:
     QString binary_;
+    bool captureLog_ = false;
+    QByteArray log_;
     QString dataDir_;
     QProcess process_;
     QString url_;
