@@ -8,6 +8,7 @@
 #include "base/thread_hooks.h"
 #include "clientsession.h"
 #include "commandlineswitches.h"
+#include "companytrust.h"
 #include "configstore.h"
 #include "crashdump.h"
 #include "logger.h"
@@ -79,6 +80,9 @@ int main(int argc, char* argv[]) {
 
     ConfigStore& config = ConfigStore::instance();
     config.init();
+    QString trustProblem;
+    if (!CompanyTrust::install(&trustProblem))
+        QX_LOG << "The company's certificate authority is not used: " << trustProblem;
     if (const int px = ShellState::fontSize(config)) ShellState::applyFontSize(px);
     const QByteArray dumpFolder =
         QDir::toNativeSeparators(config.folderPath(ConfigStore::Dump)).toUtf8();

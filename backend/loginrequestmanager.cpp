@@ -1,5 +1,6 @@
 #include "loginrequestmanager.h"
 
+#include "companytrust.h"
 #include "configstore.h"
 #include "directoryclient.h"
 #include "directorystore.h"
@@ -38,6 +39,9 @@ QString LoginRequestManager::textFor(Result result, const QString& serverText) {
             break;
         case BadReply:
             break;
+        case Insecure:
+            return QStringLiteral(
+                "登录地址未加密（http），为保护密码已停止登录，请改用 https 地址");
     }
     return QStringLiteral("数据获取失败");
 }
@@ -52,6 +56,12 @@ void LoginRequestManager::onLoginRequest(const QString& userName, const QString&
     busy_ = true;
     ConfigStore& config = ConfigStore::instance();
     requester_->setLoginUrl(config.url(UrlTable::UrlLogin));
+    const QUrl loginUrl(config.url(UrlTable::UrlLogin));
+    if (!CompanyTrust::mayCarrySecrets(loginUrl)) {
+        QX_LOG << "LoginRequestManager: not signing in: " << loginUrl.host()
+               << " is reached over plain HTTP and is not this machine";
+        return fail(Insecure);
+    }
     const bool sent = requester_->post(
         config.url(UrlTable::UrlLogin), Requester::loginForm(userName, password),
         [this, userName, password, isCheckBeta](const QByteArray& body) {

@@ -14,7 +14,7 @@ class LoginRequestManager : public QObject {
     Q_OBJECT
 public:
     // Results reported through httpBack.
-    enum Result { Success = 0, NetworkFailed = 1, BadReply = 2, Refused = 3 };
+    enum Result { Success = 0, NetworkFailed = 1, BadReply = 2, Refused = 3, Insecure = 4 };
 
     LoginRequestManager(Requester* requester, DirectoryStore* store, QObject* parent = nullptr);
 

@@ -272,7 +272,9 @@ void LoginView::OnImLoginResult(int code) {
     setBusy(false);
     if (code != 0) {
         setHint(code == kImWrongPassword ? QStringLiteral("登录失败，用户或密码错误")
-                                         : QStringLiteral("无法连接通讯服务器"));
+                : code == kImInsecure
+                    ? QStringLiteral("通讯服务器的连接不安全（未加密或证书不受信任），已停止登录")
+                    : QStringLiteral("无法连接通讯服务器"));
         return;
     }
     rememberAccount();

@@ -25,6 +25,7 @@ class LoginView : public QWidget {
 public:
     // IM log-in result for a wrong account or secret.
     static constexpr int kImWrongPassword = 8;
+    static constexpr int kImInsecure = 9;
 
     explicit LoginView(QWidget* parent = nullptr);
     ~LoginView() override;

@@ -1,5 +1,7 @@
 #include "requester.h"
 
+#include "companytrust.h"
+
 #include <QNetworkAccessManager>
 #include <QNetworkCookie>
 #include <QNetworkRequest>
@@ -72,6 +74,13 @@ bool Requester::get(const QString& url, Handler handler, ErrorHandler onError) {
 
 bool Requester::send(const QString& url, bool isPost, const Form& form, Handler handler,
                      ErrorHandler onError, bool mayRetry) {
+    for (const auto& pair : form) {
+        if (pair.first == QLatin1String("password") && !CompanyTrust::mayCarrySecrets(QUrl(url))) {
+            qWarning("Requester: a password is not sent in clear to %s",
+                     qPrintable(QUrl(url).toString(QUrl::RemoveQuery | QUrl::RemoveUserInfo)));
+            return false;
+        }
+    }
     QNetworkRequest r = request(url);
     QNetworkReply* reply = nullptr;
     if (isPost) {

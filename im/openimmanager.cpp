@@ -15,6 +15,7 @@
 #include "base/scoped_refptr.h"
 #include "base/thread_hooks.h"
 #include "chostapplication.h"
+#include "companytrust.h"
 #include "configstore.h"
 #include "directoryclient.h"
 #include "directorystore.h"
@@ -241,6 +242,7 @@ void OpenIMManager::login(const LoginUser& user) {
     param.domain = fromQ(user.imDomain.isEmpty() ? user.imHost : user.imDomain);
     param.receiveFolder = fromQ(ConfigStore::instance().folderPath(ConfigStore::Receive));
     param.authority = fromQ(user.imAuthority);
+    param.caFile = fromQ(CompanyTrust::caFile());
     msgReady_ = false;
     maxShownId_ = 0;  // the ids of another account's store, or of another sign-in
     loginRequested_ = true;
@@ -347,9 +349,11 @@ void OpenIMManager::OnLoginFail(openim::LoginFailParam param) {
         this,
         [self, param] {
             debugLine(QStringLiteral("OnIMLoginFail~~~~~~~~~~~~~~~~~~~~~~~~~~1"));
-            const QString text = param.result.code == kWrongPassword
-                                     ? QStringLiteral("登录失败，用户或密码错误")
-                                     : QStringLiteral("无法连接通讯服务器");
+            const QString text =
+                param.result.code == kWrongPassword ? QStringLiteral("登录失败，用户或密码错误")
+                : param.result.code == openim::ResultCode::kInsecure
+                    ? QStringLiteral("通讯服务器的连接不安全（未加密或证书不受信任），已停止登录")
+                    : QStringLiteral("无法连接通讯服务器");
             if (MainViewDelegate* shell = MainViewDelegate::instance()) shell->loginFailed(text);
             self->loginRequested_ = false;
             emit self->loginResult(param.result.code == 0 ? int(openim::ResultCode::kFailed)

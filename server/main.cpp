@@ -101,6 +101,12 @@ int main(int argc, char** argv) {
         QStringLiteral("im-admin-secret-file"),
         QStringLiteral("Read the secret of --im-admin-jid from this file (first line)."),
         QStringLiteral("file"));
+    const QCommandLineOption imCaFile(
+        QStringLiteral("im-ca-file"),
+        QStringLiteral("Certificate authority (PEM) that signed the XMPP server's certificate, "
+                       "trusted beside the system's. TLS is required unless the XMPP server "
+                       "is on loopback."),
+        QStringLiteral("file"));
     const QCommandLineOption uploadLimit(QStringLiteral("upload-limit-mb"),
                                          QStringLiteral("Largest attachment accepted."),
                                          QStringLiteral("MB"), QStringLiteral("20"));
@@ -137,12 +143,12 @@ int main(int argc, char** argv) {
         QStringLiteral("write-url-table"),
         QStringLiteral("Once listening, write the client's URL table (UrlText.ini) pointing here."),
         QStringLiteral("file"));
-    parser.addOptions(
-        {urlTable,          listen,        port,          dataDir,        database,   seedDemo,
-         generate,          departments,   iterations,    publicUrl,      imHost,     imPort,
-         imDomain,          prosodyData,   imCommand,     imMucDomain,    imAdminJid, imAdminSecret,
-         imAdminSecretFile, uploadLimit,   threads,       sessionMinutes, accounts,   updateDir,
-         maxConnections,    maxPerAddress, requestTimeout});
+    parser.addOptions({urlTable,       listen,        port,           dataDir,           database,
+                       seedDemo,       generate,      departments,    iterations,        publicUrl,
+                       imHost,         imPort,        imDomain,       prosodyData,       imCommand,
+                       imMucDomain,    imAdminJid,    imAdminSecret,  imAdminSecretFile, imCaFile,
+                       uploadLimit,    threads,       sessionMinutes, accounts,          updateDir,
+                       maxConnections, maxPerAddress, requestTimeout});
     parser.process(app);
 
     const QString data = QDir(parser.value(dataDir)).absolutePath();
@@ -202,6 +208,11 @@ int main(int argc, char** argv) {
         settings.mucDomain = parser.value(imMucDomain);
         settings.adminJid = parser.value(imAdminJid);
         settings.adminSecret = parser.value(imAdminSecret);
+        settings.caFile = parser.value(imCaFile);
+        if (!settings.caFile.isEmpty() && !QFile::exists(settings.caFile)) {
+            err << "cannot read " << settings.caFile << Qt::endl;
+            return 1;
+        }
         if (parser.isSet(imAdminSecretFile)) {
             QFile file(parser.value(imAdminSecretFile));
             if (!file.open(QIODevice::ReadOnly)) {

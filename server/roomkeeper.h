@@ -27,6 +27,8 @@ public:
         QString mucDomain;  // empty: conference.<domain>
         QString adminJid;   // an administrator of the XMPP server
         QString adminSecret;
+        // The authority behind the XMPP server's certificate (PEM), beside the system's.
+        QString caFile;
         int retryMaxMs = 5000;      // longest pause between connection attempts
         int failedRetryMs = 10000;  // a room the server refused is tried again after this
         int replyTimeoutMs = 20000;

@@ -46,6 +46,7 @@ void RoomWorker::start() {
     s.port = settings_.port;
     s.jid = settings_.adminJid;
     s.secret = settings_.adminSecret;
+    s.caFile = settings_.caFile;
     s.retryMaxMs = settings_.retryMaxMs;
     s.replyTimeoutMs = settings_.replyTimeoutMs;
     session_ = new XmppAdminSession(s, this);

@@ -6,6 +6,7 @@
 
 #include "sdk/socket_guard.h"
 #include "sdk/stanza_guard.h"
+#include "sdk/stream_security.h"
 
 #include <QXmppConfiguration.h>
 #include <QXmppLogger.h>
@@ -86,6 +87,14 @@ void XmppAdminSession::connectNow() {
     config.setAutoReconnectionEnabled(false);  // we retry sooner than QXmpp would
     config.setKeepAliveInterval(30);
     config.setKeepAliveTimeout(20);
+    bool tlsRequired = true;
+    QString caProblem;
+    if (!StreamSecurity::configure(config, settings_.caFile, false, &tlsRequired, &caProblem) &&
+        caProblem != lastProblem_) {
+        qWarning("rooms: XMPP session: the CA file is not used: %s", qPrintable(caProblem));
+        lastProblem_ = caProblem;
+    }
+    security_ = new StreamSecurity(client_, tlsRequired);
     client_->connectToServer(config);
 }
 
@@ -104,6 +113,11 @@ void XmppAdminSession::onStateChanged(QXmppClient::State state) {
         return;
     }
     if (state != QXmppClient::DisconnectedState) return;
+    const QString insecure = security_ ? security_->failure() : QString();
+    if (!insecure.isEmpty() && insecure != lastProblem_) {
+        qWarning("rooms: XMPP session: %s; trying again", qPrintable(insecure));
+        lastProblem_ = insecure;
+    }
     const bool was = online_;
     online_ = false;
     failAll(QStringLiteral("offline"));
@@ -117,7 +131,10 @@ void XmppAdminSession::onError(QXmppClient::Error error) {
     QString problem;
     switch (error) {
         case QXmppClient::SocketError:
-            problem = QStringLiteral("cannot reach %1:%2").arg(settings_.host).arg(settings_.port);
+            problem =
+                security_ && !security_->failure().isEmpty()
+                    ? security_->failure()
+                    : QStringLiteral("cannot reach %1:%2").arg(settings_.host).arg(settings_.port);
             break;
         case QXmppClient::KeepAliveError:
             problem = QStringLiteral("the server stopped answering");

@@ -5,12 +5,14 @@
 #include <QDomElement>
 #include <QHash>
 #include <QObject>
+#include <QPointer>
 #include <QString>
 #include <QTimer>
 
 #include <functional>
 
 class QXmppElement;
+class StreamSecurity;
 class QXmppMessage;
 
 // The back end's own XMPP session, as an administrator of the XMPP server: sends queries
@@ -26,6 +28,9 @@ public:
         int port = 5222;
         QString jid;  // user@domain
         QString secret;
+        // The authority that signed the XMPP server's certificate, trusted beside the
+        // system's (PEM); TLS is required unless the server is on this machine.
+        QString caFile;
         int retryMaxMs = 5000;
         int replyTimeoutMs = 20000;
     };
@@ -79,4 +84,5 @@ private:
     bool online_ = false;
     bool running_ = false;
     QString lastProblem_;
+    QPointer<StreamSecurity> security_;  // of the current client
 };

@@ -8,11 +8,16 @@
 #include <QWebEngineProfile>
 #include <QWebEngineView>
 
+#include "trustedpage.h"
 #include "webengineapi.h"
 
 namespace {
 
-QWidget* create(QWidget* parent) { return new QWebEngineView(parent); }
+QWidget* create(QWidget* parent) {
+    auto* view = new QWebEngineView(parent);
+    view->setPage(new TrustedPage(view));
+    return view;
+}
 
 void load(QWidget* view, const char* utf8Url) {
     if (auto* web = qobject_cast<QWebEngineView*>(view))
@@ -34,6 +39,7 @@ void setCookie(const char* utf8Origin, const char* utf8Name, const char* utf8Val
     cookie.setPath(QStringLiteral("/"));
     // Pages never read it from script: it is the user's whole sign-in.
     cookie.setHttpOnly(true);
+    cookie.setSecure(origin.scheme() == QLatin1String("https"));
     QWebEngineProfile::defaultProfile()->cookieStore()->setCookie(cookie, origin);
 }
 

@@ -36,7 +36,9 @@
 #include <functional>
 
 #include "backendlistening.h"
+#include "companyca.h"
 #include "support/prosody_server.h"
+#include "support/prosody_trust.h"
 
 namespace {
 
@@ -91,6 +93,7 @@ QXmppConfiguration xmpp(const ProsodyServer& server, const QString& user, const 
     QXmppConfiguration c;
     c.setHost(server.host());
     c.setPort(server.port());
+    trustProsody(c, server);
     c.setDomain(server.domain());
     c.setUser(user);
     c.setPassword(secret);
@@ -142,11 +145,14 @@ private:
 // The bare receiver: signs in, says "ready", counts chat messages with a body and says
 // "received N" when it has N of each target given.
 int bareReceiver(const QStringList& args) {
-    // --bare host port domain user secret target[,target...]
+    // --bare host port domain user secret target[,target...] [ca-file]
     if (args.size() < 8) return 2;
     QXmppConfiguration c;
     c.setHost(args.at(2));
     c.setPort(args.at(3).toUShort());
+    if (args.size() > 8 && !args.at(8).isEmpty())
+        c.setCaCertificates(QSslConfiguration::systemCaCertificates() +
+                            QSslCertificate::fromPath(args.at(8)));
     c.setDomain(args.at(4));
     c.setUser(args.at(5));
     c.setPassword(args.at(6));
@@ -259,6 +265,7 @@ int main(int argc, char** argv) {
         std::fprintf(stderr, "prosody: %s\n", qPrintable(prosody.lastError()));
         return 1;
     }
+    if (!handOutCompanyCa(prosody.caFile())) return 1;
     QProcess backend;
     backend.start(
         QStringLiteral(QUELIX_BACKEND_BIN),
@@ -317,7 +324,7 @@ int main(int argc, char** argv) {
     QProcess receiver;
     receiver.start(QCoreApplication::applicationFilePath(),
                    {"--bare", prosody.host(), QString::number(prosody.port()), prosody.domain(),
-                    bare.id, bare.secret, targets.join(QLatin1Char(','))});
+                    bare.id, bare.secret, targets.join(QLatin1Char(',')), prosody.caFile()});
     Watched receiverOut(receiver);
 
     Sender sender(xmpp(prosody, colleague.id, colleague.secret, QStringLiteral("sender")));

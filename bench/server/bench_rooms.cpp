@@ -85,6 +85,7 @@ int main(int argc, char** argv) {
 
     RoomKeeper::Settings settings;
     settings.host = prosody.host();
+    settings.caFile = prosody.caFile();
     settings.port = prosody.port();
     settings.domain = prosody.domain();
     settings.adminJid = prosody.adminJid();

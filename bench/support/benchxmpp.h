@@ -8,6 +8,7 @@
 #include <functional>
 
 #include "support/prosody_server.h"
+#include "support/prosody_trust.h"
 #include "support/test_session.h"
 
 namespace bench {
@@ -18,6 +19,7 @@ inline QXmppConfiguration xmppConfig(const ProsodyServer& server, const QString&
     QXmppConfiguration c;
     c.setHost(server.host());
     c.setPort(server.port());
+    trustProsody(c, server);
     c.setDomain(server.domain());
     c.setUser(user);
     c.setPassword(QStringLiteral("pw"));

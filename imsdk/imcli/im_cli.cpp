@@ -47,6 +47,7 @@ QString ImCli::usage() {
         "  --host H        server address        (XMPP_HOST)\n"
         "  --port P        client port           (XMPP_PORT, 5222)\n"
         "  --domain D      XMPP domain           (XMPP_DOMAIN)\n"
+        "  --ca FILE       the server's CA (PEM) (XMPP_CA_FILE)\n"
         "  --account A     account               (QUELIX_IM_ACCOUNT)\n"
         "  --secret S      IM secret             (QUELIX_IM_SECRET)\n"
         "  --data DIR      SDK data folder       (<Documents>/Quelix/OpenIM)\n"
@@ -62,6 +63,7 @@ QString ImCli::usage() {
 bool ImCli::start(const QStringList& arguments) {
     QString host = env("XMPP_HOST"), domain = env("XMPP_DOMAIN");
     QString account = env("QUELIX_IM_ACCOUNT"), secret = env("QUELIX_IM_SECRET"), data;
+    QString caFile = env("XMPP_CA_FILE");
     int port = env("XMPP_PORT").isEmpty() ? 5222 : env("XMPP_PORT").toInt();
     QStringList rest = arguments.mid(1);
     while (!rest.isEmpty() && rest.first().startsWith(QLatin1String("--"))) {
@@ -80,6 +82,8 @@ bool ImCli::start(const QStringList& arguments) {
             secret = value;
         else if (option == QLatin1String("--data"))
             data = value;
+        else if (option == QLatin1String("--ca"))
+            caFile = value;
         else
             return false;
     }
@@ -141,6 +145,7 @@ bool ImCli::start(const QStringList& arguments) {
     param_.host = fromQ(host);
     param_.port = quint16(port);
     param_.domain = fromQ(domain);
+    param_.caFile = fromQ(caFile);
     login->Login(param_);
     return true;
 }

@@ -24,6 +24,12 @@ struct LoginParam {
     // How long one sign-in attempt may take before it is given up (and, for a first
     // sign-in, tried again).
     std::int32_t signInTimeoutMs = 20000;
+    // The company's own certificate authority (PEM), trusted beside the system's; empty:
+    // the system's alone.
+    prg::PrgStringT<wchar_t> caFile;
+    // TLS is always required for a server that is not on this machine; this requires it on
+    // loopback too.
+    bool requireTls = false;
 };
 
 // The session records reported by the login service's callbacks.

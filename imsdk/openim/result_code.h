@@ -18,6 +18,7 @@ struct ResultCode {
         kServerError = 6,
         kNotFound = 7,
         kAuthFailed = 8,  // the server refused the account or its secret
+        kInsecure = 9,    // the server's connection could not be protected (TLS, certificate)
     };
 
     ResultCode() = default;

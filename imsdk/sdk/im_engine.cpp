@@ -25,6 +25,7 @@
 #include "sdk/receive_folder.h"
 #include "sdk/room_extension.h"
 #include "sdk/socket_guard.h"
+#include "sdk/stream_security.h"
 #include "sdk/tribe_messages.h"
 #include "sdk/tribe_rooms.h"
 #include "sdk/wide_text.h"
@@ -210,7 +211,13 @@ void ImEngine::connectNow(bool isRelogin) {
     // long backlog of messages (a burst, offline delivery), so give it time.
     config.setKeepAliveInterval(60);
     config.setKeepAliveTimeout(60);
+    bool tlsRequired = true;
+    QString caProblem;
+    if (!StreamSecurity::configure(config, toQ(param_.caFile), param_.requireTls, &tlsRequired,
+                                   &caProblem))
+        qWarning().noquote() << "imsdk: the company's CA file is not used:" << caProblem;
     createClient();
+    security_ = new StreamSecurity(client_, tlsRequired);
     if (!loginTimer_) {
         loginTimer_ = new QTimer(this);
         loginTimer_->setSingleShot(true);
@@ -259,6 +266,9 @@ void ImEngine::loginAttemptFailed(const openim::ResultCode& result, bool refused
 }
 
 void ImEngine::onError(QXmppClient::Error error) {
+    // Over TLS the server's stream error (a kick, a refused secret) is followed by the socket
+    // closing under it; the stream error is what happened.
+    if (error == QXmppClient::SocketError && lastError_ == QXmppClient::XmppStreamError) return;
     lastError_ = error;
     if (error == QXmppClient::XmppStreamError) streamError_ = client_->xmppStreamError();
 }
@@ -284,13 +294,23 @@ void ImEngine::onStateChanged(QXmppClient::State state) {
     if (state != QXmppClient::DisconnectedState) return;
     const State was = state_;
     // A refused account or secret is told apart from a server that cannot be reached.
-    const bool refused = lastError_ == QXmppClient::XmppStreamError &&
-                         streamError_ == QXmppStanza::Error::NotAuthorized;
+    const QString insecure = security_ && (was == State::LoggingIn || was == State::ReLoggingIn)
+                                 ? security_->failure()
+                                 : QString();
+    // A server that cannot protect the stream will not start to by itself: final, like a
+    // refused secret.
+    const bool refused = !insecure.isEmpty() || (lastError_ == QXmppClient::XmppStreamError &&
+                                                 streamError_ == QXmppStanza::Error::NotAuthorized);
+    if (!insecure.isEmpty())
+        qWarning().noquote() << "imsdk: sign-in to" << domain_ << "refused:" << insecure;
     const openim::ResultCode result(
-        refused ? openim::ResultCode::kAuthFailed : openim::ResultCode::kNetworkError,
-        fromQ(QStringLiteral("connection closed (error %1, stream error %2)")
-                  .arg(int(lastError_))
-                  .arg(int(streamError_))));
+        !insecure.isEmpty() ? openim::ResultCode::kInsecure
+        : refused           ? openim::ResultCode::kAuthFailed
+                            : openim::ResultCode::kNetworkError,
+        fromQ(!insecure.isEmpty() ? insecure
+                                  : QStringLiteral("connection closed (error %1, stream error %2)")
+                                        .arg(int(lastError_))
+                                        .arg(int(streamError_))));
     switch (was) {
         case State::LoggingIn:
         case State::ReLoggingIn:

@@ -26,6 +26,7 @@
 
 class ArchiveExtension;
 class MediaTransfer;
+class StreamSecurity;
 class TribeRooms;
 class QXmppCarbonManager;
 class QXmppHttpUploadRequestIq;
@@ -194,6 +195,7 @@ private:
     QString domain_;
     QString receiveFolder_;
     State state_ = State::Idle;
+    QPointer<StreamSecurity> security_;  // of the current client
     QXmppClient::Error lastError_ = QXmppClient::NoError;
     QXmppStanza::Error::Condition streamError_ = QXmppStanza::Error::UndefinedCondition;
 

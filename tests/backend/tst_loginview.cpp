@@ -1,3 +1,5 @@
+#include <QNetworkProxy>
+#include <QTcpServer>
 #include <QtTest>
 
 #include <QCheckBox>
@@ -104,6 +106,25 @@ void TestLoginView::backEndFailuresShowTheirTexts() {
     view.OnClickedLogin();
     QTRY_COMPARE(view.hint(), QStringLiteral("用户名或密码错误"));
     QVERIFY(!view.findChild<QPushButton*>("m_btnLogin")->styleSheet().contains("login-btn2"));
+
+    // A back end reached over plain HTTP on another machine never gets the password: the
+    // refusal comes at once and says why. Everything the client sends goes to a proxy on
+    // loopback meanwhile, so a password that did leave would be caught there, not sent out.
+    QTcpServer proxy;
+    QVERIFY(proxy.listen(QHostAddress::LocalHost));
+    QNetworkProxy::setApplicationProxy(
+        QNetworkProxy(QNetworkProxy::HttpProxy, QStringLiteral("127.0.0.1"), proxy.serverPort()));
+    ConfigStore& config = ConfigStore::instance();
+    const QString loopbackLogin = config.url(UrlTable::UrlLogin);
+    config.setUrl(UrlTable::UrlLogin,
+                  QStringLiteral("http://quelix.work/work/checkIn.htm?m=MobileLogin"));
+    view.OnClickedLogin();
+    QTRY_VERIFY(view.hint().contains(QStringLiteral("未加密")));
+    QVERIFY(!view.isBusy());
+    QTest::qWait(200);
+    QVERIFY(!proxy.hasPendingConnections());
+    config.setUrl(UrlTable::UrlLogin, loopbackLogin);
+    QNetworkProxy::setApplicationProxy(QNetworkProxy::NoProxy);
 }
 
 void TestLoginView::signIn(LoginView& view, const QString& user, const QString& password,

@@ -184,6 +184,7 @@ void MessagingTest::commandLineClientListensAndSends() {
     QVERIFY(waitUntil([&] { return alice.probe().count("loginOk"); }));
     QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
     env.insert(QStringLiteral("XMPP_HOST"), server_.host());
+    env.insert(QStringLiteral("XMPP_CA_FILE"), server_.caFile());
     env.insert(QStringLiteral("XMPP_PORT"), QString::number(server_.port()));
     env.insert(QStringLiteral("XMPP_DOMAIN"), server_.domain());
     const QStringList account{

@@ -21,6 +21,7 @@
 #include "openim/service_guids.h"
 #include "sdk/wide_text.h"
 #include "support/prosody_server.h"
+#include "support/prosody_trust.h"
 #include "support/room_admin.h"
 #include "support/test_session.h"
 
@@ -477,6 +478,7 @@ void TribesTest::forgedArchiveIdsNeverReachAMember() {
         QXmppConfiguration config;
         config.setHost(server_.host());
         config.setPort(server_.port());
+        trustProsody(config, server_);
         config.setDomain(server_.domain());
         config.setUser(user);
         config.setPassword(QStringLiteral("pw-") + user);

@@ -14,8 +14,10 @@
 #include <QProcess>
 
 #include "../support/backendlistening.h"
+#include "../support/companyca.h"
 #include "base/at_exit.h"
 #include "clientsession.h"
+#include "companytrust.h"
 #include "configstore.h"
 #include "conversationcontentinputedit.h"
 #include "conversationcontentinputview.h"
@@ -79,6 +81,7 @@ void TestClient::initTestCase() {
     QVERIFY2(prosody_.start(), qPrintable(prosody_.lastError()));
     const QString docs =
         QStandardPaths::standardLocations(QStandardPaths::DocumentsLocation).first();
+    QVERIFY(handOutCompanyCa(prosody_.caFile()));
     backend_.setProcessChannelMode(QProcess::ForwardedErrorChannel);
     backend_.start(
         QStringLiteral(QUELIX_BACKEND_BIN),
@@ -104,6 +107,7 @@ void TestClient::initTestCase() {
     QCOMPARE(ConfigStore::instance().url(UrlTable::UrlLogin),
              backendUrl_ + "/work/checkIn.htm?m=MobileLogin");
     QVERIFY(OpenIMManager::instance()->init());
+    QVERIFY(CompanyTrust::install(nullptr));
     window_ = new MainWindow(ConfigStore::instance());
     MainViewDelegate::setInstance(window_);
     ClientSession::connect(window_, OpenIMManager::instance());

@@ -10,6 +10,7 @@
 #include "roomkeeper.h"
 #include "stanzahook.h"
 #include "support/prosody_server.h"
+#include "support/prosody_trust.h"
 
 #include <httplib.h>
 
@@ -70,6 +71,7 @@ public:
         config.setPassword(secret);
         config.setHost(server.host());
         config.setPort(server.port());
+        trustProsody(config, server);
         config.setResource(QStringLiteral("probe"));
         config.setAutoReconnectionEnabled(false);
         client_.connectToServer(config);
@@ -229,6 +231,7 @@ void RoomKeeperTest::initTestCase() {
 
     RoomKeeper::Settings settings;
     settings.host = prosody_.host();
+    settings.caFile = prosody_.caFile();
     settings.port = prosody_.port();
     settings.domain = prosody_.domain();
     settings.adminJid = prosody_.adminJid();
@@ -584,6 +587,7 @@ void RoomKeeperTest::catchesUpAfterTheKeeperWasAway() {
 void RoomKeeperTest::aRefusedAdminLeavesRoomsPending() {
     RoomKeeper::Settings settings;
     settings.host = prosody_.host();
+    settings.caFile = prosody_.caFile();
     settings.port = prosody_.port();
     settings.domain = prosody_.domain();
     settings.adminJid = prosody_.adminJid();
@@ -610,6 +614,7 @@ void RoomKeeperTest::handEditsAreUndoneByTheRegularCheck() {
     keeper_->stop();
     RoomKeeper::Settings settings;
     settings.host = prosody_.host();
+    settings.caFile = prosody_.caFile();
     settings.port = prosody_.port();
     settings.domain = prosody_.domain();
     settings.adminJid = prosody_.adminJid();

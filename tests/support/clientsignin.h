@@ -5,6 +5,7 @@
 #include <QTest>
 
 #include "clientsession.h"
+#include "companytrust.h"
 #include "configstore.h"
 #include "loginview.h"
 #include "mainviewdelegate.h"
@@ -13,6 +14,7 @@
 
 // The real client's main window, wired as the application wires it, showing its log-in window.
 inline MainWindow* startClient() {
+    CompanyTrust::install(nullptr);
     auto* window = new MainWindow(ConfigStore::instance());
     MainViewDelegate::setInstance(window);
     ClientSession::connect(window, OpenIMManager::instance());

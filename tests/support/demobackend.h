@@ -14,6 +14,7 @@
 #include <QUrl>
 
 #include "backendlistening.h"
+#include "companyca.h"
 #include "support/prosody_server.h"
 
 // A colleague of the demo company as the back end's log-in reply hands it out.
@@ -49,6 +50,7 @@ public:
         secret.close();
         const QString docs =
             QStandardPaths::standardLocations(QStandardPaths::DocumentsLocation).first();
+        if (!handOutCompanyCa(prosody.caFile())) return false;
         process_.setProcessChannelMode(captureLog_ ? QProcess::MergedChannels
                                                    : QProcess::ForwardedErrorChannel);
         process_.start(binary_, {"--data-dir",
@@ -70,6 +72,8 @@ public:
                                  prosody.adminJid(),
                                  "--im-admin-secret-file",
                                  secret.fileName(),
+                                 "--im-ca-file",
+                                 prosody.caFile(),
                                  "--write-url-table",
                                  docs + "/Quelix/Resource/Text/UrlText.ini"});
         if (!process_.waitForStarted()) return false;

@@ -30,9 +30,11 @@ bool ProsodyServer::run(const QStringList& args, QString* out) {
     return true;
 }
 
-bool ProsodyServer::start() {
+bool ProsodyServer::start(bool plain) {
     QString out;
-    if (!run({QStringLiteral("start")}, &out)) return false;
+    QStringList args{QStringLiteral("start")};
+    if (plain) args << QStringLiteral("--plain");
+    if (!run(args, &out)) return false;
     running_ = true;
     for (const QString& line : out.split(QLatin1Char('\n'), Qt::SkipEmptyParts)) {
         const QString key = line.section(QLatin1Char('='), 0, 0);
@@ -42,6 +44,9 @@ bool ProsodyServer::start() {
         if (key == QLatin1String("XMPP_DOMAIN")) domain_ = value;
         if (key == QLatin1String("XMPP_ADMIN_JID")) adminJid_ = value;
         if (key == QLatin1String("XMPP_ADMIN_SECRET")) adminSecret_ = value;
+        if (key == QLatin1String("XMPP_CA_FILE")) caFile_ = value;
+        if (key == QLatin1String("TLS_CERT_FILE")) certFile_ = value;
+        if (key == QLatin1String("TLS_KEY_FILE")) keyFile_ = value;
     }
     return port_ != 0 && !domain_.isEmpty();
 }

@@ -11,7 +11,9 @@ public:
     ProsodyServer();
     ~ProsodyServer();
 
-    bool start();
+    // With `plain`, the server offers no TLS at all; otherwise it requires TLS, with a
+    // certificate from an authority of the instance's own (caFile()).
+    bool start(bool plain = false);
     // Stops the server but keeps its data and ports, so that start() brings it back.
     bool stopKeepingData();
     bool registerUser(const QString& user, const QString& secret);
@@ -27,6 +29,11 @@ public:
     // Where the server keeps its accounts (the back end writes IM accounts there).
     QString dataDir() const { return dir_ + QStringLiteral("/data"); }
     QString lastError() const { return error_; }
+    // The instance's certificate authority (empty for a plain server), and the certificate
+    // and key it signed for the domain and loopback, which the back end may serve as well.
+    QString caFile() const { return caFile_; }
+    QString certFile() const { return certFile_; }
+    QString keyFile() const { return keyFile_; }
 
 private:
     bool run(const QStringList& args, QString* out = nullptr);
@@ -38,6 +45,9 @@ private:
     QString domain_;
     QString adminJid_;
     QString adminSecret_;
+    QString caFile_;
+    QString certFile_;
+    QString keyFile_;
     QString error_;
     bool running_ = false;
 };

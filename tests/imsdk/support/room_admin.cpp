@@ -1,5 +1,8 @@
 #include "room_admin.h"
 
+#include <QSslCertificate>
+#include <QSslConfiguration>
+
 #include <QXmppClient.h>
 #include <QXmppConfiguration.h>
 #include <QXmppElement.h>
@@ -39,7 +42,8 @@ RoomAdmin::RoomAdmin(const ProsodyServer& server, const QString& account, const 
       secret_(secret),
       host_(server.host()),
       domain_(server.domain()),
-      port_(server.port()) {}
+      port_(server.port()),
+      caFile_(server.caFile()) {}
 
 RoomAdmin::~RoomAdmin() { client_->disconnectFromServer(); }
 
@@ -50,6 +54,9 @@ bool RoomAdmin::connectNow() {
     config.setPassword(secret_);
     config.setHost(host_);
     config.setPort(port_);
+    if (!caFile_.isEmpty())
+        config.setCaCertificates(QSslConfiguration::systemCaCertificates() +
+                                 QSslCertificate::fromPath(caFile_));
     config.setResource(QStringLiteral("admin"));
     config.setAutoReconnectionEnabled(false);
     QEventLoop loop;

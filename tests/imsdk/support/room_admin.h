@@ -42,4 +42,5 @@ private:
     QXmppClient* client_;
     QString account_, secret_, host_, domain_;
     quint16 port_;
+    QString caFile_;
 };

@@ -100,6 +100,8 @@ void TestSession::loginVia(const ProsodyServer& server, quint16 port, const QStr
     param.receiveFolder = fromQ(receiveFolder());
     param.authority = fromQ(authority);
     param.signInTimeoutMs = signInTimeoutMs_;
+    param.caFile = fromQ(caFile_.isNull() ? server.caFile() : caFile_);
+    param.requireTls = requireTls_;
     loginService()->Login(param);
 }
 

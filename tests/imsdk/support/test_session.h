@@ -30,6 +30,10 @@ public:
     void loginVia(const ProsodyServer& server, quint16 port, const QString& account,
                   const QString& secret, const QString& authority = QString());
     void setSignInTimeout(int ms) { signInTimeoutMs_ = ms; }
+    // Require TLS although the test's server is on loopback.
+    void setRequireTls(bool on) { requireTls_ = on; }
+    // Trusts this authority instead of the server's own (a null string: the server's).
+    void setCaFile(const QString& path) { caFile_ = path; }
     void relogin();
     void logout();
 
@@ -54,6 +58,8 @@ public:
 private:
     QString folder_;
     int signInTimeoutMs_ = 20000;
+    bool requireTls_ = false;
+    QString caFile_;
     std::unique_ptr<SdkInstance> sdk_;
     base::scoped_refptr<SessionProbe> probe_;
 };
