@@ -17,7 +17,8 @@ int main(int argc, char** argv) {
     if (!qEnvironmentVariableIsSet("QUELIX_TEST_TMP"))
         qputenv("QUELIX_TEST_TMP", scratch.path().toLocal8Bit());
     ProsodyServer server;
-    if (!server.start()) {
+    // Plain: the relay rewrites the stream, so it must read it.
+    if (!server.start(true)) {
         std::fprintf(stderr, "prosody: %s\n", qPrintable(server.lastError()));
         return 1;
     }
