@@ -8,7 +8,7 @@ QUELIX_PACKAGES=(
   qtwebengine5-dev qtmultimedia5-dev libqt5multimedia5-plugins
   libqt5sql5-sqlite libsqlite3-dev libqt5sql5-psql postgresql qttranslations5-l10n
   libqxmpp-dev libcpp-httplib-dev libssl-dev qtkeychain-qt5-dev
-  prosody python3-slixmpp
+  prosody python3-slixmpp openssl
   xvfb xauth fonts-noto-color-emoji fonts-wqy-microhei
   g++-mingw-w64-x86-64-posix
 )
