@@ -218,6 +218,7 @@ void ImEngine::connectNow(bool isRelogin) {
         qWarning().noquote() << "imsdk: the company's CA file is not used:" << caProblem;
     createClient();
     security_ = new StreamSecurity(client_, tlsRequired);
+    transfer_->setAuthorities(StreamSecurity::authorities(toQ(param_.caFile)));
     if (!loginTimer_) {
         loginTimer_ = new QTimer(this);
         loginTimer_->setSingleShot(true);

@@ -5,8 +5,11 @@
 #include <QNetworkReply>
 #include <QNetworkRequest>
 #include <QSaveFile>
+#include <QSslConfiguration>
 #include <QTimer>
 #include <memory>
+
+#include "sdk/stream_security.h"
 
 namespace {
 constexpr int kTransferTimeoutMs = 60000;
@@ -15,16 +18,31 @@ constexpr int kTransferTimeoutMs = 60000;
 MediaTransfer::MediaTransfer(QObject* parent)
     : QObject(parent), network_(new QNetworkAccessManager(this)) {}
 
+QNetworkRequest MediaTransfer::request(const QUrl& url) const {
+    QNetworkRequest request(url);
+    request.setTransferTimeout(kTransferTimeoutMs);
+    if (!authorities_.isEmpty()) {
+        QSslConfiguration ssl = QSslConfiguration::defaultConfiguration();
+        ssl.setCaCertificates(authorities_);
+        request.setSslConfiguration(ssl);
+    }
+    return request;
+}
+
 void MediaTransfer::upload(const QUrl& putUrl, const QMap<QString, QString>& headers,
                            const QString& file, const QString& mimeType, Done done) {
+    if (!StreamSecurity::mayTransfer(putUrl)) {
+        done(false, QStringLiteral("the upload address %1 is not encrypted")
+                        .arg(putUrl.toString(QUrl::RemoveQuery | QUrl::RemoveUserInfo)));
+        return;
+    }
     auto* source = new QFile(file);
     if (!source->open(QIODevice::ReadOnly)) {
         delete source;
         done(false, QStringLiteral("cannot read %1").arg(file));
         return;
     }
-    QNetworkRequest request(putUrl);
-    request.setTransferTimeout(kTransferTimeoutMs);
+    QNetworkRequest request = this->request(putUrl);
     request.setHeader(QNetworkRequest::ContentTypeHeader, mimeType);
     request.setHeader(QNetworkRequest::ContentLengthHeader, source->size());
     for (auto it = headers.begin(); it != headers.end(); ++it)
@@ -45,15 +63,20 @@ void MediaTransfer::download(const QUrl& url, const QString& target, Done done) 
         done(false, QStringLiteral("no receive folder"));
         return;
     }
+    if (!StreamSecurity::mayTransfer(url)) {
+        done(false, QStringLiteral("the file's address %1 is not encrypted")
+                        .arg(url.toString(QUrl::RemoveQuery | QUrl::RemoveUserInfo)));
+        return;
+    }
     auto out = std::make_shared<QSaveFile>(target);
     if (!out->open(QIODevice::WriteOnly)) {
         done(false, QStringLiteral("cannot write %1").arg(target));
         return;
     }
-    QNetworkRequest request(url);
-    request.setTransferTimeout(kTransferTimeoutMs);
+    QNetworkRequest request = this->request(url);
+    // A redirect is followed only where the file could have been fetched in the first place.
     request.setAttribute(QNetworkRequest::RedirectPolicyAttribute,
-                         QNetworkRequest::NoLessSafeRedirectPolicy);
+                         QNetworkRequest::UserVerifiedRedirectPolicy);
     QNetworkReply* reply = network_->get(request);
     // Why the download was cut short, when it was.
     auto refused = std::make_shared<QString>();
@@ -62,6 +85,13 @@ void MediaTransfer::download(const QUrl& url, const QString& target, Done done) 
         *refused = why;
         reply->abort();
     };
+    connect(reply, &QNetworkReply::redirected, reply, [reply, cut](const QUrl& to) {
+        if (StreamSecurity::mayTransfer(to))
+            emit reply->redirectAllowed();
+        else
+            cut(QStringLiteral("redirected to %1, which is not encrypted")
+                    .arg(to.toString(QUrl::RemoveQuery | QUrl::RemoveUserInfo)));
+    });
     // Both timers are the reply's children and go with it.
     auto* deadline = new QTimer(reply);
     deadline->setSingleShot(true);

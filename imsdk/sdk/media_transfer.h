@@ -1,7 +1,10 @@
 #pragma once
 
+#include <QList>
 #include <QMap>
+#include <QNetworkRequest>
 #include <QObject>
+#include <QSslCertificate>
 #include <QString>
 #include <QUrl>
 #include <functional>
@@ -26,6 +29,8 @@ public:
 
     explicit MediaTransfer(QObject* parent = nullptr);
     void setLimits(const Limits& limits) { limits_ = limits; }
+    // The authorities a file server's certificate must come from.
+    void setAuthorities(const QList<QSslCertificate>& authorities) { authorities_ = authorities; }
 
     void upload(const QUrl& putUrl, const QMap<QString, QString>& headers, const QString& file,
                 const QString& mimeType, Done done);
@@ -35,5 +40,8 @@ public:
 
 private:
     QNetworkAccessManager* network_;
+    QNetworkRequest request(const QUrl& url) const;
+
     Limits limits_;
+    QList<QSslCertificate> authorities_;
 };

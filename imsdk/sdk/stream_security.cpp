@@ -3,12 +3,14 @@
 #include <QXmppClient.h>
 #include <QXmppConfiguration.h>
 #include <QXmppOutgoingClient.h>
+
 #include <QFile>
 #include <QHostAddress>
 #include <QSslCertificate>
 #include <QSslConfiguration>
 #include <QSslError>
 #include <QSslSocket>
+#include <QUrl>
 
 StreamSecurity::StreamSecurity(QXmppClient* client, bool required)
     : QObject(client), required_(required) {
@@ -52,10 +54,21 @@ bool StreamSecurity::configure(QXmppConfiguration& config, const QString& caFile
         return false;
     }
     // QXmpp puts these in place of the socket's list: keep the system's beside the company's.
+    config.setCaCertificates(authorities(caFile));
+    return true;
+}
+
+QList<QSslCertificate> StreamSecurity::authorities(const QString& caFile) {
     // Reading the system's store costs tens of milliseconds, so it is read once.
     static const QList<QSslCertificate> system = QSslConfiguration::systemCaCertificates();
-    config.setCaCertificates(system + company);
-    return true;
+    if (caFile.isEmpty()) return system;
+    return system + QSslCertificate::fromPath(caFile, QSsl::Pem);
+}
+
+bool StreamSecurity::mayTransfer(const QUrl& url) {
+    const QString scheme = url.scheme().toLower();
+    return scheme == QLatin1String("https") ||
+           (scheme == QLatin1String("http") && isLoopback(url.host()));
 }
 
 QString StreamSecurity::failure() const {

@@ -1,10 +1,13 @@
 #pragma once
 
+#include <QList>
 #include <QObject>
 #include <QPointer>
 #include <QString>
 
+class QSslCertificate;
 class QSslSocket;
+class QUrl;
 class QXmppClient;
 class QXmppConfiguration;
 
@@ -25,6 +28,11 @@ public:
     // trusts the system's authorities only. Returns whether TLS is required in `*required`.
     static bool configure(QXmppConfiguration& config, const QString& caFile, bool require,
                           bool* required, QString* error);
+
+    // The system's authorities and those in `caFile` (none when it holds none).
+    static QList<QSslCertificate> authorities(const QString& caFile);
+    // Whether a file may travel to or from `url`: over HTTPS, or over HTTP on this machine.
+    static bool mayTransfer(const QUrl& url);
 
     // Once the sign-in failed: what went wrong with the stream's protection, or empty when
     // that was not the trouble.

@@ -40,6 +40,13 @@ void TlsTest::loopbackIsToldApartFromEverythingElse() {
     for (const char* host : {"10.0.0.1", "192.168.1.20", "quelix.test", "localhost.example",
                              "127.0.0.1.example", "", "::ffff:8.8.8.8"})
         QVERIFY2(!StreamSecurity::isLoopback(QLatin1String(host)), host);
+    // Files go over HTTPS anywhere, over plain HTTP only on this machine.
+    for (const char* url : {"https://files.example/a.png", "http://127.0.0.1:5280/a.png",
+                            "http://localhost/a", "HTTPS://x.example/"})
+        QVERIFY2(StreamSecurity::mayTransfer(QUrl(QLatin1String(url))), url);
+    for (const char* url : {"http://files.example/a.png", "http://10.1.2.3/a", "ftp://127.0.0.1/a",
+                            "file:///etc/passwd", "", "http://127.0.0.1.example/a"})
+        QVERIFY2(!StreamSecurity::mayTransfer(QUrl(QLatin1String(url))), url);
 }
 
 void TlsTest::signsInOnlyOverAStreamItCanTrust() {
