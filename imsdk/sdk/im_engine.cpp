@@ -551,6 +551,12 @@ void ImEngine::store(const QXmppMessage& message, const QString& archiveId, cons
     const QString addressed = m.peer;
     if (!relayedPeer(message, outgoing, m.kind, &m.peer, &problem))
         return logRefused(message, problem);
+    if (m.kind == openim::kContentCustom && MessageCodec::speaksForCompany(m.content) &&
+        (outgoing || tribes_->authority().isEmpty() || addressed != tribes_->authority())) {
+        qWarning().noquote() << "imsdk: message from" << message.from() << "id" << message.id()
+                             << "is a card only the company's back end may send; kept as text";
+        if (!MessageCodec::keepAsText(m)) return;
+    }
     m.outgoing = outgoing;
     m.sender = outgoing ? account_ : m.peer;
     m.time = (stamp.isValid() ? stamp : QDateTime::currentDateTimeUtc()).toSecsSinceEpoch();
@@ -563,25 +569,12 @@ void ImEngine::store(const QXmppMessage& message, const QString& archiveId, cons
     m.unread = !outgoing && source != Source::History;
     m.pendingMedia = isMedia(m.kind) && !outgoing && source != Source::History;
     std::optional<quint64> id;
-    if (m.kind == openim::kContentText && m.content.size() > MessageCodec::kMaxBodyChars) {
-        // A text longer than one message may hold arrives as consecutive parts; each part
-        // has ids of its own derived from the message's, so a second copy still matches.
-        const QStringList parts = MessageCodec::split(m.content);
+    QList<StoredMessage> rows = MessageCodec::rows(m);
+    if (rows.size() > 1)
         qInfo().noquote() << "imsdk: long text from" << message.from() << "id" << message.id()
-                          << "shown in" << parts.size() << "parts";
-        for (int i = 0; i < parts.size(); ++i) {
-            StoredMessage part = m;
-            part.content = parts.at(i);
-            if (i > 0) {
-                const QString suffix = QStringLiteral("#part%1").arg(i + 1);
-                if (!part.originId.isEmpty()) part.originId += suffix;
-                if (!part.stanzaId.isEmpty()) part.stanzaId += suffix;
-            }
-            if (auto partId = insertReceived(part, message, source); partId && !id) id = partId;
-        }
-    } else {
-        id = insertReceived(m, message, source);
-    }
+                          << "shown in" << rows.size() << "parts";
+    for (StoredMessage& row : rows)
+        if (auto rowId = insertReceived(row, message, source); rowId && !id) id = rowId;
     if (!archiveId.isEmpty() && source != Source::History) markArchived(archiveId);
     if (!id || !m.unread) return;
     if (m.pendingMedia) {

@@ -4,6 +4,7 @@
 #include <QXmppMessage.h>
 #include <QFileInfo>
 #include <QJsonDocument>
+#include <QJsonObject>
 #include <QUrl>
 
 #include "openim/im_message_content.h"
@@ -89,6 +90,52 @@ QStringList MessageCodec::split(const QString& text, int maxChars) {
     return parts;
 }
 
+// Nothing a reader would see: white space of any script, and the invisible joiners and
+// marks that would otherwise make an empty bubble.
+bool MessageCodec::isBlank(const QString& text) {
+    for (const QChar c : text) {
+        if (c.isSpace()) continue;
+        const ushort u = c.unicode();
+        if ((u >= 0x200B && u <= 0x200F) || u == 0x2060 || u == 0xFEFF || u == 0x180E) continue;
+        return false;
+    }
+    return true;
+}
+
+QList<StoredMessage> MessageCodec::rows(const StoredMessage& m) {
+    if (m.kind != openim::kContentText || m.content.size() <= kMaxBodyChars) return {m};
+    const QStringList parts = split(m.content);
+    QList<StoredMessage> out;
+    for (int i = 0; i < parts.size(); ++i) {
+        StoredMessage part = m;
+        part.content = parts.at(i);
+        if (i > 0) {
+            const QString suffix = QStringLiteral("#part%1").arg(i + 1);
+            if (!part.originId.isEmpty()) part.originId += suffix;
+            if (!part.stanzaId.isEmpty()) part.stanzaId += suffix;
+        }
+        out << part;
+    }
+    return out;
+}
+
+bool MessageCodec::keepAsText(StoredMessage& m) {
+    m.kind = openim::kContentText;
+    m.content = m.summary;
+    return !isBlank(m.content);
+}
+
+// Tips, task and table cards speak for the company; colleagues share files, shakes and
+// contact cards.
+bool MessageCodec::speaksForCompany(const QString& customJson) {
+    const QJsonDocument doc = QJsonDocument::fromJson(customJson.toUtf8());
+    if (!doc.isObject()) return false;
+    const QJsonValue type = doc.object().value(QStringLiteral("msgType"));
+    if (!type.isDouble()) return false;
+    const int t = type.toInt(-1);
+    return t == 0 || t == 1 || t == 2;
+}
+
 std::optional<StoredMessage> MessageCodec::decode(const QXmppMessage& stanza, QString* problem) {
     StoredMessage m;
     const QString body = stanza.body();
@@ -100,7 +147,7 @@ std::optional<StoredMessage> MessageCodec::decode(const QXmppMessage& stanza, QS
             break;
         }
     }
-    const bool blank = body.trimmed().isEmpty();
+    const bool blank = isBlank(body);
     if (content.isNull()) {
         if (body.isEmpty()) return std::nullopt;
         if (blank) {

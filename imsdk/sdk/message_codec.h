@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QList>
 #include <QString>
 #include <optional>
 
@@ -28,6 +29,18 @@ public:
     // `text` as it survives the wire: characters XML cannot carry are dropped, so the
     // sender keeps what the receiver gets.
     static QString wireText(const QString& text);
+    // Whether a text shows nothing: spaces of any kind and invisible marks only.
+    static bool isBlank(const QString& text);
+    // Whether a custom message's JSON is one only the company's back end may send (a tip, a
+    // task or a table card): from anyone else it is kept as its summary text.
+    static bool speaksForCompany(const QString& customJson);
+    // Turns such a card from someone else into the text it shows (its summary); false when
+    // that is blank and nothing is left to show.
+    static bool keepAsText(StoredMessage& m);
+    // The rows `m` is kept in: itself, or for a text longer than one message may hold, its
+    // consecutive parts, with ids derived from the message's so that a second copy of the
+    // message still matches every part.
+    static QList<StoredMessage> rows(const StoredMessage& m);
     // `text` cut into parts of at most `maxChars`, never inside a surrogate pair.
     static QStringList split(const QString& text, int maxChars = kMaxBodyChars);
 };

@@ -66,12 +66,23 @@ void TribeMessages::received(quint64 tribe, const QXmppMessage& message, const Q
 
 void TribeMessages::store(quint64 tribe, const QXmppMessage& message, const QString& sender,
                           const QString& archiveId, const QDateTime& stamp, Source source) {
-    std::optional<StoredMessage> decoded = MessageCodec::decode(message);
+    QString problem;
+    std::optional<StoredMessage> decoded = MessageCodec::decode(message, &problem);
+    if (!problem.isEmpty())
+        qWarning().noquote() << "imsdk: room" << tribe << "message" << message.id() << "from"
+                             << sender << "not shown:" << problem;
     if (!decoded) return;
     StoredMessage m = *decoded;
     m.peer = TribeRooms::key(tribe);
     m.sender = sender;
     m.outgoing = sender == engine_->account();
+    if (m.kind == openim::kContentCustom && MessageCodec::speaksForCompany(m.content) &&
+        (rooms_->authority().isEmpty() || sender != rooms_->authority())) {
+        qWarning().noquote() << "imsdk: room" << tribe << "message" << message.id() << "from"
+                             << sender << "is a card only the company's back end may send; "
+                             << "kept as text";
+        if (!MessageCodec::keepAsText(m)) return;
+    }
     m.time = (stamp.isValid() ? stamp : QDateTime::currentDateTimeUtc()).toSecsSinceEpoch();
     m.stanzaId = archiveId;
     m.originId = message.originId().isEmpty() ? message.id() : message.originId();
@@ -80,9 +91,17 @@ void TribeMessages::store(quint64 tribe, const QXmppMessage& message, const QStr
     ArchiveOrder* order = source == Source::CatchUp   ? &catchUpOrder_
                           : source == Source::History ? &historyOrder_
                                                       : nullptr;
-    if (order) order->place(m);
-    std::optional<quint64> id = engine_->messageStore().insert(m);
-    if (order) order->placed(m, id.has_value());
+    QList<StoredMessage> rows = MessageCodec::rows(m);
+    if (rows.size() > 1)
+        qInfo().noquote() << "imsdk: room" << tribe << "long text from" << sender << "id"
+                          << message.id() << "shown in" << rows.size() << "parts";
+    std::optional<quint64> id;
+    for (StoredMessage& part : rows) {
+        if (order) order->place(part);
+        const std::optional<quint64> partId = engine_->messageStore().insert(part);
+        if (order) order->placed(part, partId.has_value());
+        if (partId && !id) id = partId;
+    }
     // While a catch-up runs it moves the mark itself, page by page, so that a live message
     // cannot make it skip what the archive still holds.
     if (!archiveId.isEmpty() && source == Source::Live &&
@@ -165,7 +184,13 @@ bool TribeMessages::handleArchived(const QString& queryId, const QString& archiv
     }
     if (message.body().isEmpty()) return true;  // subject changes and status lines
     const QString nick = QXmppUtils::jidToResource(message.from());
-    store(tribe, message, rooms_->senderOf(tribe, nick, message), archiveId, stamp, source);
+    const QString sender = rooms_->senderOf(tribe, nick, message, true);
+    if (sender.isEmpty()) {
+        qWarning().noquote() << "imsdk: room" << tribe << "archived message" << archiveId << "from"
+                             << nick << "dropped: no sender the server vouches for";
+        return true;
+    }
+    store(tribe, message, sender, archiveId, stamp, source);
     return true;
 }
 

@@ -1,5 +1,7 @@
 #include "sdk/tribe_rooms.h"
 
+#include "sdk/room_identity.h"
+
 #include <QXmppClient.h>
 #include <QXmppElement.h>
 #include <QXmppMessage.h>
@@ -369,8 +371,8 @@ bool TribeRooms::handlePresence(const QDomElement& stanza) {
     }
 
     // Available.
-    const QString realJid = item.attribute(QStringLiteral("jid"));
-    const QString account = realJid.isEmpty() ? nick : QXmppUtils::jidToUser(realJid);
+    const QString account =
+        RoomIdentity::accountOf(item.attribute(QStringLiteral("jid")), engine_->domain());
     const QString affiliation = item.attribute(QStringLiteral("affiliation"));
     auto known = room.occupants.find(nick);
     if (known != room.occupants.end() && !known->affiliation.isEmpty() &&
@@ -557,25 +559,19 @@ bool TribeRooms::handleNotice(const QXmppMessage& message, const QString& archiv
 
 // ---- messages: who sent them ----
 
-QString TribeRooms::senderOf(quint64 tribe, const QString& nick,
-                             const QXmppMessage& message) const {
-    return senderOf(rooms_.value(tribe), nick, message);
+QString TribeRooms::senderOf(quint64 tribe, const QString& nick, const QXmppMessage& message,
+                             bool archived) const {
+    return senderOf(rooms_.value(tribe), nick, message, archived);
 }
 
-QString TribeRooms::senderOf(const Room& room, const QString& nick,
-                             const QXmppMessage& message) const {
-    // Archived messages of a non-anonymous room carry the sender's real address.
-    for (const QXmppElement& e : message.extensions()) {
-        if (e.tagName() != QLatin1String("x") ||
-            e.attribute(QStringLiteral("xmlns")) != QLatin1String(kMucUserNs))
-            continue;
-        const QString jid =
-            e.firstChildElement(QStringLiteral("item")).attribute(QStringLiteral("jid"));
-        if (!jid.isEmpty()) return QXmppUtils::jidToUser(jid);
+QString TribeRooms::senderOf(const Room& room, const QString& nick, const QXmppMessage& message,
+                             bool archived) const {
+    if (archived) {
+        const QString stamped = RoomIdentity::archiveStamp(message, engine_->domain());
+        if (!stamped.isEmpty()) return stamped;
     }
-    auto it = room.occupants.constFind(nick);
-    if (it != room.occupants.cend() && !it->account.isEmpty()) return it->account;
-    return nick;  // every member joins under its own account
+    // A nick is never taken for an account: a member may join under another's account name.
+    return room.occupants.value(nick).account;
 }
 
 void TribeRooms::handleGroupMessage(const QXmppMessage& message) {
@@ -598,5 +594,11 @@ void TribeRooms::handleGroupMessage(const QXmppMessage& message) {
         return;
     }
     if (nick.isEmpty()) return;  // the room's own status lines
-    messages_->received(tribe, message, senderOf(*it, nick, message));
+    const QString sender = senderOf(*it, nick, message, false);
+    if (sender.isEmpty()) {
+        qWarning().noquote() << "imsdk: room" << tribe << "message" << message.id() << "from"
+                             << nick << "dropped: the room never said who that is";
+        return;
+    }
+    messages_->received(tribe, message, sender);
 }

@@ -100,8 +100,10 @@ public:
     QString subject(quint64 tribe) const;
     QStringList occupants(quint64 tribe) const;
     qint64 since(quint64 tribe) const;
-    // The account behind a room nick (real addresses are shown to members).
-    QString senderOf(quint64 tribe, const QString& nick, const QXmppMessage& message) const;
+    // The account behind a room nick as the room itself told it (see RoomIdentity); for an
+    // archived message the server's own stamp first. Empty when the room never said.
+    QString senderOf(quint64 tribe, const QString& nick, const QXmppMessage& message,
+                     bool archived) const;
     TribeMessages* messages() { return messages_; }
 
 private:
@@ -134,7 +136,8 @@ private:
     void gone(quint64 tribe, bool dismissed, bool quit);
     void removedAwaitingNotice(quint64 tribe);
     void reportRemoval(quint64 tribe, bool quit);
-    QString senderOf(const Room& room, const QString& nick, const QXmppMessage& message) const;
+    QString senderOf(const Room& room, const QString& nick, const QXmppMessage& message,
+                     bool archived) const;
     quint64 tribeOfJid(const QString& jid) const;
     openim::IMUserID user(const QString& account) const;
     void memberEvent(const QString& event, quint64 tribe, const QString& account);

@@ -124,6 +124,8 @@ void HardeningTest::unusableMessagesAreLoggedAndLongTextsShown() {
     QVERIFY(sendAsCarol({
         stanza(QStringLiteral("blank-1"), QStringLiteral("   &#10; "),
                "<content " + ns + " kind='1'/>"),
+        // No-break, ideographic and zero-width spaces only: as blank as plain ones.
+        stanza(QStringLiteral("blank-2"), QStringLiteral("&#160;&#12288;&#8203;&#65279;")),
         stanza(QStringLiteral("same-1"), QStringLiteral("first")),
         stanza(QStringLiteral("same-1"), QStringLiteral("first")),   // a copy
         stanza(QStringLiteral("same-1"), QStringLiteral("second")),  // a new message
@@ -148,6 +150,7 @@ void HardeningTest::unusableMessagesAreLoggedAndLongTextsShown() {
     QCOMPARE(joined, longText);
 
     QCOMPARE(logCount(QStringLiteral("id blank-1 not shown: the text is blank")), 1);
+    QCOMPARE(logCount(QStringLiteral("id blank-2 not shown: the text is blank")), 1);
     QCOMPARE(logCount(QStringLiteral("id same-1 not shown: a copy of a message already received")),
              1);
     QCOMPARE(logCount(QStringLiteral("reuses id same-1 for other content")), 1);

@@ -49,7 +49,7 @@ void MessagingTest::exchangesTextCustomAndPicture() {
     const QString picturePath = alice.dataFolder() + QStringLiteral("/shot.png");
     QVERIFY(picture.save(picturePath));
     const QString json =
-        QStringLiteral(R"({"msgType":1,"summary":"Task 7","content":"{\"id\":7}"})");
+        QStringLiteral(R"({"msgType":5,"summary":"Task 7","content":"{\"id\":7}"})");
 
     alice.sendText(QStringLiteral("bob"), QStringLiteral("你好, bob"));
     alice.sendCustom(QStringLiteral("bob"), json, QStringLiteral("Task 7"));

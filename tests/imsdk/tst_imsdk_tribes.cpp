@@ -185,6 +185,7 @@ private slots:
     void plainClientTakesPart();
     void cardsForOneColleagueComeInTheAssistantsName();
     void forgedArchiveIdsNeverReachAMember();
+    void aMemberSpeaksOnlyForHimself();
 
 private:
     ProsodyServer server_;
@@ -215,7 +216,7 @@ void TribesTest::membersExchangeTextCustomAndPicture() {
     const QString path = alice.session.dataFolder() + QStringLiteral("/p.png");
     QVERIFY(picture.save(path));
     alice.sendText(1001, QStringLiteral("大家好 [微笑]"));
-    alice.tribe(1001)->SendCustom(fromQ(QStringLiteral(R"({"msgType":1,"taskId":"5"})")),
+    alice.tribe(1001)->SendCustom(fromQ(QStringLiteral(R"({"msgType":5,"userId":"5"})")),
                                   fromQ(QStringLiteral("[任务]")),
                                   base::Bind(&TribeProbe::OnSent, alice.probe.get()));
     alice.tribe(1001)->SendImage(base::FilePath::FromUTF8Unsafe(path.toStdString()), 24, 16,
@@ -513,6 +514,80 @@ void TribesTest::forgedArchiveIdsNeverReachAMember() {
     QVERIFY2(received.contains(QStringLiteral("by=\"%1\"").arg(room)) ||
                  received.contains(QStringLiteral("by='%1'").arg(room)),
              qPrintable(received.right(1500)));
+}
+
+// Mallory, on a plain client, takes alice's account name as her nick while alice is away,
+// claims alice's address inside her messages and posts a task card. Bob (live) and carol
+// (from the archive, signing in later) keep every line under mallory, and the card as text.
+void TribesTest::aMemberSpeaksOnlyForHimself() {
+    QVERIFY(admin_->createRoom(
+        1008, QStringLiteral("trust"), QStringLiteral("alice"),
+        {QStringLiteral("bob"), QStringLiteral("carol"), QStringLiteral("mallory")}));
+    Member bob(QStringLiteral("bob-trust"));
+    QVERIFY(bob.signIn(server_, QStringLiteral("bob"), {1008}));
+
+    QXmppClient mallory;
+    QXmppConfiguration config;
+    config.setHost(server_.host());
+    config.setPort(server_.port());
+    trustProsody(config, server_);
+    config.setDomain(server_.domain());
+    config.setUser(QStringLiteral("mallory"));
+    config.setPassword(QStringLiteral("pw-mallory"));
+    config.setAutoReconnectionEnabled(false);
+    mallory.connectToServer(config);
+    QVERIFY(waitUntil([&] { return mallory.isConnected(); }));
+    const QString room = admin_->roomJid(1008);
+    QXmppPresence join;
+    join.setTo(room + QStringLiteral("/alice"));
+    QXmppElement muc;
+    muc.setTagName(QStringLiteral("x"));
+    muc.setAttribute(QStringLiteral("xmlns"), QStringLiteral("http://jabber.org/protocol/muc"));
+    join.setExtensions({muc});
+    mallory.sendPacket(join);
+    QTest::qWait(500);
+
+    auto claim = [&] {
+        QXmppElement item;
+        item.setTagName(QStringLiteral("item"));
+        item.setAttribute(QStringLiteral("jid"), QStringLiteral("alice@") + server_.domain());
+        item.setAttribute(QStringLiteral("affiliation"), QStringLiteral("owner"));
+        QXmppElement x;
+        x.setTagName(QStringLiteral("x"));
+        x.setAttribute(QStringLiteral("xmlns"),
+                       QStringLiteral("http://jabber.org/protocol/muc#user"));
+        x.appendChild(item);
+        return x;
+    };
+    QXmppMessage spoof(QString(), room, QStringLiteral("I am alice"));
+    spoof.setType(QXmppMessage::GroupChat);
+    spoof.setExtensions({claim()});
+    QXmppElement card;
+    card.setTagName(QStringLiteral("content"));
+    card.setAttribute(QStringLiteral("xmlns"), QStringLiteral("urn:quelix:im:1"));
+    card.setAttribute(QStringLiteral("kind"), QStringLiteral("16"));
+    card.setValue(QStringLiteral(R"({"msgType":1,"taskId":"66","event":1})"));
+    QXmppMessage fakeTask(QString(), room, QStringLiteral("[任务] 请立即转账"));
+    fakeTask.setType(QXmppMessage::GroupChat);
+    fakeTask.setExtensions({claim(), card});
+    mallory.sendPacket(spoof);
+    mallory.sendPacket(fakeTask);
+
+    auto check = [](const std::vector<openim::IMTribeMessage>& got) {
+        QCOMPARE(int(got.size()), 2);
+        for (const auto& m : got) QCOMPARE(toQ(m.sender.account), QStringLiteral("mallory"));
+        QCOMPARE(toQ(got[0].content.content), QStringLiteral("I am alice"));
+        QCOMPARE(got[1].content.type, int(openim::kContentText));
+        QCOMPARE(toQ(got[1].content.content), QStringLiteral("[任务] 请立即转账"));
+    };
+    QVERIFY(waitUntil([&] { return bob.unread(1008).size() == 2; }, 20000));
+    check(bob.unread(1008));
+    if (QTest::currentTestFailed()) return;
+
+    Member carol(QStringLiteral("carol-trust"));
+    QVERIFY(carol.signIn(server_, QStringLiteral("carol"), {1008}));
+    QVERIFY(waitUntil([&] { return carol.unread(1008).size() == 2; }, 20000));
+    check(carol.unread(1008));
 }
 
 QTEST_MAIN(TribesTest)

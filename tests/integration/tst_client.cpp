@@ -181,18 +181,18 @@ void TestClient::signsInAndChats() {
     QCOMPARE(messages.size(), 1);  // shown once
 
     // Custom content both ways.
-    colleague.sendCustom(me.id, "{\"msgType\":1,\"content\":\"{\\\"taskId\\\":\\\"7\\\"}\"}",
+    colleague.sendCustom(me.id, "{\"msgType\":5,\"content\":\"{\\\"taskId\\\":\\\"7\\\"}\"}",
                          "[任务]");
     QTRY_VERIFY_WITH_TIMEOUT(messages.size() == 2, 20000);
     m = messages.last().first().value<BaseMsg::MMessage>();
     QCOMPARE(m.kind, int(BaseMsg::Custom));
     const QJsonObject card = QJsonDocument::fromJson(m.contentJson.toUtf8()).object();
-    QCOMPARE(card.value("msgType").toInt(), 1);
+    QCOMPARE(card.value("msgType").toInt(), 5);
     QVERIFY(card.value("isCustomMsg").toBool());
     QCOMPARE(window_->unreadCount(peer.id), 2);
 
     OpenIMManager::instance()->sendCustemSlot(peer.id, "[任务]",
-                                              "{\"msgType\":1,\"content\":\"x\"}");
+                                              "{\"msgType\":5,\"content\":\"x\"}");
     QVERIFY(waitUntil([&] { return colleague.unreadCount(me.id) >= 1; }, 20000));
     const std::vector<openim::IMMessage> got = colleague.unread(me.id);
     QCOMPARE(got.back().content.type, std::int32_t(openim::kContentCustom));
