@@ -8,6 +8,7 @@
 #include "gatedserver.h"
 #include "loginthrottle.h"
 #include "orgcache.h"
+#include "origincheck.h"
 #include "pagehandler.h"
 #include "pagerenderer.h"
 #include "passwordhasher.h"
@@ -76,6 +77,14 @@ bool BackendServer::start(const QString& host, int port) {
     });
     // Multipart framing adds a little to the file itself.
     http_->set_payload_max_length(size_t(uploadBodyCap()));
+    if (!options_.tlsCert.isEmpty()) {
+        std::string error;
+        if (!http_->useTls(options_.tlsCert.toStdString(), options_.tlsKey.toStdString(), &error)) {
+            qWarning("backend: cannot serve HTTPS: %s", error.c_str());
+            http_.reset();
+            return false;
+        }
+    }
 
     const std::string h = host.toStdString();
     port_ = http_->bindTo(h, port);
@@ -85,10 +94,14 @@ bool BackendServer::start(const QString& host, int port) {
     }
     const QString shownHost =
         host.contains(QLatin1Char(':')) ? QStringLiteral("[%1]").arg(host) : host;
+    const bool tls = !options_.tlsCert.isEmpty();
     publicUrl_ = options_.publicUrl.isEmpty()
-                     ? QStringLiteral("http://%1:%2").arg(shownHost).arg(port_)
+                     ? QStringLiteral("%1://%2:%3")
+                           .arg(tls ? QStringLiteral("https") : QStringLiteral("http"), shownHost)
+                           .arg(port_)
                      : options_.publicUrl;
     while (publicUrl_.endsWith(QLatin1Char('/'))) publicUrl_.chop(1);
+    origins_ = std::make_unique<OriginCheck>(publicUrl_, tls);
     directory_ = std::make_unique<Directory>(db_, publicUrl_);
     orgCache_ = std::make_unique<OrgCache>(db_, directory_.get());
     access_ = std::make_unique<RequestAccess>(sessions_.get(), directory_.get());
@@ -128,8 +141,9 @@ bool BackendServer::start(const QString& host, int port) {
                         });
                     }));
     http_->set_pre_routing_handler([this](const httplib::Request& req, httplib::Response& res) {
-        return admitBody(req, res) ? httplib::Server::HandlerResponse::Unhandled
-                                   : httplib::Server::HandlerResponse::Handled;
+        return admitOrigin(req, res) && admitBody(req, res)
+                   ? httplib::Server::HandlerResponse::Unhandled
+                   : httplib::Server::HandlerResponse::Handled;
     });
     http_->set_error_handler([this](const httplib::Request& req, httplib::Response& res) {
         // Called for every status from 400 on; a handler's own answer stands.
@@ -166,6 +180,19 @@ qint64 BackendServer::uploadBodyCap() const { return options_.uploadLimit + 64 *
 
 bool BackendServer::isUpload(const httplib::Request& req) {
     return req.path == "/work/mobileTopic.htm";
+}
+
+bool BackendServer::admitOrigin(const httplib::Request& req, httplib::Response& res) {
+    if (!OriginCheck::changesState(req)) return true;
+    const QString foreign = origins_->foreignOrigin(req);
+    if (foreign.isEmpty()) return true;
+    qInfo("%s refused (1004): a change asked from %s", req.path.c_str(), qPrintable(foreign));
+    res.status = 403;
+    // The body is left unread, so the connection cannot carry another request.
+    if (auto* stream = GatedStream::current()) stream->closeAfterReply();
+    res.set_header("Connection", "close");
+    fail(res, req, ReplyEnvelope::Forbidden);
+    return false;
 }
 
 bool BackendServer::admitBody(const httplib::Request& req, httplib::Response& res) {
@@ -388,11 +415,14 @@ void BackendServer::login(const httplib::Request& req, httplib::Response& res) {
     user.insert(QStringLiteral("imAuthority"), options_.imAuthority);
     user.insert(QStringLiteral("iosVersion"), QString());
     user.insert(QStringLiteral("androidVersion"), QString());
-    res.set_header("Set-Cookie", QStringLiteral("%1=%2; Path=/; HttpOnly; Max-Age=%3")
-                                     .arg(QLatin1String(RequestAccess::kSessionCookie),
-                                          QString::fromLatin1(session))
-                                     .arg(sessions_->lifetimeSeconds())
-                                     .toStdString());
+    // Strict: no other site's page can make a browser send it. Secure once we speak HTTPS.
+    res.set_header(
+        "Set-Cookie",
+        QStringLiteral("%1=%2; Path=/; HttpOnly; SameSite=Strict; Max-Age=%3%4")
+            .arg(QLatin1String(RequestAccess::kSessionCookie), QString::fromLatin1(session))
+            .arg(sessions_->lifetimeSeconds())
+            .arg(options_.tlsCert.isEmpty() ? QString() : QStringLiteral("; Secure"))
+            .toStdString());
     ok(res, req, user);
 }
 
@@ -523,6 +553,10 @@ void BackendServer::taskReadFlags(const httplib::Request& req, httplib::Response
         if (!parseId(param(req, "taskId"), &taskId))
             return fail(res, req, ReplyEnvelope::BadParameter);
         if (!access_->sameCompany(req, res, caller, directory_->taskCompany(taskId))) return;
+        if (req.method != "POST") {
+            qInfo("%s refused (1001): a change asked by GET", req.path.c_str());
+            return fail(res, req, ReplyEnvelope::BadParameter);
+        }
         if (!directory_->markTaskRead(taskId, userId))
             return fail(res, req, ReplyEnvelope::NotFound);
         return ok(res, req, directory_->readFlags(userId, {taskId}));

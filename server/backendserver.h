@@ -16,6 +16,7 @@ class Database;
 class Directory;
 class FileStore;
 class GatedServer;
+class OriginCheck;
 class LoginThrottle;
 class OrgCache;
 class PageHandler;
@@ -52,6 +53,9 @@ public:
         int sessionLifetimeSeconds = 2 * 60 * 60;
         int freeLoginAttempts = 5;
         int firstLoginPauseMs = 1000;
+        // HTTPS: the certificate (PEM, its chain after it) and its key; empty: plain HTTP.
+        QString tlsCert;
+        QString tlsKey;
     };
 
     BackendServer(Database* db, const Options& options);
@@ -102,6 +106,7 @@ private:
     static bool isUpload(const httplib::Request& req);
     // Sets the request's body cap; refuses (and answers) a body that cannot be accepted
     // before any of it is read.
+    bool admitOrigin(const httplib::Request& req, httplib::Response& res);
     bool admitBody(const httplib::Request& req, httplib::Response& res);
 
     QString projectSign(qint64 projectId, qint64 forUser);
@@ -121,6 +126,7 @@ private:
     std::unique_ptr<TaskEditor> tasks_;  // before the pages, which use it
     std::unique_ptr<PageHandler> pages_;
     std::unique_ptr<UpdatePublisher> updates_;
+    std::unique_ptr<OriginCheck> origins_;
     RoomKeeper* rooms_ = nullptr;
     QString dummyHash_;  // verified against for unknown accounts, so timing tells nothing
     std::thread warmUp_;

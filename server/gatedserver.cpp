@@ -59,6 +59,15 @@ GatedServer::GatedServer(const Limits& limits, RefusalBody refusal)
 
 GatedServer::~GatedServer() { stopServing(); }
 
+bool GatedServer::useTls(const std::string& certFile, const std::string& keyFile,
+                         std::string* error) {
+    if (gate_.joinable()) {
+        *error = "already serving";
+        return false;
+    }
+    return tls_.load(certFile, keyFile, error);
+}
+
 long long GatedServer::nowMs() const {
     return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() -
                                                                  epoch_)
@@ -144,7 +153,7 @@ void GatedServer::gateLoop() {
         fds.push_back({listenFd_, POLLIN, 0});
         long long next = nowMs() + 1000;
         for (const auto& c : held) {
-            fds.push_back({c->fd, POLLIN, 0});
+            fds.push_back({c->fd, short(c->wantsWrite ? POLLIN | POLLOUT : POLLIN), 0});
             next = qMin(next, c->deadlineMs);
         }
         const int n = ::poll(fds.data(), nfds_t(fds.size()), int(qMax(0LL, next - nowMs())));
@@ -154,7 +163,7 @@ void GatedServer::gateLoop() {
         for (size_t i = 0; i < held.size(); ++i) {
             Connection& c = *held[i];
             const short events = fds[i + 2].revents;
-            if (events & (POLLIN | POLLERR | POLLHUP)) {
+            if (events & (POLLIN | POLLOUT | POLLERR | POLLHUP)) {
                 if (!readHead(c)) {
                     held[i].reset();
                     continue;
@@ -186,6 +195,8 @@ void GatedServer::gateLoop() {
                 back.swap(returned_);
             }
             for (auto& c : back) {
+                // Bytes TLS has taken off the socket but not yet handed out wake no poll.
+                if (c->ssl && SSL_has_pending(c->ssl) && !readHead(*c)) continue;
                 // A pipelined request may already be complete.
                 size_t headBytes = 0;
                 if (isReady(*c, &headBytes)) {
@@ -231,6 +242,12 @@ void GatedServer::acceptAll(std::vector<std::unique_ptr<Connection>>& held) {
                 if (mine == 0) perAddress_.erase(c->address);
             }
         }
+        if (!admitted && tls_.loaded()) {
+            // Nothing can be said before a handshake; the refusal is only logged.
+            ::close(fd);
+            noteRefusal(why, c->address);
+            continue;
+        }
         if (!admitted) {
             const std::string response = [&] {
                 const std::string body = refusal_ ? refusal_(503) : std::string();
@@ -244,17 +261,67 @@ void GatedServer::acceptAll(std::vector<std::unique_ptr<Connection>>& held) {
             noteRefusal(why, c->address);
             continue;
         }
+        // With TLS the handshake has the head's time too.
         c->deadlineMs = nowMs() + limits_.headTimeoutMs;
+        if (tls_.loaded()) {
+            c->ssl = tls_.open(fd);
+            if (!c->ssl) {
+                noteRefusal("out of memory for TLS", c->address);
+                close(*c);
+                continue;
+            }
+        }
         held.push_back(std::move(c));
     }
 }
 
+bool GatedServer::handshake(Connection& c) {
+    c.wantsWrite = false;
+    const int r = SSL_do_handshake(c.ssl);
+    if (r == 1) {
+        c.secured = true;
+        return true;
+    }
+    const int error = SSL_get_error(c.ssl, r);
+    if (error == SSL_ERROR_WANT_READ) return true;
+    if (error == SSL_ERROR_WANT_WRITE) {
+        c.wantsWrite = true;
+        return true;
+    }
+    // Plain HTTP to this port lands here too ("http request").
+    const std::string why = "a TLS handshake (" + TlsContext::lastError() + ")";
+    noteRefusal(why.c_str(), c.address);
+    close(c);
+    return false;
+}
+
+ssize_t GatedServer::receive(Connection& c, char* into, size_t size) {
+    if (!c.ssl) {
+        for (;;) {
+            const ssize_t n = ::recv(c.fd, into, size, 0);
+            if (n > 0) return n;
+            if (n < 0 && errno == EINTR) continue;
+            if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) return 0;
+            return -1;
+        }
+    }
+    const int n = SSL_read(c.ssl, into, int(qMin<size_t>(size, 1 << 30)));
+    if (n > 0) return n;
+    const int error = SSL_get_error(c.ssl, n);
+    if (error == SSL_ERROR_WANT_READ || error == SSL_ERROR_WANT_WRITE) return 0;
+    return -1;
+}
+
 bool GatedServer::readHead(Connection& c) {
+    if (c.ssl && !c.secured) {
+        if (!handshake(c)) return false;
+        if (!c.secured) return true;
+    }
     const size_t room = size_t(limits_.maxHeadBytes + limits_.prereadBodyBytes);
     char chunk[4096];
     for (;;) {
         if (c.buffered.size() >= room) return true;  // the scan decides what that means
-        const ssize_t n = ::recv(c.fd, chunk, qMin(sizeof chunk, room - c.buffered.size()), 0);
+        const ssize_t n = receive(c, chunk, qMin(sizeof chunk, room - c.buffered.size()));
         if (n > 0) {
             if (!c.started) {
                 c.started = true;
@@ -263,8 +330,7 @@ bool GatedServer::readHead(Connection& c) {
             c.buffered.append(chunk, size_t(n));
             continue;
         }
-        if (n < 0 && errno == EINTR) continue;
-        if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) break;
+        if (n == 0) break;
         close(c);  // the peer closed or the connection broke
         return false;
     }
@@ -301,7 +367,7 @@ void GatedServer::handOver(std::unique_ptr<Connection> c, size_t headBytes) {
 void GatedServer::serve(std::unique_ptr<Connection> c, size_t headBytes) {
     if (stopping_) return close(*c);
     GatedStream stream(c->fd, std::move(c->buffered), headBytes, c->address, c->port, limits_.pace,
-                       limits_.defaultBodyCap);
+                       limits_.defaultBodyCap, c->ssl);
     GatedStream::setCurrent(&stream);
     bool closed = false;
     const bool last = ++c->served >= limits_.keepAliveMaxRequests;
@@ -330,14 +396,21 @@ void GatedServer::refuse(Connection& c, int status, const char* why) {
                                  "Content-Length: " +
                                  std::to_string(body.size()) + "\r\nConnection: close\r\n\r\n" +
                                  body;
-    [[maybe_unused]] const auto sent =
-        ::send(c.fd, response.data(), response.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+    if (!c.ssl) {
+        [[maybe_unused]] const auto sent =
+            ::send(c.fd, response.data(), response.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+    } else if (c.secured) {
+        // Best effort on the non-blocking socket, as in the clear.
+        [[maybe_unused]] const int sent = SSL_write(c.ssl, response.data(), int(response.size()));
+    }
     noteRefusal(why, c.address);
     close(c);
 }
 
 void GatedServer::close(Connection& c) {
     if (c.fd < 0) return;
+    TlsContext::close(c.ssl);
+    c.ssl = nullptr;
     ::close(c.fd);
     c.fd = -1;
     std::lock_guard<std::mutex> lock(mutex_);

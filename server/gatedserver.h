@@ -1,6 +1,7 @@
 #pragma once
 
 #include "gatedstream.h"
+#include "tlscontext.h"
 
 #include <httplib.h>
 
@@ -19,7 +20,8 @@
 // complete request is handed to a worker, and a kept-alive connection goes back to the gate
 // between requests. So a peer that trickles bytes, or just keeps connections open, costs a
 // socket and a small buffer, never a worker. The gate also caps connections (in all and per
-// address), the head's size and line count, and the time a head may take.
+// address), the head's size and line count, and the time a head may take. With a certificate
+// the gate also drives each connection's TLS handshake, within the same time as a head.
 class GatedServer : public httplib::Server {
 public:
     struct Limits {
@@ -41,6 +43,10 @@ public:
     explicit GatedServer(const Limits& limits, RefusalBody refusal);
     ~GatedServer() override;
 
+    // Serves HTTPS with this certificate chain and key (PEM) instead of HTTP; before
+    // startServing(). False, with the reason in `error`, when they cannot be used.
+    bool useTls(const std::string& certFile, const std::string& keyFile, std::string* error);
+    bool secure() const { return tls_.loaded(); }
     // Binds (port 0: any free port); returns the port, -1 on failure.
     int bindTo(const std::string& host, int port);
     // Starts the gate and the workers.
@@ -58,13 +64,20 @@ private:
         std::string buffered;
         int served = 0;
         long long deadlineMs = 0;
-        bool started = false;  // some bytes of the next request have arrived
+        bool started = false;     // some bytes of the next request have arrived
+        SSL* ssl = nullptr;       // with TLS: the session, owned with the descriptor
+        bool secured = false;     // its handshake is done
+        bool wantsWrite = false;  // the handshake waits for the socket to take bytes
     };
 
     void gateLoop();
     void acceptAll(std::vector<std::unique_ptr<Connection>>& held);
     // Reads what is there; false when the connection is done with (closed or refused).
     bool readHead(Connection& c);
+    // Moves the TLS handshake on; false when it failed (the connection is closed).
+    bool handshake(Connection& c);
+    // One non-blocking read of plain bytes: >0 read, 0 none yet, -1 closed or broken.
+    ssize_t receive(Connection& c, char* into, size_t size);
     // Whether the buffered bytes hold a whole request head (and its small body).
     bool isReady(const Connection& c, size_t* headBytes) const;
     void handOver(std::unique_ptr<Connection> c, size_t headBytes);
@@ -77,6 +90,7 @@ private:
 
     Limits limits_;
     RefusalBody refusal_;
+    TlsContext tls_;
     int listenFd_ = -1;
     int wakeFd_ = -1;
     std::atomic<bool> stopping_{false};

@@ -13,8 +13,9 @@ thread_local GatedStream* currentStream = nullptr;
 }  // namespace
 
 GatedStream::GatedStream(int fd, std::string buffered, size_t headBytes, const std::string& address,
-                         int port, const Pace& pace, size_t bodyCap)
+                         int port, const Pace& pace, size_t bodyCap, SSL* ssl)
     : fd_(fd),
+      ssl_(ssl),
       buffered_(std::move(buffered)),
       address_(address),
       port_(port),
@@ -45,6 +46,7 @@ bool GatedStream::waitFor(short events, qint64 deadlineMs) const {
 
 bool GatedStream::is_readable() const {
     if (bufferedAt_ < buffered_.size()) return true;
+    if (ssl_ && SSL_pending(ssl_) > 0) return true;
     pollfd p{fd_, POLLIN, 0};
     return ::poll(&p, 1, 0) > 0;
 }
@@ -75,21 +77,75 @@ ssize_t GatedStream::read(char* ptr, size_t size) {
     // The body's pace is measured from the start of this request.
     const qint64 until = deadline(0, body);
     for (;;) {
-        const ssize_t n = ::recv(fd_, ptr, size, 0);
-        if (n >= 0) {
+        short wait = 0;
+        const ssize_t n = receiveOnce(ptr, size, &wait);
+        if (n >= 0 && wait == 0) {
             if (n == 0) broken_ = true;
             consumed_ += n;
             return n;
         }
-        if (errno == EINTR) continue;
-        if (errno != EAGAIN && errno != EWOULDBLOCK) {
+        if (n < 0) {
             broken_ = true;
             return -1;
         }
-        if (!waitFor(POLLIN, until)) {
+        if (!waitFor(wait, until)) {
             timedOut_ = true;
             return -1;
         }
+    }
+}
+
+ssize_t GatedStream::receiveOnce(char* ptr, size_t size, short* waitEvents) {
+    if (ssl_) {
+        const int n = SSL_read(ssl_, ptr, int(qMin<size_t>(size, 1 << 30)));
+        if (n > 0) return n;
+        switch (SSL_get_error(ssl_, n)) {
+            case SSL_ERROR_WANT_READ:
+                *waitEvents = POLLIN;
+                return 0;
+            case SSL_ERROR_WANT_WRITE:
+                *waitEvents = POLLOUT;
+                return 0;
+            case SSL_ERROR_ZERO_RETURN:
+                return 0;
+            default:
+                return -1;
+        }
+    }
+    for (;;) {
+        const ssize_t n = ::recv(fd_, ptr, size, 0);
+        if (n >= 0) return n;
+        if (errno == EINTR) continue;
+        if (errno != EAGAIN && errno != EWOULDBLOCK) return -1;
+        *waitEvents = POLLIN;
+        return 0;
+    }
+}
+
+ssize_t GatedStream::sendOnce(const char* ptr, size_t size, short* waitEvents) {
+    if (ssl_) {
+        const int n = SSL_write(ssl_, ptr, int(qMin<size_t>(size, 1 << 30)));
+        if (n > 0) return n;
+        switch (SSL_get_error(ssl_, n)) {
+            case SSL_ERROR_WANT_READ:
+                *waitEvents = POLLIN;
+                return 0;
+            case SSL_ERROR_WANT_WRITE:
+                *waitEvents = POLLOUT;
+                return 0;
+            default:
+                return -1;
+        }
+    }
+    for (;;) {
+        const ssize_t n = ::send(fd_, ptr, size, MSG_NOSIGNAL);
+        if (n > 0) return n;
+        if (n < 0 && errno == EINTR) continue;
+        if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) {
+            *waitEvents = POLLOUT;
+            return 0;
+        }
+        return -1;
     }
 }
 
@@ -99,15 +155,15 @@ ssize_t GatedStream::write(const char* ptr, size_t size) {
     if (writeStartMs_ < 0) writeStartMs_ = clock_.elapsed();
     size_t done = 0;
     while (done < size) {
-        const ssize_t n = ::send(fd_, ptr + done, size - done, MSG_NOSIGNAL);
+        short wait = 0;
+        const ssize_t n = sendOnce(ptr + done, size - done, &wait);
         if (n > 0) {
             done += size_t(n);
             bytesWritten_ += n;
             continue;
         }
-        if (n < 0 && errno == EINTR) continue;
-        if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) {
-            if (!waitFor(POLLOUT, deadline(writeStartMs_, bytesWritten_))) {
+        if (n == 0 && wait != 0) {
+            if (!waitFor(wait, deadline(writeStartMs_, bytesWritten_))) {
                 writeTimedOut_ = true;
                 return -1;
             }

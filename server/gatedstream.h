@@ -4,6 +4,8 @@
 
 #include <QElapsedTimer>
 
+#include <openssl/ssl.h>
+
 #include <string>
 
 // One request's view of its connection, for the HTTP library's request parser and writer.
@@ -19,9 +21,10 @@ public:
         int waitMs = 10000;            // longest wait for any single read or write
     };
 
-    // `buffered` starts with the request head of `headBytes` bytes.
+    // `buffered` starts with the request head of `headBytes` bytes. With `ssl` (a finished
+    // TLS session over `fd`, owned by the caller) every byte goes through it.
     GatedStream(int fd, std::string buffered, size_t headBytes, const std::string& address,
-                int port, const Pace& pace, size_t bodyCap);
+                int port, const Pace& pace, size_t bodyCap, SSL* ssl = nullptr);
 
     bool is_readable() const override;
     bool is_writable() const override;
@@ -53,9 +56,14 @@ public:
 
 private:
     bool waitFor(short events, qint64 deadlineMs) const;
+    // One try at the socket, in the clear or through TLS: >0 moved, 0 the peer closed,
+    // -1 broken; `waitEvents` is set to what to wait for when nothing could move yet.
+    ssize_t receiveOnce(char* ptr, size_t size, short* waitEvents);
+    ssize_t sendOnce(const char* ptr, size_t size, short* waitEvents);
     qint64 deadline(qint64 startedMs, qint64 moved) const;
 
     int fd_;
+    SSL* ssl_;
     std::string buffered_;
     size_t bufferedAt_ = 0;
     std::string address_;

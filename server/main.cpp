@@ -139,6 +139,14 @@ int main(int argc, char** argv) {
     const QCommandLineOption accounts(
         QStringLiteral("print-accounts"),
         QStringLiteral("Print the first N sign-in accounts and exit."), QStringLiteral("N"));
+    const QCommandLineOption tlsCert(
+        QStringLiteral("tls-cert"),
+        QStringLiteral("Serve HTTPS with this certificate (PEM, its chain after it); without it "
+                       "the back end speaks plain HTTP, for loopback or behind a TLS proxy."),
+        QStringLiteral("file"));
+    const QCommandLineOption tlsKey(QStringLiteral("tls-key"),
+                                    QStringLiteral("The private key (PEM) of --tls-cert."),
+                                    QStringLiteral("file"));
     const QCommandLineOption urlTable(
         QStringLiteral("write-url-table"),
         QStringLiteral("Once listening, write the client's URL table (UrlText.ini) pointing here."),
@@ -148,7 +156,7 @@ int main(int argc, char** argv) {
                        imHost,         imPort,        imDomain,       prosodyData,       imCommand,
                        imMucDomain,    imAdminJid,    imAdminSecret,  imAdminSecretFile, imCaFile,
                        uploadLimit,    threads,       sessionMinutes, accounts,          updateDir,
-                       maxConnections, maxPerAddress, requestTimeout});
+                       maxConnections, maxPerAddress, requestTimeout, tlsCert,           tlsKey});
     parser.process(app);
 
     const QString data = QDir(parser.value(dataDir)).absolutePath();
@@ -249,6 +257,12 @@ int main(int argc, char** argv) {
     if (parser.isSet(updateDir)) options.updateDir = QDir(parser.value(updateDir)).absolutePath();
     // The client renews its authorisation only after 30 minutes.
     options.sessionLifetimeSeconds = qMax(30, parser.value(sessionMinutes).toInt()) * 60;
+    if (parser.isSet(tlsCert) != parser.isSet(tlsKey)) {
+        err << "--tls-cert and --tls-key go together" << Qt::endl;
+        return 1;
+    }
+    options.tlsCert = parser.value(tlsCert);
+    options.tlsKey = parser.value(tlsKey);
     BackendServer server(&db, options);
     server.setRoomKeeper(rooms.get());
     if (!server.start(parser.value(listen), parser.value(port).toInt())) {

@@ -165,6 +165,9 @@ void ProjectEditor::create(const httplib::Request& req, httplib::Response& res, 
         return refuse(res, req, ReplyEnvelope::Forbidden, "too many projects",
                       QStringLiteral("项目数量已达上限"));
     }
+    // A page (or a link in one) could otherwise make a project in a signed-in user's name.
+    if (req.method != "POST")
+        return refuse(res, req, ReplyEnvelope::BadParameter, "a change asked by GET");
     const qint64 id = directory_->createProject(caller, title, members);
     if (id == 0) return fail(res, req, ReplyEnvelope::InternalError);
     notify(id, QStringLiteral("joined"), memberIds(id), {});
@@ -185,6 +188,8 @@ void ProjectEditor::addMembers(const httplib::Request& req, httplib::Response& r
     }
     // Only the owner decides who is in the project.
     if (owner != caller) return refuse(res, req, ReplyEnvelope::Forbidden, "not the owner");
+    if (req.method != "POST")
+        return refuse(res, req, ReplyEnvelope::BadParameter, "a change asked by GET");
     if (directory_->countInCompany(directory_->companyOf(caller), users) != users.size()) {
         return refuse(res, req, ReplyEnvelope::NotFound, "member outside the company");
     }

@@ -267,12 +267,13 @@ int main(int argc, char** argv) {
     }
     if (!handOutCompanyCa(prosody.caFile())) return 1;
     QProcess backend;
-    backend.start(
-        QStringLiteral(QUELIX_BACKEND_BIN),
-        {"--data-dir", scratch.filePath("backend"), "--seed-demo", "--pbkdf2-iterations", "1",
-         "--port", "0", "--im-host", prosody.host(), "--im-port", QString::number(prosody.port()),
-         "--im-domain", prosody.domain(), "--prosody-data", prosody.dataDir(), "--write-url-table",
-         docs + "/Quelix/Resource/Text/UrlText.ini"});
+    backend.start(QStringLiteral(QUELIX_BACKEND_BIN),
+                  QStringList{"--data-dir", scratch.filePath("backend"), "--seed-demo",
+                              "--pbkdf2-iterations", "1", "--port", "0", "--im-host",
+                              prosody.host(), "--im-port", QString::number(prosody.port()),
+                              "--im-domain", prosody.domain(), "--prosody-data", prosody.dataDir(),
+                              "--write-url-table", docs + "/Quelix/Resource/Text/UrlText.ini"} +
+                      backendTlsArguments(prosody.caFile(), prosody.certFile(), prosody.keyFile()));
     QByteArray printed;
     const QString url = waitForBackendUrl(backend, &printed);
     if (url.isEmpty()) {

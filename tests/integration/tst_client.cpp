@@ -15,6 +15,7 @@
 
 #include "../support/backendlistening.h"
 #include "../support/companyca.h"
+#include "../support/demobackend.h"
 #include "base/at_exit.h"
 #include "clientsession.h"
 #include "companytrust.h"
@@ -85,10 +86,12 @@ void TestClient::initTestCase() {
     backend_.setProcessChannelMode(QProcess::ForwardedErrorChannel);
     backend_.start(
         QStringLiteral(QUELIX_BACKEND_BIN),
-        {"--data-dir", data_.filePath("backend"), "--seed-demo", "--pbkdf2-iterations", "1",
-         "--port", "0", "--im-host", prosody_.host(), "--im-port", QString::number(prosody_.port()),
-         "--im-domain", prosody_.domain(), "--prosody-data", prosody_.dataDir(),
-         "--write-url-table", docs + "/Quelix/Resource/Text/UrlText.ini"});
+        QStringList{"--data-dir", data_.filePath("backend"), "--seed-demo", "--pbkdf2-iterations",
+                    "1", "--port", "0", "--im-host", prosody_.host(), "--im-port",
+                    QString::number(prosody_.port()), "--im-domain", prosody_.domain(),
+                    "--prosody-data", prosody_.dataDir(), "--write-url-table",
+                    docs + "/Quelix/Resource/Text/UrlText.ini"} +
+            DemoBackend::tlsArguments(prosody_));
     QVERIFY(backend_.waitForStarted());
     QByteArray printed;
     backendUrl_ = waitForBackendUrl(backend_, &printed);

@@ -146,7 +146,7 @@ bool TestTaskClient::waitForCard(QSignalSpy& messages, const QString& project, q
 void TestTaskClient::aTaskCardArrivesOpensInTheSidebarAndLaterEventsFollow() {
     QSignalSpy messages(OpenIMManager::instance(), &OpenIMManager::chatMessage);
     const QJsonObject made =
-        http_->call("/work/editProj.htm?m=createProj&title=" + QUrl::toPercentEncoding("任务项目") +
+        http_->change("/work/editProj.htm?m=createProj&title=" + QUrl::toPercentEncoding("任务项目") +
                         "&memberIds=" + me_.id + "," + third_.id,
                     owner_.session);
     const QString project = made.value("results").toObject().value("id").toString();

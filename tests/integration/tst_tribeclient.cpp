@@ -216,7 +216,7 @@ void TestTribeClient::leavingAndDissolvingAskAndReachEveryone() {
     QTRY_COMPARE(failedRows(), 2);
 
     // The owner is asked whether to dissolve; the address carries the project's sign.
-    const QJsonObject made = http_->call(
+    const QJsonObject made = http_->change(
         "/work/editProj.htm?m=createProj&title=%E8%A7%A3%E6%95%A3&memberIds=" + third_.id,
         me_.session);
     const QString own = made.value("results").toObject().value("projectId").toString().isEmpty()

@@ -61,6 +61,7 @@ private slots:
     void anotherCompanySeesNothingAndChangesNothing();
     void uploadsAreTheCallersAndStayInItsCompany();
     void membersRemoveOnlyThemselves();
+    void changesComeByPostFromOurOwnPages();
 
 private:
     httplib::Client client() const {
@@ -85,6 +86,22 @@ private:
         q.addBindValue(project);
         q.addBindValue(user);
         return q.exec() && q.next() && q.value(0).toInt() == 1;
+    }
+
+    // A colleague of the demo company who is not in `project`.
+    qint64 outsiderOf(qint64 project) {
+        QSqlQuery q(db_->connection());
+        q.prepare(QStringLiteral(
+            "SELECT id FROM users WHERE company_id = 1 AND id NOT IN"
+            " (SELECT user_id FROM project_member WHERE project_id = ?) ORDER BY id LIMIT 1"));
+        q.addBindValue(project);
+        return q.exec() && q.next() ? q.value(0).toLongLong() : 0;
+    }
+    int projectCount() {
+        QSqlQuery q(db_->connection());
+        return q.exec(QStringLiteral("SELECT COUNT(*) FROM project")) && q.next()
+                   ? q.value(0).toInt()
+                   : -1;
     }
 
     QTemporaryDir dir_;
@@ -295,6 +312,64 @@ void BackendAuthzTest::membersRemoveOnlyThemselves() {
                                as(member_))),
              0);
     QVERIFY(!isMember(50003, 10002));
+}
+
+void BackendAuthzTest::changesComeByPostFromOurOwnPages() {
+    // The session cookie is kept from other sites' requests by the browser itself.
+    const auto login =
+        client().Post("/work/checkIn.htm?m=MobileLogin",
+                      "username=" + DemoCompany::accounts(db_.get(), 1).value(0).toStdString() +
+                          "&password=" + DemoCompany::kPassword + "&client=3",
+                      kForm);
+    QVERIFY(login);
+    const std::string cookie = login->get_header_value("Set-Cookie");
+    QVERIFY2(cookie.find("HttpOnly") != std::string::npos &&
+                 cookie.find("SameSite=Strict") != std::string::npos,
+             cookie.c_str());
+
+    // A link or an image cannot make a project or add someone to one.
+    const qint64 outsider = outsiderOf(50003);
+    QVERIFY(outsider != 0);
+    const std::string add =
+        "m=addMember&projectId=50003&userIds=" + std::to_string(static_cast<long long>(outsider));
+    const int projects = projectCount();
+    QCOMPARE(
+        code(client().Get("/work/editProj.htm?m=createProj&title=t&memberIds=10002", as(owner_))),
+        1001);
+    QCOMPARE(code(client().Get("/work/editProj.htm?" + add, as(owner_))), 1001);
+    QCOMPARE(projectCount(), projects);
+    QVERIFY(!isMember(50003, outsider));
+
+    // Another site's page may post, and may lead a sidebar to the GET the client uses to leave
+    // a project: both are refused from what the browser says about the page.
+    httplib::Headers foreign = as(owner_);
+    foreign.emplace("Origin", "https://evil.example");
+    auto r = client().Post("/work/editProj.htm", foreign, add, kForm);
+    QVERIFY(r);
+    QCOMPARE(r->status, 403);
+    QCOMPARE(code(r), 1004);
+    QVERIFY(!isMember(50003, outsider));
+    httplib::Headers referred = as(member_);
+    referred.emplace("Referer", "http://127.0.0.1:1/trap.html");
+    r = client().Get("/work/editProj.htm?&kickUserId=10002&projectId=50002&m=exitPro", referred);
+    QVERIFY(r);
+    QCOMPARE(r->status, 403);
+    QVERIFY(isMember(50002, 10002));
+    httplib::Headers opaque = as(owner_);
+    opaque.emplace("Origin", "null");
+    QCOMPARE(client().Post("/work/editProj.htm", opaque, add, kForm)->status, 403);
+    QVERIFY(!isMember(50003, outsider));
+
+    // Our own pages (same origin) and the desktop client (no origin) go on.
+    httplib::Headers own = as(owner_);
+    own.emplace("Origin", "http://127.0.0.1:" + std::to_string(server_->port()));
+    QCOMPARE(code(client().Post("/work/editProj.htm", own, add, kForm)), 0);
+    QVERIFY(isMember(50003, outsider));
+    QCOMPARE(code(client().Get("/work/editProj.htm?&projectId=50003&m=exitPro&kickUserId=" +
+                                   std::to_string(static_cast<long long>(outsider)),
+                               as(owner_))),
+             0);
+    QVERIFY(!isMember(50003, outsider));
 }
 
 QTEST_GUILESS_MAIN(BackendAuthzTest)

@@ -52,6 +52,9 @@ private:
     httplib::Result get(const std::string& path) {
         return client().Get(path, {{"Cookie", "QXSESSION=" + session_}});
     }
+    httplib::Result post(const std::string& path) {
+        return client().Post(path, {{"Cookie", "QXSESSION=" + session_}}, "", kForm);
+    }
     // Takes a table away (as a broken or locked database would) and puts it back.
     void hide(const char* table) {
         sql(QStringLiteral("ALTER TABLE %1 RENAME TO hidden_%1"), table);
@@ -149,9 +152,9 @@ void BackendFailuresTest::logInFailsHonestlyAndFeedsNoLockOut() {
 
 void BackendFailuresTest::failedWritesAreReported() {
     hide("task_read");
-    QCOMPARE(code(get("/work/notifies.htm?m=setTaskReadFlag&taskId=70003")), 1500);
+    QCOMPARE(code(post("/work/notifies.htm?m=setTaskReadFlag&taskId=70003")), 1500);
     restore("task_read");
-    QCOMPARE(code(get("/work/notifies.htm?m=setTaskReadFlag&taskId=70003")), 0);
+    QCOMPARE(code(post("/work/notifies.htm?m=setTaskReadFlag&taskId=70003")), 0);
 
     // An upload whose record cannot be written keeps no file.
     const QDir files(dir_.filePath(QStringLiteral("files")));
@@ -170,7 +173,7 @@ void BackendFailuresTest::failedWritesAreReported() {
 
     // A project change that cannot be written is not reported as made.
     hide("project_member");
-    QCOMPARE(code(get("/work/editProj.htm?m=createProj&title=t")), 1500);
+    QCOMPARE(code(post("/work/editProj.htm?m=createProj&title=t")), 1500);
     restore("project_member");
 }
 

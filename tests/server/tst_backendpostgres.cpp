@@ -186,8 +186,9 @@ void BackendPostgresTest::demoCompanyOverHttp() {
                             asMember))[QStringLiteral("errorCode")]
                  .toInt(),
              0);
-    QCOMPARE(envelope(c.Get("/work/notifies.htm?m=setTaskReadFlag&userId=10002&taskId=70010",
-                            asMember))[QStringLiteral("errorCode")]
+    QCOMPARE(envelope(c.Post("/work/notifies.htm?m=setTaskReadFlag&userId=10002&taskId=70010",
+                             asMember, "", "application/x-www-form-urlencoded"))
+                 [QStringLiteral("errorCode")]
                  .toInt(),
              0);
     const auto up = c.Post(

@@ -202,6 +202,8 @@ private slots:
 
 private:
     QJsonObject call(const std::string& path, const QString& session = QString());
+    // The same as a POST, as every change must be.
+    QJsonObject change(const std::string& path, const QString& session = QString());
     User signIn(int index);
     QString room(qint64 projectId) const {
         return QStringLiteral("%1@conference.%2").arg(projectId).arg(prosody_.domain());
@@ -263,6 +265,13 @@ QJsonObject RoomKeeperTest::call(const std::string& path, const QString& session
     return r ? QJsonDocument::fromJson(QByteArray::fromStdString(r->body)).object() : QJsonObject();
 }
 
+QJsonObject RoomKeeperTest::change(const std::string& path, const QString& session) {
+    httplib::Headers headers;
+    if (!session.isEmpty()) headers.emplace("Cookie", ("QXSESSION=" + session).toStdString());
+    const auto r = http_->Post(path.c_str(), headers, "", "application/x-www-form-urlencoded");
+    return r ? QJsonDocument::fromJson(QByteArray::fromStdString(r->body)).object() : QJsonObject();
+}
+
 User RoomKeeperTest::signIn(int index) {
     const auto r =
         http_->Post("/work/checkIn.htm?m=MobileLogin",
@@ -294,7 +303,7 @@ bool RoomKeeperTest::waitReady(qint64 projectId, const QString& session) {
 
 qint64 RoomKeeperTest::createProject(const User& owner, const QString& title,
                                      const QStringList& members) {
-    const QJsonObject env = call("/work/editProj.htm?m=createProj&title=" + enc(title) +
+    const QJsonObject env = change("/work/editProj.htm?m=createProj&title=" + enc(title) +
                                      "&memberIds=" + members.join(',').toStdString(),
                                  owner.session);
     if (env.value("errorCode").toInt(-1) != 0) return 0;
@@ -398,7 +407,7 @@ void RoomKeeperTest::membershipFollowsTheDirectoryAtOnce() {
     QCOMPARE(olga.notices(1), QStringList{"joined " + owner.id + tail});
 
     // Added: may enter.
-    QJsonObject env = call("/work/editProj.htm?m=addMember&projectId=" + std::to_string(p) +
+    QJsonObject env = change("/work/editProj.htm?m=addMember&projectId=" + std::to_string(p) +
                                "&userIds=" + c.id.toStdString(),
                            owner.session);
     QCOMPARE(env.value("errorCode").toInt(-1), 0);
@@ -460,7 +469,7 @@ void RoomKeeperTest::addressesCheckTheCaller() {
         q.exec("INSERT INTO project (id, company_id, title, owner_id, date_created)"
                " VALUES (90002, 2, 'theirs', 90001, '')"));
     auto code = [this](const std::string& path, const QString& session) {
-        return call(path, session).value("errorCode").toInt(-1);
+        return change(path, session).value("errorCode").toInt(-1);
     };
     const std::string create = "/work/editProj.htm?m=createProj&title=";
     QCOMPARE(code(create + "x", QString()), 1003);
@@ -571,7 +580,7 @@ void RoomKeeperTest::catchesUpAfterTheKeeperWasAway() {
     // The back end restarts its room keeping (as after a restart of the back end itself):
     // what changed in the directory meanwhile reaches the room.
     keeper_->stop();
-    QCOMPARE(call("/work/editProj.htm?m=addMember&projectId=" + std::to_string(p) +
+    QCOMPARE(change("/work/editProj.htm?m=addMember&projectId=" + std::to_string(p) +
                       "&userIds=" + d.id.toStdString(),
                   owner.session)
                  .value("errorCode")
@@ -711,7 +720,7 @@ void RoomKeeperTest::taskCardsQueuedWhileTheKeeperWasAwayReachTheRoom() {
             .toArray();
     QCOMPARE(found.size(), 1);
     QCOMPARE(found.first().toObject().value("realName").toString(), QStringLiteral("任务助手"));
-    QCOMPARE(call("/work/editProj.htm?m=addMember&projectId=" + std::to_string(p) +
+    QCOMPARE(change("/work/editProj.htm?m=addMember&projectId=" + std::to_string(p) +
                       "&userIds=" + assistant.toStdString(),
                   owner.session)
                  .value("errorCode")

@@ -77,7 +77,8 @@ private:
     // A valid token of `session`, from the creation page of a project of its own.
     QString ownToken(const QString& session) {
         const QString project =
-            envelope(client().Get("/work/editProj.htm?m=createProj&title=own", as(session)))
+            envelope(client().Post("/work/editProj.htm?m=createProj&title=own", as(session), "",
+                                   "application/x-www-form-urlencoded"))
                 .value("results")
                 .toObject()
                 .value("id")

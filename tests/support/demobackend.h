@@ -53,33 +53,39 @@ public:
         if (!handOutCompanyCa(prosody.caFile())) return false;
         process_.setProcessChannelMode(captureLog_ ? QProcess::MergedChannels
                                                    : QProcess::ForwardedErrorChannel);
-        process_.start(binary_, {"--data-dir",
-                                 dataDir + "/backend",
-                                 "--seed-demo",
-                                 "--pbkdf2-iterations",
-                                 "1",
-                                 "--port",
-                                 "0",
-                                 "--im-host",
-                                 prosody.host(),
-                                 "--im-port",
-                                 QString::number(prosody.port()),
-                                 "--im-domain",
-                                 prosody.domain(),
-                                 "--prosody-data",
-                                 prosody.dataDir(),
-                                 "--im-admin-jid",
-                                 prosody.adminJid(),
-                                 "--im-admin-secret-file",
-                                 secret.fileName(),
-                                 "--im-ca-file",
-                                 prosody.caFile(),
-                                 "--write-url-table",
-                                 docs + "/Quelix/Resource/Text/UrlText.ini"});
+        process_.start(binary_, QStringList{"--data-dir",
+                                            dataDir + "/backend",
+                                            "--seed-demo",
+                                            "--pbkdf2-iterations",
+                                            "1",
+                                            "--port",
+                                            "0",
+                                            "--im-host",
+                                            prosody.host(),
+                                            "--im-port",
+                                            QString::number(prosody.port()),
+                                            "--im-domain",
+                                            prosody.domain(),
+                                            "--prosody-data",
+                                            prosody.dataDir(),
+                                            "--im-admin-jid",
+                                            prosody.adminJid(),
+                                            "--im-admin-secret-file",
+                                            secret.fileName(),
+                                            "--im-ca-file",
+                                            prosody.caFile(),
+                                            "--write-url-table",
+                                            docs + "/Quelix/Resource/Text/UrlText.ini"} +
+                                    tlsArguments(prosody));
         if (!process_.waitForStarted()) return false;
         url_ = waitForBackendUrl(process_, printed);
         if (printed) log_ = *printed;
         return !url_.isEmpty();
+    }
+    // With a server that speaks TLS, the back end serves HTTPS with the same certificate,
+    // and this process (a colleague's browser) trusts the authority behind it.
+    static QStringList tlsArguments(const ProsodyServer& prosody) {
+        return backendTlsArguments(prosody.caFile(), prosody.certFile(), prosody.keyFile());
     }
     // Everything the back end printed so far (with `captureLog`, its log lines too).
     QByteArray log() {
@@ -130,6 +136,11 @@ public:
     QJsonObject call(const QString& path, const QString& session) const {
         return QJsonDocument::fromJson(send(path, session).body).object();
     }
+    // The same as a POST, as every change must be.
+    QJsonObject change(const QString& path, const QString& session) const {
+        const QByteArray none;
+        return QJsonDocument::fromJson(send(path, session, &none).body).object();
+    }
     DemoPerson signIn(const QString& userName) const {
         const QByteArray form = "username=" + userName.toUtf8() + "&password=quelix123&client=3";
         const QJsonObject user =
@@ -153,9 +164,9 @@ public:
     QString startProject(const DemoPerson& owner, const QString& title,
                          const QStringList& members) const {
         const QJsonObject record =
-            call("/work/editProj.htm?m=createProj&title=" + QUrl::toPercentEncoding(title) +
-                     "&memberIds=" + members.join(','),
-                 owner.session)
+            change("/work/editProj.htm?m=createProj&title=" + QUrl::toPercentEncoding(title) +
+                       "&memberIds=" + members.join(','),
+                   owner.session)
                 .value("results")
                 .toObject();
         QString id = record.value("projectId").toString();
