@@ -4,6 +4,7 @@
 #include <QMouseEvent>
 #include <QVBoxLayout>
 
+#include "plaintext.h"
 #include "screenmetrics.h"
 
 FunctionListView::FunctionListView(QWidget* parent) : QWidget(parent) {
@@ -13,7 +14,7 @@ FunctionListView::FunctionListView(QWidget* parent) : QWidget(parent) {
     avatar_->setFixedSize(size, size);
     avatar_->setScaledContents(true);
     avatar_->setPixmap(QPixmap(QStringLiteral(":/resource/Chat/default_user_icon.png")));
-    name_ = new QLabel(tr("Not signed in"), this);
+    name_ = plaintext::label(tr("Not signed in"), this);  // later the user's own name
     name_->setAlignment(Qt::AlignCenter);
     name_->setStyleSheet(
         QStringLiteral("QLabel{color:#c9d4e2;font-size:%1px;background:transparent;}")

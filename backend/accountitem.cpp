@@ -5,9 +5,11 @@
 #include <QMouseEvent>
 #include <QPushButton>
 
+#include "plaintext.h"
+
 AccountItem::AccountItem(const QString& account, QWidget* parent)
     : QWidget(parent), account_(account) {
-    name_ = new QLabel(account, this);
+    name_ = plaintext::label(account, this);
     remove_ = new QPushButton(this);
     remove_->setObjectName(QStringLiteral("removeAccount"));
     remove_->setFixedSize(16, 16);

@@ -21,6 +21,7 @@
 #include "directorystore.h"
 #include "loginrequestmanager.h"
 #include "passwordvault.h"
+#include "plaintext.h"
 #include "requester.h"
 
 namespace {
@@ -110,7 +111,7 @@ LoginView::LoginView(QWidget* parent)
                            "QPushButton:hover{color:#1f6fd1;text-decoration:underline;}"));
     }
 
-    m_labHint = new QLabel(frame);
+    m_labHint = plaintext::label(QString(), frame);  // may carry the back end's own words
     m_labHint->setObjectName(QStringLiteral("m_labHint"));
     m_labHint->setAlignment(Qt::AlignCenter);
     m_labHint->setStyleSheet(QStringLiteral("QLabel{color:#e5484d;}"));

@@ -1,6 +1,7 @@
 #include "orgtreemodel.h"
 
 #include "colleague.h"
+#include "plaintext.h"
 
 namespace {
 const QString kDeptKind = QStringLiteral("dept");
@@ -108,9 +109,10 @@ QVariant OrgTreeModel::data(const QModelIndex& index, int role) const {
             case Qt::DisplayRole:
                 return c->displayName();
             case Qt::ToolTipRole:
-                return c->deptName().isEmpty()
-                           ? c->displayName()
-                           : c->displayName() + QStringLiteral(" · ") + c->deptName();
+                return plaintext::toolTip(c->deptName().isEmpty()
+                                              ? c->displayName()
+                                              : c->displayName() + QStringLiteral(" · ") +
+                                                    c->deptName());
             case IdRole:
                 return c->id();
             case KindRole:
@@ -126,8 +128,9 @@ QVariant OrgTreeModel::data(const QModelIndex& index, int role) const {
     if (const Department* d = departmentAt(index)) {
         switch (role) {
             case Qt::DisplayRole:
-            case Qt::ToolTipRole:
                 return d->orgName;
+            case Qt::ToolTipRole:
+                return plaintext::toolTip(d->orgName);
             case IdRole:
                 return d->id;
             case KindRole:

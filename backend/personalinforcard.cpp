@@ -9,6 +9,7 @@
 #include "avatarpixmapcache.h"
 #include "colleague.h"
 #include "directorystore.h"
+#include "plaintext.h"
 
 PersonalInforCard::PersonalInforCard(QWidget* parent, DirectoryStore* store,
                                      AvatarPixmapCache* avatars)
@@ -16,11 +17,11 @@ PersonalInforCard::PersonalInforCard(QWidget* parent, DirectoryStore* store,
       store_(store ? store : &DirectoryStore::instance()),
       avatars_(avatars ? avatars : new AvatarPixmapCache(store_, nullptr, this)),
       avatar_(new QLabel(this)),
-      name_(new QLabel(this)),
+      name_(plaintext::label(QString(), this)),
       state_(new QLabel(this)),
-      dept_(new QLabel(this)),
-      mobile_(new QLabel(this)),
-      email_(new QLabel(this)),
+      dept_(plaintext::label(QString(), this)),
+      mobile_(plaintext::label(QString(), this)),
+      email_(plaintext::label(QString(), this)),
       chat_(new QPushButton(QStringLiteral("发消息"), this)),
       share_(new QPushButton(QStringLiteral("分享名片"), this)) {
     setObjectName(QStringLiteral("personalInforCard"));

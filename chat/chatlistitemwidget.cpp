@@ -5,6 +5,7 @@
 #include <QLabel>
 #include <QPushButton>
 
+#include "plaintext.h"
 #include "screenmetrics.h"
 
 ChatListItemWidget::ChatListItemWidget(const QString& id, const QString& name, QWidget* parent)
@@ -16,7 +17,7 @@ ChatListItemWidget::ChatListItemWidget(const QString& id, const QString& name, Q
     const int size = m.value(ScreenMetrics::AvatarSize) - 4;
     avatar_->setFixedSize(size, size);
     avatar_->setScaledContents(true);
-    name_ = new QLabel(name, this);
+    name_ = plaintext::label(name, this);
     name_->setStyleSheet(
         QStringLiteral("QLabel{background-color:transparent;border-style:none;font-family:%2;"
                        "font-size:%1px;color:#444;}")

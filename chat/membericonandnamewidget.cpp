@@ -4,8 +4,13 @@
 #include <QLabel>
 #include <QMouseEvent>
 
+#include "plaintext.h"
+
 MemberIconAndNameWidget::MemberIconAndNameWidget(QWidget* parent)
-    : QWidget(parent), avatar_(new QLabel(this)), name_(new QLabel(this)), mark_(new QLabel(this)) {
+    : QWidget(parent),
+      avatar_(new QLabel(this)),
+      name_(plaintext::label(QString(), this)),
+      mark_(new QLabel(this)) {
     setAttribute(Qt::WA_StyledBackground);
     setObjectName(QStringLiteral("memberRow"));
     setStyleSheet(

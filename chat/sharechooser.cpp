@@ -7,6 +7,7 @@
 #include <QVBoxLayout>
 
 #include "colleagenamesearchedit.h"
+#include "plaintext.h"
 
 ShareChooser::ShareChooser(const QString& sharedName, const QVector<Choice>& recent,
                            QWidget* parent)
@@ -29,7 +30,7 @@ ShareChooser::ShareChooser(const QString& sharedName, const QVector<Choice>& rec
     buttons->addWidget(ok_);
     buttons->addWidget(cancel);
     auto* layout = new QVBoxLayout(this);
-    layout->addWidget(new QLabel(QStringLiteral("把 %1 的名片发给：").arg(sharedName), this));
+    layout->addWidget(plaintext::label(QStringLiteral("把 %1 的名片发给：").arg(sharedName), this));
     layout->addWidget(search_);
     layout->addWidget(search_->resultList());
     search_->resultList()->hide();

@@ -21,6 +21,7 @@
 #include "envelope.h"
 #include "logger.h"
 #include "personalinforcard.h"
+#include "plaintext.h"
 #include "tribememberview.h"
 #include "tribetitleview.h"
 
@@ -210,7 +211,7 @@ void TribeConverView::reloadTribes() {
 void TribeConverView::addRow(const QString& tribeId, const QString& name) {
     auto* item = new QListWidgetItem(list_);
     item->setData(Qt::UserRole, tribeId);
-    item->setData(Qt::ToolTipRole, name);
+    item->setData(Qt::ToolTipRole, plaintext::toolTip(name));
     auto* row = new QWidget(list_);
     auto* layout = new QHBoxLayout(row);
     layout->setContentsMargins(6, 2, 6, 2);
@@ -218,7 +219,7 @@ void TribeConverView::addRow(const QString& tribeId, const QString& name) {
     icon->setPixmap(QPixmap(ConfigStore::instance().filePath(ConfigStore::TribeIcon))
                         .scaled(28, 28, Qt::KeepAspectRatio, Qt::SmoothTransformation));
     icon->setFixedSize(28, 28);
-    auto* label = new QLabel(name, row);
+    auto* label = plaintext::label(name, row);
     auto* talk = new QPushButton(QStringLiteral("发消息"), row);
     talk->setObjectName(QStringLiteral("rowTalk"));
     talk->setCursor(Qt::PointingHandCursor);

@@ -4,9 +4,11 @@
 #include <QLabel>
 #include <QPushButton>
 
+#include "plaintext.h"
+
 TribeTitleView::TribeTitleView(QWidget* parent)
     : QWidget(parent),
-      name_(new QLabel(this)),
+      name_(plaintext::label(QString(), this)),
       talk_(new QPushButton(QStringLiteral("发消息"), this)),
       task_(new QPushButton(QStringLiteral("查看任务"), this)),
       quit_(new QPushButton(QStringLiteral("退出群"), this)) {

@@ -467,8 +467,11 @@ void ScreenShotView::OnSave() {
                        picture.save(&file, suffix.toLatin1().constData(), 95) && file.commit();
     if (!saved) {
         log(QStringLiteral("could not save %1: %2").arg(path, file.errorString()));
-        QMessageBox::warning(nullptr, QStringLiteral("错误提示"),
-                             QStringLiteral("截图保存失败：%1").arg(file.errorString()));
+        // The system's reason may name the file, which the user typed.
+        QMessageBox box(QMessageBox::Warning, QStringLiteral("错误提示"),
+                        QStringLiteral("截图保存失败：%1").arg(file.errorString()));
+        box.setTextFormat(Qt::PlainText);
+        box.exec();
         showOverlay();
         return;
     }

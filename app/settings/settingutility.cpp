@@ -9,6 +9,8 @@
 #include <QRadioButton>
 #include <QVBoxLayout>
 
+#include "plaintext.h"
+
 namespace {
 QLabel* heading(const QString& text, QWidget* parent) {
     auto* l = new QLabel(text, parent);
@@ -31,7 +33,7 @@ SettingUtility::SettingUtility(QWidget* parent) : QWidget(parent) {
     v->addWidget(fontSize, 0, Qt::AlignLeft);
     v->addWidget(heading(QStringLiteral("文件保存位置"), this));
     auto* row = new QHBoxLayout;
-    userDir = new QLabel(this);
+    userDir = plaintext::label(QString(), this);
     userDir->setObjectName(QStringLiteral("userDir"));
     userDir->setTextInteractionFlags(Qt::TextSelectableByMouse);
     userDir->setStyleSheet(QStringLiteral("QLabel{color:#475669;}"));

@@ -8,6 +8,8 @@
 #include <QScreen>
 #include <QVBoxLayout>
 
+#include "plaintext.h"
+
 MessageLabel::MessageLabel(QWidget* parent)
     : QWidget(parent, Qt::Tool | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint) {
     setObjectName(QStringLiteral("messageLabel"));
@@ -25,9 +27,9 @@ MessageLabel::MessageLabel(QWidget* parent)
     avatar_->setScaledContents(true);
     h->addWidget(avatar_);
     auto* v = new QVBoxLayout;
-    name_ = new QLabel(this);
+    name_ = plaintext::label(QString(), this);
     name_->setStyleSheet(QStringLiteral("QLabel{color:#1f2d3d;font-size:14px;}"));
-    summary_ = new QLabel(this);
+    summary_ = plaintext::label(QString(), this);
     summary_->setStyleSheet(QStringLiteral("QLabel{color:#8492a6;font-size:12px;}"));
     v->addWidget(name_);
     v->addWidget(summary_);

@@ -11,6 +11,8 @@
 #include <QScreen>
 #include <QVBoxLayout>
 
+#include "plaintext.h"
+
 namespace {
 // A bounded card: beyond this many rows the oldest conversations wait in the talk list.
 constexpr int kMaxRows = 8;
@@ -121,9 +123,9 @@ void UnreadMsgsCard::rebuild() {
         h->addWidget(avatar);
         auto* text = new QVBoxLayout;
         text->setSpacing(1);
-        auto* name = new QLabel(e.name, row);
+        auto* name = plaintext::label(e.name, row);
         name->setStyleSheet(QStringLiteral("QLabel{color:#1f2d3d;font-size:13px;}"));
-        auto* summary = new QLabel(row);
+        auto* summary = plaintext::label(QString(), row);
         summary->setStyleSheet(QStringLiteral("QLabel{color:#8492a6;font-size:12px;}"));
         summary->setText(summary->fontMetrics().elidedText(e.summary, Qt::ElideRight, 160));
         text->addWidget(name);

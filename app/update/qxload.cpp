@@ -39,10 +39,13 @@ int main(int argc, char** argv) {
     PackageInstaller installer(o);
     if (installer.run()) return 0;
     std::fprintf(stderr, "qxload: %s\n", qPrintable(installer.error()));
-    if (!parser.isSet(quiet))
-        QMessageBox::warning(
-            nullptr, QStringLiteral("提示"),
-            QStringLiteral("更新没有完成，将继续使用当前版本。\n") + installer.error());
+    if (!parser.isSet(quiet)) {
+        // The reason may name a package or a folder from the update description.
+        QMessageBox box(QMessageBox::Warning, QStringLiteral("提示"),
+                        QStringLiteral("更新没有完成，将继续使用当前版本。\n") + installer.error());
+        box.setTextFormat(Qt::PlainText);
+        box.exec();
+    }
     // The client quit for the update; the one still installed comes back.
     if (o.startClient) PackageInstaller::startProgram(o.installDir);
     return 1;

@@ -16,6 +16,7 @@
 #include "configstore.h"
 #include "filetransfer.h"
 #include "manager.h"
+#include "plaintext.h"
 #include "prompts.h"
 
 namespace qx_output {
@@ -87,7 +88,7 @@ FileMsgItem::FileMsgItem(const MessageEntry& e, QWidget* parent) : BaseItem(e, p
     name_ = new QLabel(this);
     name_->setTextFormat(Qt::PlainText);
     name_->setText(fontMetrics().elidedText(fileName_, Qt::ElideMiddle, 150));
-    name_->setToolTip(fileName_);
+    name_->setToolTip(plaintext::toolTip(fileName_));
     status_ = new QLabel(this);
     status_->setTextFormat(Qt::PlainText);
     status_->setStyleSheet(QStringLiteral("QLabel{color:#888888;font-size:12px;}"));

@@ -18,6 +18,7 @@ const QString kErrorTitle = QStringLiteral("错误提示");
 bool Prompts::ask(QWidget* parent, const QString& text, const QString& yes, const QString& no) {
     if (g_ask) return g_ask(parent, text, yes, no);
     QMessageBox box(QMessageBox::Question, kErrorTitle, text, QMessageBox::NoButton, parent);
+    box.setTextFormat(Qt::PlainText);  // file names, the server's reasons
     QPushButton* first = box.addButton(yes, QMessageBox::AcceptRole);
     box.addButton(no, QMessageBox::RejectRole);
     box.exec();
@@ -27,6 +28,7 @@ bool Prompts::ask(QWidget* parent, const QString& text, const QString& yes, cons
 void Prompts::error(QWidget* parent, const QString& text) {
     if (g_error) return g_error(parent, text);
     QMessageBox box(QMessageBox::Warning, kErrorTitle, text, QMessageBox::NoButton, parent);
+    box.setTextFormat(Qt::PlainText);
     box.addButton(QStringLiteral("确定"), QMessageBox::AcceptRole);
     box.exec();
 }
@@ -40,6 +42,7 @@ void Prompts::notice(QWidget* parent, const QString& title, const QString& text,
                      const QString& button) {
     if (g_notice) return g_notice(parent, title, text, button);
     QMessageBox box(QMessageBox::Warning, title, text, QMessageBox::NoButton, parent);
+    box.setTextFormat(Qt::PlainText);
     box.addButton(button, QMessageBox::AcceptRole);
     box.exec();
 }

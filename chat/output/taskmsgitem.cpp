@@ -9,6 +9,7 @@
 #include "cardurls.h"
 #include "itemsizer.h"
 #include "manager.h"
+#include "plaintext.h"
 #include "taskreadflags.h"
 
 namespace qx_output {
@@ -66,7 +67,7 @@ TaskMsgItem::TaskMsgItem(const MessageEntry& e, QWidget* parent) : BaseItem(e, p
     QLabel* status = plain(QString(), card_, "QLabel{color:#888888;font-size:12px;}");
     status->setText(
         status->fontMetrics().elidedText(line, Qt::ElideRight, ItemSizer::kTaskCard.width() - 8));
-    status->setToolTip(reply);
+    status->setToolTip(plaintext::toolTip(reply));
     layout->addWidget(status);
     QLabel* title = plain(o.value(QStringLiteral("title")).toString(), card_,
                           "QLabel{font-weight:bold;font-size:14px;}");
