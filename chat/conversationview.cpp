@@ -230,7 +230,7 @@ void ConversationView::addRow(const QString& id, const QString& name, int count,
             shell->newMessageAlert(id, name, count);
 }
 
-void ConversationView::showConversation(const QString& id, int count) {
+void ConversationView::showConversation(QString id, int count) {
     const int row = rowOf(id);
     if (row < 0) {
         const QString name = displayName(id);

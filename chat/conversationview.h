@@ -31,7 +31,9 @@ public:
     ~ConversationView() override;
 
     // A message arrived (count > 0), or the user opens the conversation (count 0).
-    void showConversation(const QString& id, int count);
+    // `id` is taken by value: moving rows raises alerts whose handlers may drop the very
+    // record a caller's reference points into (the tray's unread card, for one).
+    void showConversation(QString id, int count);
     // Rows from the saved talk list, with nothing unread.
     void loadTalkList();
     // Adds the saved rows that could not be named when the list was loaded (tribes arrive

@@ -771,11 +771,12 @@ void OpenIMManager::deliver(const BaseMsg::MMessage& m, const QString& preview) 
 void OpenIMManager::alert(const AlertCoalescer::Alert& a) {
     MainViewDelegate* shell = MainViewDelegate::instance();
     if (!shell) return;
+    // The text first: marking the row raises the alert, whose pop-up shows that text.
+    shell->newMessage(a.record, a.preview);
     if (shell->currentConversationId() != a.record.id) {
         shell->newMessageMark(a.record.id, a.count);
         shell->talkListPreview(a.record.id, a.preview);
     }
-    shell->newMessage(a.record, a.preview);
 }
 
 void OpenIMManager::OnDownloadMedia(openim::ResultCode result, openim::DownloadMediaResult media) {

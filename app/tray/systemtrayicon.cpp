@@ -144,9 +144,11 @@ void SystemTrayIcon::appQuitSlot(bool) { emit quitRequested(); }
 // (what the alert was about), otherwise the window.
 void SystemTrayIcon::iconIsActived() {
     card_->hide();
-    if (card_->conversationCount() > 0)
-        emit openConversationRequested(card_->entries().first().id);
-    else
+    if (card_->conversationCount() > 0) {
+        // A copy: opening the conversation reads it and so empties the card.
+        const QString id = card_->entries().first().id;
+        emit openConversationRequested(id);
+    } else
         emit showWindowRequested();
 }
 
