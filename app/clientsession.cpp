@@ -98,6 +98,11 @@ void ClientSession::connect(MainWindow* window, OpenIMManager* im) {
                              [im](ConversationContentView* page) {
                                  if (im->isLoggedIn()) im->getLatestMsg(page->id());
                              });
+            // Unread means not yet seen in an open conversation, kept in the IM store.
+            QObject::connect(view, &ConversationView::conversationSeen, im,
+                             &OpenIMManager::markSeen);
+            QObject::connect(im, &OpenIMManager::unseenWaiting, view,
+                             &ConversationView::restoreUnseen);
             // Messages reach the page of their conversation once the user has opened it;
             // until then the talk list counts them and the page reads them from the store.
             QObject::connect(

@@ -435,6 +435,8 @@ void MainWindow::tribeMemberKicked(const QString& tribeId, const QString& userId
 void MainWindow::totalUnread(int count) {
     UnreadProbe::totalChanged(count);
     setWindowTitle(count > 0 ? QStringLiteral("Quelix (%1)").arg(count) : QStringLiteral("Quelix"));
+    if (UnreadProbe::watchesTalkList() && conversationView_)
+        UnreadProbe::talkList(count, windowTitle(), conversationView_->talkListState());
     emit totalUnreadSignal(count);
 }
 

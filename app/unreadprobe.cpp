@@ -23,3 +23,15 @@ void UnreadProbe::totalChanged(int total) {
         probe.targets_.erase(probe.targets_.begin());
     }
 }
+
+bool UnreadProbe::watchesTalkList() {
+    static const bool on = qEnvironmentVariableIsSet("QUELIX_TALK_PROBE");
+    return on;
+}
+
+void UnreadProbe::talkList(int total, const QString& title, const QStringList& rows) {
+    if (!watchesTalkList()) return;
+    std::fprintf(stderr, "talk-list %d %s|%s\n", total, qPrintable(title),
+                 qPrintable(rows.join(QLatin1Char(' '))));
+    std::fflush(stderr);
+}

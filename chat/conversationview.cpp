@@ -207,7 +207,8 @@ void ConversationView::openPage(const QString& id) {
     }
 }
 
-void ConversationView::addRow(const QString& id, const QString& name, int count, int at) {
+void ConversationView::addRow(const QString& id, const QString& name, int count, int at,
+                              bool alert) {
     auto* row = new ChatListItemWidget(id, name, talkList_);
     connect(row, &ChatListItemWidget::deleteItemSignal, this,
             &ConversationView::deleteMemberFromMemberList);
@@ -225,9 +226,65 @@ void ConversationView::addRow(const QString& id, const QString& name, int count,
     const QSignalBlocker quiet(talkList_);  // inserting is not opening
     talkList_->insertItem(at, item);
     talkList_->setItemWidget(item, row);
-    if (count != 0)
+    if (count != 0 && alert)
         if (MainViewDelegate* shell = MainViewDelegate::instance())
             shell->newMessageAlert(id, name, count);
+}
+
+void ConversationView::markSeen(const QString& id) {
+    // Every opening says so, not only one with a badge.
+    emit conversationSeen(id);
+}
+
+bool ConversationView::raiseQuietly(const QString& id, int count) {
+    const QString name = displayName(id);
+    if (name.isEmpty()) return false;
+    const int row = rowOf(id);
+    int total = count;
+    if (row >= 0) {
+        total = qMax(count, rowWidget(row)->unreadCount());
+        const bool wasCurrent = talkList_->currentRow() == row;
+        const QSignalBlocker quiet(talkList_);
+        delete talkList_->takeItem(row);
+        addRow(id, name, total, 0, false);
+        if (wasCurrent) talkList_->setCurrentRow(0);
+    } else {
+        addRow(id, name, total, 0, false);
+        persistAdd(id);
+    }
+    persistRaise(id);
+    return true;
+}
+
+void ConversationView::restoreUnseen(const QString& id, int count) {
+    for (int i = 0; i < pendingUnseen_.size(); ++i)
+        if (pendingUnseen_[i].first == id) pendingUnseen_.remove(i--);
+    pendingUnseen_.append({id, count});
+    applyUnseen();
+}
+
+void ConversationView::applyUnseen() {
+    bool changed = false;
+    for (int i = 0; i < pendingUnseen_.size(); ++i) {
+        if (!raiseQuietly(pendingUnseen_[i].first, pendingUnseen_[i].second)) continue;
+        pendingUnseen_.remove(i--);
+        changed = true;
+    }
+    if (changed) reportTotal();
+}
+
+QStringList ConversationView::talkListState() const {
+    QStringList rows;
+    for (int row = 0; row < talkList_->count(); ++row)
+        rows << talkList_->item(row)->data(Qt::UserRole).toString() + QLatin1Char(':') +
+                    QString::number(rowWidget(row)->unreadCount());
+    return rows;
+}
+
+void ConversationView::persistRaise(const QString& id) {
+    ConfigStore& config = ConfigStore::instance();
+    if (!config.hasUser()) return;
+    if (config.talkList().raise(id.toULongLong())) config.talkList().save();
 }
 
 void ConversationView::showConversation(QString id, int count) {
@@ -240,6 +297,7 @@ void ConversationView::showConversation(QString id, int count) {
         if (count == 0) {
             talkList_->setCurrentRow(0);
             openPage(id);
+            markSeen(id);
         }
         reportTotal();
         return;
@@ -251,6 +309,7 @@ void ConversationView::showConversation(QString id, int count) {
             widget->setUnreadCount(0);
             talkList_->setCurrentRow(0);
             openPage(id);
+            markSeen(id);
         } else {
             widget->setUnreadCount(total);
             if (MainViewDelegate* shell = MainViewDelegate::instance())
@@ -264,9 +323,11 @@ void ConversationView::showConversation(QString id, int count) {
             delete talkList_->takeItem(row);
         }
         addRow(id, name, total);
+        persistRaise(id);
         if (count == 0) {
             talkList_->setCurrentRow(0);
             openPage(id);
+            markSeen(id);
         } else if (wasCurrent) {
             const QSignalBlocker quiet(talkList_);
             talkList_->setCurrentRow(0);
@@ -280,6 +341,7 @@ void ConversationView::currentRowChangedSlot(int row) {
     const QString id = talkList_->item(row)->data(Qt::UserRole).toString();
     rowWidget(row)->setUnreadCount(0);
     openPage(id);
+    markSeen(id);
     reportTotal();
 }
 
@@ -312,6 +374,7 @@ void ConversationView::loadTalkList() {
         const QString name = displayName(id);
         if (!name.isEmpty() && rowOf(id) < 0) addRow(id, name, 0);
     }
+    applyUnseen();
     reportTotal();
 }
 
@@ -333,6 +396,7 @@ void ConversationView::restoreTalkList() {
         }
         addRow(id, name, 0, at);
     }
+    applyUnseen();
 }
 
 void ConversationView::persistAdd(const QString& id) {
@@ -501,6 +565,11 @@ void ConversationView::screenShortFinished() {
 }
 
 void ConversationView::ignoreAllMsgsSlot() {
-    for (int row = 0; row < talkList_->count(); ++row) rowWidget(row)->setUnreadCount(0);
+    for (int row = 0; row < talkList_->count(); ++row) {
+        ChatListItemWidget* widget = rowWidget(row);
+        if (widget->unreadCount() == 0) continue;
+        widget->setUnreadCount(0);
+        emit conversationSeen(talkList_->item(row)->data(Qt::UserRole).toString());
+    }
     reportTotal();
 }

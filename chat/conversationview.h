@@ -39,6 +39,12 @@ public:
     // Adds the saved rows that could not be named when the list was loaded (tribes arrive
     // with the project list, after the directory), each where the saved order puts it.
     void restoreTalkList();
+    // What the user had not seen when the client last ran: the rows come first, newest
+    // activity on top, with their counts, and nothing alerts again. Called in order of
+    // activity, oldest first.
+    void restoreUnseen(const QString& id, int count);
+    // The rows top to bottom as "id:unread".
+    QStringList talkListState() const;
     // The page of a conversation, created on first use.
     ConversationContentView* page(const QString& id);
     // The page of a conversation the user has opened in this session, or null. A page never
@@ -81,6 +87,8 @@ signals:
     void pageCreated(ConversationContentView* page);
     // The user opened a conversation for the first time since start.
     void pageOpenedFirstTime(ConversationContentView* page);
+    // The user has the conversation in front of it: what waited there counts as seen.
+    void conversationSeen(const QString& id);
 
 public slots:
     void showSearchList(QListWidget* list);
@@ -99,7 +107,14 @@ public slots:
 private:
     QString displayName(const QString& id) const;
     ChatListItemWidget* rowWidget(int row) const;
-    void addRow(const QString& id, const QString& name, int count, int at = 0);
+    // With `alert`, a row that has unread messages raises the new-message alert.
+    void addRow(const QString& id, const QString& name, int count, int at = 0, bool alert = true);
+    // Puts the row of `id` first with `count` unread, without alerting; false for a
+    // conversation that cannot be named yet.
+    bool raiseQuietly(const QString& id, int count);
+    void applyUnseen();
+    void persistRaise(const QString& id);
+    void markSeen(const QString& id);
     void openPage(const QString& id);
     void persistAdd(const QString& id);
     void persistRemove(const QString& id);
@@ -113,6 +128,9 @@ private:
     QLabel* netTip_;
     QTimer netTimer_;
     QMap<QString, ConversationContentView*> pageMap_;
+    // Unseen counts from the last session, in order of activity, waiting for rows that
+    // cannot be named yet (tribes before the projects are loaded).
+    QVector<QPair<QString, int>> pendingUnseen_;
     QMutex mutex_;  // guards the page map; pages are looked up from slots of several views
     bool hotKeyRegistered_ = false;
     ShareQuestion askShare_;

@@ -67,6 +67,16 @@ bool listtalk_t::remove(quint64 id) {
     return entries.size() != before;
 }
 
+bool listtalk_t::raise(quint64 id) {
+    const auto it =
+        std::find_if(entries.begin(), entries.end(), [id](const Entry& e) { return e.id == id; });
+    if (it == entries.end() || it == entries.end() - 1) return false;
+    const Entry moved = *it;
+    entries.erase(it);
+    entries.append(moved);
+    return true;
+}
+
 bool listtalk_t::contains(quint64 id) const {
     return std::any_of(entries.begin(), entries.end(), [id](const Entry& e) { return e.id == id; });
 }

@@ -28,6 +28,8 @@ public:
     bool add(const Entry& entry);
     // Removes every entry with the id; returns whether one was there.
     bool remove(quint64 id);
+    // Moves the entry to the end (the newest activity); returns whether anything moved.
+    bool raise(quint64 id);
     bool contains(quint64 id) const;
 
     QVector<Entry> entries;

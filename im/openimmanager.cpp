@@ -1,4 +1,5 @@
 #include "openimmanager.h"
+#include "unseenledger.h"
 
 #include <QCoreApplication>
 #include <QDateTime>
@@ -310,7 +311,14 @@ void OpenIMManager::onLoginSuccess(const openim::IMUserID& user) {
 void OpenIMManager::setMsgReady(bool ready) {
     msgReady_ = ready;
     tribes_->setReady(ready);
-    if (ready) drainPending();
+    if (!ready) return;
+    // Badges first: what is shown next counts on top of them.
+    for (const UnseenLedger::Entry& e : UnseenLedger::waiting()) emit unseenWaiting(e.id, e.count);
+    drainPending();
+}
+
+void OpenIMManager::markSeen(const QString& id) {
+    UnseenLedger::markSeen(id, !DirectoryStore::instance().isUser(id));
 }
 
 void OpenIMManager::drainPending() {
@@ -776,6 +784,8 @@ void OpenIMManager::alert(const AlertCoalescer::Alert& a) {
     if (shell->currentConversationId() != a.record.id) {
         shell->newMessageMark(a.record.id, a.count);
         shell->talkListPreview(a.record.id, a.preview);
+    } else {
+        markSeen(a.record.id);  // it came into the page the user is looking at
     }
 }
 

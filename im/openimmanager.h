@@ -86,6 +86,8 @@ public:
 
     // Dissolves (the owner) or leaves (any other member) the project of a tribe, after asking.
     void dissolveOrLeave(quint64 tribe);
+    // The user has the conversation (a colleague's or a tribe's) in front of it.
+    void markSeen(const QString& id);
     TribeManager* tribes() const { return tribes_; }
 
     bool msgReady() const { return msgReady_; }
@@ -151,6 +153,9 @@ signals:
     void mediaDownloaded(quint64 msgId, const QString& localPath);
     // A message the user sent (already shown by chatMessage) did not go out.
     void sendFailed(const BaseMsg::MMessage& message, const QString& reason);
+    // At sign-in, per conversation with messages the user had not seen when the client
+    // last ran, oldest activity first.
+    void unseenWaiting(const QString& id, int count);
 
 public slots:
     void OnTimeout();

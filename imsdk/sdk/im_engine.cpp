@@ -940,6 +940,12 @@ void ImEngine::markRead(const QList<quint64>& ids) {
     store_.markRead(ids);
 }
 
+// Both read and write on the store's one connection, so rows of a batch not yet committed
+// count, and a mark made during a batch is committed with it.
+QList<MessageStore::Unseen> ImEngine::unseen() { return store_.unseen(); }
+
+bool ImEngine::markSeen(const QString& peer) { return store_.markSeen(peer); }
+
 void ImEngine::resetHistory(const QString& peer) { cursors_.remove(peer); }
 
 void ImEngine::history(const QString& peer, int count, const HistoryCallback& done) {

@@ -107,6 +107,8 @@ public:
     QStringList unreadPeers();
     void markRead(const QString& peer);
     void markRead(const QList<quint64>& ids);
+    QList<MessageStore::Unseen> unseen();
+    bool markSeen(const QString& peer);
     void history(const QString& peer, int count, const HistoryCallback& done);
     void resetHistory(const QString& peer);
     void downloadMedia(quint64 msgId);

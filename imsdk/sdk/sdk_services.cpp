@@ -97,6 +97,38 @@ void SdkServices::GetUnreadPeers(std::vector<openim::IMUserID>* peers) {
     for (const QString& account : accounts) peers->push_back({fromQ(key), fromQ(account)});
 }
 
+void SdkServices::GetUnseen(std::vector<openim::IMUnseen>* conversations) {
+    ImEngine* e = engine_;
+    if (!conversations || !e) return;
+    conversations->clear();
+    const QList<MessageStore::Unseen> rows = e->call([e] { return e->unseen(); });
+    for (const MessageStore::Unseen& row : rows) {
+        openim::IMUnseen u;
+        u.isTribe = TribeRooms::isKey(row.peer);
+        if (u.isTribe)
+            u.tribe = openim::IMTribeID(TribeRooms::idOfKey(row.peer));
+        else
+            u.account = fromQ(row.peer);
+        u.count = row.count;
+        u.lastTime = row.lastTime;
+        conversations->push_back(u);
+    }
+}
+
+void SdkServices::MarkSeen(const openim::IMUserID& peer) {
+    ImEngine* e = engine_;
+    if (!e || peer.account.empty()) return;
+    const QString account = toQ(peer.account);
+    e->call([e, account] { return e->markSeen(account); });
+}
+
+void SdkServices::MarkTribeSeen(openim::IMTribeID tribe) {
+    ImEngine* e = engine_;
+    if (!e || tribe.tribeId == 0) return;
+    const QString key = TribeRooms::key(tribe.tribeId);
+    e->call([e, key] { return e->markSeen(key); });
+}
+
 // ---- presence, account, sync ----
 
 void SdkServices::RequestPresence(const prg::PrgStringT<wchar_t>&, const prg::PrgStringT<wchar_t>&,

@@ -51,6 +51,9 @@ public:
     prg::PrgResult GetConversation(const openim::IMUserID& peer,
                                    openim::IConversation** out) override;
     void GetUnreadPeers(std::vector<openim::IMUserID>* peers) override;
+    void GetUnseen(std::vector<openim::IMUnseen>* conversations) override;
+    void MarkSeen(const openim::IMUserID& peer) override;
+    void MarkTribeSeen(openim::IMTribeID tribe) override;
     // presence
     void RequestPresence(const prg::PrgStringT<wchar_t>& userId,
                          const prg::PrgStringT<wchar_t>& companyId, bool withStatus,

@@ -86,6 +86,11 @@ bool MessageStore::open(const QString& file) {
                 QStringLiteral("ALTER TABLE messages ADD COLUMN seq INTEGER NOT NULL DEFAULT 0"));
             q.exec(QStringLiteral("UPDATE messages SET seq = id * %1").arg(kSeqGap));
         }
+        // Stores written before the user's seen marks were kept: everything counts as seen.
+        if (!q.exec(QStringLiteral("SELECT seen FROM messages LIMIT 1")) &&
+            q.exec(QStringLiteral("SELECT id FROM messages LIMIT 1")))
+            q.exec(
+                QStringLiteral("ALTER TABLE messages ADD COLUMN seen INTEGER NOT NULL DEFAULT 1"));
         const char* setup[] = {
             "PRAGMA journal_mode=WAL",
             "PRAGMA synchronous=NORMAL",
@@ -99,7 +104,7 @@ bool MessageStore::open(const QString& file) {
             " kind INTEGER NOT NULL, content TEXT, summary TEXT, url TEXT, file_size INTEGER,"
             " width INTEGER, height INTEGER, time INTEGER NOT NULL, unread INTEGER NOT NULL,"
             " stanza_id TEXT UNIQUE, origin_id TEXT, pending_media INTEGER NOT NULL DEFAULT 0,"
-            " seq INTEGER NOT NULL DEFAULT 0)",
+            " seq INTEGER NOT NULL DEFAULT 0, seen INTEGER NOT NULL DEFAULT 1)",
             "CREATE UNIQUE INDEX IF NOT EXISTS messages_origin ON messages(sender, origin_id)",
             "DROP INDEX IF EXISTS messages_peer_time",
             "CREATE INDEX IF NOT EXISTS messages_peer_order ON messages(peer, time, seq)",
@@ -108,6 +113,7 @@ bool MessageStore::open(const QString& file) {
             "DROP INDEX IF EXISTS messages_unread",
             "CREATE INDEX IF NOT EXISTS messages_unread_order ON messages(peer, time, seq)"
             " WHERE unread = 1",
+            "CREATE INDEX IF NOT EXISTS messages_unseen ON messages(peer) WHERE seen = 0",
             "CREATE TABLE IF NOT EXISTS meta(key TEXT PRIMARY KEY, value TEXT)",
         };
         for (const char* sql : setup) {
@@ -227,8 +233,8 @@ std::optional<quint64> MessageStore::insert(const StoredMessage& m) {
     sqlite3_stmt* const insert = raw(insert_,
                                      "INSERT INTO messages(peer, sender, outgoing, kind, content, "
                                      "summary, url, file_size, width, height, time, unread, "
-                                     "stanza_id, origin_id, pending_media, seq)"
-                                     " VALUES(?,?,?,?,?,?,?,?,?,?,?,?,?,?,?,?)");
+                                     "stanza_id, origin_id, pending_media, seq, seen)"
+                                     " VALUES(?,?,?,?,?,?,?,?,?,?,?,?,?,?,?,?,?)");
     if (!insert) return std::nullopt;
     const qint64 seq = m.seq != 0 ? m.seq : nextSeq();
     bindText(insert, 1, m.peer, false);
@@ -247,6 +253,8 @@ std::optional<quint64> MessageStore::insert(const StoredMessage& m) {
     bindText(insert, 14, m.originId, true);
     sqlite3_bind_int(insert, 15, m.pendingMedia ? 1 : 0);
     sqlite3_bind_int64(insert, 16, seq);
+    // A message that arrives for the host is new to the user too; history is not.
+    sqlite3_bind_int(insert, 17, m.unread ? 0 : 1);
     const int rc = sqlite3_step(insert);
     const QString error =
         rc == SQLITE_DONE ? QString() : QString::fromUtf8(sqlite3_errmsg(handle_));
@@ -372,6 +380,32 @@ QStringList MessageStore::unreadPeers() {
                               "pending_media = 0 ORDER BY peer")))
         while (q.next()) peers << q.value(0).toString();
     return peers;
+}
+
+QList<MessageStore::Unseen> MessageStore::unseen() {
+    QList<Unseen> out;
+    if (!isOpen()) return out;
+    QSqlQuery q(QSqlDatabase::database(connection_, false));
+    if (!q.exec(QStringLiteral("SELECT peer, COUNT(*), MAX(time) FROM messages WHERE seen = 0 "
+                               "AND unread = 0 GROUP BY peer ORDER BY MAX(time)"))) {
+        qWarning("imsdk store: unseen messages could not be read: %s",
+                 qPrintable(q.lastError().text()));
+        return out;
+    }
+    while (q.next())
+        out.append({q.value(0).toString(), q.value(1).toInt(), q.value(2).toLongLong()});
+    return out;
+}
+
+bool MessageStore::markSeen(const QString& peer) {
+    if (!isOpen()) return false;
+    QSqlQuery q(QSqlDatabase::database(connection_, false));
+    q.prepare(QStringLiteral("UPDATE messages SET seen = 1 WHERE peer = ? AND seen = 0"));
+    q.addBindValue(peer);
+    if (q.exec()) return true;
+    qWarning("imsdk store: seen mark for %s not kept: %s", qPrintable(peer),
+             qPrintable(q.lastError().text()));
+    return false;
 }
 
 void MessageStore::markRead(const QString& peer) {

@@ -53,6 +53,17 @@ public:
     QStringList unreadPeers();
     void markRead(const QString& peer);
     void markRead(const QList<quint64>& ids);
+    // What the host took (no longer unread) but the user has not seen, per conversation,
+    // oldest activity first. Unlike unread (the host's delivery queue) a message stays
+    // unseen until its conversation was open; what is still unread the host counts itself
+    // when it takes it.
+    struct Unseen {
+        QString peer;
+        int count = 0;
+        qint64 lastTime = 0;
+    };
+    QList<Unseen> unseen();
+    bool markSeen(const QString& peer);
     // Up to `limit` messages before (time, seq), oldest first; (0, 0) starts at the newest.
     QList<StoredMessage> page(const QString& peer, qint64 beforeTime, qint64 beforeSeq, int limit);
     // The server id of the oldest message with `peer` that has one.

@@ -111,6 +111,9 @@ public:
         return prg::PRG_OK;
     }
     void GetUnreadPeers(std::vector<IMUserID>*) override {}
+    void GetUnseen(std::vector<openim::IMUnseen>*) override {}
+    void MarkSeen(const IMUserID&) override {}
+    void MarkTribeSeen(openim::IMTribeID) override {}
 };
 
 void install(const char* module, const char* iface, prg::IPrgUnknown* object) {
