@@ -66,7 +66,8 @@ private:
     QPointer<QWidget> anchor_;
     QVBoxLayout* layout_;
     QWidget* close_;
-    QWidget* view_ = nullptr;
+    // Released by the loader when the event loop ends.
+    QPointer<QWidget> view_;
     QString url_;
     bool zoomApplied_ = false;
     bool discardOnHide_ = true;

@@ -1,9 +1,11 @@
 #include "webengineloader.h"
 
-#include <QCoreApplication>
+#include <QApplication>
 #include <QFile>
 #include <QLibrary>
+#include <QPointer>
 #include <QStringList>
+#include <QWidget>
 
 #ifdef Q_OS_UNIX
 #include <unistd.h>
@@ -42,6 +44,9 @@ const WebEngineApi* WebEngineLoader::api() {
         auto entry = reinterpret_cast<WebEngineApiEntry>(module.resolve("quelixWebEngineApi"));
         if (entry) {
             loaded = entry();
+            if (QCoreApplication* app = QCoreApplication::instance())
+                QObject::connect(app, &QCoreApplication::aboutToQuit,
+                                 &WebEngineLoader::releaseViews);
             return loaded;
         }
         errors += QStringLiteral(" [%1]").arg(module.errorString());
@@ -52,6 +57,19 @@ const WebEngineApi* WebEngineLoader::api() {
 }
 
 bool WebEngineLoader::isLoaded() { return loaded != nullptr; }
+
+void WebEngineLoader::releaseViews() {
+    if (!loaded) return;
+    QList<QPointer<QWidget>> views;
+    for (QWidget* widget : QApplication::allWidgets())
+        if (widget->inherits("QWebEngineView")) views << widget;
+    for (const QPointer<QWidget>& view : views) {
+        if (!view) continue;  // went with a view deleted before it
+        // A page still loading is stopped first, so no reply arrives for a page being torn down.
+        loaded->stop(view);
+        delete view.data();
+    }
+}
 
 bool WebEngineLoader::engineMapped() {
     QFile maps(QStringLiteral("/proc/self/maps"));

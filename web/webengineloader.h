@@ -14,4 +14,10 @@ public:
     static bool isLoaded();
     // True when the web engine's libraries are mapped into this process.
     static bool engineMapped();
+    // Stops and deletes every web view, whoever holds it. Done when the event loop ends
+    // (once the module is loaded): the engine shuts down inside the application object's
+    // destructor, and a view still alive then is torn down by it after the toolkit's own
+    // state is gone, which crashes before the engine's helper processes are stopped.
+    // Holders keep their views in a QPointer.
+    static void releaseViews();
 };

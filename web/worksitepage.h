@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QPointer>
 #include <QWidget>
 
 #include <functional>
@@ -28,7 +29,8 @@ private:
     void open();
 
     QVBoxLayout* layout_;
-    QWidget* view_ = nullptr;
+    // Released by the loader when the event loop ends.
+    QPointer<QWidget> view_;
     bool tried_ = false;
     std::function<QString()> session_;
 };
