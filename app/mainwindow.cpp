@@ -178,6 +178,18 @@ QWidget* MainWindow::buildLeftColumn() {
     for (const auto& b : buttons) {
         QAbstractButton* button = addPageButton(QLatin1String(b.icon), b.tip, b.page);
         connect(button, SIGNAL(pressed()), this, b.slot);
+        if (b.page == ChatPage) {
+            // The count of unread messages on the chat button, seen from every page.
+            chatBadge_ = new QLabel(button);
+            chatBadge_->setObjectName(QStringLiteral("chatBadge"));
+            chatBadge_->setTextFormat(Qt::PlainText);
+            chatBadge_->setAlignment(Qt::AlignCenter);
+            chatBadge_->setStyleSheet(QStringLiteral(
+                "QLabel#chatBadge{background-color:#f5455c;color:white;border-radius:8px;"
+                "font-size:10px;padding:0 3px;}"));
+            chatBadge_->setMinimumSize(16, 16);
+            chatBadge_->hide();
+        }
         // The settings button sits at the bottom of the column, apart from the pages.
         if (b.page == SettingPage) layout->addStretch();
         layout->addWidget(button, 0, Qt::AlignHCenter);
@@ -435,6 +447,13 @@ void MainWindow::tribeMemberKicked(const QString& tribeId, const QString& userId
 void MainWindow::totalUnread(int count) {
     UnreadProbe::totalChanged(count);
     setWindowTitle(count > 0 ? QStringLiteral("Quelix (%1)").arg(count) : QStringLiteral("Quelix"));
+    if (chatBadge_) {
+        chatBadge_->setText(count > 99 ? QStringLiteral("99+") : QString::number(count));
+        chatBadge_->adjustSize();
+        const QWidget* button = chatBadge_->parentWidget();
+        chatBadge_->move(button->width() - chatBadge_->width(), 0);
+        chatBadge_->setVisible(count > 0);
+    }
     if (UnreadProbe::watchesTalkList() && conversationView_)
         UnreadProbe::talkList(count, windowTitle(), conversationView_->talkListState());
     emit totalUnreadSignal(count);

@@ -17,6 +17,7 @@ class LoginView;
 class OrgnizationView;
 class QAbstractButton;
 class QButtonGroup;
+class QLabel;
 class QFrame;
 class QStackedWidget;
 class TribeConverView;
@@ -163,6 +164,7 @@ private:
     QWidget* leftColumn_ = nullptr;
     QStackedWidget* pages_ = nullptr;
     QButtonGroup* pageButtons_ = nullptr;
+    QLabel* chatBadge_ = nullptr;  // unread count on the chat button
     ConversationView* conversationView_ = nullptr;
     OrgnizationView* orgView_ = nullptr;
     TribeConverView* tribeView_ = nullptr;

@@ -29,10 +29,22 @@ ConversationContentView::ConversationContentView(const QString& id, bool isTribe
     splitter_->addWidget(input_);
     splitter_->setStretchFactor(0, 3);
     splitter_->setStretchFactor(1, 1);
+    title_ = new QLabel(this);
+    title_->setObjectName(QStringLiteral("conversationTitle"));
+    title_->setTextFormat(Qt::PlainText);
+    title_->setStyleSheet(
+        QStringLiteral("QLabel#conversationTitle{color:#1f2d3d;font-size:15px;padding:10px 16px;"
+                       "border-bottom:1px solid #dfe8ef;background:#f9fafc;}"));
     auto* layout = new QVBoxLayout(this);
     layout->setContentsMargins(0, 0, 0, 0);
+    layout->setSpacing(0);
+    layout->addWidget(title_);
     layout->addWidget(splitter_);
 }
+
+void ConversationContentView::setTitle(const QString& title) { title_->setText(title); }
+
+QString ConversationContentView::title() const { return title_->text(); }
 
 void ConversationContentView::setOutput(QWidget* output) {
     delete splitter_->replaceWidget(0, output);

@@ -3,6 +3,7 @@
 #include <QStringList>
 #include <QWidget>
 
+class QLabel;
 class QSplitter;
 class QVBoxLayout;
 
@@ -22,6 +23,9 @@ public:
     void setInput(QWidget* input);
     QWidget* output() const { return output_; }
     QWidget* input() const { return input_; }
+    // Who (or which tribe) the page is with, shown above the messages, as written.
+    void setTitle(const QString& title);
+    QString title() const;
 
     // Shared by every page: the connection state decides whether anything can be sent.
     static void setClientOnline(bool online);
@@ -55,6 +59,7 @@ private:
     QString id_;
     bool isTribe_;
     QSplitter* splitter_;
+    QLabel* title_;
     QWidget* output_;
     QWidget* input_;
     QStringList tips_;

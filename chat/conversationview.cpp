@@ -141,6 +141,16 @@ QString ConversationView::displayName(const QString& id) const {
     return QString();
 }
 
+QString ConversationView::pageTitle(const QString& id) const {
+    const DirectoryStore& store = DirectoryStore::instance();
+    // A colleague with the department, as namesakes are told apart.
+    if (const DirectoryStore::Colleague* c = store.colleague(id)) {
+        const QString dept = c->deptName();
+        return dept.isEmpty() ? c->displayName() : c->displayName() + QStringLiteral(" · ") + dept;
+    }
+    return displayName(id);
+}
+
 ChatListItemWidget* ConversationView::rowWidget(int row) const {
     return qobject_cast<ChatListItemWidget*>(talkList_->itemWidget(talkList_->item(row)));
 }
@@ -173,6 +183,7 @@ ConversationContentView* ConversationView::page(const QString& id) {
     if (it != pageMap_.constEnd() && it.key() == id && it.value()) return it.value();
     const bool isTribe = !DirectoryStore::instance().isUser(id);
     auto* created = new ConversationContentView(id, isTribe, stack_);
+    created->setTitle(pageTitle(id));
     auto* output = new qx_output::View(id, isTribe);
     created->setOutput(output);
     created->setInput(new ConversationContentInputView(created));
@@ -199,6 +210,10 @@ void ConversationView::showTribeTip(const QString& tribeId, const QString& text,
 void ConversationView::openPage(const QString& id) {
     ConversationContentView* opened = page(id);
     stack_->setCurrentWidget(opened);
+    // The name may have come (or changed) since the page was made; typing goes to the page.
+    opened->setTitle(pageTitle(id));
+    if (auto* input = qobject_cast<ConversationContentInputView*>(opened->input()))
+        input->edit()->setFocus(Qt::OtherFocusReason);
     // The first time a conversation is opened it shows its latest messages (after a
     // restart the page would otherwise start empty).
     if (!opened->property("opened").toBool()) {

@@ -107,6 +107,7 @@ public slots:
 private:
     QString displayName(const QString& id) const;
     ChatListItemWidget* rowWidget(int row) const;
+    QString pageTitle(const QString& id) const;
     // With `alert`, a row that has unread messages raises the new-message alert.
     void addRow(const QString& id, const QString& name, int count, int at = 0, bool alert = true);
     // Puts the row of `id` first with `count` unread, without alerting; false for a

@@ -10,6 +10,9 @@
 #include "../support/clientsignin.h"
 #include "../support/demobackend.h"
 #include "base/at_exit.h"
+#include "conversationcontentinputedit.h"
+#include "conversationcontentinputview.h"
+#include "conversationcontentview.h"
 #include "conversationview.h"
 #include "directorystore.h"
 #include "mainwindow.h"
@@ -106,11 +109,28 @@ void TestDailyUse::trayAndPopupOpenTheWaitingConversation() {
     QCOMPARE(shell_->tray()->card()->entries().first().summary, QStringLiteral("第二条：在吗"));
     QTRY_VERIFY(labelTexts(shell_->tray()->popup()).contains(QStringLiteral("第二条：在吗")));
 
-    // A click on the icon opens the newest waiting conversation in the shown window.
+    // The chat button counts what waits, whichever page is up.
+    window_->showPage(MainViewDelegate::OrgPage);
+    auto* badge = window_->findChild<QLabel*>(QStringLiteral("chatBadge"));
+    QVERIFY(badge);
+    QVERIFY(!badge->isHidden());
+    QCOMPARE(badge->text(), QStringLiteral("2"));
+
+    // A click on the icon opens the newest waiting conversation in the shown window: the
+    // page says with whom, and typing goes to its input.
     emit tray_->leftClickedSignal();
     QTRY_VERIFY(window_->isVisible());
     QCOMPARE(window_->currentConversationId(), second_.id);
     QTRY_COMPARE(window_->unreadCount(second_.id), 0);
+    ConversationContentView* page = window_->conversationView()->page(second_.id);
+    const DirectoryStore::Colleague* colleague = DirectoryStore::instance().colleague(second_.id);
+    QVERIFY(colleague);
+    QVERIFY2(page->title().startsWith(colleague->displayName()), qPrintable(page->title()));
+    QVERIFY2(page->title().contains(colleague->deptName()), qPrintable(page->title()));
+    auto* input = qobject_cast<ConversationContentInputView*>(page->input());
+    QVERIFY(input);
+    QCOMPARE(window_->focusWidget(), static_cast<QWidget*>(input->edit()));
+    QCOMPARE(badge->text(), QStringLiteral("1"));
 
     // A click on the pop-up of a newer message opens that one, even from a hidden window.
     window_->hide();
@@ -121,6 +141,7 @@ void TestDailyUse::trayAndPopupOpenTheWaitingConversation() {
     QTRY_VERIFY(window_->isVisible());
     QCOMPARE(window_->currentConversationId(), first_.id);
     QTRY_COMPARE(window_->unreadCount(first_.id), 0);
+    QVERIFY(badge->isHidden());
 }
 
 int main(int argc, char** argv) {
