@@ -628,7 +628,7 @@ void View::copyPic(const QString& path) {
 
 bool View::savePic(const QString& path) {
     QString target =
-        Prompts::saveName(this, pictureSaveName(), QStringLiteral("Images (*.jpg *.png *.bmp)"));
+        Prompts::saveName(this, pictureSaveName(), QStringLiteral("图片 (*.jpg *.png *.bmp)"));
     if (target.isEmpty()) return false;
     if (QFileInfo(target).suffix().isEmpty()) target += QStringLiteral(".png");
     const QImage image(path);

@@ -324,7 +324,7 @@ void TestOutputView::picturesLoadingBrokenAnimatedAndSaved() {
         return dir_.filePath("saved");
     });
     QVERIFY(v.savePic(big));
-    QCOMPARE(filter, QStringLiteral("Images (*.jpg *.png *.bmp)"));
+    QCOMPARE(filter, QStringLiteral("图片 (*.jpg *.png *.bmp)"));
     QCOMPARE(proposed.size(), 14);
     QCOMPARE(QImage(dir_.filePath("saved.png")).size(), QSize(800, 400));
     QStringList errors;
