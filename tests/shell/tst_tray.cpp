@@ -5,6 +5,8 @@
 #include <QCheckBox>
 #include <QCloseEvent>
 #include <QComboBox>
+#include <QLabel>
+#include <QPushButton>
 #include <QSignalSpy>
 #include <QStackedWidget>
 #include <QTemporaryDir>
@@ -15,6 +17,7 @@
 #include "faketraybackend.h"
 #include "mainwindow.h"
 #include "messagelabel.h"
+#include "prompts.h"
 #include "resources.h"
 #include "screenmetrics.h"
 #include "settingdialog.h"
@@ -34,6 +37,7 @@ private slots:
     void cardFollowsThePointer();
     void cardClickAndIconClickOpenTheConversation();
     void togglesStayInStepBothWays();
+    void downloadFolderShownIsTheOneUsed();
     void delegateAlertsReachTheTray();
     void closeFollowsCloseQuit();
 
@@ -256,6 +260,67 @@ void TestTray::togglesStayInStepBothWays() {
     QCOMPARE(ShellState::fontSize(store), 0);
     settings->utility()->fontSize->setCurrentIndex(0);
     MainViewDelegate::setInstance(nullptr);
+}
+
+// Received files, the settings page and the save dialogs name one download folder.
+void TestTray::downloadFolderShownIsTheOneUsed() {
+    using qx_output::Prompts;
+    ConfigStore& store = ConfigStore::instance();
+    MainWindow window(store);
+    ShellServices shell(&window, store, new FakeTrayBackend);
+    window.loginSuccess("7");
+    SettingDialog* settings = shell.settings();
+    QLabel* shown = settings->utility()->downloadDir;
+    const QString first = store.folderPath(ConfigStore::Download);
+    QCOMPARE(QFileInfo(first).fileName(), QString("Download"));
+    QCOMPARE(shown->text(), QDir::toNativeSeparators(first));
+    Prompts::forgetFolders();
+    QCOMPARE(Prompts::saveFolder(), first);
+    QVERIFY(QFileInfo(Prompts::openFolder()).isDir());
+    QVERIFY(Prompts::openFolder() != QDir::currentPath());
+
+    // Changed on the settings page: shown, used, kept for the next start.
+    QTemporaryDir tmp;
+    const QString chosen = tmp.filePath("收到的文件");
+    settings->setFolderChooser(
+        [&](const QString& current) { return current == first ? chosen : QString(); });
+    QSignalSpy changed(settings, &SettingDialog::downloadDirChanged);
+    settings->utility()->browse->click();
+    QCOMPARE(changed.count(), 1);
+    QCOMPARE(store.folderPath(ConfigStore::Download), chosen);
+    QCOMPARE(shown->text(), QDir::toNativeSeparators(chosen));
+    QVERIFY(QFileInfo(chosen).isDir());
+    quelix::settings_t saved;
+    saved.setPath(store.filePath(ConfigStore::GlobalSettings));
+    QVERIFY(saved.load());
+    QCOMPARE(saved.downloadDir(), chosen);
+
+    // A save proposes the name there until the user saves elsewhere; an open starts where
+    // the last file was chosen.
+    QString proposed;
+    Prompts::setSaveName([&](QWidget*, const QString& p, const QString&) {
+        proposed = p;
+        return tmp.filePath("x.png");
+    });
+    Prompts::saveName(nullptr, "20240102030405", QString());
+    QCOMPARE(proposed, chosen + "/20240102030405");
+    Prompts::saveName(nullptr, "again", QString());
+    QCOMPARE(proposed, tmp.path() + "/again");
+    Prompts::setSaveName({});
+    QString startedIn;
+    Prompts::setOpenName([&](QWidget*, const QString&, const QString& folder, const QString&) {
+        startedIn = folder;
+        return chosen + "/a.txt";
+    });
+    Prompts::openName(nullptr, QString(), QString());
+    QCOMPARE(startedIn, QDir::homePath());
+    Prompts::openName(nullptr, QString(), QString());
+    QCOMPARE(startedIn, chosen);
+    Prompts::setOpenName({});
+    Prompts::forgetFolders();
+
+    store.settings().setDownloadDir(QString());
+    QVERIFY(store.settings().save());
 }
 
 // The path a live message takes: the IM core's record and text, then the talk list's unread
