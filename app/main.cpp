@@ -21,6 +21,7 @@
 #include "shellstate.h"
 #include "startupprobe.h"
 #include "translations.h"
+#include "uifont.h"
 #ifndef Q_OS_WIN
 #include "quitsignalwatcher.h"
 #endif
@@ -74,6 +75,7 @@ int main(int argc, char* argv[]) {
     QString trustProblem;
     if (!CompanyTrust::install(&trustProblem))
         QX_LOG << "The company's certificate authority is not used: " << trustProblem;
+    UiFont::captureSystemFont();  // before any change: what "跟随系统" goes back to
     if (const int px = ShellState::fontSize(config)) ShellState::applyFontSize(px);
     const QByteArray dumpFolder =
         QDir::toNativeSeparators(config.folderPath(ConfigStore::Dump)).toUtf8();

@@ -13,8 +13,11 @@
 #include <QtTest>
 
 #include "autostart.h"
+#include "chatlistitemwidget.h"
 #include "configstore.h"
+#include "conversationcontentinputedit.h"
 #include "faketraybackend.h"
+#include "listwidget.h"
 #include "mainwindow.h"
 #include "messagelabel.h"
 #include "prompts.h"
@@ -25,8 +28,12 @@
 #include "shellservices.h"
 #include "shellstate.h"
 #include "systemtrayicon.h"
+#include "textitemedit.h"
+#include "textmsgitem.h"
 #include "traymenu.h"
+#include "uifont.h"
 #include "unreadmsgscard.h"
+#include "view.h"
 
 class TestTray : public QObject {
     Q_OBJECT
@@ -38,6 +45,7 @@ private slots:
     void cardClickAndIconClickOpenTheConversation();
     void togglesStayInStepBothWays();
     void downloadFolderShownIsTheOneUsed();
+    void fontSizeReachesTheTextAndTheSystemsComesBack();
     void delegateAlertsReachTheTray();
     void closeFollowsCloseQuit();
 
@@ -321,6 +329,75 @@ void TestTray::downloadFolderShownIsTheOneUsed() {
 
     store.settings().setDownloadDir(QString());
     QVERIFY(store.settings().save());
+}
+
+// The size chosen on the settings page reaches a message row's text, a talk-list row's name
+// and the input; "跟随系统" puts every one back as it was.
+void TestTray::fontSizeReachesTheTextAndTheSystemsComesBack() {
+    ConfigStore& store = ConfigStore::instance();
+    MainWindow window(store);
+    ShellServices shell(&window, store, new FakeTrayBackend);
+    window.loginSuccess("7");
+    QComboBox* size = shell.settings()->utility()->fontSize;
+    size->setCurrentIndex(0);
+
+    qx_output::View output("102", false);
+    output.resize(600, 400);
+    output.show();
+    BaseMsg::MMessage m;
+    m.msgId = 1;
+    m.time = 1700000000;
+    m.kind = BaseMsg::Text;
+    m.text = QStringLiteral("一段足够长的消息文字，好让它在窄的窗口里也占上几行。@李娜");
+    m.senderId = QStringLiteral("102");
+    output.addMessage(m);
+    const auto messageRow = [&output]() -> qx_output::TextMsgItem* {
+        qx_output::ListWidget* list = output.listWidget();
+        return qobject_cast<qx_output::TextMsgItem*>(
+            list->itemWidget(list->item(list->count() - 1)));
+    };
+    QTRY_VERIFY(messageRow());
+    ChatListItemWidget talk("102", QStringLiteral("李娜"));
+    talk.show();
+    QLabel* name = nullptr;
+    for (QLabel* l : talk.findChildren<QLabel*>())
+        if (l->text() == QStringLiteral("李娜")) name = l;
+    QVERIFY(name);
+    ConversationContentInputEdit input;
+    input.show();
+
+    struct Sizes {
+        QFont text;
+        int rowHeight;
+        QFont name;
+        QFont input;
+    };
+    const auto now = [&] {
+        QApplication::processEvents();
+        return Sizes{
+            messageRow()->edit()->document()->defaultFont(),
+            output.listWidget()->entryAt(output.listWidget()->count() - 1)->sizeHint().height(),
+            name->font(), input.font()};
+    };
+    QTRY_VERIFY(messageRow() && now().rowHeight > 0);
+    const Sizes system = now();
+
+    size->setCurrentIndex(size->findData(18));
+    QTRY_VERIFY(messageRow());
+    const Sizes large = now();
+    QVERIFY(QFontInfo(large.text).pixelSize() > QFontInfo(system.text).pixelSize());
+    QVERIFY(large.rowHeight > system.rowHeight);
+    QVERIFY(QFontInfo(large.name).pixelSize() > QFontInfo(system.name).pixelSize());
+    QCOMPARE(QFontInfo(large.input).pixelSize(), 18);
+
+    size->setCurrentIndex(size->findData(0));
+    QTRY_VERIFY(messageRow());
+    const Sizes back = now();
+    QCOMPARE(back.text, system.text);
+    QCOMPARE(back.rowHeight, system.rowHeight);
+    QCOMPARE(back.name, system.name);
+    QCOMPARE(back.input, system.input);
+    QCOMPARE(QApplication::font(), UiFont::systemFont());
 }
 
 // The path a live message takes: the IM core's record and text, then the talk list's unread
