@@ -2,7 +2,6 @@
 #include <QDir>
 #include <QFile>
 #include <QLoggingCategory>
-#include <QTranslator>
 
 #include "base/at_exit.h"
 #include "base/thread_hooks.h"
@@ -21,6 +20,8 @@
 #include "shellservices.h"
 #include "shellstate.h"
 #include "startupprobe.h"
+#include "translations.h"
+#include "uifont.h"
 #ifndef Q_OS_WIN
 #include "quitsignalwatcher.h"
 #endif
@@ -54,16 +55,7 @@ int main(int argc, char* argv[]) {
     // the daily log file has every line anyway.
     QLoggingCategory::setFilterRules(QStringLiteral("default.debug=false"));
 
-    // Installed whether or not they load: a missing catalogue leaves the source texts.
-    QTranslator qtTranslator;
-    qtTranslator.load(QStringLiteral(":/resource/qt_zh_CN.qm"));
-    app.installTranslator(&qtTranslator);
-    QTranslator widgetsTranslator;
-    widgetsTranslator.load(QStringLiteral(":/resource/widgets.qm"));
-    app.installTranslator(&widgetsTranslator);
-    QTranslator webEngineTranslator;
-    webEngineTranslator.load(QStringLiteral(":/resource/qtwebengine_CN.qm"));
-    app.installTranslator(&webEngineTranslator);
+    const Translations translations(&app);
 
 #ifndef Q_OS_WIN
     // From the start: a termination request during start-up still ends the program
@@ -83,6 +75,7 @@ int main(int argc, char* argv[]) {
     QString trustProblem;
     if (!CompanyTrust::install(&trustProblem))
         QX_LOG << "The company's certificate authority is not used: " << trustProblem;
+    UiFont::captureSystemFont();  // before any change: what "跟随系统" goes back to
     if (const int px = ShellState::fontSize(config)) ShellState::applyFontSize(px);
     const QByteArray dumpFolder =
         QDir::toNativeSeparators(config.folderPath(ConfigStore::Dump)).toUtf8();

@@ -1,11 +1,10 @@
 #include "shellstate.h"
 
-#include <QApplication>
 #include <QFile>
-#include <QFont>
 
 #include "configbase_t.h"
 #include "configstore.h"
+#include "uifont.h"
 
 namespace {
 // Sizes offered by the settings page; anything else in the file is ignored.
@@ -35,8 +34,5 @@ int ShellState::fontSize(const ConfigStore& store) {
 }
 
 void ShellState::applyFontSize(int pixels) {
-    static const QFont systemFont = QApplication::font();
-    QFont f = systemFont;
-    if (usableFontSize(pixels) && pixels > 0) f.setPixelSize(pixels);
-    QApplication::setFont(f);
+    UiFont::instance().apply(usableFontSize(pixels) ? pixels : 0);
 }

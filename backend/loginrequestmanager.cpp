@@ -33,7 +33,7 @@ QString LoginRequestManager::textFor(Result result, const QString& serverText) {
         case Success:
             return QString();
         case NetworkFailed:
-            return QStringLiteral("请求登陆失败");
+            return QStringLiteral("请求登录失败");
         case Refused:
             if (!serverText.isEmpty()) return serverText;
             break;

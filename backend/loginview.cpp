@@ -89,7 +89,7 @@ LoginView::LoginView(QWidget* parent)
 
     m_checkRemember = new QCheckBox(QStringLiteral("记住密码"), frame);
     m_checkRemember->setObjectName(QStringLiteral("m_checkRemember"));
-    m_checkAutoLogin = new QCheckBox(QStringLiteral("自动登陆"), frame);
+    m_checkAutoLogin = new QCheckBox(QStringLiteral("自动登录"), frame);
     m_checkAutoLogin->setObjectName(QStringLiteral("m_checkAutoLogin"));
 
     m_btnLogin = new QPushButton(QStringLiteral("登 录"), frame);
@@ -240,7 +240,7 @@ void LoginView::showKicked() {
     setBusy(false);
     show();
     raise();
-    setHint(QStringLiteral("您的账号在别处登陆，请重新登陆。"));
+    setHint(QStringLiteral("您的账号在别处登录，请重新登录。"));
 }
 
 void LoginView::OnClickedLogin() {

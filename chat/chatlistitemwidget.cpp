@@ -7,6 +7,7 @@
 
 #include "plaintext.h"
 #include "screenmetrics.h"
+#include "uifont.h"
 
 ChatListItemWidget::ChatListItemWidget(const QString& id, const QString& name, QWidget* parent)
     : TalkListItemWidget(parent), id_(id) {
@@ -18,11 +19,15 @@ ChatListItemWidget::ChatListItemWidget(const QString& id, const QString& name, Q
     avatar_->setFixedSize(size, size);
     avatar_->setScaledContents(true);
     name_ = plaintext::label(name, this);
-    name_->setStyleSheet(
-        QStringLiteral("QLabel{background-color:transparent;border-style:none;font-family:%2;"
-                       "font-size:%1px;color:#444;}")
-            .arg(m.value(ScreenMetrics::FontSizeNormal))
-            .arg(QApplication::font().family()));
+    const auto styleName = [this] {
+        name_->setStyleSheet(
+            QStringLiteral("QLabel{background-color:transparent;border-style:none;font-family:%2;"
+                           "font-size:%1px;color:#444;}")
+                .arg(UiFont::px(ScreenMetrics::instance().value(ScreenMetrics::FontSizeNormal)))
+                .arg(QApplication::font().family()));
+    };
+    styleName();
+    connect(&UiFont::instance(), &UiFont::changed, name_, styleName);
     remove_ = new QPushButton(this);
     remove_->setObjectName(QStringLiteral("removeConversation"));
     remove_->setFixedSize(14, 14);

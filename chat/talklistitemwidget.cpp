@@ -4,21 +4,26 @@
 #include <QLabel>
 
 #include "screenmetrics.h"
+#include "uifont.h"
 
 TalkListItemWidget::TalkListItemWidget(QWidget* parent)
     : QWidget(parent), badge_(new QLabel(this)) {
-    const ScreenMetrics& m = ScreenMetrics::instance();
-    const int size = m.value(ScreenMetrics::FontSizeSmall) + 6;
-    badge_->setMinimumWidth(size);
-    badge_->setFixedHeight(size);
     badge_->setAlignment(Qt::AlignCenter);
-    badge_->setStyleSheet(
-        QStringLiteral(
-            "QLabel{background-color:#FFA54F;border-style:none;font-family:%3;font-size:%1px;"
-            "color:#fff;border-radius:%2px;}")
-            .arg(m.value(ScreenMetrics::FontSizeSmall))
-            .arg(size / 2)
-            .arg(QApplication::font().family()));
+    const auto styleBadge = [this] {
+        const int text = UiFont::px(ScreenMetrics::instance().value(ScreenMetrics::FontSizeSmall));
+        const int size = text + 6;
+        badge_->setMinimumWidth(size);
+        badge_->setFixedHeight(size);
+        badge_->setStyleSheet(
+            QStringLiteral(
+                "QLabel{background-color:#FFA54F;border-style:none;font-family:%3;font-size:%1px;"
+                "color:#fff;border-radius:%2px;}")
+                .arg(text)
+                .arg(size / 2)
+                .arg(QApplication::font().family()));
+    };
+    styleBadge();
+    connect(&UiFont::instance(), &UiFont::changed, badge_, styleBadge);
     badge_->hide();
 }
 

@@ -55,6 +55,7 @@ const char* const kNames[kConfigKeyCount] = {
     "UrlUpload",
     "UrlDelTribe",
     "UrlTaskReaded",
+    "DownloadDir",
 };
 }  // namespace
 

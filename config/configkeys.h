@@ -56,6 +56,7 @@ enum ConfigKey {
     kUrlUpload,
     kUrlDelTribe,
     kUrlTaskReaded,
+    kDownloadDir,
     kConfigKeyCount
 };
 

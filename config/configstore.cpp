@@ -159,6 +159,10 @@ QString ConfigStore::folderPath(int folderNo) const {
             if (!hasUser_) return QString();
             return userDataRoot() + QLatin1Char('/') + QString::number(firstId_) +
                    QLatin1Char('_') + QString::number(secondId_);
+        case Download:
+            // The one folder received files go to, and the one the settings page shows.
+            if (!settings_.downloadDir().isEmpty()) return settings_.downloadDir();
+            return base_ + QLatin1Char('/') + QLatin1String(kFolderNames[Download]);
         case Receive:
         case UserConfig:
         case Cache:

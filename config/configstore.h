@@ -35,7 +35,7 @@ public:
         Log = 16,
         OpenIM = 17,
         Dump = 18,
-        Download = 19,
+        Download = 19,  // received files: the folder chosen in the settings, else <base>/Download
         Update = 20,
         FolderCount = 21
     };

@@ -12,6 +12,9 @@ public:
 
     const QString& userDir() const { return userDir_; }
     void setUserDir(const QString& dir) { userDir_ = dir; }
+    // Where received files are saved; empty for the default (see ConfigStore::Download).
+    const QString& downloadDir() const { return downloadDir_; }
+    void setDownloadDir(const QString& dir) { downloadDir_ = dir; }
     bool closeQuit() const { return closeQuit_; }
     void setCloseQuit(bool quit) { closeQuit_ = quit; }
     int msgTime() const { return msgTime_; }
@@ -23,6 +26,7 @@ public:
 
 private:
     QString userDir_;
+    QString downloadDir_;
     bool closeQuit_ = false;
     int msgTime_ = 16;
     int checkStateMs_ = 5000;

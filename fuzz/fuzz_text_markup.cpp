@@ -14,7 +14,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     }();
     (void)ready;
     const QString text = QString::fromUtf8(reinterpret_cast<const char*>(data), int(size));
-    const QString html = qx_output::TextMarkup::toHtml(text, 14);
+    const QString html = qx_output::TextMarkup::toHtml(text);
     FUZZ_CHECK(html.startsWith(QLatin1String("<div")) && html.endsWith(QLatin1String("</div>")));
     FUZZ_CHECK(!html.contains(QLatin1String("<script"), Qt::CaseInsensitive));
     const int at = text.indexOf(QLatin1Char('@'));

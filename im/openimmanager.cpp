@@ -382,7 +382,7 @@ void OpenIMManager::OnKicked(openim::KickedParam) {
             self->loggedIn_ = false;
             self->msgReady_ = false;
             if (MainViewDelegate* shell = MainViewDelegate::instance())
-                shell->kicked(QStringLiteral("您的账号在别处登陆，请重新登陆。"));
+                shell->kicked(QStringLiteral("您的账号在别处登录，请重新登录。"));
             emit self->signal_Landed(false);
         },
         Qt::QueuedConnection);

@@ -7,9 +7,12 @@
 namespace screenshot {
 
 QStringList Magnifier::infoLines(const QPoint& position, QRgb colour, const QSize& selection) {
-    return {QString::asprintf("x: %d  y: %d", position.x(), position.y()),
-            QString::asprintf("rgb: (%d,%d,%d)", qRed(colour), qGreen(colour), qBlue(colour)),
-            QString::asprintf("size: %d x %d", selection.width(), selection.height())};
+    // Short enough for the box's width at 12 pixels: RGB is how colour values are read in
+    // any language, the rest says what it is in the user's.
+    return {
+        QStringLiteral("坐标：%1, %2").arg(position.x()).arg(position.y()),
+        QStringLiteral("RGB：%1,%2,%3").arg(qRed(colour)).arg(qGreen(colour)).arg(qBlue(colour)),
+        QStringLiteral("尺寸：%1×%2").arg(selection.width()).arg(selection.height())};
 }
 
 QRect Magnifier::placement(const QPoint& pointer, const QRect& area) {

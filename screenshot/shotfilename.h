@@ -9,7 +9,7 @@ namespace screenshot {
 class ShotFileName {
 public:
     static QString prefix() { return QStringLiteral("Quelix截图_"); }
-    static QString filter() { return QStringLiteral("Images (*.png *.jpg *.bmp)"); }
+    static QString filter() { return QStringLiteral("图片 (*.png *.jpg *.bmp)"); }
 
     // "Quelix截图_" and the time to the millisecond, as PNG (lossless, which suits text and
     // lines), in folder. Should that name be taken after all (two saves in one

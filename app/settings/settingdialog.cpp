@@ -4,7 +4,6 @@
 #include <QComboBox>
 #include <QCoreApplication>
 #include <QDir>
-#include <QFile>
 #include <QFileDialog>
 #include <QFileInfo>
 #include <QHBoxLayout>
@@ -96,7 +95,7 @@ void SettingDialog::reload() {
         const int index = utility_->fontSize->findData(ShellState::fontSize(store_));
         utility_->fontSize->setCurrentIndex(qMax(0, index));
     }
-    showUserDir();
+    showDownloadDir();
 }
 
 void SettingDialog::OnChangedFontSize(int index) {
@@ -107,8 +106,9 @@ void SettingDialog::OnChangedFontSize(int index) {
     ShellState::applyFontSize(px);
 }
 
-void SettingDialog::showUserDir() {
-    utility_->userDir->setText(QDir::toNativeSeparators(store_.folderPath(ConfigStore::UserData)));
+void SettingDialog::showDownloadDir() {
+    utility_->downloadDir->setText(
+        QDir::toNativeSeparators(store_.folderPath(ConfigStore::Download)));
 }
 
 void SettingDialog::storeUserFlag(bool* flag, bool value) {
@@ -206,40 +206,22 @@ void SettingDialog::OnClickedCloseQuit(bool quits) {
 }
 
 void SettingDialog::OnClickedBrowse() {
-    const QString current = store_.folderPath(ConfigStore::UserData);
+    const QString current = store_.folderPath(ConfigStore::Download);
     const QString chosen = chooseFolder_(current);
     if (chosen.isEmpty()) return;
     const QString dir = QDir::cleanPath(QDir(chosen).absolutePath());
     if (dir == QDir::cleanPath(current)) return;
     if (!QDir().mkpath(dir) || !QFileInfo(dir).isWritable()) {
-        Logger::instance().write(QStringLiteral("user folder refused (not writable): ") + dir);
+        Logger::instance().write(QStringLiteral("download folder refused (not writable): ") + dir);
         notify_(QStringLiteral("无法写入该目录，请选择其他位置。"));
         return;
     }
-    // The signed-in user's files move along (copied; the old ones stay as they were), so
-    // nothing the user had is left behind in a folder the client no longer reads.
-    const QString oldUser = store_.folderPath(ConfigStore::PerUser);
-    store_.settings().setUserDir(dir);
+    // Files received from now on go there; those already saved stay where they are.
+    store_.settings().setDownloadDir(dir);
     if (!store_.settings().save())
         Logger::instance().write(QStringLiteral("settings not saved: ") + store_.settings().path());
-    if (store_.hasUser()) {
-        for (int folder :
-             {int(ConfigStore::PerUser), int(ConfigStore::Receive), int(ConfigStore::UserConfig),
-              int(ConfigStore::Cache), int(ConfigStore::Record)})
-            QDir().mkpath(store_.folderPath(folder));
-        QDir().mkpath(store_.folderPath(ConfigStore::AllUsers));
-        const QString newUser = store_.folderPath(ConfigStore::PerUser);
-        for (const char* name : {"TalkList.db", "ShieldList.db", "Settings.ini"}) {
-            const QString to = newUser + QLatin1Char('/') + QLatin1String(name);
-            if (!QFileInfo::exists(to))
-                QFile::copy(oldUser + QLatin1Char('/') + QLatin1String(name), to);
-        }
-        store_.talkList().setPath(store_.filePath(ConfigStore::TalkListFile));
-        store_.shieldList().setPath(store_.filePath(ConfigStore::ShieldListFile));
-        store_.userConfig().setPath(store_.filePath(ConfigStore::UserSettings));
-    }
-    showUserDir();
-    emit userDirChanged(dir);
+    showDownloadDir();
+    emit downloadDirChanged(dir);
 }
 
 void SettingDialog::OnCLickedExit() { emit exitSignal(); }

@@ -36,7 +36,7 @@ signals:
     void feedBackSignal();
     void checkUpdateSignal();
     void exitSignal();
-    void userDirChanged(const QString& dir);
+    void downloadDirChanged(const QString& dir);
 
 public slots:
     void OnClickedBrowse();
@@ -61,7 +61,7 @@ private:
     void storeUserFlag(bool* flag, bool value);
     void storeAlert(int number, bool value);
     bool* alertFlag(int number);
-    void showUserDir();
+    void showDownloadDir();
 
     ConfigStore& store_;
     SettingUtility* utility_;

@@ -33,13 +33,13 @@ SettingUtility::SettingUtility(QWidget* parent) : QWidget(parent) {
     v->addWidget(fontSize, 0, Qt::AlignLeft);
     v->addWidget(heading(QStringLiteral("文件保存位置"), this));
     auto* row = new QHBoxLayout;
-    userDir = plaintext::label(QString(), this);
-    userDir->setObjectName(QStringLiteral("userDir"));
-    userDir->setTextInteractionFlags(Qt::TextSelectableByMouse);
-    userDir->setStyleSheet(QStringLiteral("QLabel{color:#475669;}"));
+    downloadDir = plaintext::label(QString(), this);
+    downloadDir->setObjectName(QStringLiteral("downloadDir"));
+    downloadDir->setTextInteractionFlags(Qt::TextSelectableByMouse);
+    downloadDir->setStyleSheet(QStringLiteral("QLabel{color:#475669;}"));
     browse = new QPushButton(QStringLiteral("更改目录"), this);
     browse->setObjectName(QStringLiteral("browse"));
-    row->addWidget(userDir, 1);
+    row->addWidget(downloadDir, 1);
     row->addWidget(browse);
     v->addLayout(row);
 

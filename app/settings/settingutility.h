@@ -8,15 +8,16 @@ class QLabel;
 class QPushButton;
 class QRadioButton;
 
-// The general page of the settings: where files are kept, signing in and starting, what
-// closing the window does, and the new-message alerts. Widgets only; SettingDialog stores.
+// The general page of the settings: the font size, where received files are saved, signing in and
+// starting, what closing the window does, and the new-message alerts. Widgets only; SettingDialog
+// stores.
 class SettingUtility : public QWidget {
     Q_OBJECT
 public:
     explicit SettingUtility(QWidget* parent = nullptr);
 
     QComboBox* fontSize;
-    QLabel* userDir;
+    QLabel* downloadDir;
     QPushButton* browse;
     QCheckBox* autoLogin;
     QCheckBox* startWithSystem;

@@ -41,9 +41,12 @@ int main(int argc, char** argv) {
     std::fprintf(stderr, "qxload: %s\n", qPrintable(installer.error()));
     if (!parser.isSet(quiet)) {
         // The reason may name a package or a folder from the update description.
-        QMessageBox box(QMessageBox::Warning, QStringLiteral("提示"),
-                        QStringLiteral("更新没有完成，将继续使用当前版本。\n") + installer.error());
+        QMessageBox box(
+            QMessageBox::Warning, QStringLiteral("提示"),
+            QStringLiteral("更新没有完成，将继续使用当前版本。\n原因：") + installer.error(),
+            QMessageBox::NoButton);
         box.setTextFormat(Qt::PlainText);
+        box.addButton(QStringLiteral("确定"), QMessageBox::AcceptRole);
         box.exec();
     }
     // The client quit for the update; the one still installed comes back.

@@ -110,7 +110,7 @@ ConversationContentInputView::ConversationContentInputView(ConversationContentVi
     connect(picture, &QPushButton::clicked, this, [this] {
         const QString path =
             qx_output::Prompts::openName(this, QStringLiteral("打开图片"),
-                                         QStringLiteral("Image Files (*.png *.jpg *.bmp *.gif)"));
+                                         QStringLiteral("图片 (*.png *.jpg *.jpeg *.bmp *.gif)"));
         if (!path.isEmpty()) StartSendPicture(path);
     });
     connect(file, &QPushButton::clicked, this, &ConversationContentInputView::conversationUpload);
@@ -232,7 +232,7 @@ void ConversationContentInputView::StartSendPicture(const QString& strFile) {
 
 void ConversationContentInputView::conversationUpload() {
     const QString path = qx_output::Prompts::openName(this, QStringLiteral("打开文件"),
-                                                      QStringLiteral("Files (*.*)"));
+                                                      QStringLiteral("所有文件 (*)"));
     if (!path.isEmpty()) upLoading(path);
 }
 

@@ -37,7 +37,7 @@ QRect BaseItem::avatarRect() const {
 QRect BaseItem::bubbleRect() const {
     const QSize size(content_.width() + 2 * ItemSizer::kPad,
                      content_.height() + 2 * ItemSizer::kPad);
-    const int top = ItemSizer::kTop + (showName_ ? ItemSizer::kNameHeight : 0);
+    const int top = ItemSizer::kTop + (showName_ ? ItemSizer::nameHeight() : 0);
     const int edge = ItemSizer::kSide + ItemSizer::kAvatar + ItemSizer::kGap;
     const int x = isSelf_ ? width() - edge - size.width() : edge;
     return QRect(QPoint(x, top), size);
@@ -88,10 +88,10 @@ void BaseItem::paintEvent(QPaintEvent*) {
     if (showName_) {
         p.setPen(kNameColour);
         QFont f = font();
-        f.setPixelSize(12);
+        f.setPixelSize(ItemSizer::namePixelSize());
         p.setFont(f);
         const int edge = ItemSizer::kSide + ItemSizer::kAvatar + ItemSizer::kGap;
-        const QRect nameRect(edge, ItemSizer::kTop, width() - 2 * edge, ItemSizer::kNameHeight);
+        const QRect nameRect(edge, ItemSizer::kTop, width() - 2 * edge, ItemSizer::nameHeight());
         p.drawText(nameRect, (isSelf_ ? Qt::AlignRight : Qt::AlignLeft) | Qt::AlignVCenter,
                    senderName_);
     }

@@ -6,6 +6,7 @@
 #include <QtMath>
 
 #include "messageentry.h"
+#include "uifont.h"
 
 namespace qx_output {
 
@@ -15,6 +16,10 @@ const QSize ItemSizer::kFileCard(250, 78);
 const QSize ItemSizer::kTaskCard(260, 132);
 const QSize ItemSizer::kTableCard(260, 112);
 const QSize ItemSizer::kPersonalCard(220, 84);
+
+int ItemSizer::textPixelSize() { return UiFont::px(14); }
+
+int ItemSizer::namePixelSize() { return UiFont::px(12); }
 
 QFont ItemSizer::textFont() {
     QFont font = QApplication::font();
@@ -97,7 +102,7 @@ void ItemSizer::measure(MessageEntry& e, int viewWidth) {
 QSize ItemSizer::rowSize(const MessageEntry& e, int viewWidth) {
     if (e.kind == MessageEntry::Separator || e.kind == MessageEntry::Tip)
         return QSize(viewWidth, kTipHeight);
-    const int name = e.showName ? kNameHeight : 0;
+    const int name = e.showName ? nameHeight() : 0;
     const int body = qMax(kAvatar, name + e.content.height() + 2 * kPad);
     return QSize(viewWidth, kTop + body + kBottom);
 }

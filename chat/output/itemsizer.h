@@ -17,7 +17,6 @@ public:
     static constexpr int kGap = 8;
     static constexpr int kTop = 8;
     static constexpr int kBottom = 8;
-    static constexpr int kNameHeight = 18;
     static constexpr int kPad = 10;
     static constexpr int kTipHeight = 30;
     static constexpr int kPictureMax = 200;
@@ -28,8 +27,11 @@ public:
     static const QSize kTableCard;
     static const QSize kPersonalCard;
 
+    // Message text and the sender's name above it, at the user's font size.
     static QFont textFont();
-    static int textPixelSize() { return 14; }
+    static int textPixelSize();
+    static int namePixelSize();
+    static int nameHeight() { return namePixelSize() + 6; }
     static int maxContentWidth(int viewWidth);
     // The laid-out size of rich text no wider than maxWidth.
     static QSize textSize(const QString& html, int maxWidth);

@@ -1,8 +1,12 @@
 #include "prompts.h"
 
+#include <QDir>
 #include <QFileDialog>
+#include <QFileInfo>
 #include <QMessageBox>
 #include <QPushButton>
+
+#include "configstore.h"
 
 namespace qx_output {
 
@@ -13,6 +17,10 @@ Prompts::SaveName g_saveName;
 Prompts::Notice g_notice;
 Prompts::OpenName g_openName;
 const QString kErrorTitle = QStringLiteral("错误提示");
+QString g_lastSaveFolder;
+QString g_lastOpenFolder;
+
+bool isFolder(const QString& path) { return !path.isEmpty() && QFileInfo(path).isDir(); }
 }  // namespace
 
 bool Prompts::ask(QWidget* parent, const QString& text, const QString& yes, const QString& no) {
@@ -34,8 +42,13 @@ void Prompts::error(QWidget* parent, const QString& text) {
 }
 
 QString Prompts::saveName(QWidget* parent, const QString& proposed, const QString& filter) {
-    if (g_saveName) return g_saveName(parent, proposed, filter);
-    return QFileDialog::getSaveFileName(parent, QString(), proposed, filter);
+    const QString start =
+        QDir::isRelativePath(proposed) ? QDir(saveFolder()).filePath(proposed) : proposed;
+    const QString chosen = g_saveName
+                               ? g_saveName(parent, start, filter)
+                               : QFileDialog::getSaveFileName(parent, QString(), start, filter);
+    if (!chosen.isEmpty()) g_lastSaveFolder = QFileInfo(chosen).absolutePath();
+    return chosen;
 }
 
 void Prompts::notice(QWidget* parent, const QString& title, const QString& text,
@@ -48,8 +61,27 @@ void Prompts::notice(QWidget* parent, const QString& title, const QString& text,
 }
 
 QString Prompts::openName(QWidget* parent, const QString& title, const QString& filter) {
-    if (g_openName) return g_openName(parent, title, filter);
-    return QFileDialog::getOpenFileName(parent, title, QString(), filter);
+    const QString folder = openFolder();
+    const QString chosen = g_openName ? g_openName(parent, title, folder, filter)
+                                      : QFileDialog::getOpenFileName(parent, title, folder, filter);
+    if (!chosen.isEmpty()) g_lastOpenFolder = QFileInfo(chosen).absolutePath();
+    return chosen;
+}
+
+QString Prompts::saveFolder() {
+    if (isFolder(g_lastSaveFolder)) return g_lastSaveFolder;
+    const QString downloads = ConfigStore::instance().folderPath(ConfigStore::Download);
+    QDir().mkpath(downloads);  // a dialog starting in a missing folder starts anywhere
+    return downloads;
+}
+
+QString Prompts::openFolder() {
+    return isFolder(g_lastOpenFolder) ? g_lastOpenFolder : QDir::homePath();
+}
+
+void Prompts::forgetFolders() {
+    g_lastSaveFolder.clear();
+    g_lastOpenFolder.clear();
 }
 
 void Prompts::setNotice(Notice notice) { g_notice = std::move(notice); }

@@ -9,7 +9,7 @@ constexpr int kMaxMentionChars = 24;
 
 bool endsMention(QChar c) { return c.isSpace() || c == QLatin1Char('@'); }
 
-void appendPlain(QString& out, const QString& run, int fontPx) {
+void appendPlain(QString& out, const QString& run) {
     int i = 0;
     while (i < run.size()) {
         const QChar c = run.at(i);
@@ -17,8 +17,7 @@ void appendPlain(QString& out, const QString& run, int fontPx) {
             int end = i + 1;
             while (end < run.size() && end - i <= kMaxMentionChars && !endsMention(run.at(end)))
                 ++end;
-            out += QStringLiteral("<span style=\"color:#FFA54F;font-size:%1px\">%2</span>")
-                       .arg(fontPx)
+            out += QStringLiteral("<span style=\"color:#FFA54F\">%1</span>")
                        .arg(run.mid(i, end - i).toHtmlEscaped());
             i = end;
             continue;
@@ -42,12 +41,12 @@ void appendPlain(QString& out, const QString& run, int fontPx) {
 }
 }  // namespace
 
-QString TextMarkup::toHtml(const QString& text, int fontPx) {
+QString TextMarkup::toHtml(const QString& text) {
     QString out = QStringLiteral("<div style=\"white-space:pre-wrap\">");
     out.reserve(text.size() * 2 + 64);
     for (const EmotionSet::Run& run : EmotionSet::instance().split(text)) {
         if (run.picture.isEmpty()) {
-            appendPlain(out, run.text, fontPx);
+            appendPlain(out, run.text);
         } else {
             out += QStringLiteral(
                        "<img class='emo' src=\"%1\" width=\"%2\" height=\"%2\" "

@@ -10,7 +10,8 @@ namespace qx_output {
 class TextMarkup {
 public:
     static constexpr int kEmotionSize = 24;
-    static QString toHtml(const QString& text, int fontPx);
+    // Sized by the document that shows it: the mentions keep its font.
+    static QString toHtml(const QString& text);
     // Whether the text mentions `name` ("@name").
     static bool mentions(const QString& text, const QString& name);
 };

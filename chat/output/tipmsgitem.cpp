@@ -3,6 +3,8 @@
 #include <QHBoxLayout>
 #include <QLabel>
 
+#include "uifont.h"
+
 namespace qx_output {
 
 TipMsgItem::TipMsgItem(const QString& text, QWidget* parent) : QWidget(parent) {
@@ -12,7 +14,7 @@ TipMsgItem::TipMsgItem(const QString& text, QWidget* parent) : QWidget(parent) {
     label_->setAlignment(Qt::AlignCenter);
     // Grey on a light band, by palette: there can be many tip rows.
     QFont f = label_->font();
-    f.setPixelSize(12);
+    f.setPixelSize(UiFont::px(12));
     label_->setFont(f);
     QPalette p = label_->palette();
     p.setColor(QPalette::WindowText, QColor(0x99, 0x99, 0x99));

@@ -39,6 +39,7 @@
 #include "textmarkup.h"
 #include "textmsgitem.h"
 #include "tipmsgitem.h"
+#include "uifont.h"
 #include "viewmenu.h"
 
 namespace qx_output {
@@ -107,6 +108,7 @@ View::View(const QString& conversationId, bool isTribe, QWidget* parent)
     list_->viewport()->installEventFilter(this);
     connect(list_, &ListWidget::setHistoryTipSignal, this, &View::setHistoryTipSlot);
     connect(list_, &ListWidget::widthChanged, this, &View::remeasure);
+    connect(&UiFont::instance(), &UiFont::changed, this, &View::fontChanged);
     Manager* manager = Manager::instance();
     connect(manager, &Manager::mainWinPressedSignal, this, &View::hideInfoCardSlot);
     connect(manager, &Manager::mainWinDeactiveSignal, this, &View::hideInfoCardSlot);
@@ -203,7 +205,7 @@ void View::addTipMsg(BaseMsg::MMessage m) {
 void View::addTextMsg(BaseMsg::MMessage m) {
     MessageEntry e;
     e.kind = MessageEntry::Text;
-    e.html = TextMarkup::toHtml(m.text, ItemSizer::textPixelSize());
+    e.html = TextMarkup::toHtml(m.text);
     if (isTribe_ && !m.isSelf && !m.isHistory && TextMarkup::mentions(m.text, ownName())) {
         e.msg = m;
         add(std::move(e));
@@ -536,6 +538,16 @@ void View::remeasure(int width) {
     measurePending();
 }
 
+void View::fontChanged() {
+    // Every text row is measured anew, and every row's widget is rebuilt with the new size.
+    for (int r = 1; r < list_->count(); ++r)
+        if (EntryItem* item = list_->entryAt(r)) item->entry.measuredFor = -1;
+    if (isVisible() && measuredWidth_ > 0)
+        remeasure(measuredWidth_);
+    else
+        unmeasured_ = true;
+}
+
 void View::showEvent(QShowEvent* event) {
     QWidget::showEvent(event);
     if (!unmeasured_) return;
@@ -628,7 +640,7 @@ void View::copyPic(const QString& path) {
 
 bool View::savePic(const QString& path) {
     QString target =
-        Prompts::saveName(this, pictureSaveName(), QStringLiteral("Images (*.jpg *.png *.bmp)"));
+        Prompts::saveName(this, pictureSaveName(), QStringLiteral("图片 (*.jpg *.png *.bmp)"));
     if (target.isEmpty()) return false;
     if (QFileInfo(target).suffix().isEmpty()) target += QStringLiteral(".png");
     const QImage image(path);

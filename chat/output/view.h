@@ -91,6 +91,7 @@ private:
     void add(MessageEntry entry);
     QWidget* createItem(EntryItem* item);
     void remeasure(int width);
+    void fontChanged();
     // Measures text rows again for the current width, some at a time: the rows in view
     // at once, the rest in later turns of the event loop.
     void measurePending();

@@ -169,7 +169,7 @@ void TestMainWindow::kickShowsTheLoginPageAndTellsTheUser() {
     // The log-in window comes back with the reason.
     QVERIFY(!w.isVisible());
     QVERIFY(w.loginView()->isVisible());
-    QCOMPARE(w.loginView()->hint(), QStringLiteral("您的账号在别处登陆，请重新登陆。"));
+    QCOMPARE(w.loginView()->hint(), QStringLiteral("您的账号在别处登录，请重新登录。"));
 }
 
 void TestMainWindow::windowSizeSurvivesARestart() {

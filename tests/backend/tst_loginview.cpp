@@ -94,7 +94,7 @@ void TestLoginView::backEndFailuresShowTheirTexts() {
     view.OnClickedLogin();
     QVERIFY(view.isBusy());
     QVERIFY(!view.findChild<QPushButton*>("m_btnLogin")->isEnabled());
-    QTRY_COMPARE(view.hint(), QStringLiteral("请求登陆失败"));
+    QTRY_COMPARE(view.hint(), QStringLiteral("请求登录失败"));
     QVERIFY(!view.isBusy());
 
     dropLogin_ = false;
@@ -210,7 +210,7 @@ void TestLoginView::rememberedAccountsFillAndGo() {
         LoginView view;
         QSignalSpy requests(&view, &LoginView::onLoginRequestSignal);
         view.start(true, true);  // taken over: no automatic sign-in
-        QCOMPARE(view.hint(), QStringLiteral("您的账号在别处登陆，请重新登陆。"));
+        QCOMPARE(view.hint(), QStringLiteral("您的账号在别处登录，请重新登录。"));
         QCOMPARE(requests.size(), 0);
     }
     LoginView view;

@@ -498,7 +498,7 @@ void TestClient::secondDesktopTakesTheSessionOver() {
     QVERIFY(waitUntil([&] { return otherDesktop.probe().count("loginOk") == 1; }));
     QTRY_VERIFY_WITH_TIMEOUT(!window_->isVisible(), 20000);
     QVERIFY(window_->loginView()->isVisible());
-    QCOMPARE(window_->loginView()->hint(), QStringLiteral("您的账号在别处登陆，请重新登陆。"));
+    QCOMPARE(window_->loginView()->hint(), QStringLiteral("您的账号在别处登录，请重新登录。"));
 }
 
 int main(int argc, char** argv) {

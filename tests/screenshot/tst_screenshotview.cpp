@@ -81,13 +81,13 @@ void TestScreenShotView::selectingShowsMagnifierThenToolBars() {
     QVERIFY(v.magnifierShown());
     QVERIFY(!v.toolBar());  // bars come with the first selection
     mouse(&v, QEvent::MouseMove, {30, 25});
-    QCOMPARE(v.infoLines().first(), QStringLiteral("x: 30  y: 25"));
-    QCOMPARE(v.infoLines().at(1), QStringLiteral("rgb: (230,230,230)"));
+    QCOMPARE(v.infoLines().first(), QStringLiteral("坐标：30, 25"));
+    QCOMPARE(v.infoLines().at(1), QStringLiteral("RGB：230,230,230"));
 
     drag(&v, {50, 40}, {250, 190});
     QCOMPARE(v.selection(), QRect(50, 40, 200, 150));
     QVERIFY(!v.magnifierShown());
-    QCOMPARE(v.infoLines().last(), QStringLiteral("size: 200 x 150"));
+    QCOMPARE(v.infoLines().last(), QStringLiteral("尺寸：200×150"));
 
     // The first bar under the selection, its actions in order, each with its drawing.
     QVERIFY(v.toolBar()->isVisible());
@@ -301,7 +301,7 @@ void TestScreenShotView::saveWritesTheChosenFileAndACancelledSaveKeepsTheCapture
     // Cancelled: nothing written, the capture back as it was.
     action(v, "m_actSave")->trigger();
     QVERIFY(proposed.startsWith(QDir(ShotFileName::desktopFolder()).filePath("Quelix截图_")));
-    QCOMPARE(filter, QStringLiteral("Images (*.png *.jpg *.bmp)"));
+    QCOMPARE(filter, QStringLiteral("图片 (*.png *.jpg *.bmp)"));
     QCOMPARE(saves.size(), 0);
     QVERIFY(v.isVisible());
     QCOMPARE(v.annotations().count(), 1);
@@ -334,9 +334,9 @@ void TestScreenShotView::ratioTwoIsSharp() {
     drag(&v, {10, 10}, {110, 60});
     QCOMPARE(v.selection(), QRect(10, 10, 100, 50));
     QCOMPARE(v.renderSelection().size(), QSize(200, 100));
-    QCOMPARE(v.infoLines().last(), QStringLiteral("size: 200 x 100"));
+    QCOMPARE(v.infoLines().last(), QStringLiteral("尺寸：200×100"));
     mouse(&v, QEvent::MouseMove, {30, 45});
-    QCOMPARE(v.infoLines().first(), QStringLiteral("x: 60  y: 90"));
+    QCOMPARE(v.infoLines().first(), QStringLiteral("坐标：60, 90"));
 }
 
 QTEST_MAIN(TestScreenShotView)

@@ -223,7 +223,14 @@ void TestShotDrawing::toolBarsStayOnScreen() {
 
 void TestShotDrawing::infoBoxShowsPositionColourAndWidthThenHeight() {
     QCOMPARE(Magnifier::infoLines({12, 340}, qRgb(1, 2, 250), {640, 480}),
-             QStringList({"x: 12  y: 340", "rgb: (1,2,250)", "size: 640 x 480"}));
+             QStringList({"坐标：12, 340", "RGB：1,2,250", "尺寸：640×480"}));
+    // The widest values of a large desktop still fit in the box, as it draws them.
+    QFont font;
+    font.setPixelSize(12);
+    const QFontMetrics metrics(font);
+    for (const QString& line :
+         Magnifier::infoLines({15359, 8639}, qRgb(255, 255, 255), {15360, 8640}))
+        QVERIFY2(metrics.horizontalAdvance(line) <= Magnifier::kSide - 10, qPrintable(line));
 
     // Drawn into a picture: the magnified pixel under the pointer is in the centre.
     QImage desktop = whiteDesktop({400, 300});
@@ -263,7 +270,7 @@ void TestShotDrawing::twoSavesInOneSecondGetDifferentNames() {
     const QString again = ShotFileName::propose(dir.path(), t);
     QVERIFY(again != first);
     QVERIFY(!QFileInfo::exists(again));
-    QCOMPARE(ShotFileName::filter(), QStringLiteral("Images (*.png *.jpg *.bmp)"));
+    QCOMPARE(ShotFileName::filter(), QStringLiteral("图片 (*.png *.jpg *.bmp)"));
 }
 
 void TestShotDrawing::screensMakeOneDesktopAndBlankGrabsAreRefused() {

@@ -5,16 +5,22 @@
 #include <QCheckBox>
 #include <QCloseEvent>
 #include <QComboBox>
+#include <QLabel>
+#include <QPushButton>
 #include <QSignalSpy>
 #include <QStackedWidget>
 #include <QTemporaryDir>
 #include <QtTest>
 
 #include "autostart.h"
+#include "chatlistitemwidget.h"
 #include "configstore.h"
+#include "conversationcontentinputedit.h"
 #include "faketraybackend.h"
+#include "listwidget.h"
 #include "mainwindow.h"
 #include "messagelabel.h"
+#include "prompts.h"
 #include "resources.h"
 #include "screenmetrics.h"
 #include "settingdialog.h"
@@ -22,8 +28,12 @@
 #include "shellservices.h"
 #include "shellstate.h"
 #include "systemtrayicon.h"
+#include "textitemedit.h"
+#include "textmsgitem.h"
 #include "traymenu.h"
+#include "uifont.h"
 #include "unreadmsgscard.h"
+#include "view.h"
 
 class TestTray : public QObject {
     Q_OBJECT
@@ -34,6 +44,8 @@ private slots:
     void cardFollowsThePointer();
     void cardClickAndIconClickOpenTheConversation();
     void togglesStayInStepBothWays();
+    void downloadFolderShownIsTheOneUsed();
+    void fontSizeReachesTheTextAndTheSystemsComesBack();
     void delegateAlertsReachTheTray();
     void closeFollowsCloseQuit();
 
@@ -256,6 +268,136 @@ void TestTray::togglesStayInStepBothWays() {
     QCOMPARE(ShellState::fontSize(store), 0);
     settings->utility()->fontSize->setCurrentIndex(0);
     MainViewDelegate::setInstance(nullptr);
+}
+
+// Received files, the settings page and the save dialogs name one download folder.
+void TestTray::downloadFolderShownIsTheOneUsed() {
+    using qx_output::Prompts;
+    ConfigStore& store = ConfigStore::instance();
+    MainWindow window(store);
+    ShellServices shell(&window, store, new FakeTrayBackend);
+    window.loginSuccess("7");
+    SettingDialog* settings = shell.settings();
+    QLabel* shown = settings->utility()->downloadDir;
+    const QString first = store.folderPath(ConfigStore::Download);
+    QCOMPARE(QFileInfo(first).fileName(), QString("Download"));
+    QCOMPARE(shown->text(), QDir::toNativeSeparators(first));
+    Prompts::forgetFolders();
+    QCOMPARE(Prompts::saveFolder(), first);
+    QVERIFY(QFileInfo(Prompts::openFolder()).isDir());
+    QVERIFY(Prompts::openFolder() != QDir::currentPath());
+
+    // Changed on the settings page: shown, used, kept for the next start.
+    QTemporaryDir tmp;
+    const QString chosen = tmp.filePath("收到的文件");
+    settings->setFolderChooser(
+        [&](const QString& current) { return current == first ? chosen : QString(); });
+    QSignalSpy changed(settings, &SettingDialog::downloadDirChanged);
+    settings->utility()->browse->click();
+    QCOMPARE(changed.count(), 1);
+    QCOMPARE(store.folderPath(ConfigStore::Download), chosen);
+    QCOMPARE(shown->text(), QDir::toNativeSeparators(chosen));
+    QVERIFY(QFileInfo(chosen).isDir());
+    quelix::settings_t saved;
+    saved.setPath(store.filePath(ConfigStore::GlobalSettings));
+    QVERIFY(saved.load());
+    QCOMPARE(saved.downloadDir(), chosen);
+
+    // A save proposes the name there until the user saves elsewhere; an open starts where
+    // the last file was chosen.
+    QString proposed;
+    Prompts::setSaveName([&](QWidget*, const QString& p, const QString&) {
+        proposed = p;
+        return tmp.filePath("x.png");
+    });
+    Prompts::saveName(nullptr, "20240102030405", QString());
+    QCOMPARE(proposed, chosen + "/20240102030405");
+    Prompts::saveName(nullptr, "again", QString());
+    QCOMPARE(proposed, tmp.path() + "/again");
+    Prompts::setSaveName({});
+    QString startedIn;
+    Prompts::setOpenName([&](QWidget*, const QString&, const QString& folder, const QString&) {
+        startedIn = folder;
+        return chosen + "/a.txt";
+    });
+    Prompts::openName(nullptr, QString(), QString());
+    QCOMPARE(startedIn, QDir::homePath());
+    Prompts::openName(nullptr, QString(), QString());
+    QCOMPARE(startedIn, chosen);
+    Prompts::setOpenName({});
+    Prompts::forgetFolders();
+
+    store.settings().setDownloadDir(QString());
+    QVERIFY(store.settings().save());
+}
+
+// The size chosen on the settings page reaches a message row's text, a talk-list row's name
+// and the input; "跟随系统" puts every one back as it was.
+void TestTray::fontSizeReachesTheTextAndTheSystemsComesBack() {
+    ConfigStore& store = ConfigStore::instance();
+    MainWindow window(store);
+    ShellServices shell(&window, store, new FakeTrayBackend);
+    window.loginSuccess("7");
+    QComboBox* size = shell.settings()->utility()->fontSize;
+    size->setCurrentIndex(0);
+
+    qx_output::View output("102", false);
+    output.resize(600, 400);
+    output.show();
+    BaseMsg::MMessage m;
+    m.msgId = 1;
+    m.time = 1700000000;
+    m.kind = BaseMsg::Text;
+    m.text = QStringLiteral("一段足够长的消息文字，好让它在窄的窗口里也占上几行。@李娜");
+    m.senderId = QStringLiteral("102");
+    output.addMessage(m);
+    const auto messageRow = [&output]() -> qx_output::TextMsgItem* {
+        qx_output::ListWidget* list = output.listWidget();
+        return qobject_cast<qx_output::TextMsgItem*>(
+            list->itemWidget(list->item(list->count() - 1)));
+    };
+    QTRY_VERIFY(messageRow());
+    ChatListItemWidget talk("102", QStringLiteral("李娜"));
+    talk.show();
+    QLabel* name = nullptr;
+    for (QLabel* l : talk.findChildren<QLabel*>())
+        if (l->text() == QStringLiteral("李娜")) name = l;
+    QVERIFY(name);
+    ConversationContentInputEdit input;
+    input.show();
+
+    struct Sizes {
+        QFont text;
+        int rowHeight;
+        QFont name;
+        QFont input;
+    };
+    const auto now = [&] {
+        QApplication::processEvents();
+        return Sizes{
+            messageRow()->edit()->document()->defaultFont(),
+            output.listWidget()->entryAt(output.listWidget()->count() - 1)->sizeHint().height(),
+            name->font(), input.font()};
+    };
+    QTRY_VERIFY(messageRow() && now().rowHeight > 0);
+    const Sizes system = now();
+
+    size->setCurrentIndex(size->findData(18));
+    QTRY_VERIFY(messageRow());
+    const Sizes large = now();
+    QVERIFY(QFontInfo(large.text).pixelSize() > QFontInfo(system.text).pixelSize());
+    QVERIFY(large.rowHeight > system.rowHeight);
+    QVERIFY(QFontInfo(large.name).pixelSize() > QFontInfo(system.name).pixelSize());
+    QCOMPARE(QFontInfo(large.input).pixelSize(), 18);
+
+    size->setCurrentIndex(size->findData(0));
+    QTRY_VERIFY(messageRow());
+    const Sizes back = now();
+    QCOMPARE(back.text, system.text);
+    QCOMPARE(back.rowHeight, system.rowHeight);
+    QCOMPARE(back.name, system.name);
+    QCOMPARE(back.input, system.input);
+    QCOMPARE(QApplication::font(), UiFont::systemFont());
 }
 
 // The path a live message takes: the IM core's record and text, then the talk list's unread
