@@ -2,6 +2,8 @@
 
 #include "requesthead.h"
 
+#include <openssl/err.h>
+
 #include <QtGlobal>
 
 #include <arpa/inet.h>
@@ -287,6 +289,14 @@ bool GatedServer::handshake(Connection& c) {
     if (error == SSL_ERROR_WANT_WRITE) {
         c.wantsWrite = true;
         return true;
+    }
+    // A peer that hung up mid-handshake (a client that quit) is no refusal worth a line.
+    const unsigned long queued = ERR_peek_error();
+    if ((error == SSL_ERROR_SYSCALL || error == SSL_ERROR_ZERO_RETURN || error == SSL_ERROR_SSL) &&
+        (queued == 0 || ERR_GET_REASON(queued) == SSL_R_UNEXPECTED_EOF_WHILE_READING)) {
+        ERR_clear_error();
+        close(c);
+        return false;
     }
     // Plain HTTP to this port lands here too ("http request").
     const std::string why = "a TLS handshake (" + TlsContext::lastError() + ")";
