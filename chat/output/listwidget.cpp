@@ -63,6 +63,15 @@ void ListWidget::insertEntry(int r, EntryItem* item) {
     keepingView([&] { insertItem(r, item); });
 }
 
+void ListWidget::removeEntry(int r) {
+    keepingView([&] {
+        QListWidgetItem* gone = item(r);
+        if (!gone) return;
+        drop(gone);
+        delete takeItem(r);
+    });
+}
+
 void ListWidget::keepingView(const std::function<void()>& change) {
     executeDelayedItemsLayout();
     // A conversation that had nothing yet shows its newest messages; otherwise the view

@@ -30,6 +30,8 @@ public:
     void appendEntry(EntryItem* item, bool follow);
     // Inserts a row at `row` (history), keeping the rows in view where they are.
     void insertEntry(int row, EntryItem* item);
+    // Takes the row out (and its widget, if it has one), keeping the view where it is.
+    void removeEntry(int row);
     // Runs a change of rows (insertions, new heights) keeping the top row in view where
     // it is on screen, unless the view follows the bottom.
     void keepingView(const std::function<void()>& change);

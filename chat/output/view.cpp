@@ -333,7 +333,15 @@ int View::historyRow(qint64 time, qint64 order) const {
     while (r < list_->count()) {
         EntryItem* e = list_->entryAt(r);
         if (!e || !e->entry.msg.isHistory) break;
-        if (e->entry.kind != MessageEntry::Separator && later(e->entry.msg, time, order)) break;
+        // A line goes with the message below it: an earlier message goes above both.
+        if (e->entry.kind == MessageEntry::Separator) {
+            EntryItem* next = list_->entryAt(r + 1);
+            if (next && next->entry.kind != MessageEntry::Separator &&
+                later(next->entry.msg, time, order))
+                break;
+        } else if (later(e->entry.msg, time, order)) {
+            break;
+        }
         ++r;
     }
     return r;
@@ -360,29 +368,44 @@ int View::lateRow(qint64 time, qint64 order) const {
     return place;
 }
 
+bool View::startsStretch(int r, qint64 time) const {
+    // One rule wherever a message lands (live, late or from history), so both sides of a
+    // chat, and a page before and after a restart, draw the same lines: a message more than
+    // kSeparatorSeconds after the message above it (tips, which have no time, do not count)
+    // starts a new stretch, and so does the first one.
+    if (time == 0) return false;
+    for (int above = r - 1; above >= 1; --above) {
+        EntryItem* e = list_->entryAt(above);
+        if (!e) break;
+        if (e->entry.kind == MessageEntry::Separator) return false;
+        if (e->entry.msg.time == 0) continue;
+        return e->entry.msg.time + kSeparatorSeconds < time;
+    }
+    return true;
+}
+
+EntryItem* View::separatorItem(qint64 time, bool history) {
+    MessageEntry s;
+    s.kind = MessageEntry::Separator;
+    s.msg.isHistory = history;
+    s.msg.time = time;
+    s.html = QDateTime::fromSecsSinceEpoch(time).toString(QStringLiteral("yyyy/MM/dd hh:mm:ss"));
+    currentWidth();
+    ItemSizer::measure(s, measuredWidth_);
+    auto* sep = new EntryItem(s);
+    sep->setSizeHint(ItemSizer::rowSize(s, measuredWidth_));
+    return sep;
+}
+
 void View::insertAt(int r, EntryItem* item, qint64 time) {
-    // A separator above a message that starts a new stretch of time.
-    EntryItem* before = list_->entryAt(r - 1);
-    bool stretch = false;
-    if (time != 0) {
-        if (!before)
-            stretch = true;  // the first row under the history control
-        else if (before->entry.kind != MessageEntry::Separator)
-            stretch = before->entry.msg.time + kSeparatorSeconds < time;
-    }
-    if (stretch) {
-        MessageEntry s;
-        s.kind = MessageEntry::Separator;
-        s.msg.isHistory = item->entry.msg.isHistory;
-        s.msg.time = time;
-        s.html =
-            QDateTime::fromSecsSinceEpoch(time).toString(QStringLiteral("yyyy/MM/dd hh:mm:ss"));
-        ItemSizer::measure(s, measuredWidth_);
-        auto* sep = new EntryItem(s);
-        sep->setSizeHint(ItemSizer::rowSize(s, measuredWidth_));
-        list_->insertEntry(r++, sep);
-    }
+    if (startsStretch(r, time))
+        list_->insertEntry(r++, separatorItem(time, item->entry.msg.isHistory));
     list_->insertEntry(r, item);
+    // The line that opened the stretch below may now be inside this message's stretch.
+    EntryItem* below = list_->entryAt(r + 1);
+    if (time != 0 && below && below->entry.kind == MessageEntry::Separator &&
+        !startsStretch(r + 1, below->entry.msg.time))
+        list_->removeEntry(r + 1);
 }
 
 void View::add(MessageEntry e) {
@@ -418,32 +441,12 @@ void View::add(MessageEntry e) {
 }
 
 bool View::showChatMsgTime(qint64 t) {
-    FunctionTrace trace(&Logger::instance(), QStringLiteral("qx_output::View::showChatMsgTime"));
-    Logger& log = Logger::instance();
     if (t == 0) {
-        log.write(QStringLiteral("message time 0: no time line"));
+        Logger::instance().write(QStringLiteral("message time 0: no time line"));
         return false;
     }
-    // Compared as seconds, and the last line's text kept: a burst of messages converts no
-    // time to local time but the one that gets a line.
-    if (lastSeparatorSecs_ != 0 && !(lastSeparatorSecs_ + kSeparatorSeconds < t)) {
-        log.write(QStringLiteral("within %1 s of the last time line (%2): no time line")
-                      .arg(kSeparatorSeconds)
-                      .arg(lastSeparatorText_));
-        return false;
-    }
-    MessageEntry s;
-    s.kind = MessageEntry::Separator;
-    s.msg.time = t;
-    s.html = QDateTime::fromSecsSinceEpoch(t).toString(QStringLiteral("yyyy/MM/dd hh:mm:ss"));
-    lastSeparatorSecs_ = t;
-    lastSeparatorText_ = s.html;
-    log.write(QStringLiteral("time line: ") + s.html);
-    currentWidth();
-    ItemSizer::measure(s, measuredWidth_);
-    auto* item = new EntryItem(s);
-    item->setSizeHint(ItemSizer::rowSize(s, measuredWidth_));
-    list_->appendEntry(item, false);
+    if (!startsStretch(list_->count(), t)) return false;
+    list_->appendEntry(separatorItem(t, false), false);
     return true;
 }
 

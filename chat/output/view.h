@@ -99,6 +99,9 @@ private:
     int historyRow(qint64 time, qint64 order) const;
     int lateRow(qint64 time, qint64 order) const;
     void insertAt(int row, EntryItem* item, qint64 time);
+    // Whether a message of `time` placed at `row` starts a new stretch of time (gets a line).
+    bool startsStretch(int row, qint64 time) const;
+    EntryItem* separatorItem(qint64 time, bool history);
 
     QString id_;
     bool isTribe_;
@@ -108,8 +111,6 @@ private:
     QPushButton* atTip_;
     InfoCard* infoCard_;
     QPointer<ShowPictureWidget> picture_;
-    qint64 lastSeparatorSecs_ = 0;  // seconds since the epoch; 0 before the first line
-    QString lastSeparatorText_;
     QHash<quint64, EntryItem*> msgIds_;
     QHash<QString, EntryItem*> uploads_;
     EntryItem* mentionRow_ = nullptr;

@@ -120,6 +120,30 @@ void TestOutputView::timeLinesFollowTheTwoMinuteRule() {
     w.addMessage(text(1, t, "a"));
     w.addMessage(text(2, t + 121, "b"));
     QCOMPARE(kinds(w).count(MessageEntry::Separator), 2);
+
+    // One rule for live messages and history: a chat read live on one side and loaded from
+    // history on the other (or after a restart) draws the same lines. A steady exchange
+    // every 100 s is one stretch; a pause of more than two minutes starts the next.
+    const qint64 at[] = {0, 100, 200, 300, 400, 700, 800};
+    View live("102", false), history("102", false);
+    for (int i = 0; i < 7; ++i) live.addMessage(text(quint64(10 + i), t + at[i], "x"));
+    // History comes in pages, oldest first within a page, each older page above the last.
+    for (const auto& page : {std::pair<int, int>{3, 7}, {0, 3}}) {
+        for (int i = page.first; i < page.second; ++i) {
+            BaseMsg::MMessage m = text(quint64(10 + i), t + at[i], "x");
+            m.isHistory = true;
+            history.addMessage(m);
+        }
+    }
+    const QList<MessageEntry::Kind> expected{
+        MessageEntry::Separator, MessageEntry::Text, MessageEntry::Text,
+        MessageEntry::Text,      MessageEntry::Text, MessageEntry::Text,
+        MessageEntry::Separator, MessageEntry::Text, MessageEntry::Text};
+    QCOMPARE(kinds(live), expected);
+    QCOMPARE(kinds(history), expected);
+    for (int r = 1; r <= expected.size(); ++r)
+        QCOMPARE(history.listWidget()->entryAt(r)->entry.html,
+                 live.listWidget()->entryAt(r)->entry.html);
 }
 
 void TestOutputView::receivedTextIsShownNotInterpreted() {
