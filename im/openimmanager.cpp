@@ -87,9 +87,9 @@ base::scoped_refptr<openim::ITribe> tribeWith(const QString& id) {
     return out;
 }
 
-void debugLine(const QString& text) {
-    QMessageLogger(nullptr, 0, nullptr).debug().noquote() << text;
-}
+// Into the diagnostic log (which echoes it when debug output is on); these come from the
+// SDK's thread too, and the log takes lines from any thread.
+void debugLine(const QString& text) { Logger::instance().write(text); }
 
 QString kindPreview(const BaseMsg::MMessage& m) {
     switch (m.kind) {
@@ -283,7 +283,7 @@ void OpenIMManager::OnLoginOk(openim::LoginOkParam param) {
 }
 
 void OpenIMManager::onLoginSuccess(const openim::IMUserID& user) {
-    debugLine(QStringLiteral("OnIMLoginSuccess~~~~~~~~~~~1"));
+    debugLine(QStringLiteral("OnIMLoginSuccess"));
     if (auto account = service<openim::ILoginAccountService>(openim::kLoginAccountModule,
                                                              openim::kLoginAccountInterface))
         ownUser_ = account->GetLoginUserID();
@@ -356,7 +356,7 @@ void OpenIMManager::OnLoginFail(openim::LoginFailParam param) {
     QMetaObject::invokeMethod(
         this,
         [self, param] {
-            debugLine(QStringLiteral("OnIMLoginFail~~~~~~~~~~~~~~~~~~~~~~~~~~1"));
+            debugLine(QStringLiteral("OnIMLoginFail"));
             const QString text =
                 param.result.code == kWrongPassword ? QStringLiteral("登录失败，用户或密码错误")
                 : param.result.code == openim::ResultCode::kInsecure
@@ -1073,8 +1073,12 @@ void OpenIMManager::OnXPushError(openim::XPushErrorParam) {
     debugLine(QStringLiteral("OnXPushError"));
 }
 void OpenIMManager::OnXPushMsgs(std::vector<openim::XPushMsg> messages) {
-    debugLine(QStringLiteral("XPush Msgs:"));
-    messages.clear();
+    debugLine(QStringLiteral("XPush Msgs: %1").arg(messages.size()));
+    for (const openim::XPushMsg& m : messages)
+        debugLine(QStringLiteral("XPush Msg %1 at %2: %3")
+                      .arg(wide_text::toQ(m.msgId))
+                      .arg(m.msgTime)
+                      .arg(wide_text::toQ(m.subject).left(200)));
 }
 
 // --- tribes -----------------------------------------------------------------------------
