@@ -280,12 +280,25 @@ void ConversationView::restoreUnseen(const QString& id, int count) {
 
 void ConversationView::applyUnseen() {
     bool changed = false;
+    // The saved talk list is written once for all the rows, not once per row.
+    deferTalkListSave_ = true;
     for (int i = 0; i < pendingUnseen_.size(); ++i) {
         if (!raiseQuietly(pendingUnseen_[i].first, pendingUnseen_[i].second)) continue;
         pendingUnseen_.remove(i--);
         changed = true;
     }
+    deferTalkListSave_ = false;
+    if (talkListDirty_) saveTalkList();
     if (changed) reportTotal();
+}
+
+void ConversationView::saveTalkList() {
+    if (deferTalkListSave_) {
+        talkListDirty_ = true;
+        return;
+    }
+    talkListDirty_ = false;
+    ConfigStore::instance().talkList().save();
 }
 
 QStringList ConversationView::talkListState() const {
@@ -299,7 +312,7 @@ QStringList ConversationView::talkListState() const {
 void ConversationView::persistRaise(const QString& id) {
     ConfigStore& config = ConfigStore::instance();
     if (!config.hasUser()) return;
-    if (config.talkList().raise(id.toULongLong())) config.talkList().save();
+    if (config.talkList().raise(id.toULongLong())) saveTalkList();
 }
 
 void ConversationView::showConversation(QString id, int count) {
@@ -420,7 +433,7 @@ void ConversationView::persistAdd(const QString& id) {
     quelix::listtalk_t::Entry entry;
     entry.id = id.toULongLong();
     entry.role = DirectoryStore::instance().isUser(id) ? 0 : 1;
-    if (config.talkList().add(entry)) config.talkList().save();
+    if (config.talkList().add(entry)) saveTalkList();
 }
 
 void ConversationView::persistRemove(const QString& id) {

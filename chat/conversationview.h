@@ -115,6 +115,7 @@ private:
     bool raiseQuietly(const QString& id, int count);
     void applyUnseen();
     void persistRaise(const QString& id);
+    void saveTalkList();
     void markSeen(const QString& id);
     void openPage(const QString& id);
     void persistAdd(const QString& id);
@@ -132,6 +133,8 @@ private:
     // Unseen counts from the last session, in order of activity, waiting for rows that
     // cannot be named yet (tribes before the projects are loaded).
     QVector<QPair<QString, int>> pendingUnseen_;
+    bool deferTalkListSave_ = false;
+    bool talkListDirty_ = false;
     QMutex mutex_;  // guards the page map; pages are looked up from slots of several views
     bool hotKeyRegistered_ = false;
     ShareQuestion askShare_;

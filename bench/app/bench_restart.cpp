@@ -102,6 +102,10 @@ QByteArray fillStore(const QString& file, const QString& own, const QStringList&
 int main(int argc, char** argv) {
     QCoreApplication app(argc, argv);
     QTemporaryDir scratch;
+    if (qEnvironmentVariableIsSet("QUELIX_BENCH_KEEP")) {  // keeps the client's files to look at
+        scratch.setAutoRemove(false);
+        std::printf("client files in %s\n", qPrintable(scratch.path()));
+    }
     const QString home = scratch.filePath(QStringLiteral("home"));
     const QString docs = home + QStringLiteral("/Documents");
     QDir().mkpath(docs + QStringLiteral("/Quelix/Config"));
