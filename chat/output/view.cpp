@@ -233,10 +233,11 @@ void View::addTaskMsg(BaseMsg::MMessage m) {
     if (!m.isHistory)
         Manager::instance()->readFlags()->forget(
             card.value(QStringLiteral("taskId")).toVariant().toString());
-    // The back end posts the cards; the row shows the colleague who acted, on the user's
-    // own side when it was the user.
+    // The back end posts a tribe's cards; the row shows the colleague who acted, on the
+    // user's own side when it was the user. A card in a conversation of its own comes from
+    // the company's task assistant, and the row stays the assistant's.
     const QString actor = card.value(QStringLiteral("userId")).toVariant().toString();
-    if (!actor.isEmpty() && DirectoryStore::instance().colleague(actor)) {
+    if (isTribe_ && !actor.isEmpty() && DirectoryStore::instance().colleague(actor)) {
         m.senderId = actor;
         m.senderName = DirectoryStore::instance().colleague(actor)->displayName();
         m.isSelf = actor == DirectoryStore::instance().selfId();

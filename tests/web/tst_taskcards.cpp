@@ -180,6 +180,19 @@ void TestTaskCards::aCardShowsTheViewersFlagAndOpensItsTask() {
         for (QLabel* l : i->findChildren<QLabel*>())
             named = named || l->text() == QStringLiteral("李娜 指派给了 张敏");
     QVERIFY(named);
+
+    // The task assistant's own conversation: its cards are its rows (its name and avatar),
+    // while the text still says who acted.
+    qx_output::View assistant(QStringLiteral("104"), false);
+    BaseMsg::MMessage direct = cardMessage(3, card(1));
+    direct.senderId = QStringLiteral("104");
+    direct.senderName = QStringLiteral("任务助手");
+    assistant.addMessage(direct);
+    const qx_output::EntryItem* own =
+        assistant.listWidget()->entryAt(assistant.listWidget()->count() - 1);
+    QCOMPARE(own->entry.kind, qx_output::MessageEntry::Task);
+    QCOMPARE(own->entry.msg.senderId, QStringLiteral("104"));
+    QCOMPARE(own->entry.msg.senderName, QStringLiteral("任务助手"));
 }
 
 QTEST_MAIN(TestTaskCards)
