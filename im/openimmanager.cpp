@@ -828,8 +828,13 @@ void OpenIMManager::getMoreMsg(const QString& id) {
 void OpenIMManager::OnHistory(QString id, prg::PrgStringT<wchar_t> peer, openim::ResultCode result,
                               std::vector<openim::IMMessage> messages) {
     peer.Release();
-    Q_UNUSED(id);
-    if (!result.ok()) return;
+    // A page is shown whatever the archive said: what the store had is in it.
+    if (!result.ok())
+        Logger::instance().write(QStringLiteral("history of %1: archive error %2, %3 stored shown")
+                                     .arg(id)
+                                     .arg(result.code)
+                                     .arg(messages.size()));
+    if (messages.empty()) return;
     base::scoped_refptr<OpenIMManager> self(this);
     QMetaObject::invokeMethod(
         this,
@@ -843,8 +848,12 @@ void OpenIMManager::OnTribeHistory(QString id, prg::PrgStringT<wchar_t> tribe,
                                    openim::ResultCode result,
                                    std::vector<openim::IMTribeMessage> messages) {
     tribe.Release();
-    Q_UNUSED(id);
-    if (!result.ok()) return;
+    if (!result.ok())
+        Logger::instance().write(QStringLiteral("history of %1: archive error %2, %3 stored shown")
+                                     .arg(id)
+                                     .arg(result.code)
+                                     .arg(messages.size()));
+    if (messages.empty()) return;
     base::scoped_refptr<OpenIMManager> self(this);
     QMetaObject::invokeMethod(
         this,
