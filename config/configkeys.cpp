@@ -56,6 +56,8 @@ const char* const kNames[kConfigKeyCount] = {
     "UrlDelTribe",
     "UrlTaskReaded",
     "DownloadDir",
+    "ShownAtThisTime",
+    "LastShownId",
 };
 }  // namespace
 

@@ -57,6 +57,8 @@ enum ConfigKey {
     kUrlDelTribe,
     kUrlTaskReaded,
     kDownloadDir,
+    kShownAtThisTime,
+    kLastShownId,
     kConfigKeyCount
 };
 

@@ -1,6 +1,8 @@
 #include "userconfig_t.h"
 
+#include <QJsonArray>
 #include <QVariant>
+#include <algorithm>
 
 #include "configkeys.h"
 
@@ -31,6 +33,14 @@ QByteArray userconfig_t::serialize() const {
     for (const FlagField& f : kFlags)
         o.insert(QLatin1String(configKey(f.key)), flagText(this->*f.field));
     o.insert(QLatin1String(configKey(kThisTime)), int64Value(thisTime));
+    if (shownAtThisTimeKnown) {
+        QList<quint64> ids = shownAtThisTime.values();
+        std::sort(ids.begin(), ids.end());
+        QJsonArray shown;
+        for (quint64 id : ids) shown.append(int64Value(qint64(id)));
+        o.insert(QLatin1String(configKey(kShownAtThisTime)), shown);
+    }
+    o.insert(QLatin1String(configKey(kLastShownId)), int64Value(qint64(lastShownId)));
     return toBytes(o);
 }
 
@@ -40,6 +50,15 @@ bool userconfig_t::parse(const QByteArray& bytes) {
     for (const FlagField& f : kFlags) this->*f.field = flag(o, configKey(f.key), f.defaultText);
     // Through QVariant so that times beyond 2^53 keep every digit.
     thisTime = o.value(QLatin1String(configKey(kThisTime))).toVariant().toLongLong();
+    const QJsonValue shown = o.value(QLatin1String(configKey(kShownAtThisTime)));
+    shownAtThisTimeKnown = shown.isArray();
+    shownAtThisTime.clear();
+    for (const QJsonValue& id : shown.toArray()) {
+        const qint64 value = id.toVariant().toLongLong();
+        if (value > 0) shownAtThisTime.insert(quint64(value));
+    }
+    lastShownId = quint64(std::max<qint64>(
+        0, o.value(QLatin1String(configKey(kLastShownId))).toVariant().toLongLong()));
     return true;
 }
 

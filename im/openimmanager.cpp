@@ -245,7 +245,6 @@ void OpenIMManager::login(const LoginUser& user) {
     param.authority = fromQ(user.imAuthority);
     param.caFile = fromQ(CompanyTrust::caFile());
     msgReady_ = false;
-    maxShownId_ = 0;  // the ids of another account's store, or of another sign-in
     loginRequested_ = true;
     login->Login(param);
 }
@@ -552,27 +551,29 @@ void OpenIMManager::OnHttpGetOthersBack(const QString& userId) {
     updateUnreadMsg(openim::IMUserID(fromQ(QLatin1String(kAppKey)), fromQ(id)));
 }
 
+// The watermark lives in the user's settings beside the ids it needs, so that it means the
+// same after a restart and never mixes two accounts' store ids.
 bool OpenIMManager::passesWatermark(qint64 time, quint64 msgId) const {
-    const qint64 mark = ConfigStore::instance().userConfig().thisTime;
-    if (time > mark) return true;
+    const quelix::userconfig_t& user = ConfigStore::instance().userConfig();
+    if (time > user.thisTime) return true;
     // Stored after everything shown so far: a message the server's archive brought late
     // (after a reconnect, while newer ones came live). It goes in its place on the page.
-    if (maxShownId_ != 0 && msgId > maxShownId_) return true;
-    // Equal times: a message shown in this session at that second is known by id; others
-    // of the same second (a burst) still get through. A mark read from disk keeps every
-    // message of its second out, as before.
-    return time == mark && watermarkMoved_ && !shownAtWatermark_.contains(msgId);
+    if (user.lastShownId != 0 && msgId > user.lastShownId) return true;
+    // In the mark's own second the ids shown decide: a burst of that second still gets
+    // through, what was shown (in this run or before a restart) stays out.
+    return time == user.thisTime && user.shownAtThisTimeKnown &&
+           !user.shownAtThisTime.contains(msgId);
 }
 
 void OpenIMManager::advanceWatermark(qint64 time, quint64 msgId) {
     quelix::userconfig_t& user = ConfigStore::instance().userConfig();
     if (time > user.thisTime) {
         user.thisTime = time;
-        shownAtWatermark_.clear();
+        user.shownAtThisTime.clear();
+        user.shownAtThisTimeKnown = true;
     }
-    if (time == user.thisTime) shownAtWatermark_.insert(msgId);
-    watermarkMoved_ = true;
-    maxShownId_ = std::max(maxShownId_, msgId);
+    if (time == user.thisTime) user.shownAtThisTime.insert(msgId);
+    user.lastShownId = std::max(user.lastShownId, msgId);
 }
 
 bool OpenIMManager::fetchUnread(const openim::IMUserID& user,
@@ -837,8 +838,13 @@ void OpenIMManager::getMoreMsg(const QString& id) {
 void OpenIMManager::OnHistory(QString id, prg::PrgStringT<wchar_t> peer, openim::ResultCode result,
                               std::vector<openim::IMMessage> messages) {
     peer.Release();
-    Q_UNUSED(id);
-    if (!result.ok()) return;
+    // A page is shown whatever the archive said: what the store had is in it.
+    if (!result.ok())
+        Logger::instance().write(QStringLiteral("history of %1: archive error %2, %3 stored shown")
+                                     .arg(id)
+                                     .arg(result.code)
+                                     .arg(messages.size()));
+    if (messages.empty()) return;
     base::scoped_refptr<OpenIMManager> self(this);
     QMetaObject::invokeMethod(
         this,
@@ -852,8 +858,12 @@ void OpenIMManager::OnTribeHistory(QString id, prg::PrgStringT<wchar_t> tribe,
                                    openim::ResultCode result,
                                    std::vector<openim::IMTribeMessage> messages) {
     tribe.Release();
-    Q_UNUSED(id);
-    if (!result.ok()) return;
+    if (!result.ok())
+        Logger::instance().write(QStringLiteral("history of %1: archive error %2, %3 stored shown")
+                                     .arg(id)
+                                     .arg(result.code)
+                                     .arg(messages.size()));
+    if (messages.empty()) return;
     base::scoped_refptr<OpenIMManager> self(this);
     QMetaObject::invokeMethod(
         this,

@@ -222,10 +222,6 @@ private:
 
     bool initialised_ = false;
     bool loginRequested_ = false;
-    bool watermarkMoved_ = false;
-    QSet<quint64> shownAtWatermark_;
-    // The newest store id shown in this session: ids grow as messages are stored.
-    quint64 maxShownId_ = 0;
     QList<openim::IMUserID> pending_;
     static constexpr int kShowSlice = 50;
     struct QueuedMessage {

@@ -13,7 +13,8 @@ const char kMamNs[] = "urn:xmpp:mam:2";
 }
 
 QString ArchiveExtension::query(const QString& with, const QString& before, const QString& after,
-                                int max, const QString& archive, const QDateTime& start) {
+                                int max, const QString& archive, const QDateTime& start,
+                                const QDateTime& end) {
     QXmppMamQueryIq iq;
     iq.setType(QXmppIq::Set);
     if (!archive.isEmpty()) iq.setTo(archive);
@@ -36,6 +37,12 @@ QString ArchiveExtension::query(const QString& with, const QString& before, cons
         startField.setKey(QStringLiteral("start"));
         startField.setValue(QXmppUtils::datetimeToString(start));
         fields << startField;
+    }
+    if (end.isValid()) {
+        QXmppDataForm::Field endField;
+        endField.setKey(QStringLiteral("end"));
+        endField.setValue(QXmppUtils::datetimeToString(end));
+        fields << endField;
     }
     QXmppDataForm form(QXmppDataForm::Submit);
     form.setFields(fields);

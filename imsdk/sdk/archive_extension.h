@@ -15,9 +15,10 @@ public:
     // `before` pages backwards from an archive id ("" for the newest page), `after`
     // forwards from one. Only one of `before`/`after` is used, `after` first. `archive` is
     // the archive to ask (a room's address; empty: the account's own); `start` leaves out
-    // what is older.
+    // what is older, `end` what is newer (both to the second, inclusive).
     QString query(const QString& with, const QString& before, const QString& after, int max,
-                  const QString& archive = QString(), const QDateTime& start = QDateTime());
+                  const QString& archive = QString(), const QDateTime& start = QDateTime(),
+                  const QDateTime& end = QDateTime());
 
     bool handleStanza(const QDomElement& stanza) override;
 

@@ -695,6 +695,12 @@ void ImEngine::onArchiveFinished(const QString& queryId, bool ok, bool complete,
     historyQueries_.erase(it);
     Cursor& cursor = cursors_[q.peer];
     if (!ok) {
+        if (q.fromStoredId) {
+            qInfo().noquote() << "imsdk: the archive refused to page before a stored id with"
+                              << q.peer << "; asking by time";
+            askArchiveBefore(q, QString());
+            return;
+        }
         deliverHistory(q.peer, q.count, q.done,
                        openim::ResultCode(openim::ResultCode::kServerError));
         return;
@@ -708,6 +714,7 @@ void ImEngine::onArchiveFinished(const QString& queryId, bool ok, bool complete,
     // The page held only what we had; go further back.
     historyOrder_.start(ArchiveOrder::Direction::Backward, q.peer);
     const QString next = archive_->query(bareJid(q.peer), first, QString(), std::max(q.count, 20));
+    q.fromStoredId = false;
     if (next.isEmpty())
         deliverHistory(q.peer, q.count, q.done,
                        openim::ResultCode(openim::ResultCode::kNetworkError));
@@ -956,16 +963,30 @@ void ImEngine::history(const QString& peer, int count, const HistoryCallback& do
         deliverHistory(peer, count, done, openim::ResultCode());
         return;
     }
-    historyOrder_.start(ArchiveOrder::Direction::Backward, peer);
-    const QString id =
-        archive_->query(bareJid(peer), store_.oldestStanzaId(peer), QString(), std::max(count, 20));
-    if (id.isEmpty()) {
-        deliverHistory(peer, count, done, openim::ResultCode(openim::ResultCode::kNetworkError));
-        return;
-    }
-    historyQueries_.insert(id, {peer, count, done});
+    askArchiveBefore({peer, count, done}, store_.oldestStanzaId(peer));
 }
 
+// The archive is asked only for what is older than everything stored: before the oldest
+// archive id the store keeps or, without one (or when the server no longer knows it: a new
+// server, an emptied archive), up to the second of the oldest stored message. The store
+// drops what it already has.
+void ImEngine::askArchiveBefore(HistoryQuery q, const QString& storedId) {
+    historyOrder_.start(ArchiveOrder::Direction::Backward, q.peer);
+    q.fromStoredId = !storedId.isEmpty();
+    const qint64 oldest = q.fromStoredId ? 0 : store_.oldestTime(q.peer);
+    const QString id = archive_->query(
+        bareJid(q.peer), storedId, QString(), std::max(q.count, 20), QString(), QDateTime(),
+        oldest > 0 ? QDateTime::fromSecsSinceEpoch(oldest, Qt::UTC) : QDateTime());
+    if (id.isEmpty()) {
+        deliverHistory(q.peer, q.count, q.done,
+                       openim::ResultCode(openim::ResultCode::kNetworkError));
+        return;
+    }
+    historyQueries_.insert(id, q);
+}
+
+// What the store holds goes out whatever the archive said: a failing archive only ends the
+// paging once nothing older is stored.
 void ImEngine::deliverHistory(const QString& peer, int count, const HistoryCallback& done,
                               openim::ResultCode result) {
     Cursor& cursor = cursors_[peer];
@@ -973,6 +994,7 @@ void ImEngine::deliverHistory(const QString& peer, int count, const HistoryCallb
     if (!rows.isEmpty()) {
         cursor.time = rows.first().time;
         cursor.seq = rows.first().seq;
+        result = openim::ResultCode();
     }
     std::vector<openim::IMMessage> page;
     for (const StoredMessage& m : rows) page.push_back(toIM(m));

@@ -147,6 +147,9 @@ private:
         QString peer;
         int count;
         HistoryCallback done;
+        // Asked before an archive id kept in the store, which the server may no longer know
+        // (its archive emptied or replaced): a refusal then asks again by time.
+        bool fromStoredId = false;
     };
     struct Cursor {
         qint64 time = 0;
@@ -182,6 +185,7 @@ private:
     void startDownload(quint64 id, bool notify);
     void requestSlot(const PendingUpload& upload);
     void sendStored(StoredMessage draft, const Sent& done);
+    void askArchiveBefore(HistoryQuery q, const QString& storedId);
     void deliverHistory(const QString& peer, int count, const HistoryCallback& done,
                         openim::ResultCode result);
     void sessionEnded();

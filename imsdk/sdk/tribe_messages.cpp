@@ -224,7 +224,13 @@ bool TribeMessages::handleArchiveFinished(const QString& queryId, bool ok, bool 
     historyQueries_.erase(it);
     Cursor& cursor = cursors_[q.tribe];
     if (!ok) {
-        deliverHistory(q, openim::ResultCode(openim::ResultCode::kServerError));
+        if (q.fromStoredId && rooms_->isJoined(q.tribe)) {
+            qInfo().noquote() << "imsdk: room" << q.tribe
+                              << "refused to page before a stored id; asking by time";
+            askArchiveBefore(q, QString());
+        } else {
+            deliverHistory(q, openim::ResultCode(openim::ResultCode::kServerError));
+        }
         return true;
     }
     if (complete || first.isEmpty()) cursor.archiveDone = true;
@@ -237,6 +243,7 @@ bool TribeMessages::handleArchiveFinished(const QString& queryId, bool ok, bool 
     historyOrder_.start(ArchiveOrder::Direction::Backward, TribeRooms::key(q.tribe));
     const QString next = engine_->archive()->query(QString(), first, QString(),
                                                    std::max(q.count, 20), rooms_->roomJid(q.tribe));
+    q.fromStoredId = false;
     if (next.isEmpty())
         deliverHistory(q, openim::ResultCode(openim::ResultCode::kNetworkError));
     else
@@ -254,10 +261,21 @@ void TribeMessages::history(quint64 tribe, int count, const HistoryCallback& don
         deliverHistory(q, openim::ResultCode());
         return;
     }
+    askArchiveBefore(q, engine_->messageStore().oldestStanzaId(peer));
+}
+
+// The room's archive is asked only for what is older than everything stored: before the
+// oldest archive id the store keeps or, without one (or when the room no longer knows it: a
+// new server, an emptied archive), up to the second of the oldest stored message. The store
+// drops what it already has.
+void TribeMessages::askArchiveBefore(HistoryQuery q, const QString& storedId) {
+    const QString peer = TribeRooms::key(q.tribe);
     historyOrder_.start(ArchiveOrder::Direction::Backward, peer);
-    const QString id =
-        engine_->archive()->query(QString(), engine_->messageStore().oldestStanzaId(peer),
-                                  QString(), std::max(count, 20), rooms_->roomJid(tribe));
+    q.fromStoredId = !storedId.isEmpty();
+    const qint64 oldest = q.fromStoredId ? 0 : engine_->messageStore().oldestTime(peer);
+    const QString id = engine_->archive()->query(
+        QString(), storedId, QString(), std::max(q.count, 20), rooms_->roomJid(q.tribe),
+        QDateTime(), oldest > 0 ? QDateTime::fromSecsSinceEpoch(oldest, Qt::UTC) : QDateTime());
     if (id.isEmpty()) {
         deliverHistory(q, openim::ResultCode(openim::ResultCode::kNetworkError));
         return;
@@ -265,6 +283,8 @@ void TribeMessages::history(quint64 tribe, int count, const HistoryCallback& don
     historyQueries_.insert(id, q);
 }
 
+// What the store holds goes out whatever the archive said: a failing archive only ends the
+// paging once nothing older is stored.
 void TribeMessages::deliverHistory(const HistoryQuery& q, openim::ResultCode result) {
     Cursor& cursor = cursors_[q.tribe];
     const auto rows =
@@ -272,6 +292,7 @@ void TribeMessages::deliverHistory(const HistoryQuery& q, openim::ResultCode res
     if (!rows.isEmpty()) {
         cursor.time = rows.first().time;
         cursor.seq = rows.first().seq;
+        result = openim::ResultCode();
     }
     std::vector<openim::IMTribeMessage> page;
     for (const StoredMessage& m : rows) page.push_back(toIM(m));

@@ -72,6 +72,9 @@ private:
         quint64 tribe;
         int count;
         HistoryCallback done;
+        // Asked before an archive id kept in the store, which the room may no longer know
+        // (its archive emptied or replaced): a refusal then asks again by time.
+        bool fromStoredId = false;
     };
     struct Cursor {
         qint64 time = 0;
@@ -84,6 +87,7 @@ private:
     void catchUpEnded(quint64 tribe);
     void announce(quint64 tribe);
     void flushAnnouncements();
+    void askArchiveBefore(HistoryQuery q, const QString& storedId);
     void deliverHistory(const HistoryQuery& q, openim::ResultCode result);
 
     ImEngine* engine_;

@@ -456,6 +456,12 @@ QString MessageStore::oldestStanzaId(const QString& peer) {
     return rows.isEmpty() ? QString() : rows.first().stanzaId;
 }
 
+qint64 MessageStore::oldestTime(const QString& peer) {
+    const auto rows =
+        select(QStringLiteral("peer = ?"), {peer}, QStringLiteral("ORDER BY time, seq LIMIT 1"));
+    return rows.isEmpty() ? 0 : rows.first().time;
+}
+
 void MessageStore::finishMedia(quint64 id, const QString& localPath) {
     if (!isOpen()) return;
     QSqlQuery q(QSqlDatabase::database(connection_, false));

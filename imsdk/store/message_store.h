@@ -68,6 +68,8 @@ public:
     QList<StoredMessage> page(const QString& peer, qint64 beforeTime, qint64 beforeSeq, int limit);
     // The server id of the oldest message with `peer` that has one.
     QString oldestStanzaId(const QString& peer);
+    // The time of the oldest message with `peer`, 0 when none is stored.
+    qint64 oldestTime(const QString& peer);
     QList<StoredMessage> pendingMedia();
     void finishMedia(quint64 id, const QString& localPath);
     // Lets a picture or file still downloading stop holding back what came after it; it

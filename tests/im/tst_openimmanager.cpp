@@ -168,6 +168,7 @@ private slots:
     void reloginStopsTheRetryFirst();
     void notificationsWaitUntilTheClientIsReady();
     void watermarkKeepsShownMessagesOut();
+    void theMarksSecondIsDecidedByIdAcrossRestartsAndAccounts();
     void previewsAndRecords();
     void aBurstAlertsOncePerConversation();
     void failedCustomSendIsSentAgainAsItWas();
@@ -305,6 +306,10 @@ void TestOpenIMManager::notificationsWaitUntilTheClientIsReady() {
 
 void TestOpenIMManager::watermarkKeepsShownMessagesOut() {
     const qint64 mark = 2000000100;
+    // A settings file from before the ids were kept: the mark's second stays out.
+    ConfigStore::instance().userConfig() = quelix::userconfig_t();
+    ConfigStore::instance().userConfig().setPath(
+        ConfigStore::instance().filePath(ConfigStore::UserSettings));
     ConfigStore::instance().userConfig().thisTime = mark;
     manager_->setMsgReady(true);
     QSignalSpy shown(manager_.get(), &OpenIMManager::chatMessage);
@@ -336,6 +341,54 @@ void TestOpenIMManager::watermarkKeepsShownMessagesOut() {
     saved.setPath(ConfigStore::instance().filePath(ConfigStore::UserSettings));
     QVERIFY(saved.load());
     QCOMPARE(saved.thisTime, mark + 1);
+}
+
+// What a run saved with the mark: the ids shown in its second and the newest id shown.
+static void setMark(qint64 time, QSet<quint64> shown, quint64 lastShown) {
+    quelix::userconfig_t& config = ConfigStore::instance().userConfig();
+    config.thisTime = time;
+    config.shownAtThisTime = shown;
+    config.shownAtThisTimeKnown = true;
+    config.lastShownId = lastShown;
+}
+
+static QList<quint64> shownIds(const QSignalSpy& spy) {
+    QList<quint64> ids;
+    for (const QList<QVariant>& args : spy) ids << args.first().value<BaseMsg::MMessage>().msgId;
+    return ids;
+}
+
+void TestOpenIMManager::theMarksSecondIsDecidedByIdAcrossRestartsAndAccounts() {
+    const qint64 mark = 2000000200;
+    // The last run showed 21 in the mark's second and quit before it was marked read; 22
+    // came in the same second and was never shown.
+    setMark(mark, {21}, 21);
+    manager_->setMsgReady(true);
+    QSignalSpy shown(manager_.get(), &OpenIMManager::chatMessage);
+    g_script.unread = {textMessage(20, mark - 2, "old"), textMessage(21, mark, "shown before"),
+                       textMessage(22, mark, "never shown"), textMessage(23, mark + 1, "new")};
+    manager_->updateUnreadMsg(user(L"101"));
+    QCOMPARE(shownIds(shown), (QList<quint64>{22, 23}));
+    QTRY_VERIFY(g_script.unread.empty());
+    manager_->flushWatermark();
+    quelix::userconfig_t saved;
+    saved.setPath(ConfigStore::instance().filePath(ConfigStore::UserSettings));
+    QVERIFY(saved.load());
+    QCOMPARE(saved.thisTime, mark + 1);
+    QCOMPARE(saved.shownAtThisTime, QSet<quint64>{23});
+    QVERIFY(saved.shownAtThisTimeKnown);
+    QCOMPARE(saved.lastShownId, quint64(23));
+
+    // Another account signs in on this desktop: its own mark and ids decide, not what the
+    // first account's run showed (its store's ids mean other messages).
+    ConfigStore::instance().setUser(200, 7);
+    setMark(mark + 50, {5}, 5);
+    shown.clear();
+    g_script.unread = {textMessage(5, mark + 50, "shown in its last run"),
+                       textMessage(6, mark + 50, "new in that second")};
+    manager_->updateUnreadMsg(user(L"101"));
+    QCOMPARE(shownIds(shown), QList<quint64>{6});
+    ConfigStore::instance().setUser(100, 7);
 }
 
 void TestOpenIMManager::failedCustomSendIsSentAgainAsItWas() {

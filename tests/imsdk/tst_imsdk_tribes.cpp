@@ -186,6 +186,8 @@ private slots:
     void cardsForOneColleagueComeInTheAssistantsName();
     void forgedArchiveIdsNeverReachAMember();
     void aMemberSpeaksOnlyForHimself();
+    // Restarts the server: last.
+    void storedHistoryOutlivesAnEmptiedArchive();
 
 private:
     ProsodyServer server_;
@@ -588,6 +590,66 @@ void TribesTest::aMemberSpeaksOnlyForHimself() {
     QVERIFY(carol.signIn(server_, QStringLiteral("carol"), {1008}));
     QVERIFY(waitUntil([&] { return carol.unread(1008).size() == 2; }, 20000));
     check(carol.unread(1008));
+}
+
+// The server comes back with its archives empty (its message data lost or replaced): what
+// the member's store holds still shows, page after page in order to its first message, both
+// in the tribe and with a colleague, and the archive (which no longer knows the stored ids)
+// is asked only past it and ends the paging without taking anything away.
+void TribesTest::storedHistoryOutlivesAnEmptiedArchive() {
+    QVERIFY(admin_->createRoom(1010, QStringLiteral("kept"), QStringLiteral("alice"),
+                               {QStringLiteral("bob")}));
+    Member alice(QStringLiteral("alice10")), bob(QStringLiteral("bob10"));
+    QVERIFY(alice.signIn(server_, QStringLiteral("alice"), {1010}));
+    QVERIFY(bob.signIn(server_, QStringLiteral("bob"), {1010}));
+    const int total = 12;
+    QStringList inTribe, direct;
+    for (int i = 0; i < total; ++i) {
+        inTribe << QStringLiteral("t%1").arg(i);
+        direct << QStringLiteral("d%1").arg(i);
+        alice.sendText(1010, inTribe.last());
+        alice.session.sendText(QStringLiteral("bob"), direct.last());
+    }
+    QVERIFY(waitUntil([&] { return bob.unread(1010).size() == size_t(total); }, 20000));
+    QVERIFY(waitUntil([&] { return bob.session.unreadCount(QStringLiteral("alice")) == total; }));
+    alice.session.logout();
+    bob.session.logout();
+    QVERIFY(waitUntil([&] { return bob.session.probe().count("logouted") == 1; }));
+
+    QVERIFY(server_.stopKeepingData());
+    QVERIFY(server_.wipeArchives());
+    QVERIFY2(server_.start(), qPrintable(server_.lastError()));
+    QVERIFY(bob.signIn(server_, QStringLiteral("bob"), {1010}));
+    QVERIFY(alice.signIn(server_, QStringLiteral("alice"), {1010}));
+    // One line the new server keeps, newer than all that is stored.
+    alice.sendText(1010, QStringLiteral("after"));
+    inTribe << QStringLiteral("after");
+    QVERIFY(waitUntil([&] { return bob.unread(1010).size() == size_t(total + 1); }));
+
+    QStringList back;
+    for (int page = 1; page < 20; ++page) {
+        bob.tribe(1010)->GetHistory(5, base::Bind(&TribeProbe::OnHistory, bob.probe.get()));
+        QVERIFY(waitUntil([&] { return bob.probe->pages().size() == page; }));
+        const QStringList got = texts(bob.probe->pages().last());
+        if (got.isEmpty()) break;
+        QCOMPARE(bob.probe->events().last(), QStringLiteral("history:0"));
+        back = got + back;
+    }
+    QCOMPARE(back, inTribe);
+    QVERIFY(bob.probe->pages().last().empty());
+
+    QStringList backDirect;
+    for (int page = 1; page < 20; ++page) {
+        bob.session.requestHistory(QStringLiteral("alice"), 5);
+        QVERIFY(waitUntil([&] { return bob.session.probe().historyPages().size() == page; }));
+        const std::vector<openim::IMMessage> last = bob.session.probe().historyPages().last();
+        QStringList got;
+        for (const auto& m : last) got << toQ(m.content.content);
+        if (got.isEmpty()) break;
+        QCOMPARE(bob.session.probe().count("history:0"), page);
+        backDirect = got + backDirect;
+    }
+    QCOMPARE(backDirect, direct);
 }
 
 QTEST_MAIN(TribesTest)

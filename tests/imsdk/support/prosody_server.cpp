@@ -1,5 +1,7 @@
 #include "prosody_server.h"
 
+#include <QDir>
+#include <QDirIterator>
 #include <QProcess>
 
 #ifndef QUELIX_DEVSTACK_DIR
@@ -55,6 +57,19 @@ bool ProsodyServer::stopKeepingData() {
     if (!run({QStringLiteral("stop"), QStringLiteral("--keep")})) return false;
     running_ = false;
     return true;
+}
+
+bool ProsodyServer::wipeArchives() {
+    if (running_) return false;
+    // The file store keeps one folder per store and host: "archive" for the accounts,
+    // "muc_log" for the rooms.
+    QStringList found;
+    QDirIterator it(dataDir(), {QStringLiteral("archive"), QStringLiteral("muc_log")},
+                    QDir::Dirs | QDir::NoDotAndDotDot, QDirIterator::Subdirectories);
+    while (it.hasNext()) found << it.next();
+    for (const QString& dir : found)
+        if (!QDir(dir).removeRecursively()) return false;
+    return !found.isEmpty();
 }
 
 bool ProsodyServer::registerUser(const QString& user, const QString& secret) {

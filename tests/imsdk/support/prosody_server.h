@@ -16,6 +16,9 @@ public:
     bool start(bool plain = false);
     // Stops the server but keeps its data and ports, so that start() brings it back.
     bool stopKeepingData();
+    // While stopped: empties every message archive, the accounts' and the rooms', as on a
+    // server whose message data was lost or replaced; accounts and rooms stay.
+    bool wipeArchives();
     bool registerUser(const QString& user, const QString& secret);
     // The server itself sends `user` a headline message.
     bool announce(const QString& user, const QString& text);
