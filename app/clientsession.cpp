@@ -197,6 +197,7 @@ void ClientSession::connect(MainWindow* window, OpenIMManager* im) {
                     [done](const QString& reason) { done(false, TribeMembers(), reason); });
             });
             TribeManager* tribes = im->tribes();
+            tribes->setDialogParent(window);
             QObject::connect(tribes, &TribeManager::projectsLoaded, view,
                              [view] { view->setLoadingTribes(false); });
             // Saved talk-list rows of tribes can be named now.
@@ -207,6 +208,10 @@ void ClientSession::connect(MainWindow* window, OpenIMManager* im) {
                              [view] { view->setLoadingTribes(false); });
             QObject::connect(tribes, &TribeManager::projectActionDone, view,
                              [view] { view->reloadTribes(); });
+            QObject::connect(tribes, &TribeManager::projectActionFailed, view,
+                             [view](quint64 tribe, const QString& text) {
+                                 view->showActionFailure(QString::number(tribe), text);
+                             });
             QObject::connect(view, &TribeConverView::quitTribe, im, [im](const QString& id) {
                 bool ok = false;
                 const quint64 tribe = id.toULongLong(&ok);

@@ -496,7 +496,7 @@ void MainWindow::openScreenshot() {
     const screenshot::DesktopImage desktop = screenshot::DesktopGrabber::grab();
     if (!desktop.isValid()) {
         // Never a black overlay: the user is told why, and the window comes back.
-        QMessageBox::information(nullptr, QStringLiteral("提示"), desktop.refusal);
+        QMessageBox::information(this, QStringLiteral("提示"), desktop.refusal);
         if (conversationView_) showMainWindow();
         return;
     }
@@ -658,6 +658,29 @@ QString MainWindow::shellStateFile(const ConfigStore& store) { return ShellState
 void MainWindow::resizeEvent(QResizeEvent* event) {
     QMainWindow::resizeEvent(event);
     if (isVisible() && !isMaximized() && !isMinimized()) saveSizeTimer_.start();
+}
+
+// A frameless window that is hidden and mapped again is placed anew by the window
+// system, which may put it where it would put a decorated one (a title bar's height
+// higher or lower). The position it had when hidden is the one it comes back to.
+void MainWindow::hideEvent(QHideEvent* event) {
+    QMainWindow::hideEvent(event);
+    if (event->spontaneous() || isMinimized() || isMaximized()) return;
+    hiddenAt_ = pos();
+    hasHiddenAt_ = true;
+}
+
+void MainWindow::showEvent(QShowEvent* event) {
+    QMainWindow::showEvent(event);
+    if (event->spontaneous() || !hasHiddenAt_) return;
+    hasHiddenAt_ = false;
+    if (isMaximized() || isMinimized()) return;
+    const QPoint at = hiddenAt_;
+    if (pos() != at) move(at);
+    // The window system answers the mapping afterwards and may place it once more.
+    QTimer::singleShot(0, this, [this, at] {
+        if (isVisible() && !isMaximized() && !isMinimized() && !dragging_ && pos() != at) move(at);
+    });
 }
 
 // The window size has no place among the global settings, whose file is rewritten whole

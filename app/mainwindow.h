@@ -137,6 +137,8 @@ protected:
     void changeEvent(QEvent* event) override;
     void closeEvent(QCloseEvent* event) override;
     void resizeEvent(QResizeEvent* event) override;
+    void hideEvent(QHideEvent* event) override;
+    void showEvent(QShowEvent* event) override;
 
 private:
     QWidget* buildLeftColumn();
@@ -180,6 +182,9 @@ private:
     const int shakeAmplitude_;
     const int shakeInterval_;
     QPoint shakeOrigin_;
+    // Where the window was when it went to the tray (its frame's top-left, as pos()).
+    QPoint hiddenAt_;
+    bool hasHiddenAt_ = false;
 
     QTimer saveSizeTimer_;
     bool dragging_ = false;

@@ -39,6 +39,7 @@ ShellServices::ShellServices(MainWindow* window, ConfigStore& store, TrayBackend
       tray_(new SystemTrayIcon(backend ? backend : platformBackend(), this)),
       trigger_(new quelix::TriggerManager(this)) {
     SystemTrayIcon* tray = tray_;
+    trigger_->setDialogParent(window);  // its questions open over the window
     connect(window, &MainWindow::talkListUpdateSignal, this,
             [this](const ConversationRecord& record, const QString& text) {
                 if (!text.isEmpty()) lastText_.insert(record.id, text.left(kMaxSummary));

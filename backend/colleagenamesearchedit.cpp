@@ -4,6 +4,7 @@
 #include <QListWidget>
 
 #include "directorystore.h"
+#include "plaintext.h"
 
 ColleageNameSearchEdit::ColleageNameSearchEdit(QWidget* parent, DirectoryStore* store)
     : QLineEdit(parent),
@@ -42,8 +43,23 @@ void ColleageNameSearchEdit::setCompleter(const QString& typed) {
     results_->setUpdatesEnabled(false);
     results_->clear();
     for (int i = 0; i < hits.size() && i < kMaxRows; ++i) {
-        auto* item = new QListWidgetItem(hits[i].name(), results_);
-        item->setData(Qt::UserRole, hits[i].id());
+        const DirectoryStore::Hit& hit = hits[i];
+        QString dept;
+        if (hit.colleague) {
+            dept = hit.colleague->deptName();
+            // Records that name only the department's id are named by the directory.
+            if (dept.isEmpty())
+                if (const DirectoryStore::Department* d =
+                        store_->department(hit.colleague->section()))
+                    dept = d->orgName;
+        }
+        // The department beside the name: colleagues of one name are told apart by it.
+        const QString text =
+            dept.isEmpty() ? hit.name() : hit.name() + QStringLiteral(" · ") + dept;
+        auto* item = new QListWidgetItem(text, results_);  // a list item never reads markup
+        item->setData(Qt::UserRole, hit.id());
+        item->setData(DepartmentRole, dept);
+        item->setData(Qt::ToolTipRole, plaintext::toolTip(text));
     }
     results_->setUpdatesEnabled(true);
     if (results_->count() > 0) results_->setCurrentRow(0);

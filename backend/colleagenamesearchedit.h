@@ -14,6 +14,8 @@ public:
     // A broad query ("l") can hit tens of thousands of colleagues; the list shows the
     // first ones and the user narrows it by typing on.
     static constexpr int kMaxRows = 50;
+    // A colleague row's department (namesakes are told apart by it); "" for tribes.
+    static constexpr int DepartmentRole = Qt::UserRole + 1;
 
     explicit ColleageNameSearchEdit(QWidget* parent = nullptr, DirectoryStore* store = nullptr);
     QListWidget* resultList() const { return results_; }

@@ -240,6 +240,13 @@ void DirectoryStore::addTribe(const Tribe& tribe) { tribes_.insert(tribe.id, tri
 
 void DirectoryStore::removeTribe(const QString& id) { tribes_.remove(id); }
 
+bool DirectoryStore::ownsTribe(const Tribe& tribe) const {
+    bool ownerOk = false, selfOk = false;
+    const qulonglong owner = tribe.ownerId.toULongLong(&ownerOk);
+    const qulonglong self = selfId_.toULongLong(&selfOk);
+    return ownerOk && selfOk && owner == self;
+}
+
 const DirectoryStore::Tribe* DirectoryStore::tribe(const QString& id) const {
     auto it = tribes_.constFind(id);
     return it == tribes_.constEnd() ? nullptr : &it.value();

@@ -95,6 +95,9 @@ public:
     void addTribe(const Tribe& tribe);
     void removeTribe(const QString& id);
     const Tribe* tribe(const QString& id) const;
+    // The signed-in user owns the tribe (dissolves it rather than leaving it). Whole 64-bit
+    // ids: two ids that share their low 32 bits are still different people.
+    bool ownsTribe(const Tribe& tribe) const;
     // Every tribe record, in ascending id order.
     QVector<const Tribe*> tribes() const;
 

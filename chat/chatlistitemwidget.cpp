@@ -1,8 +1,10 @@
 #include "chatlistitemwidget.h"
 
 #include <QApplication>
+#include <QContextMenuEvent>
 #include <QHBoxLayout>
 #include <QLabel>
+#include <QMenu>
 #include <QPushButton>
 
 #include "plaintext.h"
@@ -28,6 +30,13 @@ ChatListItemWidget::ChatListItemWidget(const QString& id, const QString& name, Q
     };
     styleName();
     connect(&UiFont::instance(), &UiFont::changed, name_, styleName);
+    mutedMark_ = plaintext::label(QStringLiteral("免打扰"), this);
+    mutedMark_->setObjectName(QStringLiteral("mutedMark"));
+    mutedMark_->setToolTip(QStringLiteral("已开启消息免打扰"));
+    mutedMark_->setStyleSheet(QStringLiteral(
+        "QLabel{color:#9aa5b1;font-size:11px;border:1px solid #c8ced6;border-radius:3px;"
+        "padding:0 2px;background:transparent;}"));
+    mutedMark_->hide();
     remove_ = new QPushButton(this);
     remove_->setObjectName(QStringLiteral("removeConversation"));
     remove_->setFixedSize(14, 14);
@@ -41,6 +50,7 @@ ChatListItemWidget::ChatListItemWidget(const QString& id, const QString& name, Q
     layout->setSpacing(8);
     layout->addWidget(avatar_);
     layout->addWidget(name_, 1);
+    layout->addWidget(mutedMark_);
     layout->addWidget(badge());
     layout->addWidget(remove_);
 }
@@ -48,6 +58,29 @@ ChatListItemWidget::ChatListItemWidget(const QString& id, const QString& name, Q
 QString ChatListItemWidget::name() const { return name_->text(); }
 
 void ChatListItemWidget::setAvatar(const QString& path) { avatar_->setPixmap(QPixmap(path)); }
+
+void ChatListItemWidget::setMuted(bool muted) {
+    muted_ = muted;
+    mutedMark_->setVisible(muted);
+}
+
+QMenu* ChatListItemWidget::makeMenu(QWidget* parent) {
+    auto* menu = new QMenu(parent);
+    QAction* mute = menu->addAction(QStringLiteral("消息免打扰"));
+    mute->setObjectName(QStringLiteral("muteAction"));
+    mute->setCheckable(true);
+    mute->setChecked(muted_);
+    const QString id = id_;
+    connect(mute, &QAction::toggled, this, [this, id](bool on) { emit muteRequested(id, on); });
+    return menu;
+}
+
+void ChatListItemWidget::contextMenuEvent(QContextMenuEvent* event) {
+    QMenu* menu = makeMenu(this);
+    menu->setAttribute(Qt::WA_DeleteOnClose);
+    menu->popup(event->globalPos());
+    event->accept();
+}
 
 void ChatListItemWidget::enterEvent(QEvent* event) {
     remove_->show();

@@ -3,6 +3,7 @@
 #include <QAbstractEventDispatcher>
 #include <QApplication>
 #include <QClipboard>
+#include <QDateTime>
 #include <QLabel>
 #include <QListWidget>
 #include <QMimeData>
@@ -227,6 +228,8 @@ void ConversationView::addRow(const QString& id, const QString& name, int count,
     auto* row = new ChatListItemWidget(id, name, talkList_);
     connect(row, &ChatListItemWidget::deleteItemSignal, this,
             &ConversationView::deleteMemberFromMemberList);
+    connect(row, &ChatListItemWidget::muteRequested, this, &ConversationView::setMuted);
+    row->setMuted(isMuted(id));
     const DirectoryStore& store = DirectoryStore::instance();
     row->setAvatar(quelix::AvatarManager::instance().displayPath(
         id, id == store.selfId() || store.isOnline(id)));
@@ -241,9 +244,7 @@ void ConversationView::addRow(const QString& id, const QString& name, int count,
     const QSignalBlocker quiet(talkList_);  // inserting is not opening
     talkList_->insertItem(at, item);
     talkList_->setItemWidget(item, row);
-    if (count != 0 && alert)
-        if (MainViewDelegate* shell = MainViewDelegate::instance())
-            shell->newMessageAlert(id, name, count);
+    if (count != 0 && alert) alertUnlessMuted(id, name, count);
 }
 
 void ConversationView::markSeen(const QString& id) {
@@ -340,8 +341,7 @@ void ConversationView::showConversation(QString id, int count) {
             markSeen(id);
         } else {
             widget->setUnreadCount(total);
-            if (MainViewDelegate* shell = MainViewDelegate::instance())
-                shell->newMessageAlert(id, widget->name(), total);
+            alertUnlessMuted(id, widget->name(), total);
         }
     } else {
         const QString name = widget->name();
@@ -434,6 +434,32 @@ void ConversationView::persistAdd(const QString& id) {
     entry.id = id.toULongLong();
     entry.role = DirectoryStore::instance().isUser(id) ? 0 : 1;
     if (config.talkList().add(entry)) saveTalkList();
+}
+
+bool ConversationView::isMuted(const QString& id) {
+    ConfigStore& config = ConfigStore::instance();
+    return config.hasUser() && config.shieldList().isShielded(id.toULongLong());
+}
+
+void ConversationView::alertUnlessMuted(const QString& id, const QString& name, int count) {
+    if (isMuted(id)) return;  // the badge and the total count it; nothing rings
+    if (MainViewDelegate* shell = MainViewDelegate::instance())
+        shell->newMessageAlert(id, name, count);
+}
+
+void ConversationView::setMuted(const QString& id, bool muted) {
+    ConfigStore& config = ConfigStore::instance();
+    bool ok = false;
+    const quint64 number = id.toULongLong(&ok);
+    if (!config.hasUser() || !ok) return;
+    quelix::listshield_t::Entry entry;
+    entry.id = number;
+    entry.role = DirectoryStore::instance().isUser(id) ? 0 : 1;
+    entry.companyId = DirectoryStore::instance().companyId().toULongLong();
+    entry.time = quint64(QDateTime::currentSecsSinceEpoch());
+    if (config.shieldList().setShielded(entry, muted)) config.shieldList().save();
+    const int row = rowOf(id);
+    if (row >= 0) rowWidget(row)->setMuted(isMuted(id));
 }
 
 void ConversationView::persistRemove(const QString& id) {

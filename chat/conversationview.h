@@ -98,6 +98,10 @@ public slots:
     void netTipTimeout();
     void chatViewActive();
     void deleteMemberFromMemberList(QString id);
+    // Mutes or unmutes a conversation: kept in the mute list at once, marked on its row.
+    // A muted conversation still counts its unread messages, without sound, pop-up or
+    // blinking.
+    void setMuted(const QString& id, bool muted);
     void UpdateUserIcon(const QString& userId, const QString& path);
     void conversationViewScreenShots(bool isVisible);
     void showWinSlot();
@@ -120,6 +124,8 @@ private:
     void openPage(const QString& id);
     void persistAdd(const QString& id);
     void persistRemove(const QString& id);
+    static bool isMuted(const QString& id);
+    void alertUnlessMuted(const QString& id, const QString& name, int count);
     void reportTotal();
 
     ColleageNameSearchEdit* search_;

@@ -22,6 +22,7 @@
 #include "logger.h"
 #include "personalinforcard.h"
 #include "plaintext.h"
+#include "prompts.h"
 #include "tribememberview.h"
 #include "tribetitleview.h"
 
@@ -199,7 +200,7 @@ void TribeConverView::reloadTribes() {
         const QSignalBlocker quiet(list_);
         list_->setCurrentRow(row);
         const DirectoryStore::Tribe* t = store_->tribe(current);
-        title_->setTribe(current, t->name, t->left);
+        title_->setTribe(current, t->name, t->left, store_->ownsTribe(*t));
     } else if (!current.isEmpty()) {
         // The tribe went away (left or dissolved): nothing stays open on the right.
         title_->setTribe(QString(), QString(), false);
@@ -238,7 +239,7 @@ void TribeConverView::initialTribe(int index) {
     const QString id = item->data(Qt::UserRole).toString();
     const DirectoryStore::Tribe* t = store_->tribe(id);
     if (!t) return;
-    title_->setTribe(id, t->name, t->left);
+    title_->setTribe(id, t->name, t->left, store_->ownsTribe(*t));
     detail_->setCurrentIndex(1);
     loadMembers(id);
 }
@@ -267,6 +268,11 @@ void TribeConverView::loadMembers(const QString& tribeId) {
 
 void TribeConverView::tribeMembersChanged(const QString& tribeId) {
     if (tribeId == currentTribeId()) loadMembers(tribeId);
+}
+
+void TribeConverView::showActionFailure(const QString& tribeId, const QString& text) {
+    Q_UNUSED(tribeId);  // the text names the action; the page stays as it was
+    qx_output::Prompts::error(this, text);
 }
 
 void TribeConverView::showConversationViewsOfId(QListWidgetItem* item) {

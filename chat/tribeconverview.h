@@ -79,6 +79,8 @@ public slots:
     void setOnline(const QString& userId, bool online);
     // A member joined or left a tribe: its list is read again when it is the one shown.
     void tribeMembersChanged(const QString& tribeId);
+    // Dissolving or leaving a tribe did not happen: the user is told why, over the window.
+    void showActionFailure(const QString& tribeId, const QString& text);
 
 protected:
     bool eventFilter(QObject* watched, QEvent* event) override;

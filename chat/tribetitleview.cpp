@@ -29,8 +29,9 @@ TribeTitleView::TribeTitleView(QWidget* parent)
     setTribe(QString(), QString(), false);
 }
 
-void TribeTitleView::setTribe(const QString& tribeId, const QString& name, bool left) {
+void TribeTitleView::setTribe(const QString& tribeId, const QString& name, bool left, bool owner) {
     tribeId_ = tribeId;
+    quit_->setText(owner ? QStringLiteral("解散群") : QStringLiteral("退出群"));
     name_->setText(left ? name + QStringLiteral("（已退出）") : name);
     const bool any = !tribeId.isEmpty();
     talk_->setEnabled(any);

@@ -12,8 +12,9 @@ class TribeTitleView : public QWidget {
 public:
     explicit TribeTitleView(QWidget* parent = nullptr);
 
-    // left: the user is no longer a member (the history still opens, nothing else).
-    void setTribe(const QString& tribeId, const QString& name, bool left);
+    // left: the user is no longer a member (the history still opens, nothing else);
+    // owner: the user owns it, so the button dissolves it instead of leaving it.
+    void setTribe(const QString& tribeId, const QString& name, bool left, bool owner = false);
     const QString& tribeId() const { return tribeId_; }
 
     QLabel* nameLabel() const { return name_; }

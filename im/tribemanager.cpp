@@ -25,16 +25,6 @@ namespace {
 
 constexpr int kShowSlice = 50;
 
-QMessageBox::StandardButton askUser(const QString& text) {
-    // No parent and a fixed size, as every question box of the client.
-    QMessageBox box(QMessageBox::Question, QStringLiteral("提示"), text,
-                    QMessageBox::Yes | QMessageBox::No);
-    box.setButtonText(QMessageBox::Yes, QStringLiteral("确定"));
-    box.setButtonText(QMessageBox::No, QStringLiteral("取消"));
-    box.setWindowFlags(box.windowFlags() | Qt::MSWindowsFixedSizeDialogHint);
-    return QMessageBox::StandardButton(box.exec());
-}
-
 QString text(const QJsonObject& o, const char* key) {
     const QJsonValue v = o.value(QLatin1String(key));
     return v.isDouble() ? QString::number(qint64(v.toDouble())) : v.toString();
@@ -42,8 +32,19 @@ QString text(const QJsonObject& o, const char* key) {
 
 }  // namespace
 
+QMessageBox::StandardButton TribeManager::askOver(QWidget* parent, const QString& text) {
+    // Over the window the user acted in, never loose in the middle of the screen.
+    QMessageBox box(QMessageBox::Question, QStringLiteral("提示"), text,
+                    QMessageBox::Yes | QMessageBox::No, parent ? parent->window() : nullptr);
+    box.setTextFormat(Qt::PlainText);
+    box.setButtonText(QMessageBox::Yes, QStringLiteral("确定"));
+    box.setButtonText(QMessageBox::No, QStringLiteral("取消"));
+    box.setWindowFlags(box.windowFlags() | Qt::MSWindowsFixedSizeDialogHint);
+    return QMessageBox::StandardButton(box.exec());
+}
+
 TribeManager::TribeManager(OpenIMManager* core, QThread* readingThread)
-    : QObject(core), core_(core), reader_(new TribeUnreadReader), ask_(askUser) {
+    : QObject(core), core_(core), reader_(new TribeUnreadReader), ask_(askOver) {
     reader_->moveToThread(readingThread);
     connect(reader_, &TribeUnreadReader::unreadReady, this, &TribeManager::onUnread,
             Qt::QueuedConnection);
@@ -282,9 +283,7 @@ QString TribeManager::actionUrl(quint64 tribe, bool* owner) {
     const DirectoryStore& store = DirectoryStore::instance();
     const DirectoryStore::Tribe* project = store.tribe(QString::number(tribe));
     if (!project) return QString();
-    // Whole 64-bit ids: two ids that share their low 32 bits are still different people.
-    const bool isOwner = !project->ownerId.isEmpty() &&
-                         project->ownerId.toULongLong() == store.selfId().toULongLong();
+    const bool isOwner = store.ownsTribe(*project);
     if (owner) *owner = isOwner;
     const QString base = ConfigStore::instance().url(UrlTable::UrlDelTribe);
     return isOwner ? BackendUrls::deleteProject(base, tribe, project->sign)
@@ -307,25 +306,36 @@ void TribeManager::dissolveOrLeave(quint64 tribe) {
     base::scoped_refptr<openim::ITribe> held;
     held.adopt(raw);
     const QMessageBox::StandardButton answer =
-        ask_(owner ? QStringLiteral("您是群主，此操作将解散该群。是否确定解散该群？")
-                   : QStringLiteral("是否确定退出该群？"));
+        ask_(dialogParent_, owner ? QStringLiteral("您是群主，此操作将解散该群。是否确定解散该群？")
+                                  : QStringLiteral("是否确定退出该群？"));
     if (answer == QMessageBox::No) return;
     emit projectActionSent(url);
     if (!requester_) return;
     requester_->get(
         url,
-        [this, tribe](const QByteArray& body) {
+        [this, tribe, owner](const QByteArray& body) {
             const Envelope reply = Envelope::parse(body);
-            if (!reply.isSuccess())
+            if (!reply.isSuccess()) {
                 Logger::instance().write(QStringLiteral("project action on %1 refused: %2 %3")
                                              .arg(tribe)
                                              .arg(reply.errorCode())
                                              .arg(reply.errorMsg()));
+                emit projectActionFailed(tribe, failureText(owner, false, reply.errorMsg()));
+            }
             emit projectActionDone(tribe, reply.isSuccess(), reply.errorMsg());
         },
-        [this, tribe](const QString& reason) {
+        [this, tribe, owner](const QString& reason) {
             Logger::instance().write(
                 QStringLiteral("project action on %1 failed: %2").arg(tribe).arg(reason));
+            emit projectActionFailed(tribe, failureText(owner, true, QString()));
             emit projectActionDone(tribe, false, reason);
         });
+}
+
+QString TribeManager::failureText(bool owner, bool networkFailed, const QString& errorMsg) {
+    const QString what = owner ? QStringLiteral("解散群失败") : QStringLiteral("退出群失败");
+    if (networkFailed) return what + QStringLiteral("：网络连接异常，请检查网络后重试。");
+    const QString reason = errorMsg.trimmed();
+    if (reason.isEmpty()) return what + QStringLiteral("，请稍后重试。");
+    return what + QStringLiteral("：") + reason;
 }

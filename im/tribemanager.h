@@ -3,6 +3,7 @@
 #include <QList>
 #include <QMessageBox>
 #include <QObject>
+#include <QPointer>
 #include <QSet>
 #include <QString>
 
@@ -25,14 +26,20 @@ class TribeUnreadReader;
 class TribeManager : public QObject {
     Q_OBJECT
 public:
-    // Asks the user a yes/no question; tests replace it.
-    using Question = std::function<QMessageBox::StandardButton(const QString& text)>;
+    // Asks the user a yes/no question in a box over `parent` (the main window); tests
+    // replace it.
+    using Question =
+        std::function<QMessageBox::StandardButton(QWidget* parent, const QString& text)>;
+    // The question box of the client: "确定" and "取消", centred over parent's window.
+    static QMessageBox::StandardButton askOver(QWidget* parent, const QString& text);
 
     TribeManager(OpenIMManager* core, QThread* readingThread);
     ~TribeManager() override;
 
     void setRequester(Requester* requester) { requester_ = requester; }
     void setQuestion(Question ask) { ask_ = std::move(ask); }
+    // The window the questions belong to.
+    void setDialogParent(QWidget* parent) { dialogParent_ = parent; }
 
     // Fetches the signed-in user's projects into the directory's tribe records and tells
     // the SDK which rooms are the user's.
@@ -60,6 +67,9 @@ public:
     void dissolveOrLeave(quint64 tribe);
     // The address the action would request: "" when the tribe is unknown.
     static QString actionUrl(quint64 tribe, bool* owner);
+    // What the user is told when dissolving (owner) or leaving did not happen: the back
+    // end's own reason when it gave one, else what went wrong in general terms.
+    static QString failureText(bool owner, bool networkFailed, const QString& errorMsg);
 
 signals:
     void projectsLoaded(int count);
@@ -67,6 +77,8 @@ signals:
     // The dissolve or leave request went out (address), and what the back end answered.
     void projectActionSent(const QString& url);
     void projectActionDone(quint64 tribe, bool ok, const QString& message);
+    // The action did not happen; `text` says so to the user (failureText).
+    void projectActionFailed(quint64 tribe, const QString& text);
 
 private:
     struct Queued {
@@ -81,6 +93,7 @@ private:
     TribeUnreadReader* reader_;
     Requester* requester_ = nullptr;
     Question ask_;
+    QPointer<QWidget> dialogParent_;
     bool ready_ = false;
     QSet<quint64> waiting_;  // tribes with news while the client was not ready
     std::deque<Queued> queue_;

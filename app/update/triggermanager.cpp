@@ -49,13 +49,13 @@ TriggerManager::TriggerManager(QObject* parent, const QString& appDir)
         localCoreVersion_ = localCoreProductVersion_ = packVersion(QLatin1String(qVersion()));
 #endif
     }
-    ask_ = [](const QString& text) {
-        return QMessageBox::question(nullptr, QStringLiteral("提示"), text,
+    ask_ = [](QWidget* parent, const QString& text) {
+        return QMessageBox::question(parent, QStringLiteral("提示"), text,
                                      QMessageBox::Yes | QMessageBox::No,
                                      QMessageBox::Yes) == QMessageBox::Yes;
     };
-    inform_ = [](const QString& text) {
-        QMessageBox::information(nullptr, QStringLiteral("提示"), text, QMessageBox::Ok);
+    inform_ = [](QWidget* parent, const QString& text) {
+        QMessageBox::information(parent, QStringLiteral("提示"), text, QMessageBox::Ok);
     };
     startLoader_ = [this](const QString& key) { return startLoader(key); };
     quit_ = [] { QCoreApplication::quit(); };
@@ -69,6 +69,22 @@ quint32 TriggerManager::packVersion(const QString& text) {
         v |= part << (24 - 8 * i);
     }
     return v;
+}
+
+QString TriggerManager::versionText(quint32 version) {
+    return QStringLiteral("%1.%2.%3.%4")
+        .arg(version >> 24)
+        .arg((version >> 16) & 0xffu)
+        .arg((version >> 8) & 0xffu)
+        .arg(version & 0xffu);
+}
+
+QString TriggerManager::updateQuestion(quint32 offered, quint32 installed) {
+    const QString found =
+        installed ? QStringLiteral("发现新版本 %1（当前版本 %2），是否现在更新？")
+                        .arg(versionText(offered), versionText(installed))
+                  : QStringLiteral("发现新版本 %1，是否现在更新？").arg(versionText(offered));
+    return found + QStringLiteral("\n更新时 Quelix 会先退出，完成后自动启动。");
 }
 
 QString TriggerManager::programName() {
@@ -86,6 +102,8 @@ QString TriggerManager::loaderName() {
     return QStringLiteral("qxload");
 #endif
 }
+
+void TriggerManager::setDialogParent(QWidget* parent) { dialogParent_ = parent; }
 
 void TriggerManager::setLocalVersions(quint32 program, quint32 core) {
     localVersion_ = localProductVersion_ = program;
@@ -126,19 +144,18 @@ void TriggerManager::onUpdateIniDownloaded(QNetworkReply* reply) {
     }
     const Decision d = decide(iniPath_);
     if (d != UpToDate) {
-        if (ask_(QStringLiteral(
-                "发现新版本 Quelix，是否现在更新？\n更新时 Quelix 会先退出，完成后自动启动。"))) {
+        if (ask_(dialogParent_, updateQuestion(remoteVersion_, localProductVersion_))) {
             const QString key =
                 d == UpdateMaximum ? QStringLiteral("url_maximum") : QStringLiteral("url_minimum");
             if (startLoader_(key)) {
                 quit_();
             } else {
                 Logger::instance().write(QStringLiteral("update loader could not start"));
-                inform_(QStringLiteral("无法启动更新程序，请稍后再试。"));
+                inform_(dialogParent_, QStringLiteral("无法启动更新程序，请稍后再试。"));
             }
         }
     } else if (!silent_) {
-        inform_(QStringLiteral("当前已是最新版本。"));
+        inform_(dialogParent_, QStringLiteral("当前已是最新版本。"));
     }
     emit checkFinished(d, true);
 }

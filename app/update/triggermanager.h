@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QObject>
+#include <QPointer>
 #include <QString>
 #include <QStringList>
 
@@ -8,6 +9,7 @@
 
 class QNetworkAccessManager;
 class QNetworkReply;
+class QWidget;
 
 namespace quelix {
 
@@ -26,6 +28,11 @@ public:
 
     // Four parts of 8 bits each, most significant first; missing parts are zero.
     static quint32 packVersion(const QString& text);
+    // A packed version as people read it ("1.1.10.0").
+    static QString versionText(quint32 version);
+    // The question put to the user: which version is offered, and which is installed
+    // (left out when unknown, 0).
+    static QString updateQuestion(quint32 offered, quint32 installed);
     static QString programName();
     static QString loaderName();
 
@@ -54,9 +61,13 @@ public:
     // For tests and the demo: pretend the installed versions are these.
     void setLocalVersions(quint32 program, quint32 core);
 
-    // The user's answers and the hand-over; message boxes and the real loader by default.
-    void setAsker(std::function<bool(const QString&)> ask) { ask_ = std::move(ask); }
-    void setInformer(std::function<void(const QString&)> inform) { inform_ = std::move(inform); }
+    // The user's answers and the hand-over; message boxes over the dialog parent (the
+    // main window) and the real loader by default.
+    using Asker = std::function<bool(QWidget* parent, const QString& text)>;
+    using Informer = std::function<void(QWidget* parent, const QString& text)>;
+    void setAsker(Asker ask) { ask_ = std::move(ask); }
+    void setInformer(Informer inform) { inform_ = std::move(inform); }
+    void setDialogParent(QWidget* parent);
     void setLoaderStarter(std::function<bool(const QString& key)> start) {
         startLoader_ = std::move(start);
     }
@@ -85,8 +96,9 @@ private:
     quint32 localCoreProductVersion_ = 0;
     quint32 remoteVersion_ = 0;
     quint32 remoteCoreVersion_ = 0;
-    std::function<bool(const QString&)> ask_;
-    std::function<void(const QString&)> inform_;
+    Asker ask_;
+    Informer inform_;
+    QPointer<QWidget> dialogParent_;
     std::function<bool(const QString&)> startLoader_;
     std::function<void()> quit_;
     QStringList loaderArgs_;

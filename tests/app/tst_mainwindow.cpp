@@ -5,6 +5,7 @@
 #include <QMessageBox>
 #include <QStackedWidget>
 #include <QTemporaryDir>
+#include <QWindow>
 
 #include <cstring>
 
@@ -28,6 +29,7 @@ private slots:
     void kickShowsTheLoginPageAndTellsTheUser();
     void windowSizeSurvivesARestart();
     void shakeComesBackToWhereItStarted();
+    void trayRoundKeepsThePlaceExactly();
     void messagesReachTheConversationPage();
 
 private:
@@ -209,6 +211,30 @@ void TestMainWindow::shakeComesBackToWhereItStarted() {
     QCOMPARE(w.pos(), origin);
     QCOMPARE(w.shakeCounter(), 20);
     QVERIFY(offsets.size() > 2);  // it did move, by a fading amount
+}
+
+void TestMainWindow::trayRoundKeepsThePlaceExactly() {
+    store_->settings().setCloseQuit(false);  // closing goes to the tray
+    MainWindow w(*store_);
+    w.setTrayAvailable(true);
+    w.show();
+    w.move(200, 150);
+    QTRY_COMPARE(w.pos(), QPoint(200, 150));
+    const QRect frame = w.frameGeometry();
+    const QRect inside = w.geometry();
+    w.close();
+    QVERIFY(!w.isVisible());
+    // Mapped again, the window is placed anew by the window system: a title bar off.
+    w.windowHandle()->setFramePosition(frame.topLeft() - QPoint(0, 10));
+    QTRY_COMPARE(w.pos(), frame.topLeft() - QPoint(0, 10));
+    w.showMainWindow();
+    QTRY_COMPARE(w.frameGeometry(), frame);
+    QCOMPARE(w.geometry(), inside);
+    // Dragged elsewhere and back to the tray: the new place is the one kept.
+    w.move(260, 180);
+    w.hideMainWindow();
+    w.showMainWindow();
+    QTRY_COMPARE(w.pos(), QPoint(260, 180));
 }
 
 void TestMainWindow::messagesReachTheConversationPage() {

@@ -198,6 +198,27 @@ void TestOrgView::searchInBothModesWithTheKeyboard() {
     tribes.clear();
     QTest::keyClicks(&tribes, "li");
     QCOMPARE(tribes.resultList()->count(), 0);
+
+    // Namesakes are told apart by the department beside the name, also when the record
+    // names the department by its id only; tribes have none.
+    QJsonObject second = user("14", "3", "李雷", "lilei");
+    second.remove("deptName");
+    store.addColleagues(
+        QJsonDocument(QJsonObject{{"errorCode", 0}, {"results", QJsonArray{second}}})
+            .toJson(QJsonDocument::Compact));
+    edit->insert("李雷");
+    QStringList rows, depts;
+    for (int i = 0; i < results->count(); ++i) {
+        rows << results->item(i)->text();
+        depts << results->item(i)->data(ColleageNameSearchEdit::DepartmentRole).toString();
+    }
+    rows.sort();
+    depts.sort();
+    QCOMPARE(rows, (QStringList{"李雷 · 市场", "李雷 · 部门2"}));
+    QCOMPARE(depts, (QStringList{"市场", "部门2"}));
+    tribes.clear();
+    tribes.insert("Alpha");
+    QCOMPARE(tribes.resultList()->item(0)->text(), QString("Alpha 项目"));
 }
 
 void TestOrgView::cardShowsTheColleagueAndForwardsItsButtons() {

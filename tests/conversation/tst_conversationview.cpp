@@ -2,8 +2,10 @@
 
 #include <QLabel>
 #include <QListWidget>
+#include <QMenu>
 #include <QStackedWidget>
 
+#include "chatlistitemwidget.h"
 #include "configstore.h"
 #include "conversationcontentview.h"
 #include "conversationview.h"
@@ -51,6 +53,7 @@ private slots:
     void talkListSurvivesARestartWithNothingUnread();
     void reconnectTipContinuesItsDots();
     void sendsAreGuarded();
+    void mutedConversationsCountButNeverRing();
 
 private:
     RecordingShell shell_;
@@ -107,6 +110,60 @@ void TestConversationView::messagesMoveRowsAndCountBadges() {
     QCOMPARE(shell_.total, 3);
     QCOMPARE(view.page("103"), view.page("103"));  // one page per conversation
     QCOMPARE(view.pages()->count(), 3);            // placeholder, 101, 103
+}
+
+void TestConversationView::mutedConversationsCountButNeverRing() {
+    ConfigStore& config = ConfigStore::instance();
+    config.shieldList().entries.clear();
+    config.shieldList().save();
+    ConversationView view;
+    view.showConversation("102", 1);
+    view.showConversation("900", 1);
+    auto row = [&](const QString& id) {
+        return qobject_cast<ChatListItemWidget*>(
+            view.talkList()->itemWidget(view.talkList()->item(rows(view).indexOf(id))));
+    };
+    QVERIFY(!row("900")->isMuted() && row("900")->mutedMark()->isHidden());
+
+    // The row's menu mutes the tribe: in the mute file at once, and marked on the row.
+    QScopedPointer<QMenu> menu(row("900")->makeMenu(nullptr));
+    QAction* mute = menu->findChild<QAction*>("muteAction");
+    QCOMPARE(mute->text(), QString("消息免打扰"));
+    QVERIFY(!mute->isChecked());
+    mute->trigger();
+    QVERIFY(row("900")->isMuted() && !row("900")->mutedMark()->isHidden());
+    quelix::listshield_t saved;
+    saved.setPath(config.filePath(ConfigStore::ShieldListFile));
+    QVERIFY(saved.load());
+    QCOMPARE(saved.entries.size(), 1);
+    QCOMPARE(saved.entries[0].id, quint64(900));
+    QCOMPARE(saved.entries[0].role, quint64(1));  // a tribe
+
+    // Muted: the badge and the total still count, nothing alerts; others still do.
+    shell_.alerts.clear();
+    view.showConversation("900", 2);
+    view.showConversation("102", 1);
+    QCOMPARE(view.unreadCount("900"), 3);
+    QCOMPARE(shell_.total, 5);
+    QCOMPARE(shell_.alerts, QStringList{"102 李娜 2"});
+    // The mark follows the row when it moves, and a new view reads the list.
+    view.showConversation("900", 1);
+    QVERIFY(row("900")->isMuted());
+    QCOMPARE(shell_.alerts.size(), 1);
+    ConversationView again;
+    again.showConversation("900", 1);
+    QCOMPARE(shell_.alerts.size(), 1);
+
+    // Unmuted from the menu (checked now): alerts again, the mark goes, the file empties.
+    QScopedPointer<QMenu> second(row("900")->makeMenu(nullptr));
+    QAction* unmute = second->findChild<QAction*>("muteAction");
+    QVERIFY(unmute->isChecked());
+    unmute->trigger();
+    QVERIFY(!row("900")->isMuted() && row("900")->mutedMark()->isHidden());
+    QVERIFY(saved.load());
+    QVERIFY(saved.entries.isEmpty());
+    view.showConversation("900", 1);
+    QCOMPARE(shell_.alerts.last(), QString("900 Quelix 项目 5"));
 }
 
 void TestConversationView::removingTheCurrentConversationSelectsTheTop() {

@@ -6,6 +6,7 @@
 #include <QJsonObject>
 #include <QLabel>
 #include <QListWidget>
+#include <QMessageBox>
 #include <QMovie>
 #include <QPushButton>
 #include <QScrollBar>
@@ -23,8 +24,10 @@
 #include "membericonandnamewidget.h"
 #include "personalcarditem.h"
 #include "personalinforcard.h"
+#include "prompts.h"
 #include "resources.h"
 #include "tribeconverview.h"
+#include "tribemanager.h"
 #include "tribememberview.h"
 #include "tribetitleview.h"
 #include "view.h"
@@ -76,6 +79,7 @@ private slots:
     void tribeListSearchAndTalkButtons();
     void membersListAtOnceAndHoverShowsTheCard();
     void titleActionsAndMemberReplies();
+    void aRefusedDissolveOrLeaveIsShownOverTheWindow();
     void sharedCardReachesTheConversationAndOpensTheColleague();
     void talkListRowsFollowPresence();
 };
@@ -219,6 +223,47 @@ void TestTribeViews::membersListAtOnceAndHoverShowsTheCard() {
     QCOMPARE(members->hint()->text(), QString("群成员读取失败"));
 }
 
+void TestTribeViews::aRefusedDissolveOrLeaveIsShownOverTheWindow() {
+    // The back end's reason as it came, or what failed in general terms.
+    QCOMPARE(TribeManager::failureText(true, false, "  项目有未完成的任务 "),
+             QString("解散群失败：项目有未完成的任务"));
+    QCOMPARE(TribeManager::failureText(false, false, ""), QString("退出群失败，请稍后重试。"));
+    QCOMPARE(TribeManager::failureText(false, true, "Connection refused"),
+             QString("退出群失败：网络连接异常，请检查网络后重试。"));
+
+    QWidget window;
+    auto* view = new TribeConverView(&window);
+    view->setLoadingTribes(false);
+    QList<QPair<QWidget*, QString>> shown;
+    qx_output::Prompts::setError([&](QWidget* parent, const QString& text) {
+        shown.append({parent, text});
+    });
+    view->showActionFailure("901", "解散群失败：<b>无权</b>");
+    qx_output::Prompts::setError({});
+    QCOMPARE(shown.size(), 1);
+    QVERIFY(shown[0].first && shown[0].first->window() == &window);
+    QCOMPARE(shown[0].second, QString("解散群失败：<b>无权</b>"));
+
+    // The dissolve-or-leave question opens over the window the page is in, not mid-screen.
+    window.setGeometry(40, 30, 900, 600);
+    window.show();
+    QWidget* askedOver = nullptr;
+    QPoint askedAt;
+    Qt::TextFormat format = Qt::AutoText;
+    QTimer::singleShot(0, [&] {
+        auto* box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget());
+        if (!box) return;
+        askedOver = box->parentWidget();
+        askedAt = box->frameGeometry().center();
+        format = box->textFormat();
+        box->button(QMessageBox::No)->click();
+    });
+    QCOMPARE(TribeManager::askOver(view->titleView(), "是否确定退出该群？"), QMessageBox::No);
+    QCOMPARE(askedOver, &window);
+    QVERIFY((askedAt - window.frameGeometry().center()).manhattanLength() < 40);
+    QCOMPARE(format, Qt::PlainText);
+}
+
 void TestTribeViews::titleActionsAndMemberReplies() {
     ConfigStore::instance().setUrl(UrlTable::UrlGroupList,
                                    "http://127.0.0.1:8080/work/project.htm?m=myProjectList");
@@ -240,6 +285,23 @@ void TestTribeViews::titleActionsAndMemberReplies() {
     QCOMPARE(quit.count(), 1);
     QCOMPARE(quit.first().first().toString(), QString("900"));
     QCOMPARE(open.last().first().toString(), QString("900"));
+
+    // A member leaves the tribe; its owner dissolves it, and the button says which.
+    QCOMPARE(title->quitButton()->text(), QString("退出群"));
+    view.tribeList()->setCurrentRow(1);
+    QCOMPARE(title->quitButton()->text(), QString("解散群"));
+    view.reloadTribes();  // the projects read again keep the owner's word
+    QCOMPARE(title->quitButton()->text(), QString("解散群"));
+    view.tribeList()->setCurrentRow(0);
+    QCOMPARE(title->quitButton()->text(), QString("退出群"));
+    // Ownership is the whole id, and an owner nobody can be matches nobody.
+    DirectoryStore::Tribe odd{"990", "x", "7", QString::number(101ull + (1ull << 32)), "", false};
+    QVERIFY(!DirectoryStore::instance().ownsTribe(odd));
+    odd.ownerId = "abc";
+    DirectoryStore other;
+    QVERIFY(!other.ownsTribe(odd));  // nobody signed in
+    odd.ownerId = "101";
+    QVERIFY(DirectoryStore::instance().ownsTribe(odd));
 
     // A tribe the user left still opens its history, but offers neither tasks nor quitting.
     title->setTribe("902", "旧项目", true);

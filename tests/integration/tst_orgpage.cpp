@@ -172,13 +172,16 @@ void TestOrgPage::tribePageListsProjectsAndMembersFromTheBackEnd() {
     // "退出群" asks the member's question; "No" sends nothing.
     TribeManager* tribes = OpenIMManager::instance()->tribes();
     QStringList asked;
-    tribes->setQuestion([&](const QString& text) {
+    QWidget* askedOver = nullptr;
+    tribes->setQuestion([&](QWidget* parent, const QString& text) {
         asked << text;
+        askedOver = parent;
         return QMessageBox::No;
     });
     QSignalSpy sent(tribes, &TribeManager::projectActionSent);
     page->titleView()->quitButton()->click();
     QCOMPARE(asked, QStringList{QStringLiteral("是否确定退出该群？")});
+    QCOMPARE(askedOver, static_cast<QWidget*>(window_));  // over the window, not loose
     QCOMPARE(sent.size(), 0);
     QVERIFY(page->rowOf(project) >= 0);
 

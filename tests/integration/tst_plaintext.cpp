@@ -244,8 +244,8 @@ void TestPlainText::initTestCase() {
     tray_ = new FakeTrayBackend;
     shell_ = new ShellServices(window_, ConfigStore::instance(), tray_, window_);
     // The client under test is no release: the update check would ask about a newer one.
-    shell_->trigger()->setAsker([](const QString&) { return false; });
-    shell_->trigger()->setInformer([](const QString&) {});
+    shell_->trigger()->setAsker([](QWidget*, const QString&) { return false; });
+    shell_->trigger()->setInformer([](QWidget*, const QString&) {});
     QVERIFY(signInThroughLoginWindow(window_, me_.userName));
     QCOMPARE(DirectoryStore::instance().colleague(owner_.id)->displayName(), hostile_);
 

@@ -160,7 +160,7 @@ void TestTribeClient::leavingAndDissolvingAskAndReachEveryone() {
     TribeManager* tribes = OpenIMManager::instance()->tribes();
     QStringList asked;
     QMessageBox::StandardButton answer = QMessageBox::No;
-    tribes->setQuestion([&](const QString& text) {
+    tribes->setQuestion([&](QWidget*, const QString& text) {
         asked << text;
         return answer;
     });

@@ -75,6 +75,11 @@ void TestUpdate::versionPacking() {
     QCOMPARE(TriggerManager::packVersion("5.15"), 0x050f0000u);
     QCOMPARE(TriggerManager::packVersion(""), 0u);
     QCOMPARE(TriggerManager::packVersion("garbage"), 0u);
+    // And back, as the question shows it; an unknown installed version is left out.
+    QCOMPARE(TriggerManager::versionText(TriggerManager::packVersion("2.10.255.3")),
+             QString("2.10.255.3"));
+    QVERIFY(TriggerManager::updateQuestion(0x01020000u, 0)
+                .startsWith("发现新版本 1.2.0.0，是否现在更新？"));
 }
 
 void TestUpdate::decisionFromTheDescription() {
@@ -175,11 +180,18 @@ void TestUpdate::checkAgainstTheBackEnd() {
     tm.setIniPath(tmp_.filePath("check/QX_update.ini"));
     QStringList asked, told, started;
     bool answer = false;
-    tm.setAsker([&](const QString& t) {
+    QWidget window;
+    tm.setDialogParent(&window);
+    QList<QWidget*> over;
+    tm.setAsker([&](QWidget* parent, const QString& t) {
         asked << t;
+        over << parent;
         return answer;
     });
-    tm.setInformer([&](const QString& t) { told << t; });
+    tm.setInformer([&](QWidget* parent, const QString& t) {
+        told << t;
+        over << parent;
+    });
     tm.setLoaderStarter([&](const QString& key) {
         started << key;
         return true;
@@ -193,6 +205,7 @@ void TestUpdate::checkAgainstTheBackEnd() {
     QVERIFY(finished.wait(20000));
     QCOMPARE(finished.last().at(0).toInt(), int(TriggerManager::UpdateMinimum));
     QCOMPARE(asked.size(), 1);
+    QVERIFY(asked[0].startsWith("发现新版本 1.1.10.0（当前版本 1.1.9.0），是否现在更新？"));
     QVERIFY(started.isEmpty());
     // "yes" hands over with the program-only package and steps aside.
     answer = true;
@@ -226,6 +239,9 @@ void TestUpdate::checkAgainstTheBackEnd() {
     QCOMPARE(finished.last().at(1).toBool(), false);
     QCOMPARE(told.size(), 1);
     QCOMPARE(asked.size(), 2);
+    // Every box of the check opens over the window it was given.
+    QCOMPARE(over.size(), 3);
+    QVERIFY(std::all_of(over.begin(), over.end(), [&](QWidget* w) { return w == &window; }));
 }
 
 void TestUpdate::fullRoundInstallsAndStartsTheNewClient() {
@@ -235,7 +251,7 @@ void TestUpdate::fullRoundInstallsAndStartsTheNewClient() {
     TriggerManager tm(nullptr, installDir_);
     tm.setUpdateUrl(backendUrl_ + "/update/QX_update.ini");
     tm.setIniPath(tmp_.filePath("round/QX_update.ini"));
-    tm.setAsker([](const QString&) { return true; });
+    tm.setAsker([](QWidget*, const QString&) { return true; });
     tm.setLoaderArguments({"--quiet"});
     int quits = 0;
     tm.setQuitter([&] { ++quits; });
