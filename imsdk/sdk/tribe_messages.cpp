@@ -159,6 +159,7 @@ void TribeMessages::startCatchUp(quint64 tribe) {
                                                  rooms_->roomJid(tribe), start);
     if (id.isEmpty()) return;
     room.catchUpQuery = id;
+    room.catchUpFromStoredId = !last.isEmpty();
     catchUps_.insert(id, tribe);
 }
 
@@ -200,11 +201,33 @@ bool TribeMessages::handleArchiveFinished(const QString& queryId, bool ok, bool 
         const quint64 tribe = catchUps_.take(queryId);
         RoomState& room = state_[tribe];
         room.catchUpQuery.clear();
+        if (!ok && room.catchUpFromStoredId && rooms_->isJoined(tribe)) {
+            // From the second of the newest stored message (inclusive: the store keeps one
+            // copy of what it already has), so what came while the user was away is read.
+            room.catchUpFromStoredId = false;
+            const QString key = TribeRooms::key(tribe);
+            const qint64 newest = engine_->messageStore().newestTime(key);
+            const qint64 from = newest > 0 ? newest : rooms_->since(tribe);
+            qInfo().noquote() << "imsdk: room" << tribe
+                              << "refused to read on from a stored id; asking by time";
+            engine_->messageStore().setMeta(lastKey(tribe), QString());
+            const QString retry =
+                from > 0 ? engine_->archive()->query(QString(), QString(), QString(), kCatchUpPage,
+                                                     rooms_->roomJid(tribe),
+                                                     QDateTime::fromSecsSinceEpoch(from, Qt::UTC))
+                         : QString();
+            if (!retry.isEmpty()) {
+                room.catchUpQuery = retry;
+                catchUps_.insert(retry, tribe);
+                return true;
+            }
+        }
         if (!ok) {
             qWarning().noquote() << "imsdk: room" << tribe << "refused its archive";
             catchUpEnded(tribe);
             return true;
         }
+        room.catchUpFromStoredId = false;
         if (!last.isEmpty()) engine_->messageStore().setMeta(lastKey(tribe), last);
         if (!complete && !last.isEmpty() && rooms_->isJoined(tribe)) {
             const QString next = engine_->archive()->query(QString(), QString(), last, kCatchUpPage,

@@ -64,6 +64,9 @@ private:
     };
     struct RoomState {
         QString catchUpQuery;
+        // The catch-up asked after an archive id kept in the store, which a replaced or
+        // emptied archive no longer knows: a refusal then asks again by time.
+        bool catchUpFromStoredId = false;
         // Live messages that came while the archive was being read: stored after it, so
         // that the room's order is the archive's (times are only to the second).
         QList<HeldMessage> held;

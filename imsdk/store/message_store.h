@@ -70,6 +70,7 @@ public:
     QString oldestStanzaId(const QString& peer);
     // The time of the oldest message with `peer`, 0 when none is stored.
     qint64 oldestTime(const QString& peer);
+    qint64 newestTime(const QString& peer);
     QList<StoredMessage> pendingMedia();
     void finishMedia(quint64 id, const QString& localPath);
     // Lets a picture or file still downloading stop holding back what came after it; it
