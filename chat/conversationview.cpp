@@ -229,7 +229,7 @@ void ConversationView::addRow(const QString& id, const QString& name, int count,
     connect(row, &ChatListItemWidget::deleteItemSignal, this,
             &ConversationView::deleteMemberFromMemberList);
     connect(row, &ChatListItemWidget::muteRequested, this, &ConversationView::setMuted);
-    row->setMuted(isMuted(id));
+    row->setMuted(TalkListLedger::isMuted(id));
     const DirectoryStore& store = DirectoryStore::instance();
     row->setAvatar(quelix::AvatarManager::instance().displayPath(
         id, id == store.selfId() || store.isOnline(id)));
@@ -266,9 +266,9 @@ bool ConversationView::raiseQuietly(const QString& id, int count) {
         if (wasCurrent) talkList_->setCurrentRow(0);
     } else {
         addRow(id, name, total, 0, false);
-        persistAdd(id);
+        ledger_.add(id);
     }
-    persistRaise(id);
+    ledger_.raise(id);
     return true;
 }
 
@@ -282,24 +282,14 @@ void ConversationView::restoreUnseen(const QString& id, int count) {
 void ConversationView::applyUnseen() {
     bool changed = false;
     // The saved talk list is written once for all the rows, not once per row.
-    deferTalkListSave_ = true;
+    ledger_.hold();
     for (int i = 0; i < pendingUnseen_.size(); ++i) {
         if (!raiseQuietly(pendingUnseen_[i].first, pendingUnseen_[i].second)) continue;
         pendingUnseen_.remove(i--);
         changed = true;
     }
-    deferTalkListSave_ = false;
-    if (talkListDirty_) saveTalkList();
+    ledger_.release();
     if (changed) reportTotal();
-}
-
-void ConversationView::saveTalkList() {
-    if (deferTalkListSave_) {
-        talkListDirty_ = true;
-        return;
-    }
-    talkListDirty_ = false;
-    ConfigStore::instance().talkList().save();
 }
 
 QStringList ConversationView::talkListState() const {
@@ -310,19 +300,13 @@ QStringList ConversationView::talkListState() const {
     return rows;
 }
 
-void ConversationView::persistRaise(const QString& id) {
-    ConfigStore& config = ConfigStore::instance();
-    if (!config.hasUser()) return;
-    if (config.talkList().raise(id.toULongLong())) saveTalkList();
-}
-
 void ConversationView::showConversation(QString id, int count) {
     const int row = rowOf(id);
     if (row < 0) {
         const QString name = displayName(id);
         if (name.isEmpty()) return;  // nobody we know
         addRow(id, name, count);
-        persistAdd(id);
+        ledger_.add(id);
         if (count == 0) {
             talkList_->setCurrentRow(0);
             openPage(id);
@@ -351,7 +335,7 @@ void ConversationView::showConversation(QString id, int count) {
             delete talkList_->takeItem(row);
         }
         addRow(id, name, total);
-        persistRaise(id);
+        ledger_.raise(id);
         if (count == 0) {
             talkList_->setCurrentRow(0);
             openPage(id);
@@ -389,7 +373,7 @@ void ConversationView::deleteMemberFromMemberList(QString id) {
             stack_->setCurrentIndex(0);
         }
     }
-    persistRemove(id);
+    ledger_.remove(id);
     reportTotal();
 }
 
@@ -427,45 +411,16 @@ void ConversationView::restoreTalkList() {
     applyUnseen();
 }
 
-void ConversationView::persistAdd(const QString& id) {
-    ConfigStore& config = ConfigStore::instance();
-    if (!config.hasUser()) return;
-    quelix::listtalk_t::Entry entry;
-    entry.id = id.toULongLong();
-    entry.role = DirectoryStore::instance().isUser(id) ? 0 : 1;
-    if (config.talkList().add(entry)) saveTalkList();
-}
-
-bool ConversationView::isMuted(const QString& id) {
-    ConfigStore& config = ConfigStore::instance();
-    return config.hasUser() && config.shieldList().isShielded(id.toULongLong());
-}
-
 void ConversationView::alertUnlessMuted(const QString& id, const QString& name, int count) {
-    if (isMuted(id)) return;  // the badge and the total count it; nothing rings
+    if (TalkListLedger::isMuted(id)) return;  // the badge and the total count it; nothing rings
     if (MainViewDelegate* shell = MainViewDelegate::instance())
         shell->newMessageAlert(id, name, count);
 }
 
 void ConversationView::setMuted(const QString& id, bool muted) {
-    ConfigStore& config = ConfigStore::instance();
-    bool ok = false;
-    const quint64 number = id.toULongLong(&ok);
-    if (!config.hasUser() || !ok) return;
-    quelix::listshield_t::Entry entry;
-    entry.id = number;
-    entry.role = DirectoryStore::instance().isUser(id) ? 0 : 1;
-    entry.companyId = DirectoryStore::instance().companyId().toULongLong();
-    entry.time = quint64(QDateTime::currentSecsSinceEpoch());
-    if (config.shieldList().setShielded(entry, muted)) config.shieldList().save();
+    ledger_.setMuted(id, muted);
     const int row = rowOf(id);
-    if (row >= 0) rowWidget(row)->setMuted(isMuted(id));
-}
-
-void ConversationView::persistRemove(const QString& id) {
-    ConfigStore& config = ConfigStore::instance();
-    if (!config.hasUser()) return;
-    if (config.talkList().remove(id.toULongLong())) config.talkList().save();
+    if (row >= 0) rowWidget(row)->setMuted(TalkListLedger::isMuted(id));
 }
 
 int ConversationView::totalUnread() const {

@@ -8,6 +8,8 @@
 
 #include <functional>
 
+#include "talklistledger.h"
+
 class ChatListItemWidget;
 class ColleageNameSearchEdit;
 class ConversationContentView;
@@ -118,13 +120,8 @@ private:
     // conversation that cannot be named yet.
     bool raiseQuietly(const QString& id, int count);
     void applyUnseen();
-    void persistRaise(const QString& id);
-    void saveTalkList();
     void markSeen(const QString& id);
     void openPage(const QString& id);
-    void persistAdd(const QString& id);
-    void persistRemove(const QString& id);
-    static bool isMuted(const QString& id);
     void alertUnlessMuted(const QString& id, const QString& name, int count);
     void reportTotal();
 
@@ -139,8 +136,7 @@ private:
     // Unseen counts from the last session, in order of activity, waiting for rows that
     // cannot be named yet (tribes before the projects are loaded).
     QVector<QPair<QString, int>> pendingUnseen_;
-    bool deferTalkListSave_ = false;
-    bool talkListDirty_ = false;
+    TalkListLedger ledger_;
     QMutex mutex_;  // guards the page map; pages are looked up from slots of several views
     bool hotKeyRegistered_ = false;
     ShareQuestion askShare_;
