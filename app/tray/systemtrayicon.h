@@ -34,7 +34,7 @@ public:
     // How the sound is played; the program's MSG.wav by default. Tests count calls.
     void setSoundPlayer(std::function<void()> player) { play_ = std::move(player); }
 
-    // A conversation's unread count rose to count (Part of the talk list's report).
+    // A conversation's unread count rose to `count`, as the talk list reports it.
     void newMessage(const QString& id, const QString& name, const QString& summary,
                     const QString& avatar, int count);
     // The talk list's total changed: conversations read since are dropped from the card
