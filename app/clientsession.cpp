@@ -103,6 +103,8 @@ void ClientSession::connect(MainWindow* window, OpenIMManager* im) {
                              &OpenIMManager::markSeen);
             QObject::connect(im, &OpenIMManager::unseenWaiting, view,
                              &ConversationView::restoreUnseen);
+            QObject::connect(im, &OpenIMManager::unseenComplete, view,
+                             &ConversationView::applyUnseen);
             // Messages reach the page of their conversation once the user has opened it;
             // until then the talk list counts them and the page reads them from the store.
             QObject::connect(

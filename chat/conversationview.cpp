@@ -276,7 +276,6 @@ void ConversationView::restoreUnseen(const QString& id, int count) {
     for (int i = 0; i < pendingUnseen_.size(); ++i)
         if (pendingUnseen_[i].first == id) pendingUnseen_.remove(i--);
     pendingUnseen_.append({id, count});
-    applyUnseen();
 }
 
 void ConversationView::applyUnseen() {

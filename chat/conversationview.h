@@ -43,8 +43,10 @@ public:
     void restoreTalkList();
     // What the user had not seen when the client last ran: the rows come first, newest
     // activity on top, with their counts, and nothing alerts again. Called in order of
-    // activity, oldest first.
+    // activity, oldest first; applyUnseen() then shows them all at once (rows that cannot
+    // be named yet wait for the tribes).
     void restoreUnseen(const QString& id, int count);
+    void applyUnseen();
     // The rows top to bottom as "id:unread".
     QStringList talkListState() const;
     // The page of a conversation, created on first use.
@@ -119,7 +121,6 @@ private:
     // Puts the row of `id` first with `count` unread, without alerting; false for a
     // conversation that cannot be named yet.
     bool raiseQuietly(const QString& id, int count);
-    void applyUnseen();
     void markSeen(const QString& id);
     void openPage(const QString& id);
     void alertUnlessMuted(const QString& id, const QString& name, int count);

@@ -317,6 +317,7 @@ void OpenIMManager::setMsgReady(bool ready) {
     const QVector<UnseenLedger::Entry> waiting = UnseenLedger::waiting();
     const qint64 read = clock.elapsed();
     for (const UnseenLedger::Entry& e : waiting) emit unseenWaiting(e.id, e.count);
+    emit unseenComplete();
     Logger::instance().write(
         QStringLiteral("unseen: %1 conversations back in %2 ms (%3 ms reading)")
             .arg(waiting.size())

@@ -156,6 +156,8 @@ signals:
     // At sign-in, per conversation with messages the user had not seen when the client
     // last ran, oldest activity first.
     void unseenWaiting(const QString& id, int count);
+    // After the last unseenWaiting of a sign-in.
+    void unseenComplete();
 
 public slots:
     void OnTimeout();
