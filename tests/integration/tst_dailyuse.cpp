@@ -9,6 +9,7 @@
 #include "../shell/faketraybackend.h"
 #include "../support/clientsignin.h"
 #include "../support/demobackend.h"
+#include "../support/quietshell.h"
 #include "base/at_exit.h"
 #include "conversationcontentinputedit.h"
 #include "conversationcontentinputview.h"
@@ -73,11 +74,7 @@ void TestDailyUse::initTestCase() {
     QVERIFY(OpenIMManager::instance()->init());
     window_ = startClient();
     tray_ = new FakeTrayBackend;
-    shell_ = new ShellServices(window_, ConfigStore::instance(), tray_, window_);
-    // The client under test is no release: the update check would ask about a newer one.
-    shell_->trigger()->setAsker([](QWidget*, const QString&) { return false; });
-    shell_->trigger()->setInformer([](QWidget*, const QString&) {});
-    shell_->tray()->setSoundPlayer([] {});
+    shell_ = attachQuietShell(window_, tray_);
     shell_->tray()->setAlertSource([] { return SystemTrayIcon::Alerts{true, true, true}; });
     QVERIFY(signInThroughLoginWindow(window_, me_.userName));
 

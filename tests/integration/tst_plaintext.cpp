@@ -30,6 +30,7 @@
 #include "../shell/faketraybackend.h"
 #include "../support/clientsignin.h"
 #include "../support/demobackend.h"
+#include "../support/quietshell.h"
 #include "base/at_exit.h"
 #include "conversationview.h"
 #include "directorystore.h"
@@ -242,10 +243,7 @@ void TestPlainText::initTestCase() {
     QVERIFY(OpenIMManager::instance()->init());
     window_ = startClient();
     tray_ = new FakeTrayBackend;
-    shell_ = new ShellServices(window_, ConfigStore::instance(), tray_, window_);
-    // The client under test is no release: the update check would ask about a newer one.
-    shell_->trigger()->setAsker([](QWidget*, const QString&) { return false; });
-    shell_->trigger()->setInformer([](QWidget*, const QString&) {});
+    shell_ = attachQuietShell(window_, tray_);
     QVERIFY(signInThroughLoginWindow(window_, me_.userName));
     QCOMPARE(DirectoryStore::instance().colleague(owner_.id)->displayName(), hostile_);
 
