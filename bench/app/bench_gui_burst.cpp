@@ -35,24 +35,19 @@
 #include <cstdio>
 #include <functional>
 
-#include "backendlistening.h"
+#include "demostack.h"
 #include "support/prosody_server.h"
 #include "support/prosody_trust.h"
+
+using bench::Account;
+using bench::runUntil;
+using bench::signIn;
 
 namespace {
 
 int messageCount() {
     const int scale = qEnvironmentVariableIntValue("QUELIX_BENCH_SCALE");
     return scale > 0 ? scale : 10000;
-}
-
-// Runs the event loop until `done` or the time is up.
-bool runUntil(const std::function<bool()>& done, int timeoutMs) {
-    QElapsedTimer clock;
-    clock.start();
-    while (!done() && clock.elapsed() < timeoutMs)
-        QCoreApplication::processEvents(QEventLoop::AllEvents, 5), QThread::msleep(1);
-    return done();
 }
 
 // User and system CPU of a process so far, in milliseconds.
@@ -177,28 +172,6 @@ int bareReceiver(const QStringList& args) {
     return QCoreApplication::exec();
 }
 
-struct Account {
-    QString userName, id, secret;
-};
-
-// A demo colleague's IM identity, from the back end's log-in reply.
-Account signIn(const QString& backend, const QString& userName) {
-    Account a;
-    a.userName = userName;
-    QNetworkAccessManager network;
-    QNetworkRequest request(QUrl(backend + "/work/checkIn.htm?m=MobileLogin"));
-    request.setHeader(QNetworkRequest::ContentTypeHeader, "application/x-www-form-urlencoded");
-    QNetworkReply* reply =
-        network.post(request, "username=" + userName.toUtf8() + "&password=quelix123&client=3");
-    runUntil([reply] { return reply->isFinished(); }, 20000);
-    const QJsonObject user =
-        QJsonDocument::fromJson(reply->readAll()).object().value("results").toObject();
-    reply->deleteLater();
-    a.id = user.value("id").toString();
-    a.secret = user.value("imSecret").toString();
-    return a;
-}
-
 void stop(QProcess& p) {
     if (p.state() == QProcess::NotRunning) return;
     p.terminate();
@@ -265,27 +238,12 @@ int main(int argc, char** argv) {
         return 1;
     }
     QProcess backend;
-    backend.start(QStringLiteral(QUELIX_BACKEND_BIN),
-                  QStringList{"--data-dir", scratch.filePath("backend"), "--seed-demo",
-                              "--pbkdf2-iterations", "1", "--port", "0", "--im-host",
-                              prosody.host(), "--im-port", QString::number(prosody.port()),
-                              "--im-domain", prosody.domain(), "--prosody-data", prosody.dataDir(),
-                              "--write-url-table", docs + "/Quelix/Resource/Text/UrlText.ini"} +
-                      backendTlsArguments(prosody.caFile(), prosody.certFile(), prosody.keyFile()));
-    QByteArray printed;
-    const QString url = waitForBackendUrl(backend, &printed);
-    if (url.isEmpty()) {
-        std::fprintf(stderr, "the back end did not start:\n%s\n", printed.constData());
-        return 1;
-    }
-    QProcess names;
-    names.start(QStringLiteral(QUELIX_BACKEND_BIN),
-                {"--data-dir", scratch.filePath("backend"), "--print-accounts", "3"});
-    names.waitForFinished(30000);
-    QStringList userNames;
-    for (const QByteArray& row : names.readAllStandardOutput().split('\n'))
-        if (!row.trimmed().isEmpty())
-            userNames << QString::fromUtf8(row.trimmed().split(' ').first());
+    const QString url = bench::startBackend(backend, QStringLiteral(QUELIX_BACKEND_BIN), prosody,
+                                            scratch.filePath("backend"),
+                                            docs + "/Quelix/Resource/Text/UrlText.ini");
+    if (url.isEmpty()) return 1;
+    const QStringList userNames =
+        bench::demoUserNames(QStringLiteral(QUELIX_BACKEND_BIN), scratch.filePath("backend"), 3);
     if (userNames.size() < 3) return 1;
     const Account me = signIn(url, userNames.at(0));
     const Account colleague = signIn(url, userNames.at(1));
@@ -296,13 +254,7 @@ int main(int argc, char** argv) {
     }
 
     // The client, remembered with automatic sign-in as a returning user's is.
-    QFile logins(docs + QStringLiteral("/Quelix/Config/LoginList.db"));
-    if (!logins.open(QIODevice::WriteOnly)) return 1;
-    logins.write(QStringLiteral("{\"AutoLogin\": \"%1\", \"LoginList\": [{\"username\": \"%1\", "
-                                "\"password\": \"quelix123\"}]}\n")
-                     .arg(me.userName)
-                     .toUtf8());
-    logins.close();
+    if (!bench::rememberForAutoLogin(docs, me.userName)) return 1;
     const int n = messageCount();
     QProcess client;
     QProcessEnvironment env = QProcessEnvironment::systemEnvironment();

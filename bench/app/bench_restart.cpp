@@ -19,7 +19,7 @@
 #include <cstdio>
 #include <functional>
 
-#include "backendlistening.h"
+#include "demostack.h"
 #include "store/message_store.h"
 #include "support/prosody_server.h"
 
@@ -27,29 +27,6 @@ namespace {
 
 constexpr int kConversations = 50;
 constexpr int kMessages = 100000;
-
-bool runUntil(const std::function<bool()>& done, int timeoutMs) {
-    QElapsedTimer clock;
-    clock.start();
-    while (!done()) {
-        if (clock.elapsed() > timeoutMs) return false;
-        QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
-    }
-    return true;
-}
-
-QString signIn(const QString& backend, const QString& userName) {
-    QNetworkAccessManager network;
-    QNetworkRequest request(QUrl(backend + "/work/checkIn.htm?m=MobileLogin"));
-    request.setHeader(QNetworkRequest::ContentTypeHeader, "application/x-www-form-urlencoded");
-    QNetworkReply* reply =
-        network.post(request, "username=" + userName.toUtf8() + "&password=quelix123&client=3");
-    runUntil([reply] { return reply->isFinished(); }, 20000);
-    const QJsonObject user =
-        QJsonDocument::fromJson(reply->readAll()).object().value("results").toObject();
-    reply->deleteLater();
-    return user.value("id").toString();
-}
 
 // The store a long-time user has: every conversation's history, seen, and conversation i
 // (0-based) with i + 1 messages shown but never looked at. Returns the talk list expected
@@ -117,30 +94,15 @@ int main(int argc, char** argv) {
     }
     QProcess backend;
     backend.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-    backend.start(QStringLiteral(QUELIX_BACKEND_BIN),
-                  QStringList{"--data-dir", scratch.filePath("backend"), "--seed-demo",
-                              "--pbkdf2-iterations", "1", "--port", "0", "--im-host",
-                              prosody.host(), "--im-port", QString::number(prosody.port()),
-                              "--im-domain", prosody.domain(), "--prosody-data", prosody.dataDir(),
-                              "--write-url-table", docs + "/Quelix/Resource/Text/UrlText.ini"} +
-                      backendTlsArguments(prosody.caFile(), prosody.certFile(), prosody.keyFile()));
-    QByteArray printed;
-    const QString url = waitForBackendUrl(backend, &printed);
-    if (url.isEmpty()) {
-        std::fprintf(stderr, "the back end did not start:\n%s\n", printed.constData());
-        return 1;
-    }
-    QProcess names;
-    names.start(QStringLiteral(QUELIX_BACKEND_BIN),
-                {"--data-dir", scratch.filePath("backend"), "--print-accounts",
-                 QString::number(kConversations + 1)});
-    names.waitForFinished(30000);
-    QStringList userNames;
-    for (const QByteArray& row : names.readAllStandardOutput().split('\n'))
-        if (!row.trimmed().isEmpty()) userNames << QString::fromUtf8(row.trimmed().split(' ')[0]);
+    const QString url = bench::startBackend(backend, QStringLiteral(QUELIX_BACKEND_BIN), prosody,
+                                            scratch.filePath("backend"),
+                                            docs + "/Quelix/Resource/Text/UrlText.ini");
+    if (url.isEmpty()) return 1;
+    const QStringList userNames = bench::demoUserNames(
+        QStringLiteral(QUELIX_BACKEND_BIN), scratch.filePath("backend"), kConversations + 1);
     if (userNames.size() < kConversations + 1) return 1;
     QStringList ids;
-    for (const QString& name : userNames) ids << signIn(url, name);
+    for (const QString& name : userNames) ids << bench::signIn(url, name).id;
     if (ids.contains(QString())) {
         std::fprintf(stderr, "the demo accounts did not sign in\n");
         return 1;
@@ -155,13 +117,7 @@ int main(int argc, char** argv) {
         std::fprintf(stderr, "the store could not be filled\n");
         return 1;
     }
-    QFile logins(docs + QStringLiteral("/Quelix/Config/LoginList.db"));
-    if (!logins.open(QIODevice::WriteOnly)) return 1;
-    logins.write(QStringLiteral("{\"AutoLogin\": \"%1\", \"LoginList\": [{\"username\": \"%1\", "
-                                "\"password\": \"quelix123\"}]}\n")
-                     .arg(userNames.first())
-                     .toUtf8());
-    logins.close();
+    if (!bench::rememberForAutoLogin(docs, userNames.first())) return 1;
 
     QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
     env.insert(QStringLiteral("HOME"), home);
@@ -181,7 +137,7 @@ int main(int argc, char** argv) {
         client.start(QStringLiteral(QUELIX_BINARY), {QStringLiteral("loader")});
         QByteArray seen, line;
         double first = -1;
-        const bool reached = runUntil(
+        const bool reached = bench::runUntil(
             [&] {
                 seen += client.readAllStandardError();
                 if (first < 0 && seen.contains("talk-list ")) first = double(clock.elapsed());
