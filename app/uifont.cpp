@@ -1,6 +1,8 @@
 #include "uifont.h"
 
 #include <QApplication>
+#include <QRegularExpression>
+#include <QWidget>
 #include <QtMath>
 
 namespace {
@@ -40,4 +42,24 @@ QFont UiFont::font(int designPixels) {
     QFont f = QApplication::font();
     f.setPixelSize(px(designPixels));
     return f;
+}
+
+QString UiFont::scaled(const QString& designSheet) {
+    if (instance().chosen_ <= 0) return designSheet;
+    static const QRegularExpression size(QStringLiteral("font-size:\\s*(\\d+)px"));
+    QString out;
+    int from = 0;
+    for (auto it = size.globalMatch(designSheet); it.hasNext();) {
+        const QRegularExpressionMatch m = it.next();
+        out += designSheet.mid(from, m.capturedStart() - from);
+        out += QStringLiteral("font-size:%1px").arg(px(m.captured(1).toInt()));
+        from = m.capturedEnd();
+    }
+    return out + designSheet.mid(from);
+}
+
+void UiFont::keepStyled(QWidget* widget, const QString& designSheet) {
+    widget->setStyleSheet(scaled(designSheet));
+    connect(&instance(), &UiFont::changed, widget,
+            [widget, designSheet] { widget->setStyleSheet(scaled(designSheet)); });
 }

@@ -3,6 +3,8 @@
 #include <QFont>
 #include <QObject>
 
+class QWidget;
+
 // The size of the client's text, as the settings page chooses it. Widgets give their text
 // sizes in design pixels, the sizes at the settings' "中" (14 px); a size the user picks
 // scales them all and is the application font's size, so text without a size of its own
@@ -28,6 +30,10 @@ public:
     static int px(int designPixels);
     // The application font at px(designPixels).
     static QFont font(int designPixels);
+    // A style sheet with every "font-size:Npx" taken as a design size and scaled.
+    static QString scaled(const QString& designSheet);
+    // Sets scaled(designSheet) on the widget now and again whenever the size changes.
+    static void keepStyled(QWidget* widget, const QString& designSheet);
 
 signals:
     void changed();

@@ -23,16 +23,17 @@
 #include "passwordvault.h"
 #include "plaintext.h"
 #include "requester.h"
+#include "uifont.h"
 
 namespace {
 const char* const kBtnIdle = ":/resource/LoginWindow/login-btn1.png";
 const char* const kBtnBusy = ":/resource/LoginWindow/login-btn2.png";
 
 QString buttonStyle(const char* image) {
-    return QStringLiteral(
-               "QPushButton#m_btnLogin{border-image:url(%1);color:#ffffff;font-size:15px;}"
-               "QPushButton#m_btnLogin:disabled{color:#eef5fe;}")
-        .arg(QLatin1String(image));
+    return UiFont::scaled(
+        QStringLiteral("QPushButton#m_btnLogin{border-image:url(%1);color:#ffffff;font-size:15px;}"
+                       "QPushButton#m_btnLogin:disabled{color:#eef5fe;}")
+            .arg(QLatin1String(image)));
 }
 
 // The pages for a forgotten password and for joining live on the company's work site.
@@ -124,11 +125,11 @@ LoginView::LoginView(QWidget* parent)
     waiting_->setAlignment(Qt::AlignCenter);
     waiting_->hide();
 
-    frame->setStyleSheet(
-        frame->styleSheet() +
-        QStringLiteral("QComboBox,QLineEdit{min-height:34px;border:1px solid #d5dde6;"
-                       "border-radius:4px;padding-left:8px;font-size:14px;}"
-                       "QComboBox:focus,QLineEdit:focus{border-color:#2d8cf0;}"));
+    frame->setStyleSheet(frame->styleSheet() +
+                         UiFont::scaled(QStringLiteral(
+                             "QComboBox,QLineEdit{min-height:34px;border:1px solid #d5dde6;"
+                             "border-radius:4px;padding-left:8px;font-size:14px;}"
+                             "QComboBox:focus,QLineEdit:focus{border-color:#2d8cf0;}")));
 
     auto* form = new QVBoxLayout(frame);
     form->setContentsMargins(0, 0, 0, 12);

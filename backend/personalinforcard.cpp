@@ -10,6 +10,7 @@
 #include "colleague.h"
 #include "directorystore.h"
 #include "plaintext.h"
+#include "uifont.h"
 
 PersonalInforCard::PersonalInforCard(QWidget* parent, DirectoryStore* store,
                                      AvatarPixmapCache* avatars)
@@ -32,7 +33,7 @@ PersonalInforCard::PersonalInforCard(QWidget* parent, DirectoryStore* store,
         "padding:6px 14px;} QPushButton:hover{background-color:#5aa0ea;}"));
     avatar_->setFixedSize(kAvatar, kAvatar);
     name_->setObjectName(QStringLiteral("cardName"));
-    name_->setStyleSheet(QStringLiteral("QLabel{font-size:18px;font-weight:bold;}"));
+    UiFont::keepStyled(name_, QStringLiteral("QLabel{font-size:18px;font-weight:bold;}"));
     state_->setObjectName(QStringLiteral("cardState"));
     for (QLabel* l : {dept_, mobile_, email_})
         l->setTextInteractionFlags(Qt::TextSelectableByMouse);

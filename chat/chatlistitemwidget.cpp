@@ -33,9 +33,11 @@ ChatListItemWidget::ChatListItemWidget(const QString& id, const QString& name, Q
     mutedMark_ = plaintext::label(QStringLiteral("免打扰"), this);
     mutedMark_->setObjectName(QStringLiteral("mutedMark"));
     mutedMark_->setToolTip(QStringLiteral("已开启消息免打扰"));
-    mutedMark_->setStyleSheet(QStringLiteral(
-        "QLabel{color:#9aa5b1;font-size:11px;border:1px solid #c8ced6;border-radius:3px;"
-        "padding:0 2px;background:transparent;}"));
+    UiFont::keepStyled(
+        mutedMark_,
+        QStringLiteral(
+            "QLabel{color:#9aa5b1;font-size:11px;border:1px solid #c8ced6;border-radius:3px;"
+            "padding:0 2px;background:transparent;}"));
     mutedMark_->hide();
     remove_ = new QPushButton(this);
     remove_->setObjectName(QStringLiteral("removeConversation"));

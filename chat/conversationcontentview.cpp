@@ -7,6 +7,7 @@
 #include <atomic>
 
 #include "directorystore.h"
+#include "uifont.h"
 
 namespace {
 std::atomic<bool> g_online{false};
@@ -32,7 +33,8 @@ ConversationContentView::ConversationContentView(const QString& id, bool isTribe
     title_ = new QLabel(this);
     title_->setObjectName(QStringLiteral("conversationTitle"));
     title_->setTextFormat(Qt::PlainText);
-    title_->setStyleSheet(
+    UiFont::keepStyled(
+        title_,
         QStringLiteral("QLabel#conversationTitle{color:#1f2d3d;font-size:15px;padding:10px 16px;"
                        "border-bottom:1px solid #dfe8ef;background:#f9fafc;}"));
     auto* layout = new QVBoxLayout(this);

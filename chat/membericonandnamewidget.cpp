@@ -5,6 +5,7 @@
 #include <QMouseEvent>
 
 #include "plaintext.h"
+#include "uifont.h"
 
 MemberIconAndNameWidget::MemberIconAndNameWidget(QWidget* parent)
     : QWidget(parent),
@@ -18,7 +19,7 @@ MemberIconAndNameWidget::MemberIconAndNameWidget(QWidget* parent)
                        "QLabel{background:transparent;}"));
     avatar_->setFixedSize(28, 28);
     mark_->setText(QStringLiteral("群主"));
-    mark_->setStyleSheet(QStringLiteral("QLabel{color:#FFA54F;font-size:11px;}"));
+    mark_->setStyleSheet(UiFont::scaled(QStringLiteral("QLabel{color:#FFA54F;font-size:11px;}")));
     auto* layout = new QHBoxLayout(this);
     layout->setContentsMargins(6, 2, 6, 2);
     layout->addWidget(avatar_);

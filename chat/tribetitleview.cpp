@@ -5,6 +5,7 @@
 #include <QPushButton>
 
 #include "plaintext.h"
+#include "uifont.h"
 
 TribeTitleView::TribeTitleView(QWidget* parent)
     : QWidget(parent),
@@ -13,7 +14,8 @@ TribeTitleView::TribeTitleView(QWidget* parent)
       task_(new QPushButton(QStringLiteral("查看任务"), this)),
       quit_(new QPushButton(QStringLiteral("退出群"), this)) {
     setObjectName(QStringLiteral("tribeTitleView"));
-    name_->setStyleSheet(QStringLiteral("QLabel{font-size:16px;font-weight:bold;color:#333;}"));
+    UiFont::keepStyled(name_,
+                       QStringLiteral("QLabel{font-size:16px;font-weight:bold;color:#333;}"));
     talk_->setObjectName(QStringLiteral("tribeTalk"));
     task_->setObjectName(QStringLiteral("tribeTask"));
     quit_->setObjectName(QStringLiteral("tribeQuit"));

@@ -7,6 +7,7 @@
 #include <QVBoxLayout>
 
 #include "configstore.h"
+#include "uifont.h"
 
 AboutQuelix::AboutQuelix(QWidget* parent) : QDialog(parent) {
     setObjectName(QStringLiteral("aboutQuelix"));
@@ -18,7 +19,7 @@ AboutQuelix::AboutQuelix(QWidget* parent) : QDialog(parent) {
     v->addWidget(icon);
     auto* name = new QLabel(QStringLiteral("Quelix"), this);
     name->setAlignment(Qt::AlignCenter);
-    name->setStyleSheet(QStringLiteral("QLabel{font-size:18px;color:#1f2d3d;}"));
+    name->setStyleSheet(UiFont::scaled(QStringLiteral("QLabel{font-size:18px;color:#1f2d3d;}")));
     v->addWidget(name);
     auto* version =
         new QLabel(QStringLiteral("版本 %1").arg(QLatin1String(ConfigStore::kVersion)), this);

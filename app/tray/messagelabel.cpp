@@ -9,6 +9,7 @@
 #include <QVBoxLayout>
 
 #include "plaintext.h"
+#include "uifont.h"
 
 MessageLabel::MessageLabel(QWidget* parent)
     : QWidget(parent, Qt::Tool | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint) {
@@ -18,7 +19,10 @@ MessageLabel::MessageLabel(QWidget* parent)
     setAttribute(Qt::WA_ShowWithoutActivating);
     setStyleSheet(
         QStringLiteral("QWidget#messageLabel{background-color:#ffffff;border:1px solid #d5dde6;}"));
-    setFixedSize(280, 76);
+    // Grows with the text it shows.
+    const auto size = [this] { setFixedSize(UiFont::px(280), UiFont::px(76)); };
+    size();
+    connect(&UiFont::instance(), &UiFont::changed, this, size);
     setCursor(Qt::PointingHandCursor);
     auto* h = new QHBoxLayout(this);
     h->setContentsMargins(12, 10, 12, 10);
@@ -28,9 +32,9 @@ MessageLabel::MessageLabel(QWidget* parent)
     h->addWidget(avatar_);
     auto* v = new QVBoxLayout;
     name_ = plaintext::label(QString(), this);
-    name_->setStyleSheet(QStringLiteral("QLabel{color:#1f2d3d;font-size:14px;}"));
+    UiFont::keepStyled(name_, QStringLiteral("QLabel{color:#1f2d3d;font-size:14px;}"));
     summary_ = plaintext::label(QString(), this);
-    summary_->setStyleSheet(QStringLiteral("QLabel{color:#8492a6;font-size:12px;}"));
+    UiFont::keepStyled(summary_, QStringLiteral("QLabel{color:#8492a6;font-size:12px;}"));
     v->addWidget(name_);
     v->addWidget(summary_);
     h->addLayout(v, 1);

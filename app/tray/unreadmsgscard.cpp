@@ -12,6 +12,7 @@
 #include <QVBoxLayout>
 
 #include "plaintext.h"
+#include "uifont.h"
 
 namespace {
 // A bounded card: beyond this many rows the oldest conversations wait in the talk list.
@@ -124,9 +125,11 @@ void UnreadMsgsCard::rebuild() {
         auto* text = new QVBoxLayout;
         text->setSpacing(1);
         auto* name = plaintext::label(e.name, row);
-        name->setStyleSheet(QStringLiteral("QLabel{color:#1f2d3d;font-size:13px;}"));
+        name->setStyleSheet(
+            UiFont::scaled(QStringLiteral("QLabel{color:#1f2d3d;font-size:13px;}")));
         auto* summary = plaintext::label(QString(), row);
-        summary->setStyleSheet(QStringLiteral("QLabel{color:#8492a6;font-size:12px;}"));
+        summary->setStyleSheet(
+            UiFont::scaled(QStringLiteral("QLabel{color:#8492a6;font-size:12px;}")));
         summary->setText(summary->fontMetrics().elidedText(e.summary, Qt::ElideRight, 160));
         text->addWidget(name);
         text->addWidget(summary);

@@ -18,6 +18,7 @@
 #include "manager.h"
 #include "plaintext.h"
 #include "prompts.h"
+#include "uifont.h"
 
 namespace qx_output {
 
@@ -91,7 +92,7 @@ FileMsgItem::FileMsgItem(const MessageEntry& e, QWidget* parent) : BaseItem(e, p
     name_->setToolTip(plaintext::toolTip(fileName_));
     status_ = new QLabel(this);
     status_->setTextFormat(Qt::PlainText);
-    status_->setStyleSheet(QStringLiteral("QLabel{color:#888888;font-size:12px;}"));
+    status_->setStyleSheet(UiFont::scaled(QStringLiteral("QLabel{color:#888888;font-size:12px;}")));
     progress_ = new QProgressBar(this);
     progress_->setTextVisible(false);
     progress_->setRange(0, 100);

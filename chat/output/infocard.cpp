@@ -6,6 +6,7 @@
 
 #include "baseitem.h"
 #include "directorystore.h"
+#include "uifont.h"
 
 namespace qx_output {
 
@@ -19,7 +20,7 @@ InfoCard::InfoCard(QWidget* parent) : QFrame(parent) {
     avatar_->setFixedSize(48, 48);
     name_ = new QLabel(this);
     name_->setTextFormat(Qt::PlainText);
-    name_->setStyleSheet(QStringLiteral("QLabel{font-size:15px;font-weight:bold;}"));
+    UiFont::keepStyled(name_, QStringLiteral("QLabel{font-size:15px;font-weight:bold;}"));
     dept_ = new QLabel(this);
     dept_->setTextFormat(Qt::PlainText);
     dept_->setStyleSheet(QStringLiteral("QLabel{color:#888888;}"));

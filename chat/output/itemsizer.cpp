@@ -19,6 +19,11 @@ const QSize ItemSizer::kPersonalCard(220, 84);
 
 int ItemSizer::textPixelSize() { return UiFont::px(14); }
 
+// Cards are mostly text: they grow with it.
+QSize ItemSizer::card(const QSize& design) {
+    return QSize(UiFont::px(design.width()), UiFont::px(design.height()));
+}
+
 int ItemSizer::namePixelSize() { return UiFont::px(12); }
 
 QFont ItemSizer::textFont() {
@@ -81,16 +86,16 @@ void ItemSizer::measure(MessageEntry& e, int viewWidth) {
             }
             break;
         case MessageEntry::File:
-            e.content = kFileCard;
+            e.content = card(kFileCard);
             break;
         case MessageEntry::Task:
-            e.content = kTaskCard;
+            e.content = card(kTaskCard);
             break;
         case MessageEntry::Table:
-            e.content = kTableCard;
+            e.content = card(kTableCard);
             break;
         case MessageEntry::Card:
-            e.content = kPersonalCard;
+            e.content = card(kPersonalCard);
             break;
         case MessageEntry::Separator:
         case MessageEntry::Tip:

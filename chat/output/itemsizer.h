@@ -31,6 +31,8 @@ public:
     static QFont textFont();
     static int textPixelSize();
     static int namePixelSize();
+    // A card's design size at the user's font size.
+    static QSize card(const QSize& design);
     static int nameHeight() { return namePixelSize() + 6; }
     static int maxContentWidth(int viewWidth);
     // The laid-out size of rich text no wider than maxWidth.

@@ -8,6 +8,7 @@
 #include "basemsg.h"
 #include "colleague.h"
 #include "directorystore.h"
+#include "uifont.h"
 
 namespace qx_output {
 
@@ -48,10 +49,11 @@ PersonalCardItem::PersonalCardItem(const MessageEntry& e, QWidget* parent) : Bas
     auto* layout = new QVBoxLayout(card_);
     layout->setContentsMargins(0, 0, 0, 0);
     layout->setSpacing(4);
-    layout->addWidget(plain(QStringLiteral("个人名片"), card_,
-                            QStringLiteral("QLabel{color:#888888;font-size:12px;}")));
     layout->addWidget(
-        plain(name, card_, QStringLiteral("QLabel{font-weight:bold;font-size:14px;}")));
+        plain(QStringLiteral("个人名片"), card_,
+              UiFont::scaled(QStringLiteral("QLabel{color:#888888;font-size:12px;}"))));
+    layout->addWidget(plain(
+        name, card_, UiFont::scaled(QStringLiteral("QLabel{font-weight:bold;font-size:14px;}"))));
     layout->addWidget(plain(dept, card_, QStringLiteral("QLabel{color:#666;}")));
     open_ = new QPushButton(QStringLiteral("查看名片"), card_);
     open_->setCursor(Qt::PointingHandCursor);

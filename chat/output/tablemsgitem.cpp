@@ -9,6 +9,7 @@
 
 #include "cardurls.h"
 #include "manager.h"
+#include "uifont.h"
 
 namespace qx_output {
 
@@ -31,7 +32,8 @@ TableMsgItem::TableMsgItem(const MessageEntry& e, QWidget* parent) : BaseItem(e,
     layout->setSpacing(4);
     auto* top = new QHBoxLayout;
     QLabel* title = plain(o.value(QStringLiteral("title")).toString(), card_);
-    title->setStyleSheet(QStringLiteral("QLabel{font-weight:bold;font-size:14px;}"));
+    title->setStyleSheet(
+        UiFont::scaled(QStringLiteral("QLabel{font-weight:bold;font-size:14px;}")));
     top->addWidget(title, 1);
     const QString exceed = number(o.value(QStringLiteral("exceed")));
     if (!exceed.isEmpty() && exceed != QLatin1String("0")) {

@@ -11,6 +11,7 @@
 #include "manager.h"
 #include "plaintext.h"
 #include "taskreadflags.h"
+#include "uifont.h"
 
 namespace qx_output {
 
@@ -18,11 +19,11 @@ namespace {
 const char* const kEvents[] = {"创建了任务",    "指派给了",      "回复了任务",    "取消了任务",
                                "修改为 待处理", "修改为 处理中", "修改为 暂停中", "修改为 已完成"};
 
-QLabel* plain(const QString& text, QWidget* parent, const char* style = nullptr) {
+QLabel* plain(const QString& text, QWidget* parent, const QString& style = QString()) {
     auto* label = new QLabel(parent);
     label->setTextFormat(Qt::PlainText);
     label->setText(text);
-    if (style) label->setStyleSheet(QLatin1String(style));
+    if (!style.isEmpty()) label->setStyleSheet(style);
     return label;
 }
 }  // namespace
@@ -64,13 +65,15 @@ TaskMsgItem::TaskMsgItem(const MessageEntry& e, QWidget* parent) : BaseItem(e, p
     // A reply's first words, on the card's one status line (the page has the whole reply).
     const QString reply = o.value(QStringLiteral("reply")).toString().simplified();
     if (!reply.isEmpty()) line += QStringLiteral("：") + reply;
-    QLabel* status = plain(QString(), card_, "QLabel{color:#888888;font-size:12px;}");
-    status->setText(
-        status->fontMetrics().elidedText(line, Qt::ElideRight, ItemSizer::kTaskCard.width() - 8));
+    QLabel* status = plain(QString(), card_,
+                           UiFont::scaled(QStringLiteral("QLabel{color:#888888;font-size:12px;}")));
+    status->setText(status->fontMetrics().elidedText(
+        line, Qt::ElideRight, ItemSizer::card(ItemSizer::kTaskCard).width() - 8));
     status->setToolTip(plaintext::toolTip(reply));
     layout->addWidget(status);
-    QLabel* title = plain(o.value(QStringLiteral("title")).toString(), card_,
-                          "QLabel{font-weight:bold;font-size:14px;}");
+    QLabel* title =
+        plain(o.value(QStringLiteral("title")).toString(), card_,
+              UiFont::scaled(QStringLiteral("QLabel{font-weight:bold;font-size:14px;}")));
     title->setWordWrap(true);
     layout->addWidget(title);
     layout->addWidget(plain(
@@ -80,7 +83,8 @@ TaskMsgItem::TaskMsgItem(const MessageEntry& e, QWidget* parent) : BaseItem(e, p
     // The viewer's own flag from the back end; until it is known, what the card says.
     TaskReadFlags* flags = Manager::instance()->readFlags();
     const int known = flags->flag(taskId_);
-    readLabel_ = plain(QString(), card_, "QLabel{color:#53B353;font-size:12px;}");
+    readLabel_ = plain(QString(), card_,
+                       UiFont::scaled(QStringLiteral("QLabel{color:#53B353;font-size:12px;}")));
     readLabel_->setObjectName(QStringLiteral("taskReadState"));
     setRead(known < 0 ? o.value(QStringLiteral("isRead")).toBool() : known == 1);
     connect(flags, &TaskReadFlags::changed, this, [this](const QString& taskId, bool read) {

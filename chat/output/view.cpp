@@ -544,8 +544,22 @@ void View::remeasure(int width) {
 
 void View::fontChanged() {
     // Every text row is measured anew, and every row's widget is rebuilt with the new size.
-    for (int r = 1; r < list_->count(); ++r)
-        if (EntryItem* item = list_->entryAt(r)) item->entry.measuredFor = -1;
+    // Cards take their size from the font; pictures and tips do not.
+    for (int r = 1; r < list_->count(); ++r) {
+        EntryItem* item = list_->entryAt(r);
+        if (!item) continue;
+        item->entry.measuredFor = -1;
+        switch (item->entry.kind) {
+            case MessageEntry::File:
+            case MessageEntry::Task:
+            case MessageEntry::Table:
+            case MessageEntry::Card:
+                ItemSizer::measure(item->entry, measuredWidth_);
+                break;
+            default:
+                break;
+        }
+    }
     if (isVisible() && measuredWidth_ > 0)
         remeasure(measuredWidth_);
     else

@@ -331,8 +331,8 @@ void TestTray::downloadFolderShownIsTheOneUsed() {
     QVERIFY(store.settings().save());
 }
 
-// The size chosen on the settings page reaches a message row's text, a talk-list row's name
-// and the input; "跟随系统" puts every one back as it was.
+// The size chosen on the settings page reaches a message row's text, a talk-list row's name,
+// the input, the tray's pop-up and a card; "跟随系统" puts every one back as it was.
 void TestTray::fontSizeReachesTheTextAndTheSystemsComesBack() {
     ConfigStore& store = ConfigStore::instance();
     MainWindow window(store);
@@ -365,19 +365,45 @@ void TestTray::fontSizeReachesTheTextAndTheSystemsComesBack() {
     QVERIFY(name);
     ConversationContentInputEdit input;
     input.show();
+    // The tray's pop-up and a file card: texts with sizes of their own, in boxes of their own.
+    MessageLabel popup;
+    popup.showMessage(QStringLiteral("102"), QStringLiteral("李娜"), QStringLiteral("你好"),
+                      QString());
+    const auto findPopupName = [&popup]() -> QLabel* {
+        for (QLabel* l : popup.findChildren<QLabel*>())
+            if (l->text() == QStringLiteral("李娜")) return l;
+        return nullptr;
+    };
+    QTRY_VERIFY(findPopupName());
+    QLabel* popupName = findPopupName();
+    BaseMsg::MMessage file = m;
+    file.msgId = 2;
+    file.kind = BaseMsg::MediaFile;
+    file.mediaPath = QStringLiteral("/tmp/报告.pdf");
+    output.addMessage(file);
+    file.msgId = 3;
+    file.kind = BaseMsg::Text;
+    output.addMessage(file);  // the text row stays the last one
 
     struct Sizes {
         QFont text;
         int rowHeight;
         QFont name;
         QFont input;
+        int popupText;
+        int popupHeight;
+        int fileRowHeight;
     };
     const auto now = [&] {
         QApplication::processEvents();
-        return Sizes{
-            messageRow()->edit()->document()->defaultFont(),
-            output.listWidget()->entryAt(output.listWidget()->count() - 1)->sizeHint().height(),
-            name->font(), input.font()};
+        qx_output::ListWidget* list = output.listWidget();
+        return Sizes{messageRow()->edit()->document()->defaultFont(),
+                     list->entryAt(list->count() - 1)->sizeHint().height(),
+                     name->font(),
+                     input.font(),
+                     QFontInfo(popupName->font()).pixelSize(),
+                     popup.height(),
+                     list->entryAt(list->count() - 2)->sizeHint().height()};
     };
     QTRY_VERIFY(messageRow() && now().rowHeight > 0);
     const Sizes system = now();
@@ -389,6 +415,9 @@ void TestTray::fontSizeReachesTheTextAndTheSystemsComesBack() {
     QVERIFY(large.rowHeight > system.rowHeight);
     QVERIFY(QFontInfo(large.name).pixelSize() > QFontInfo(system.name).pixelSize());
     QCOMPARE(QFontInfo(large.input).pixelSize(), 18);
+    QCOMPARE(large.popupText, 18);
+    QVERIFY(large.popupHeight > system.popupHeight);
+    QVERIFY(large.fileRowHeight > system.fileRowHeight);
 
     size->setCurrentIndex(size->findData(0));
     QTRY_VERIFY(messageRow());
@@ -397,6 +426,9 @@ void TestTray::fontSizeReachesTheTextAndTheSystemsComesBack() {
     QCOMPARE(back.rowHeight, system.rowHeight);
     QCOMPARE(back.name, system.name);
     QCOMPARE(back.input, system.input);
+    QCOMPARE(back.popupText, system.popupText);
+    QCOMPARE(back.popupHeight, system.popupHeight);
+    QCOMPARE(back.fileRowHeight, system.fileRowHeight);
     QCOMPARE(QApplication::font(), UiFont::systemFont());
 }
 
