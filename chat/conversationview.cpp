@@ -23,6 +23,7 @@
 #include "globalhotkey.h"
 #include "logger.h"
 #include "mainviewdelegate.h"
+#include "manager.h"
 #include "personalcarditem.h"
 #include "screenmetrics.h"
 #include "screenshotview.h"
@@ -112,6 +113,8 @@ ConversationView::ConversationView(QWidget* parent) : QSplitter(Qt::Horizontal, 
     connect(&netTimer_, &QTimer::timeout, this, &ConversationView::netTipTimeout);
     connect(&quelix::AvatarManager::instance(), &quelix::AvatarManager::signal_ReceiveAvatar, this,
             &ConversationView::UpdateUserIcon);
+    connect(qx_output::Manager::instance(), &qx_output::Manager::muteRequested, this,
+            &ConversationView::setMuted);
 
     if (QAbstractEventDispatcher* dispatcher = QAbstractEventDispatcher::instance())
         dispatcher->installNativeEventFilter(this);
@@ -419,7 +422,9 @@ void ConversationView::alertUnlessMuted(const QString& id, const QString& name, 
 void ConversationView::setMuted(const QString& id, bool muted) {
     ledger_.setMuted(id, muted);
     const int row = rowOf(id);
-    if (row >= 0) rowWidget(row)->setMuted(TalkListLedger::isMuted(id));
+    const bool now = TalkListLedger::isMuted(id);
+    if (row >= 0) rowWidget(row)->setMuted(now);
+    emit qx_output::Manager::instance()->muteChanged(id, now);
 }
 
 int ConversationView::totalUnread() const {

@@ -2,11 +2,13 @@
 
 #include <QWidget>
 
+class QCheckBox;
 class QLabel;
 class QPushButton;
 
 // The head of an open tribe: its name and the actions on it. It only forwards: the page
-// opens the conversation, the task page and the dissolve-or-leave question.
+// opens the conversation, the task page and the dissolve-or-leave question; the mute box asks
+// the talk list, which keeps the mute list.
 class TribeTitleView : public QWidget {
     Q_OBJECT
 public:
@@ -21,6 +23,9 @@ public:
     QPushButton* talkButton() const { return talk_; }
     QPushButton* taskButton() const { return task_; }
     QPushButton* quitButton() const { return quit_; }
+    QCheckBox* muteBox() const { return mute_; }
+    // Shows the muted state without asking for a change.
+    void showMuted(bool muted);
 
 signals:
     void talkingInChat(const QString& tribeId);
@@ -38,4 +43,5 @@ private:
     QPushButton* talk_;
     QPushButton* task_;
     QPushButton* quit_;
+    QCheckBox* mute_;
 };

@@ -49,6 +49,10 @@ public:
     // in for buttons outside the message list.
     void openTaskPage(const QString& url) { emit openTaskSignal(url); }
 
+    // Mutes or unmutes a conversation from anywhere; the talk list applies and keeps it
+    // and says so with muteChanged.
+    void requestMute(const QString& id, bool muted) { emit muteRequested(id, muted); }
+
 signals:
     void createTaskSignal(const QString& strUrl);
     void openTaskSignal(const QString& strUrl);
@@ -63,6 +67,8 @@ signals:
     void setAtTextHiddenSignal(const QString& id, bool isHidden);
     // The user asked to send again a message that was not sent.
     void resendRequested(const BaseMsg::MMessage& msg);
+    void muteRequested(const QString& id, bool muted);
+    void muteChanged(const QString& id, bool muted);
 
 private:
     explicit Manager(QObject* parent = nullptr);

@@ -1,5 +1,6 @@
 #include <QtTest>
 
+#include <QCheckBox>
 #include <QLabel>
 #include <QListWidget>
 #include <QMenu>
@@ -12,6 +13,7 @@
 #include "directorystore.h"
 #include "mainviewdelegate.h"
 #include "resources.h"
+#include "tribetitleview.h"
 
 namespace {
 // Stands in for the main window: records what the talk list reports to the shell.
@@ -154,16 +156,29 @@ void TestConversationView::mutedConversationsCountButNeverRing() {
     again.showConversation("900", 1);
     QCOMPARE(shell_.alerts.size(), 1);
 
-    // Unmuted from the menu (checked now): alerts again, the mark goes, the file empties.
+    // The tribe's title shows it muted; unmuted from the row's menu (checked now): alerts
+    // again, the mark and the title's tick go, the file empties.
+    TribeTitleView title;
+    title.setTribe("900", QStringLiteral("Quelix 项目"), false);
+    QVERIFY(title.muteBox()->isChecked());
     QScopedPointer<QMenu> second(row("900")->makeMenu(nullptr));
     QAction* unmute = second->findChild<QAction*>("muteAction");
     QVERIFY(unmute->isChecked());
     unmute->trigger();
     QVERIFY(!row("900")->isMuted() && row("900")->mutedMark()->isHidden());
+    QVERIFY(!title.muteBox()->isChecked());
     QVERIFY(saved.load());
     QVERIFY(saved.entries.isEmpty());
     view.showConversation("900", 1);
     QCOMPARE(shell_.alerts.last(), QString("900 Quelix 项目 5"));
+
+    // The title's box mutes as the menu does, row and file alike.
+    title.muteBox()->click();
+    QVERIFY(row("900")->isMuted());
+    QVERIFY(saved.load());
+    QCOMPARE(saved.entries.size(), 1);
+    title.muteBox()->click();
+    QVERIFY(!row("900")->isMuted());
 }
 
 void TestConversationView::removingTheCurrentConversationSelectsTheTop() {
