@@ -20,6 +20,8 @@
 #include "updatepublisher.h"
 #include "uploadreceiver.h"
 
+#include "sdk/endpoint_list.h"
+
 #include <httplib.h>
 
 #include <QDir>
@@ -409,8 +411,12 @@ void BackendServer::login(const httplib::Request& req, httplib::Response& res) {
     user.insert(QStringLiteral("authSeconds"), QString::number(sessions_->lifetimeSeconds()));
     user.insert(QStringLiteral("imAccount"), QString::number(userId));
     user.insert(QStringLiteral("imDomain"), options_.imDomain);
-    user.insert(QStringLiteral("imHost"), options_.imHost);
-    user.insert(QStringLiteral("imPort"), QString::number(options_.imPort));
+    // The first endpoint where a client that knows one looks; every endpoint, in order, for
+    // a client that can move to the next node when one is down.
+    const EndpointList endpoints = EndpointList::parse(options_.imHost, options_.imPort);
+    user.insert(QStringLiteral("imHost"), endpoints.current().host);
+    user.insert(QStringLiteral("imPort"), QString::number(endpoints.current().port));
+    user.insert(QStringLiteral("imHosts"), endpoints.toString());
     // The back end's own IM account: the client believes membership notices from it only.
     user.insert(QStringLiteral("imAuthority"), options_.imAuthority);
     user.insert(QStringLiteral("iosVersion"), QString());

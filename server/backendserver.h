@@ -35,6 +35,8 @@ class BackendServer {
 public:
     struct Options {
         QString publicUrl;  // base of the links we hand out; empty: http://<host>:<port>
+        // One host, or a cluster's nodes as "host[:port],host[:port]"; imPort for hosts
+        // without a port of their own.
         QString imHost = QStringLiteral("127.0.0.1");
         int imPort = 5222;
         QString imDomain = QStringLiteral("localhost");

@@ -7,6 +7,8 @@
 #include "prosodystoreprovisioner.h"
 #include "roomkeeper.h"
 
+#include "sdk/endpoint_list.h"
+
 #include <QCommandLineParser>
 #include <QCoreApplication>
 #include <QDir>
@@ -70,8 +72,11 @@ int main(int argc, char** argv) {
     const QCommandLineOption publicUrl(QStringLiteral("public-url"),
                                        QStringLiteral("Base address of links handed out."),
                                        QStringLiteral("url"));
-    const QCommandLineOption imHost(QStringLiteral("im-host"), QStringLiteral("XMPP server host."),
-                                    QStringLiteral("host"), QStringLiteral("127.0.0.1"));
+    const QCommandLineOption imHost(
+        QStringLiteral("im-host"),
+        QStringLiteral("XMPP server host, or a cluster's nodes as host[:port],host[:port] (tried "
+                       "in order; --im-port for those without a port)."),
+        QStringLiteral("hosts"), QStringLiteral("127.0.0.1"));
     const QCommandLineOption imPort(QStringLiteral("im-port"), QStringLiteral("XMPP client port."),
                                     QStringLiteral("port"), QStringLiteral("5222"));
     const QCommandLineOption imDomain(QStringLiteral("im-domain"), QStringLiteral("XMPP domain."),
@@ -159,6 +164,14 @@ int main(int argc, char** argv) {
                        maxConnections, maxPerAddress, requestTimeout, tlsCert,           tlsKey});
     parser.process(app);
 
+    {
+        QString problem;
+        if (EndpointList::parse(parser.value(imHost), parser.value(imPort).toInt(), &problem)
+                .isEmpty()) {
+            err << "--im-host: " << problem << Qt::endl;
+            return 1;
+        }
+    }
     const QString data = QDir(parser.value(dataDir)).absolutePath();
     if (!QDir().mkpath(data)) {
         err << "cannot create " << data << Qt::endl;

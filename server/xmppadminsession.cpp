@@ -26,6 +26,10 @@ QString presenceKey(const QString& occupantJid) {
 
 XmppAdminSession::XmppAdminSession(const Settings& settings, QObject* parent)
     : QObject(parent), settings_(settings) {
+    QString problem;
+    endpoints_ = EndpointList::parse(settings.host, settings.port, &problem);
+    if (endpoints_.isEmpty())
+        qWarning("rooms: XMPP session: no server to reach: %s", qPrintable(problem));
     retry_.setSingleShot(true);
     connect(&retry_, &QTimer::timeout, this, &XmppAdminSession::connectNow);
 }
@@ -77,12 +81,13 @@ void XmppAdminSession::createClient() {
 
 void XmppAdminSession::connectNow() {
     if (!running_ || (client_ && client_->state() != QXmppClient::DisconnectedState)) return;
+    if (endpoints_.isEmpty()) return;
     createClient();
     QXmppConfiguration config;
     config.setJid(settings_.jid);
     config.setPassword(settings_.secret);
-    config.setHost(settings_.host);
-    config.setPort(settings_.port);
+    config.setHost(endpoints_.current().host);
+    config.setPort(endpoints_.current().port);
     config.setResource(QStringLiteral("rooms"));
     config.setAutoReconnectionEnabled(false);  // we retry sooner than QXmpp would
     config.setKeepAliveInterval(30);
@@ -123,6 +128,12 @@ void XmppAdminSession::onStateChanged(QXmppClient::State state) {
     failAll(QStringLiteral("offline"));
     if (!running_) return;
     if (was) emit offline();
+    // The next node may well be up: it is tried at once. Only a whole round of refusals
+    // makes the pause grow.
+    if (!endpoints_.advance()) {
+        retry_.start(kNextEndpointMs);
+        return;
+    }
     retryMs_ = qBound(250, retryMs_ * 2, qMax(250, settings_.retryMaxMs));
     retry_.start(retryMs_);
 }
@@ -131,10 +142,11 @@ void XmppAdminSession::onError(QXmppClient::Error error) {
     QString problem;
     switch (error) {
         case QXmppClient::SocketError:
-            problem =
-                security_ && !security_->failure().isEmpty()
-                    ? security_->failure()
-                    : QStringLiteral("cannot reach %1:%2").arg(settings_.host).arg(settings_.port);
+            problem = security_ && !security_->failure().isEmpty()
+                          ? security_->failure()
+                          : QStringLiteral("cannot reach %1:%2")
+                                .arg(endpoints_.current().host)
+                                .arg(endpoints_.current().port);
             break;
         case QXmppClient::KeepAliveError:
             problem = QStringLiteral("the server stopped answering");

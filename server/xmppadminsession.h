@@ -11,22 +11,26 @@
 
 #include <functional>
 
+#include "sdk/endpoint_list.h"
+
 class QXmppElement;
 class StreamSecurity;
 class QXmppMessage;
 
 // The back end's own XMPP session, as an administrator of the XMPP server: sends queries
 // and waits for their answers, and stays signed in: a dropped or refused connection is
-// tried again with growing pauses (up to `retryMaxMs`), for as long as it runs. Lives on
+// tried again on the next endpoint at once, and after a whole round of them with growing
+// pauses (up to `retryMaxMs`), for as long as it runs. Lives on
 // one thread (the room keeper's); every call and every answer happen there.
 class XmppAdminSession : public QObject {
     Q_OBJECT
 
 public:
     struct Settings {
+        // One host, or a cluster's nodes as "host[:port],host[:port]", tried in order.
         QString host;
-        int port = 5222;
-        QString jid;  // user@domain
+        int port = 5222;  // for hosts without one
+        QString jid;      // user@domain
         QString secret;
         // The authority that signed the XMPP server's certificate, trusted beside the
         // system's (PEM); TLS is required unless the server is on this machine.
@@ -75,7 +79,10 @@ private:
     void onStateChanged(QXmppClient::State state);
     void onError(QXmppClient::Error error);
 
+    static constexpr int kNextEndpointMs = 50;
+
     Settings settings_;
+    EndpointList endpoints_;
     QXmppClient* client_ = nullptr;
     QHash<QString, Pending> pending_;  // by IQ id, or "presence " + occupant JID
     quint64 serial_ = 0;

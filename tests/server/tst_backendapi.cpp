@@ -135,15 +135,19 @@ void BackendApiTest::loginReadsTheFormInOrder() {
     QCOMPARE(env[QStringLiteral("errorCode")].toInt(-1), 0);
     QCOMPARE(env[QStringLiteral("client")].toString(), QStringLiteral("3"));
     const QJsonObject user = env[QStringLiteral("results")].toObject();
-    for (const char* key : {"id",        "nick",      "username",   "userIcon",       "workNick",
-                            "deptName",  "loginType", "companyId",  "companyName",    "crmSys",
-                            "email",     "openId",    "iosVersion", "androidVersion", "md5Sign",
-                            "imAccount", "imSecret",  "imHost",     "imPort",         "imDomain"}) {
+    for (const char* key :
+         {"id",         "nick",           "username",    "userIcon",  "workNick", "deptName",
+          "loginType",  "companyId",      "companyName", "crmSys",    "email",    "openId",
+          "iosVersion", "androidVersion", "md5Sign",     "imAccount", "imSecret", "imHost",
+          "imPort",     "imDomain",       "imHosts"}) {
         QVERIFY2(user[QLatin1String(key)].isString(), key);
     }
     QCOMPARE(user[QStringLiteral("username")].toString(), owner_);
     QCOMPARE(user[QStringLiteral("id")].toString(), QStringLiteral("10001"));
     QCOMPARE(user[QStringLiteral("md5Sign")].toString().size(), 32);
+    QCOMPARE(user[QStringLiteral("imHosts")].toString(),
+             user[QStringLiteral("imHost")].toString() + ':' +
+                 user[QStringLiteral("imPort")].toString());
     QVERIFY(!user[QStringLiteral("imSecret")].toString().isEmpty());
     QVERIFY(user[QStringLiteral("imSecret")].toString() != QLatin1String(DemoCompany::kPassword));
     QVERIFY(sessionCookie(r).startsWith(QLatin1String("QXSESSION=")));
@@ -446,8 +450,9 @@ void BackendApiTest::taskPagesAndReadFlags() {
     const std::string mark = "/work/notifies.htm?m=setTaskReadFlag&userId=10002&taskId=70002";
     QCOMPARE(code(client().Get(mark, me())), 1001);
     r = client().Get(flags, me());
-    QCOMPARE(envelope(r)[QStringLiteral("results")].toArray()[1].toObject()[QStringLiteral(
-                 "readFlag")]
+    QCOMPARE(envelope(r)[QStringLiteral("results")]
+                 .toArray()[1]
+                 .toObject()[QStringLiteral("readFlag")]
                  .toString(),
              QStringLiteral("0"));
     QCOMPARE(code(client().Post(mark, me(), "", kForm)), 0);

@@ -18,11 +18,13 @@
 #include <QXmppConfiguration.h>
 #include <QXmppPresence.h>
 #include <QDomElement>
+#include <QElapsedTimer>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QRegularExpression>
 #include <QSqlQuery>
+#include <QTcpServer>
 #include <QTemporaryDir>
 #include <QtTest>
 
@@ -197,6 +199,7 @@ private slots:
     void catchesUpAfterTheServerWasAway();
     void catchesUpAfterTheKeeperWasAway();
     void aRefusedAdminLeavesRoomsPending();
+    void aDeadNodeCostsAReconnectNotTheRooms();
     void handEditsAreUndoneByTheRegularCheck();
     void taskCardsQueuedWhileTheKeeperWasAwayReachTheRoom();
 
@@ -304,8 +307,8 @@ bool RoomKeeperTest::waitReady(qint64 projectId, const QString& session) {
 qint64 RoomKeeperTest::createProject(const User& owner, const QString& title,
                                      const QStringList& members) {
     const QJsonObject env = change("/work/editProj.htm?m=createProj&title=" + enc(title) +
-                                     "&memberIds=" + members.join(',').toStdString(),
-                                 owner.session);
+                                       "&memberIds=" + members.join(',').toStdString(),
+                                   owner.session);
     if (env.value("errorCode").toInt(-1) != 0) return 0;
     return env.value("results").toObject().value("projectId").toString().toLongLong();
 }
@@ -408,8 +411,8 @@ void RoomKeeperTest::membershipFollowsTheDirectoryAtOnce() {
 
     // Added: may enter.
     QJsonObject env = change("/work/editProj.htm?m=addMember&projectId=" + std::to_string(p) +
-                               "&userIds=" + c.id.toStdString(),
-                           owner.session);
+                                 "&userIds=" + c.id.toStdString(),
+                             owner.session);
     QCOMPARE(env.value("errorCode").toInt(-1), 0);
     QCOMPARE(env.value("results").toObject().value("memberCount").toString(), QStringLiteral("3"));
     QVERIFY(waitReady(p, owner.session));
@@ -581,8 +584,8 @@ void RoomKeeperTest::catchesUpAfterTheKeeperWasAway() {
     // what changed in the directory meanwhile reaches the room.
     keeper_->stop();
     QCOMPARE(change("/work/editProj.htm?m=addMember&projectId=" + std::to_string(p) +
-                      "&userIds=" + d.id.toStdString(),
-                  owner.session)
+                        "&userIds=" + d.id.toStdString(),
+                    owner.session)
                  .value("errorCode")
                  .toInt(-1),
              0);
@@ -611,6 +614,43 @@ void RoomKeeperTest::aRefusedAdminLeavesRoomsPending() {
     QVERIFY(!keeper.isOnline());
     QCOMPARE(keeper.state(50001), RoomQueue::State::Pending);
     keeper.stop();
+}
+
+// A cluster whose first node is down: the keeper goes on to the next one at once, without
+// waiting out its back-off, and keeps the rooms there.
+void RoomKeeperTest::aDeadNodeCostsAReconnectNotTheRooms() {
+    QTcpServer closed;
+    QVERIFY(closed.listen(QHostAddress::LocalHost));
+    const quint16 dead = closed.serverPort();
+    closed.close();
+    const User owner = signIn(0);
+    const User d = signIn(3);
+    keeper_->stop();
+    const qint64 p = createProject(owner, QStringLiteral("on the second node"), {d.id});
+    QVERIFY(p > 0);
+
+    RoomKeeper::Settings settings;
+    settings.host =
+        QStringLiteral("127.0.0.1:%1,%2:%3").arg(dead).arg(prosody_.host()).arg(prosody_.port());
+    settings.caFile = prosody_.caFile();
+    settings.domain = prosody_.domain();
+    settings.adminJid = prosody_.adminJid();
+    settings.adminSecret = prosody_.adminSecret();
+    settings.retryMaxMs = 30000;  // a whole round's pause would outlast the test
+    QTest::ignoreMessage(QtWarningMsg, QRegularExpression("cannot reach 127.0.0.1:"));
+    QElapsedTimer clock;
+    clock.start();
+    RoomKeeper cluster(db_.get(), settings);
+    cluster.start();
+    QTRY_VERIFY_WITH_TIMEOUT(cluster.isOnline(), 5000);
+    QVERIFY2(clock.elapsed() < 3000, qPrintable(QString::number(clock.elapsed())));
+    // The check at sign-in makes the room the keeper did not hear about.
+    QTRY_COMPARE_WITH_TIMEOUT(cluster.state(p), RoomQueue::State::Ready, 10000);
+    Colleague dave(prosody_, d.id, d.secret);
+    QVERIFY(dave.online());
+    QCOMPARE(dave.enter(room(p)), QString());
+    cluster.stop();
+    keeper_->start();
 }
 
 void RoomKeeperTest::handEditsAreUndoneByTheRegularCheck() {
@@ -721,8 +761,8 @@ void RoomKeeperTest::taskCardsQueuedWhileTheKeeperWasAwayReachTheRoom() {
     QCOMPARE(found.size(), 1);
     QCOMPARE(found.first().toObject().value("realName").toString(), QStringLiteral("任务助手"));
     QCOMPARE(change("/work/editProj.htm?m=addMember&projectId=" + std::to_string(p) +
-                      "&userIds=" + assistant.toStdString(),
-                  owner.session)
+                        "&userIds=" + assistant.toStdString(),
+                    owner.session)
                  .value("errorCode")
                  .toInt(),
              1006);

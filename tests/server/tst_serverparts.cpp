@@ -1,6 +1,6 @@
 // The back end's building blocks where a fault would not show through HTTP quickly:
-// password hashes, attachment names, generated companies, the log-in throttle, request heads
-// and compressed pieces.
+// password hashes, attachment names, generated companies, the log-in throttle, request heads,
+// compressed pieces and the XMPP endpoint lists.
 #include "database.h"
 #include "democompany.h"
 #include "filestore.h"
@@ -9,6 +9,7 @@
 #include "passwordhasher.h"
 #include "prosodystoreprovisioner.h"
 #include "requesthead.h"
+#include "sdk/endpoint_list.h"
 
 #include <QSqlQuery>
 #include <QTemporaryDir>
@@ -30,6 +31,7 @@ private slots:
     void guessersAreSlowedAcrossAccounts();
     void requestHeads();
     void gzipPiecesSentApartInflateToTheWhole();
+    void endpointLists();
 };
 
 void ServerPartsTest::passwordHashes() {
@@ -267,6 +269,29 @@ void ServerPartsTest::gzipPiecesSentApartInflateToTheWhole() {
     out.resize(int(zs.total_out));
     inflateEnd(&zs);
     QCOMPARE(out, text);
+}
+
+// A cluster's nodes as the back end is told them and hands them on: read in order, each
+// with its own port or the default one, and every bad entry refused with its reason.
+void ServerPartsTest::endpointLists() {
+    EndpointList list =
+        EndpointList::parse(" a.example , b.example:5300,[::1]:5400,[fe80::1]", 5222);
+    QCOMPARE(list.size(), 4);
+    QCOMPARE(list.toString(), QString("a.example:5222,b.example:5300,[::1]:5400,[fe80::1]:5222"));
+    QCOMPARE(EndpointList::parse(list.toString(), 1).toString(), list.toString());
+    // A round through the list: the next node at once, the first again after the last.
+    QCOMPARE(list.current().host, QString("a.example"));
+    QVERIFY(!list.advance() && !list.advance() && !list.advance());
+    QCOMPARE(list.current().host, QString("fe80::1"));
+    QVERIFY(list.advance());
+    QCOMPARE(list.current().port, 5222);
+
+    for (const char* bad :
+         {"", "a,,b", "a:0", "a:65536", "a:x", "::1", "[::1", "[::1]x", ":5222", "a b"}) {
+        QString why;
+        QVERIFY2(EndpointList::parse(QString::fromLatin1(bad), 5222, &why).isEmpty(), bad);
+        QVERIFY2(!why.isEmpty(), bad);
+    }
 }
 
 QTEST_GUILESS_MAIN(ServerPartsTest)
