@@ -1,35 +1,34 @@
 #pragma once
 
 #include <QMainWindow>
-#include <QPoint>
-#include <QPointer>
 #include <QTimer>
 
 #include <functional>
 
+#include "closepolicy.h"
 #include "mainviewdelegate.h"
+#include "screenshotlauncher.h"
+#include "windowmotion.h"
 
 class AvatarPixmapCache;
 class ConfigStore;
 class ConversationView;
-class FunctionListView;
 class LoginView;
 class OrgnizationView;
-class QAbstractButton;
-class QButtonGroup;
-class QLabel;
-class QFrame;
 class QStackedWidget;
 class TribeConverView;
 class WinStyleButtons;
+class WindowChrome;
 class WorkSitePage;
 namespace screenshot {
 class ScreenShotView;
 }
 
-// The client's one top-level window: a frameless frame with its own title strip, the
-// left column (user, page buttons) and the page stack. It is also the hub the rest of the
-// client reaches through MainViewDelegate.
+// The client's one top-level window and the hub the rest of the client reaches through
+// MainViewDelegate: it fills the pages once the user signs in and passes events on to them.
+// Its frame, title strip, left column and page stack are WindowChrome's; how it moves is
+// WindowMotion's, what closing it does ClosePolicy's, starting a capture
+// ScreenshotLauncher's.
 class MainWindow : public QMainWindow, public MainViewDelegate {
     Q_OBJECT
 public:
@@ -80,7 +79,9 @@ public:
     void setFlasher(std::function<void()> flasher) { flasher_ = std::move(flasher); }
     // Asked once when closing the window quits the client: true to quit, false to keep it
     // in the tray from then on. A message box by default; tests answer themselves.
-    void setCloseQuestion(std::function<bool()> question) { closeQuestion_ = std::move(question); }
+    void setCloseQuestion(std::function<bool()> question) {
+        closePolicy_.setQuestion(std::move(question));
+    }
     static QString shellStateFile(const ConfigStore& store);
 
     QStackedWidget* pages() const { return pages_; }
@@ -91,13 +92,13 @@ public:
     TribeConverView* tribeView() const { return tribeView_; }
     LoginView* loginView() const { return loginView_; }
     WinStyleButtons* titleButtons() const { return titleButtons_; }
-    WorkSitePage* workSitePage() const { return workSite_; }
-    QTimer* shakeTimer() { return &shakeTimer_; }
+    WorkSitePage* workSitePage() const;
+    QTimer* shakeTimer() { return motion_->shakeTimer(); }
     // The capture overlay while one is open.
     screenshot::ScreenShotView* screenShot() const;
     // A window hidden for a capture gets this long to leave the screen before the grab.
-    static constexpr int kHideSettleMs = 250;
-    int shakeCounter() const { return shakeCounter_; }
+    static constexpr int kHideSettleMs = ScreenshotLauncher::kHideSettleMs;
+    int shakeCounter() const { return motion_->shakeCounter(); }
 
     static QString windowSizeFile(const ConfigStore& store);
 
@@ -141,60 +142,35 @@ protected:
     void showEvent(QShowEvent* event) override;
 
 private:
-    QWidget* buildLeftColumn();
-    QWidget* buildTitleStrip();
-    void buildPages();
-    QAbstractButton* addPageButton(const QString& icon, const QString& tip, int page);
-    void setPageButtonsEnabled(bool enabled);
     void restoreWindowSize();
     void saveWindowSize();
     void openWorkSite();
     void showOwnUser();
     // event: a TribeTips::Event; an empty user is the user.
     void tribeTip(const QString& tribeId, const QString& userId, int event);
-    void openScreenshot();
     void buildDirectoryPages();
     // Sends a colleague's card into a conversation the user picks, then shows it there.
     void shareColleague(const QString& userId);
 
     ConfigStore& store_;
-    QFrame* frame_ = nullptr;
-    FunctionListView* functionList_ = nullptr;
-    WinStyleButtons* titleButtons_ = nullptr;
-    WorkSitePage* workSite_ = nullptr;
-    QWidget* titleStrip_ = nullptr;
-    QWidget* leftColumn_ = nullptr;
+    WindowChrome* chrome_ = nullptr;
+    // The chrome's page stack and title buttons.
     QStackedWidget* pages_ = nullptr;
-    QButtonGroup* pageButtons_ = nullptr;
-    QLabel* chatBadge_ = nullptr;  // unread count on the chat button
+    WinStyleButtons* titleButtons_ = nullptr;
     ConversationView* conversationView_ = nullptr;
     OrgnizationView* orgView_ = nullptr;
     TribeConverView* tribeView_ = nullptr;
     AvatarPixmapCache* avatarCache_ = nullptr;
     LoginView* loginView_ = nullptr;
-    QPointer<screenshot::ScreenShotView> shot_;
-    bool shotPending_ = false;
-
-    // Shake: steps per shake, offset in pixels, interval in milliseconds.
-    QTimer shakeTimer_;
-    int shakeCounter_;
-    const int shakeSteps_;
-    const int shakeAmplitude_;
-    const int shakeInterval_;
-    QPoint shakeOrigin_;
-    // Where the window was when it went to the tray (its frame's top-left, as pos()).
-    QPoint hiddenAt_;
-    bool hasHiddenAt_ = false;
+    WindowMotion* motion_;
+    ClosePolicy closePolicy_;
+    ScreenshotLauncher* shots_;
 
     QTimer saveSizeTimer_;
-    bool dragging_ = false;
-    QPoint dragOffset_;
 
     bool startAutoLogin_ = true;
     bool startKicked_ = false;
     bool online_ = false;
-    bool trayAvailable_ = false;
     QString ownId_;
     std::function<void()> flasher_;
-    std::function<bool()> closeQuestion_;
 };

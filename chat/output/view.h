@@ -3,10 +3,13 @@
 #include <QDateTime>
 #include <QHash>
 #include <QPointer>
-#include <QVector>
 #include <QWidget>
 
+#include <memory>
+
 #include "basemsg.h"
+#include "pictureactions.h"
+#include "roworder.h"
 #include "showpicturewidget.h"
 
 class QLabel;
@@ -16,17 +19,21 @@ class QPushButton;
 namespace qx_output {
 
 class EntryItem;
+class FileUploads;
 class InfoCard;
 class ListWidget;
+class RowMeasurer;
 
 struct MessageEntry;
 
-// One conversation's message output: the list of messages with time separators, the
-// disconnect label, the mention tip and the colleague card.
+// One conversation's message output: the rows of its messages, each filed by its kind and
+// drawn by the widget its kind calls for, the disconnect label, the mention tip and the
+// colleague card. Where rows go, their sizes, uploads and the picture menu are the work of
+// RowOrder, RowMeasurer, FileUploads and PictureActions.
 class View : public QWidget {
     Q_OBJECT
 public:
-    static constexpr qint64 kSeparatorSeconds = 120;
+    static constexpr qint64 kSeparatorSeconds = RowOrder::kSeparatorSeconds;
 
     View(const QString& conversationId, bool isTribe, QWidget* parent = nullptr);
 
@@ -52,7 +59,9 @@ public:
     QLabel* disconnectLabel() const { return disconnect_; }
 
     // The default name proposed when saving a picture: the local time, fourteen digits.
-    static QString pictureSaveName(const QDateTime& now = QDateTime::currentDateTime());
+    static QString pictureSaveName(const QDateTime& now = QDateTime::currentDateTime()) {
+        return PictureActions::saveName(now);
+    }
 
 signals:
     void talkToSignal(const QString& userId);
@@ -90,18 +99,6 @@ protected:
 private:
     void add(MessageEntry entry);
     QWidget* createItem(EntryItem* item);
-    void remeasure(int width);
-    void fontChanged();
-    // Measures text rows again for the current width, some at a time: the rows in view
-    // at once, the rest in later turns of the event loop.
-    void measurePending();
-    int currentWidth();
-    int historyRow(qint64 time, qint64 order) const;
-    int lateRow(qint64 time, qint64 order) const;
-    void insertAt(int row, EntryItem* item, qint64 time);
-    // Whether a message of `time` placed at `row` starts a new stretch of time (gets a line).
-    bool startsStretch(int row, qint64 time) const;
-    EntryItem* separatorItem(qint64 time, bool history);
 
     QString id_;
     bool isTribe_;
@@ -112,13 +109,11 @@ private:
     InfoCard* infoCard_;
     QPointer<ShowPictureWidget> picture_;
     QHash<quint64, EntryItem*> msgIds_;
-    QHash<QString, EntryItem*> uploads_;
     EntryItem* mentionRow_ = nullptr;
-    int measuredWidth_ = -1;
-    QVector<EntryItem*> pending_;
-    bool measuring_ = false;
-    bool unmeasured_ = false;  // text rows added while hidden wait to be measured
-    quint64 nextLocalId_ = 1;
+    RowMeasurer* measurer_;
+    std::unique_ptr<RowOrder> order_;
+    FileUploads* uploads_;
+    PictureActions pictures_;
 };
 
 }  // namespace qx_output

@@ -62,6 +62,9 @@ void TestTranslations::ourWidgetsSpeakChinese() {
     QCOMPARE(QCoreApplication::translate("FunctionListView", "Not signed in"),
              QStringLiteral("未登录"));
     QCOMPARE(QCoreApplication::translate("WinStyleButtons", "Close"), QStringLiteral("关闭"));
+    QCOMPARE(QCoreApplication::translate("WindowChrome", "Organization"),
+             QStringLiteral("组织架构"));
+    QCOMPARE(QCoreApplication::translate("MainWindow", "Exit"), QStringLiteral("退出"));
 }
 
 QTEST_MAIN(TestTranslations)
