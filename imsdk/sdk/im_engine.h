@@ -1,11 +1,6 @@
 #pragma once
 
-#include <QElapsedTimer>
-#include <QHash>
-#include <QMap>
 #include <QObject>
-#include <QPointer>
-#include <QSet>
 #include <QThread>
 #include <functional>
 #include <map>
@@ -21,22 +16,32 @@
 #include "openim/login_params.h"
 #include "openim/result_code.h"
 #include "openim/xpush_params.h"
-#include "store/archive_order.h"
 #include "store/message_store.h"
 
+class ArchiveCatchUp;
 class ArchiveExtension;
+class EngineSignIn;
+class HistoryPager;
+class IncomingMessages;
+class MediaDownloads;
 class MediaTransfer;
-class StreamSecurity;
-class TribeRooms;
+class OutgoingMessages;
+class PresenceRequests;
 class QXmppCarbonManager;
-class QXmppHttpUploadRequestIq;
-class QXmppHttpUploadSlotIq;
-class QXmppUploadRequestManager;
-class QTimer;
+class StanzaRouter;
+class StoreBatcher;
+class TribeRooms;
+class UploadSlots;
 
-// The SDK's session: one XMPP client, the account's message store and the media
-// transfers, all on the SDK thread. Every callback runs on that thread. The services call
-// in through post() and call(), from any thread.
+// The SDK's session and the coordinator of its parts: one XMPP client, the account's
+// message store and the media transfers, all on the SDK thread. Every callback runs on
+// that thread. The services call in through post() and call(), from any thread.
+//
+// Each concern is a part of its own beside the engine: the sign-in (EngineSignIn), where
+// received stanzas go (StanzaRouter), one-to-one messages received (IncomingMessages) and
+// sent (OutgoingMessages, with UploadSlots), batched commits (StoreBatcher), the catch-up
+// on the account's archive (ArchiveCatchUp), history pages (HistoryPager), received files
+// (MediaDownloads) and the heartbeat (PresenceRequests).
 class ImEngine : public QObject {
     Q_OBJECT
 public:
@@ -90,7 +95,7 @@ public:
     void login(const openim::LoginParam& param, const QString& dataFolder);
     void relogin();
     void logout();
-    bool isOnline() const { return state_ == State::Online; }
+    bool isOnline() const;
     openim::IMUserID loginUser() const;
 
     void requestPresence(const PresenceCallback& done);
@@ -116,122 +121,49 @@ public:
     openim::IMMessage toIM(const StoredMessage& m) const;
     openim::IMUserID userId(const QString& account) const;
 
-    // For the tribe rooms beside the engine (SDK thread).
+    // For the tribe rooms and the parts beside the engine (SDK thread).
     TribeRooms* tribes() { return tribes_; }
     MessageStore& messageStore() { return store_; }
     QXmppClient* xmppClient() { return client_; }
     ArchiveExtension* archive() { return archive_; }
     const QString& domain() const { return domain_; }
     const QString& account() const { return account_; }
+    QString bareJid(const QString& account) const;
     // Fetches a received picture or file of the store and reports it when done.
-    void downloadStored(quint64 id) { startDownload(id, true); }
+    void downloadStored(quint64 id);
     // Messages received in one turn of the event loop (one read from the socket holds many
     // in a burst) are stored in one transaction, committed at the start of the next turn.
     // What reports them waits for that commit: a message is stored before it is reported.
     void openBatch();
     void afterCommit(std::function<void()> report);
-
-private:
-    enum class State { Idle, LoggingIn, Online, ReLoggingIn, Offline, LoggingOut, Kicked };
-    enum class Source { Live, CatchUp, History };
-    struct PendingPing {
-        PresenceCallback done;
-        QTimer* timer;
-    };
-    struct PendingUpload {
-        StoredMessage draft;
-        QString file;
-        Sent done;
-    };
-    struct HistoryQuery {
-        QString peer;
-        int count;
-        HistoryCallback done;
-        // Asked before an archive id kept in the store, which the server may no longer know
-        // (its archive emptied or replaced): a refusal then asks again by time.
-        bool fromStoredId = false;
-    };
-    struct Cursor {
-        qint64 time = 0;
-        qint64 seq = 0;
-        bool archiveDone = false;
-    };
-
-    void createClient();
-    void connectNow(bool isRelogin);
-    void onLoginTimeout();
-    void loginAttemptFailed(const openim::ResultCode& result, bool refused);
-    void onStateChanged(QXmppClient::State state);
-    void onError(QXmppClient::Error error);
-    void onMessage(const QXmppMessage& message);
-    void onIq(const QXmppIq& iq);
-    void onArchived(const QString& queryId, const QString& archiveId, const QXmppMessage& message,
-                    const QDateTime& stamp);
-    void onArchiveFinished(const QString& queryId, bool ok, bool complete, const QString& first,
-                           const QString& last);
-    void onSlot(const QXmppHttpUploadSlotIq& slot);
-    void onSlotFailed(const QXmppHttpUploadRequestIq& request);
-    void store(const QXmppMessage& message, const QString& archiveId, const QDateTime& stamp,
-               Source source);
-    std::optional<quint64> insertReceived(StoredMessage& m, const QXmppMessage& message,
-                                          Source source);
-    // Whether a stored message may go into its conversation; `peer` becomes the
-    // conversation a relaying back end names. False with the reason in `problem`.
-    bool relayedPeer(const QXmppMessage& message, bool outgoing, int kind, QString* peer,
-                     QString* problem) const;
-    std::optional<quint64> insertOnce(StoredMessage& m, const QXmppMessage& message, Source source);
-    void logRefused(const QXmppMessage& message, const QString& why);
-    void startCatchUp();
-    void startDownload(quint64 id, bool notify);
-    void requestSlot(const PendingUpload& upload);
-    void sendStored(StoredMessage draft, const Sent& done);
-    void askArchiveBefore(HistoryQuery q, const QString& storedId);
-    void deliverHistory(const QString& peer, int count, const HistoryCallback& done,
-                        openim::ResultCode result);
-    void sessionEnded();
-    void closeBatch();
     // Reports new messages of `peer` once per batch: the reader takes all that are unread.
     void notifyNew(const QString& peer);
-    QString bareJid(const QString& account) const;
+
+private:
+    // A new client for every sign-in, wired to the parts.
+    QXmppClient* createClient();
+    void sessionStarted();
+    void sessionEnded();
 
     Callbacks callbacks_;
     QString appKey_;
-    openim::LoginParam param_;
     QString account_;
     QString domain_;
-    QString receiveFolder_;
-    State state_ = State::Idle;
-    QPointer<StreamSecurity> security_;  // of the current client
-    QXmppClient::Error lastError_ = QXmppClient::NoError;
-    QXmppStanza::Error::Condition streamError_ = QXmppStanza::Error::UndefinedCondition;
 
     QXmppClient* client_ = nullptr;
     ArchiveExtension* archive_ = nullptr;
     QXmppCarbonManager* carbons_ = nullptr;
-    QXmppUploadRequestManager* upload_ = nullptr;
     MediaTransfer* transfer_;
-    MessageStore store_;
-    ArchiveOrder catchUpOrder_{store_};
-    ArchiveOrder historyOrder_{store_};
+    MessageStore store_;  // before the parts, which keep a reference to it
     TribeRooms* tribes_;
-
-    QTimer* loginTimer_ = nullptr;
-    int loginAttempt_ = 0;         // failed attempts of the current first sign-in
-    quint64 loginGeneration_ = 0;  // a retry belongs to the login() that started it
-
-    QHash<QString, PendingPing> pings_;
-    QHash<QString, PendingUpload> uploads_;
-    QHash<QString, HistoryQuery> historyQueries_;
-    QString catchUpQuery_;
-    QHash<QString, Cursor> cursors_;
-    bool batchOpen_ = false;
-    std::vector<std::function<void()>> afterCommit_;
-    QSet<QString> notified_;
-    static constexpr qint64 kBatchGapMs = 100;
-    static constexpr qint64 kBurstGapMs = 250;
-    static constexpr int kBurstBatch = 100;
-    int storedInBatch_ = 0;  // messages the open batch (or the last one) stored
-    QElapsedTimer lastCommit_;
-    QString archivedInBatch_;  // the archive mark, written once when the batch commits
-    void markArchived(const QString& archiveId);
+    StoreBatcher* batcher_;
+    ArchiveCatchUp* catchUp_;
+    HistoryPager* history_;
+    PresenceRequests* presence_;
+    MediaDownloads* downloads_;
+    IncomingMessages* incoming_;
+    UploadSlots* uploads_;
+    OutgoingMessages* outgoing_;
+    StanzaRouter* router_;
+    EngineSignIn* signIn_;
 };

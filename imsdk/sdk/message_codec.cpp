@@ -92,6 +92,10 @@ QStringList MessageCodec::split(const QString& text, int maxChars) {
 
 // Nothing a reader would see: white space of any script, and the invisible joiners and
 // marks that would otherwise make an empty bubble.
+bool MessageCodec::isMedia(int kind) {
+    return kind == openim::kContentImage || kind == openim::kContentFile;
+}
+
 bool MessageCodec::isBlank(const QString& text) {
     for (const QChar c : text) {
         if (c.isSpace()) continue;

@@ -18,6 +18,9 @@ public:
     // parts of this size by the session; longer payloads are not shown (kind 8).
     static constexpr int kMaxBodyChars = 32 * 1024;
 
+    // Pictures and files: their content travels over HTTP, the stanza carries the address.
+    static bool isMedia(int kind);
+
     // The stanza for `m` (kind, content, summary, url, size fields) to `toJid`.
     static QXmppMessage encode(const StoredMessage& m, const QString& toJid);
     // Kind and content of a received stanza; nothing when it carries no message at all

@@ -17,8 +17,6 @@ namespace {
 
 QString lastKey(quint64 tribe) { return QStringLiteral("tribe_last:%1").arg(tribe); }
 
-bool isMedia(int kind) { return kind == openim::kContentImage || kind == openim::kContentFile; }
-
 }  // namespace
 
 TribeMessages::TribeMessages(ImEngine* engine, TribeRooms* rooms)
@@ -87,7 +85,7 @@ void TribeMessages::store(quint64 tribe, const QXmppMessage& message, const QStr
     m.stanzaId = archiveId;
     m.originId = message.originId().isEmpty() ? message.id() : message.originId();
     m.unread = !m.outgoing && source != Source::History;
-    m.pendingMedia = isMedia(m.kind) && !m.outgoing && source != Source::History;
+    m.pendingMedia = MessageCodec::isMedia(m.kind) && !m.outgoing && source != Source::History;
     ArchiveOrder* order = source == Source::CatchUp   ? &catchUpOrder_
                           : source == Source::History ? &historyOrder_
                                                       : nullptr;

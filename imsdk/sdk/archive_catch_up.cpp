@@ -1,0 +1,36 @@
+// The catch-up on the account's own archive after every sign-in, and its mark.
+#include "sdk/archive_catch_up.h"
+
+#include "sdk/archive_extension.h"
+#include "sdk/im_engine.h"
+#include "sdk/store_batcher.h"
+
+namespace {
+
+const char kLastArchiveId[] = "last_archive_id";
+
+}  // namespace
+
+ArchiveCatchUp::ArchiveCatchUp(ImEngine* engine, StoreBatcher* batcher)
+    : QObject(engine), engine_(engine), batcher_(batcher), order_(engine->messageStore()) {}
+
+void ArchiveCatchUp::start() {
+    const QString last = engine_->messageStore().meta(QLatin1String(kLastArchiveId));
+    if (last.isEmpty()) return;
+    order_.start(ArchiveOrder::Direction::Forward);
+    query_ = engine_->archive()->query(QString(), QString(), last, kPage);
+}
+
+bool ArchiveCatchUp::handleFinished(const QString& queryId, bool ok, bool complete,
+                                    const QString& last) {
+    if (queryId != query_) return false;
+    query_.clear();
+    if (ok && !complete && !last.isEmpty())
+        query_ = engine_->archive()->query(QString(), QString(), last, kPage);
+    return true;
+}
+
+// The mark moves with what is stored: within a batch, once, at its commit.
+void ArchiveCatchUp::markArchived(const QString& archiveId) {
+    batcher_->setMeta(QLatin1String(kLastArchiveId), archiveId);
+}
