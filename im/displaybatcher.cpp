@@ -1,3 +1,4 @@
+// The one-to-one display queue, shown a slice at a time.
 #include "displaybatcher.h"
 
 #include <QTimer>

@@ -1,3 +1,4 @@
+// Conversation history, a page at a time.
 #include "historyloader.h"
 
 #include "base/bind.h"

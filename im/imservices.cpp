@@ -1,3 +1,4 @@
+// Look-ups of the SDK's services, conversations and tribes.
 #include "imservices.h"
 
 #include "openim/iconversation.h"

@@ -1,3 +1,4 @@
+// The IM session: sign-in and out, heartbeat, relogin.
 #include "imsession.h"
 
 #include <QTimerEvent>

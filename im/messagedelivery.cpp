@@ -1,3 +1,4 @@
+// Shown messages handed to the views, with the alerts they call for.
 #include "messagedelivery.h"
 
 #include <QDateTime>

@@ -1,3 +1,4 @@
+// SDK messages made into the client's message records and talk-list previews.
 #include "messagemapper.h"
 
 #include <QJsonDocument>

@@ -1,3 +1,4 @@
+// Sending messages, reporting how each send went, and sending again.
 #include "messagesender.h"
 
 #include <QDateTime>

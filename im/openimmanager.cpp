@@ -1,3 +1,4 @@
+// The facade over the IM SDK: its callbacks registered and routed to the parts on the GUI thread.
 #include "openimmanager.h"
 
 #include <QCoreApplication>

@@ -1,3 +1,4 @@
+// The per-conversation order of sends, held behind uploads.
 #include "sendqueue.h"
 
 #include <QTimer>

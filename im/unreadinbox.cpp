@@ -1,3 +1,4 @@
+// One-to-one unread messages from the SDK's notification to the display queue.
 #include "unreadinbox.h"
 
 #include <QSet>

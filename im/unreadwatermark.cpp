@@ -1,3 +1,4 @@
+// The watermark of unread messages already shown, kept in the user's settings.
 #include "unreadwatermark.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// The scripted IM SDK's services, registered over the real SDK root for the IM core's tests.
 #include "scriptedsdk.h"
 
 #include <algorithm>
