@@ -1,22 +1,17 @@
 #pragma once
 
-#include <QHash>
 #include <QList>
 #include <QObject>
-#include <QSet>
 #include <QString>
 #include <QThread>
-#include <QTimer>
 
-#include <atomic>
-#include <deque>
-#include <functional>
 #include <map>
 #include <vector>
 
 #include "alertcoalescer.h"
 #include "base/ref_counted.h"
 #include "basemsg.h"
+#include "historyloader.h"
 #include "loginuser.h"
 #include "openim/download_media_result.h"
 #include "openim/im_message.h"
@@ -28,16 +23,23 @@
 #include "openim/result_code.h"
 #include "openim/xpush_params.h"
 #include "prg/prg_string.h"
+#include "unreadwatermark.h"
 
-class DirectoryClient;
+class DisplayBatcher;
+class ImSession;
+class MessageDelivery;
+class MessageSender;
+class Requester;
 class TribeManager;
 class UnreadFetcher;
-class Requester;
+class UnreadInbox;
 
-// The client's one way to the IM SDK: session and heartbeat, messages in and out, unread
-// tracking and the push channel. SDK callbacks arrive on the SDK's thread, bound to the
-// On... members; those only log and hand the work to the GUI thread, where everything
-// else runs. Bound callbacks hold a reference, so the manager outlives every one of them.
+// The client's one way to the IM SDK: it registers the SDK's callbacks and routes each to the
+// part that deals with it (ImSession, UnreadInbox, DisplayBatcher, MessageDelivery,
+// MessageSender, HistoryLoader, TribeManager). SDK callbacks arrive on the SDK's thread,
+// bound to the On... members; those only log and hand the work to the GUI thread, where
+// everything else runs. Bound callbacks hold a reference, so the manager outlives every one
+// of them, and with it the parts it owns.
 class OpenIMManager : public QObject, public base::RefCountedThreadSafe<OpenIMManager> {
     Q_OBJECT
 public:
@@ -67,13 +69,13 @@ public:
     // The third kind: any other file, uploaded and offered to the peer as a download.
     void sendFile(const QString& id, const QString& filePath);
 
-    // Decides which unread messages of a sender are shown now (see the .cpp).
+    // Reads a sender's unread messages now and shows those still new (see UnreadInbox).
     void updateUnreadMsg(const openim::IMUserID& user);
     // Formats one message for the views; history messages mark nothing as new.
     void showChatMsg(bool history, const openim::IMMessage& message);
     void showTribeChatMsg(bool history, const openim::IMTribeMessage& message);
     // Alerts of live messages shown within one slice go out once per conversation.
-    AlertCoalescer& alerts() { return alerts_; }
+    AlertCoalescer& alerts();
 
     // The text the talk list shows for a message text.
     static QString previewOf(const QString& text);
@@ -90,15 +92,15 @@ public:
     void markSeen(const QString& id);
     TribeManager* tribes() const { return tribes_; }
 
-    bool msgReady() const { return msgReady_; }
+    bool msgReady() const;
     void setMsgReady(bool ready);
     // Writes a watermark that is waiting to be saved (at logout and exit).
-    void flushWatermark();
-    const QList<openim::IMUserID>& pendingList() const { return pending_; }
-    bool isLoggedIn() const { return loggedIn_; }
-    bool sessionTimerRunning() const { return timerRunning_ && timerId_ != 0; }
-    bool retryTimerRunning() const { return retryTimer_.isActive(); }
-    bool presencePending() const { return presencePending_; }
+    void flushWatermark() { watermark_.flush(); }
+    const QList<openim::IMUserID>& pendingList() const;
+    bool isLoggedIn() const;
+    bool sessionTimerRunning() const;
+    bool retryTimerRunning() const;
+    bool presencePending() const;
     QString ownId() const;
 
     // SDK callbacks (SDK thread).
@@ -170,81 +172,23 @@ public slots:
     // Sends again a text, picture, file or custom message that was not sent.
     void resend(const BaseMsg::MMessage& message);
 
-protected:
-    void timerEvent(QTimerEvent* event) override;
-
 private:
-    static constexpr int kUploadReportMs = 120000;
-    struct QueuedSend {
-        bool uploads;
-        std::function<void()> send;
-    };
-    static QString sendFailureText(const openim::ResultCode& sent,
-                                   const openim::ResultCode& uploaded);
-    // A send with no conversation to go through (a tribe the SDK no longer has).
-    void failUnsendable(const QString& id, int kind, const QString& summary,
-                        const QString& content);
-    void queueSend(const QString& id, bool uploads, std::function<void()> send);
-    void pumpSends(const QString& id);
-    void uploadFinished(const QString& id);
-    void sendNow(const QString& id, const QString& summary, const QString& content);
-    void sendPictureNow(const QString& id, const QString& filePath);
-    void sendFileNow(const QString& id, const QString& filePath);
-    QHash<QString, std::deque<QueuedSend>> sendQueue_;
-    QHash<QString, quint64> uploading_;
-    quint64 sendTicket_ = 0;
-
     friend class base::RefCountedThreadSafe<OpenIMManager>;
     ~OpenIMManager() override;
 
-    void onLoginSuccess(const openim::IMUserID& user);
-    void onReloginSuccess();
-    void onSessionLost();
-    void requestPresence();
-    void registerSync();
-    void startSessionTimer();
-    void drainPending();
-    bool isUser(const QString& id) const;
-    bool isKnownTribe(const QString& id) const;
-    bool passesWatermark(qint64 time, quint64 msgId) const;
-    void advanceWatermark(qint64 time, quint64 msgId);
-    void deliver(const BaseMsg::MMessage& m, const QString& preview);
-    void alert(const AlertCoalescer::Alert& a);
-    // Whether a live message calls for attention: false for task cards whose event the
-    // user's task settings silence (the card is shown all the same).
-    bool taskCardAlerts(const BaseMsg::MMessage& m) const;
-
-    bool timerRunning_ = false;
-    int timerId_ = 0;
-    bool presencePending_ = false;
-    openim::IMUserID ownUser_;
-    std::atomic<bool> msgReady_{false};  // also read on the SDK thread
-    bool loggedIn_ = false;
-    bool secondState_ = false;
+    // Badges first: what is shown after them counts on top.
+    void announceUnseen();
 
     bool initialised_ = false;
-    bool loginRequested_ = false;
-    QList<openim::IMUserID> pending_;
-    static constexpr int kShowSlice = 50;
-    struct QueuedMessage {
-        openim::IMUserID user;
-        openim::IMMessage message;
-    };
-    void showQueued();
-    static bool fetchUnread(const openim::IMUserID& user, std::vector<openim::IMMessage>* unread);
-    void handleUnread(const openim::IMUserID& user, const std::vector<openim::IMMessage>& unread,
-                      bool fromFetcher);
-    void onUnreadReady(const openim::IMUserID& user, const std::vector<openim::IMMessage>& unread);
-    std::deque<QueuedMessage> displayQueue_;
-    QSet<quint64> queuedIds_;
-    bool showScheduled_ = false;
-
-    AlertCoalescer alerts_{[this](const AlertCoalescer::Alert& a) { alert(a); }};
+    // Reads unread messages, one-to-one and tribe, off the GUI thread.
     QThread fetchThread_;
     UnreadFetcher* fetcher_;
+    UnreadWatermark watermark_;
+    ImSession* session_;
+    MessageDelivery* delivery_;
+    DisplayBatcher* display_;
+    UnreadInbox* inbox_;
+    MessageSender* sender_;
+    HistoryLoader history_{this};
     TribeManager* tribes_ = nullptr;
-    QTimer retryTimer_;
-    QTimer watermarkSave_;
-    Requester* requester_ = nullptr;
-    DirectoryClient* directory_ = nullptr;
 };

@@ -2,159 +2,18 @@
 // makes hard to arrange with a real server (heartbeat ticks, callback order).
 #include <QtTest>
 
-#include <functional>
-
 #include "base/at_exit.h"
 #include "base/path_service.h"
-#include "base/ref_ptr_counted.h"
 #include "base/scoped_refptr.h"
 #include "configstore.h"
 #include "directorystore.h"
 #include "mainviewdelegate.h"
-#include "openim/iconversation.h"
-#include "openim/iconversation_service.h"
-#include "openim/ilogin_account_service.h"
-#include "openim/ilogin_service.h"
-#include "openim/ipresence_service.h"
-#include "openim/isync_service.h"
-#include "openim/service_guids.h"
 #include "openimmanager.h"
 #include "prg/iprg_com.h"
-#include "prg/prg_component.h"
+#include "scriptedsdk.h"
 #include "sdk/wide_text.h"
 
 using openim::IMUserID;
-
-namespace {
-
-IMUserID user(const wchar_t* account) { return IMUserID(L"23015524", account); }
-
-struct Script {
-    int logins = 0;
-    int relogins = 0;
-    int presenceRequests = 0;
-    int syncs = 0;
-    int markReads = 0;
-    std::vector<openim::IMMessage> unread;
-    QStringList sends;
-} g_script;
-
-class FakeLogin : public base::RefPtrCounted<openim::ILoginService> {
-public:
-    void RegisterLoginStep(const base::Callback<void(openim::LoginStep)>&) override {}
-    void RegisterLoginOk(const base::Callback<void(openim::LoginOkParam)>&) override {}
-    void RegisterKicked(const base::Callback<void(openim::KickedParam)>&) override {}
-    void RegisterLoginFail(const base::Callback<void(openim::LoginFailParam)>&) override {}
-    void RegisterReLoginFail(const base::Callback<void(openim::ReLoginFailParam)>&) override {}
-    void RegisterReLoginOk(const base::Callback<void(openim::ReLoginOkParam)>&) override {}
-    void RegisterNetDisConnect(const base::Callback<void(openim::NetDisConnectParam)>&) override {}
-    void RegisterLogouted(const base::Callback<void(openim::LogoutedParam)>&) override {}
-    void Login(const openim::LoginParam&) override { ++g_script.logins; }
-    void ReLogin() override { ++g_script.relogins; }
-    void Logout() override {}
-};
-
-class FakeAccount : public base::RefPtrCounted<openim::ILoginAccountService> {
-public:
-    IMUserID GetLoginUserID() override { return user(L"100"); }
-    bool IsLoggedIn() override { return true; }
-};
-
-class FakePresence : public base::RefPtrCounted<openim::IPresenceService> {
-public:
-    void RequestPresence(const prg::PrgStringT<wchar_t>&, const prg::PrgStringT<wchar_t>&, bool,
-                         const PresenceCallback&) override {
-        ++g_script.presenceRequests;  // never answered: the test answers through the manager
-    }
-};
-
-class FakeSync : public base::RefPtrCounted<openim::ISyncService> {
-public:
-    void RegisterSync(std::int32_t,
-                      const base::Callback<void(prg::PrgStringT<wchar_t>)>&) override {
-        ++g_script.syncs;
-    }
-};
-
-class FakeConversation : public base::RefPtrCounted<openim::IConversation> {
-public:
-    IMUserID GetPeer() override { return user(L"101"); }
-    void SendText(const prg::PrgStringT<wchar_t>&, const SendCallback&) override {}
-    void SendCustom(const prg::PrgStringT<wchar_t>& content,
-                    const prg::PrgStringT<wchar_t>& summary, const SendCallback&) override {
-        g_script.sends << wide_text::toQ(summary) + "|" + wide_text::toQ(content);
-    }
-    void SendImage(const base::FilePath&, std::int32_t, std::int32_t,
-                   const SendCallback&) override {}
-    void SendFile(const base::FilePath&, const SendCallback&) override {}
-    std::int32_t GetUnreadCount() override { return std::int32_t(g_script.unread.size()); }
-    void GetUnreadMessages(std::vector<openim::IMMessage>* out) override { *out = g_script.unread; }
-    void MarkRead() override { g_script.unread.clear(); }
-    void MarkMessagesRead(const std::vector<std::uint64_t>& ids) override {
-        ++g_script.markReads;
-        for (std::uint64_t id : ids)
-            g_script.unread.erase(
-                std::remove_if(g_script.unread.begin(), g_script.unread.end(),
-                               [id](const openim::IMMessage& m) { return m.msgId == id; }),
-                g_script.unread.end());
-    }
-    void GetHistory(std::int32_t, const HistoryCallback&) override {}
-    void ResetHistory() override {}
-};
-
-class FakeConversations : public base::RefPtrCounted<openim::IConversationService> {
-public:
-    void RegisterNewMessageCallback(const NewMessageCallback&) override {}
-    prg::PrgResult GetConversation(const IMUserID&, openim::IConversation** out) override {
-        *out = new FakeConversation;
-        (*out)->AddRef();
-        return prg::PRG_OK;
-    }
-    void GetUnreadPeers(std::vector<IMUserID>*) override {}
-    void GetUnseen(std::vector<openim::IMUnseen>*) override {}
-    void MarkSeen(const IMUserID&) override {}
-    void MarkTribeSeen(openim::IMTribeID) override {}
-};
-
-void install(const char* module, const char* iface, prg::IPrgUnknown* object) {
-    auto* component = new prg::PrgComponent;
-    component->AddRef();
-    component->SetInterface(iface, object);
-    GetPrgCOM()->RegisterComponent(module, component);
-    component->Release();
-}
-
-// The main window's side of the conversation, as the IM core sees it.
-class Shell : public MainViewDelegate {
-public:
-    void loginSuccess(const QString& id) override { calls << "loginSuccess " + id; }
-    void setOnline(bool online) override {
-        calls << QStringLiteral("setOnline %1%2")
-                     .arg(online)
-                     .arg(retryRunning && retryRunning() ? " retrying" : "");
-    }
-    void newMessageMark(const QString& id, int n) override {
-        calls << QStringLiteral("mark %1 %2").arg(id).arg(n);
-    }
-    void newMessage(const ConversationRecord& r, const QString& text) override {
-        calls << "message " + r.id + " " + text;
-    }
-    QStringList calls;
-    std::function<bool()> retryRunning;
-};
-
-openim::IMMessage textMessage(quint64 id, qint64 time, const QString& text) {
-    openim::IMMessage m;
-    m.msgId = id;
-    m.msgTime = time;
-    m.sender = user(L"101");
-    m.receiver = user(L"100");
-    m.content.type = openim::kContentText;
-    m.content.content = prg::PrgStringT<wchar_t>(text.toStdWString());
-    return m;
-}
-
-}  // namespace
 
 class TestOpenIMManager : public QObject {
     Q_OBJECT
@@ -172,6 +31,10 @@ private slots:
     void previewsAndRecords();
     void aBurstAlertsOncePerConversation();
     void failedCustomSendIsSentAgainAsItWas();
+    void kickOrRefusalEndsTheSession();
+    void aLongBurstIsShownASliceATurn();
+    void sendsWaitForTheUploadBeforeThem();
+    void historyPagesMarkNothingAsNew();
 
 private:
     base::scoped_refptr<OpenIMManager> manager_;
@@ -189,11 +52,7 @@ void TestOpenIMManager::initTestCase() {
     base::FilePath program;
     PathService::Get(5, &program);
     QCOMPARE(GetPrgCOM()->Init(program), prg::PRG_OK);
-    install(openim::kLoginModule, openim::kLoginInterface, new FakeLogin);
-    install(openim::kLoginAccountModule, openim::kLoginAccountInterface, new FakeAccount);
-    install(openim::kPresenceModule, openim::kPresenceInterface, new FakePresence);
-    install(openim::kSyncModule, openim::kSyncInterface, new FakeSync);
-    install(openim::kConversationModule, openim::kConversationInterface, new FakeConversations);
+    installScriptedSdk();
     MainViewDelegate::setInstance(&shell_);
 }
 
@@ -489,6 +348,103 @@ void TestOpenIMManager::aBurstAlertsOncePerConversation() {
         alerts.add(record("3"), "d");
     }
     QCOMPARE(order, (QStringList{"2x1 b", "1x2 c", "3x1 d"}));
+}
+
+// A kick ends the session as a logout does: no timers, and notifications wait, in order, for
+// the next sign-in to be ready. A refused sign-in says why and never reports success, whatever
+// code the SDK gave.
+void TestOpenIMManager::kickOrRefusalEndsTheSession() {
+    QSignalSpy landed(manager_.get(), &OpenIMManager::signal_Landed);
+    manager_->OnLoginOk({user(L"100")});
+    QTRY_VERIFY(manager_->msgReady());
+    manager_->OnKicked({});
+    QTRY_COMPARE(landed.size(), 2);
+    QCOMPARE(landed.last().first().toBool(), false);
+    QVERIFY(shell_.calls.contains("kicked"));
+    QVERIFY(!manager_->msgReady());
+    QVERIFY(!manager_->isLoggedIn());
+    QVERIFY(!manager_->sessionTimerRunning());
+    QVERIFY(!manager_->retryTimerRunning());
+    g_script.unread = {textMessage(40, 2000000600, "after the kick")};
+    QSignalSpy shown(manager_.get(), &OpenIMManager::chatMessage);
+    manager_->OnIMNotifyMsgsOfSingle(user(L"101"));
+    QTRY_COMPARE(manager_->pendingList().size(), 1);
+    QCOMPARE(shown.size(), 0);
+
+    QSignalSpy results(manager_.get(), &OpenIMManager::loginResult);
+    manager_->OnLoginFail({openim::ResultCode(openim::ResultCode::kAuthFailed)});
+    manager_->OnLoginFail({openim::ResultCode()});  // a failure that came without a code
+    QTRY_COMPARE(results.size(), 2);
+    QCOMPARE(results.at(0).first().toInt(), int(OpenIMManager::kWrongPassword));
+    QCOMPARE(results.at(1).first().toInt(), int(openim::ResultCode::kFailed));
+    QVERIFY(shell_.calls.contains(QStringLiteral("loginFailed 登录失败，用户或密码错误")));
+}
+
+// Thousands of messages never hold the GUI thread at once: one slice is shown now, the rest a
+// slice a turn of the event loop, in order, each slice marking the row once. In the end all
+// of it is read and the watermark stands at the newest.
+void TestOpenIMManager::aLongBurstIsShownASliceATurn() {
+    manager_->setMsgReady(true);
+    QSignalSpy shown(manager_.get(), &OpenIMManager::chatMessage);
+    const qint64 start = 2000002000;
+    QList<quint64> ids;
+    g_script.unread.clear();
+    for (int i = 0; i < 120; ++i) {
+        g_script.unread.push_back(textMessage(1000 + i, start + i, QString::number(i)));
+        ids << quint64(1000 + i);
+    }
+    manager_->updateUnreadMsg(user(L"101"));
+    QCOMPARE(shown.size(), 50);
+    QTRY_COMPARE(shown.size(), 120);
+    QCOMPARE(shownIds(shown), ids);
+    QCOMPARE(shell_.calls.filter(QRegularExpression("^mark ")),
+             (QStringList{"mark 101 50", "mark 101 50", "mark 101 20"}));
+    QTRY_VERIFY(g_script.unread.empty());
+    QCOMPARE(ConfigStore::instance().userConfig().thisTime, start + 119);
+}
+
+// What is typed after a picture leaves after it: held until the picture's upload is reported,
+// while other conversations go on. A picture with no conversation to go through fails at once
+// and lets the sends behind it go.
+void TestOpenIMManager::sendsWaitForTheUploadBeforeThem() {
+    manager_->sendPicture("101", "/tmp/a.png");
+    manager_->sendTextOrCustom("101", QString(), "after the picture");
+    manager_->sendTextOrCustom("102", QString(), "to someone else");
+    QCOMPARE(g_script.sends, (QStringList{"image|/tmp/a.png", "text|to someone else"}));
+    openim::IMMessage picture = textMessage(50, 2000003000, "/tmp/a.png");
+    picture.sender = user(L"100");
+    picture.receiver = user(L"101");
+    picture.content.type = openim::kContentImage;
+    manager_->OnSent(picture, openim::ResultCode(), openim::ResultCode());
+    QTRY_COMPARE(g_script.sends.size(), 3);
+    QCOMPARE(g_script.sends.last(), QStringLiteral("text|after the picture"));
+
+    QSignalSpy failed(manager_.get(), &OpenIMManager::sendFailed);
+    manager_->sendPicture("gone", "/tmp/b.png");  // no tribe, no colleague: nothing to go through
+    manager_->sendTextOrCustom("gone", "[名片]", "{}");
+    QCOMPARE(failed.size(), 1);
+    QCOMPARE(failed.first().first().value<BaseMsg::MMessage>().kind, int(BaseMsg::Media));
+    QCOMPARE(failed.first().at(1).toString(), QStringLiteral("找不到该会话"));
+    QTRY_COMPARE(failed.size(), 2);
+    QCOMPARE(failed.last().first().value<BaseMsg::MMessage>().kind, int(BaseMsg::Custom));
+}
+
+// A page of history goes to the views as history, however new its messages: no mark and no
+// alert. The newest page starts over from the newest messages; the next one goes on from there.
+void TestOpenIMManager::historyPagesMarkNothingAsNew() {
+    manager_->setMsgReady(true);
+    QSignalSpy shown(manager_.get(), &OpenIMManager::chatMessage);
+    g_script.history = {textMessage(60, 2000004000, "older"), textMessage(61, 2000004001, "newer")};
+    manager_->getLatestMsg("101");
+    QCOMPARE(g_script.historyResets, 1);
+    QTRY_COMPARE(shown.size(), 2);
+    QCOMPARE(shownIds(shown), (QList<quint64>{60, 61}));
+    for (const QList<QVariant>& args : shown)
+        QVERIFY(args.first().value<BaseMsg::MMessage>().isHistory);
+    QVERIFY(shell_.calls.filter(QRegularExpression("^(mark|message) ")).isEmpty());
+    manager_->getMoreMsg("101");
+    QTRY_COMPARE(shown.size(), 4);
+    QCOMPARE(g_script.historyResets, 1);
 }
 
 int main(int argc, char** argv) {
