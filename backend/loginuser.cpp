@@ -34,6 +34,7 @@ bool LoginUser::fromJson(const QJsonObject& o, LoginUser* out) {
     u.imHost = text(o, "imHost");
     u.imDomain = text(o, "imDomain");
     u.imAuthority = text(o, "imAuthority");
+    u.imHosts = text(o, "imHosts");
     bool portOk = false;
     const int port = text(o, "imPort").toInt(&portOk);
     if (portOk && port > 0 && port < 65536) u.imPort = port;

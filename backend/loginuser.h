@@ -27,6 +27,9 @@ struct LoginUser {
     QString imHost;
     QString imDomain;
     int imPort = 5222;
+    // Every node of a clustered IM service, "host:port,host:port", in the order to try them;
+    // empty when the back end names only imHost and imPort.
+    QString imHosts;
     // The back end's own IM account: the only one whose tribe notices are believed.
     QString imAuthority;
 

@@ -114,7 +114,24 @@ void MessageSender::failUnsendable(const QString& id, int kind, const QString& s
 
 // Echoed into the conversation at once, sent or not: the user sees what they wrote, and
 // below it that it did not go out.
-void MessageSender::sent(const openim::IMMessage& message, const QString& failure) {
+bool MessageSender::firstReport(quint64 msgId, bool pending) {
+    if (pending) {
+        awaiting_.insert(msgId);
+        return true;
+    }
+    return !awaiting_.remove(msgId);
+}
+
+void MessageSender::sent(const openim::IMMessage& message, const QString& failure, bool pending) {
+    if (!firstReport(message.msgId, pending)) {
+        // The outcome of a message already shown: only a failure is news.
+        if (!failure.isEmpty()) {
+            BaseMsg::MMessage failed = MessageMapper::toMessage(message, core_->ownId(), false);
+            failed.sentContent = toQ(message.content.content);
+            emit sendFailed(failed, failure);
+        }
+        return;
+    }
     core_->showChatMsg(false, message);
     if (!failure.isEmpty()) {
         BaseMsg::MMessage failed = MessageMapper::toMessage(message, core_->ownId(), false);
@@ -124,7 +141,17 @@ void MessageSender::sent(const openim::IMMessage& message, const QString& failur
     if (isUpload(message.content.type)) queue_.uploadFinished(toQ(message.receiver.account));
 }
 
-void MessageSender::tribeSent(const openim::IMTribeMessage& message, const QString& failure) {
+void MessageSender::tribeSent(const openim::IMTribeMessage& message, const QString& failure,
+                              bool pending) {
+    if (!firstReport(message.msgId, pending)) {
+        if (!failure.isEmpty()) {
+            BaseMsg::MMessage failed =
+                MessageMapper::toTribeMessage(message, core_->ownId(), false);
+            failed.sentContent = toQ(message.content.content);
+            emit sendFailed(failed, failure);
+        }
+        return;
+    }
     core_->showTribeChatMsg(false, message);
     if (!failure.isEmpty()) {
         BaseMsg::MMessage failed = MessageMapper::toTribeMessage(message, core_->ownId(), false);
@@ -137,7 +164,7 @@ void MessageSender::tribeSent(const openim::IMTribeMessage& message, const QStri
 
 QString MessageSender::failureText(const openim::ResultCode& sent,
                                    const openim::ResultCode& uploaded) {
-    if (sent.ok() && uploaded.ok()) return QString();
+    if ((sent.ok() || sent.pending()) && uploaded.ok()) return QString();
     const openim::ResultCode& r = sent.ok() ? uploaded : sent;
     switch (r.code) {
         case openim::ResultCode::kNotLoggedIn:
@@ -146,6 +173,8 @@ QString MessageSender::failureText(const openim::ResultCode& sent,
             return QStringLiteral("内容无法发送");
         case openim::ResultCode::kNotFound:
             return QStringLiteral("您已不在该群中");
+        case openim::ResultCode::kTimeout:
+            return QStringLiteral("服务器未确认收到");
         default:
             return sent.ok() ? QStringLiteral("上传失败") : QStringLiteral("网络错误");
     }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QObject>
+#include <QSet>
 #include <QString>
 
 #include "basemsg.h"
@@ -28,9 +29,12 @@ public:
     // A text, picture, file or custom message that was not sent, as it was first handed over.
     void resend(const BaseMsg::MMessage& message);
 
-    // GUI thread: the SDK's report of a send, with failureText's verdict on it.
-    void sent(const openim::IMMessage& message, const QString& failure);
-    void tribeSent(const openim::IMTribeMessage& message, const QString& failure);
+    // GUI thread: the SDK's report of a send, with failureText's verdict on it. A message
+    // the server has not confirmed yet (`pending`) is shown at once; its outcome comes as a
+    // second report, which only says something when the message did not get through.
+    void sent(const openim::IMMessage& message, const QString& failure, bool pending = false);
+    void tribeSent(const openim::IMTribeMessage& message, const QString& failure,
+                   bool pending = false);
     // What the page says about a send that failed; empty when it went out.
     static QString failureText(const openim::ResultCode& sent, const openim::ResultCode& uploaded);
 
@@ -45,6 +49,11 @@ private:
     void failUnsendable(const QString& id, int kind, const QString& summary,
                         const QString& content);
 
+    // False when this report is the outcome of a message shown while pending: it is not
+    // shown again.
+    bool firstReport(quint64 msgId, bool pending);
+
     OpenIMManager* core_;
     SendQueue queue_;
+    QSet<quint64> awaiting_;  // shown, not confirmed by the server yet
 };

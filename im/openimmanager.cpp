@@ -374,21 +374,25 @@ void OpenIMManager::resend(const BaseMsg::MMessage& message) { sender_->resend(m
 
 void OpenIMManager::OnSent(openim::IMMessage message, openim::ResultCode sent,
                            openim::ResultCode uploaded) {
-    if (!sent.ok() || !uploaded.ok())
+    if ((!sent.ok() && !sent.pending()) || !uploaded.ok())
         QX_LOG << "OpenIMManager: a message was not sent (" << sent.code << ", " << uploaded.code
                << ")";
     const QString failure = MessageSender::failureText(sent, uploaded);
-    onGui(this, [this, message, failure] { sender_->sent(message, failure); });
+    onGui(this, [this, message, failure, pending = sent.pending()] {
+        sender_->sent(message, failure, pending);
+    });
 }
 
 void OpenIMManager::OnTribeSent(openim::IMTribeMessage message, openim::ResultCode sent,
                                 openim::ResultCode uploaded) {
-    if (!sent.ok() || !uploaded.ok())
+    if ((!sent.ok() && !sent.pending()) || !uploaded.ok())
         QX_LOG << "OpenIMManager::OnTribeSent failed: tribe "
                << QString::number(message.tribe.tribeId) << " result " << sent.code << " upload "
                << uploaded.code << " " << toQ(sent.text) << toQ(uploaded.text);
     const QString failure = MessageSender::failureText(sent, uploaded);
-    onGui(this, [this, message, failure] { sender_->tribeSent(message, failure); });
+    onGui(this, [this, message, failure, pending = sent.pending()] {
+        sender_->tribeSent(message, failure, pending);
+    });
 }
 
 // --- push channel: logged only ------------------------------------------------------------

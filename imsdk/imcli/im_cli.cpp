@@ -244,14 +244,14 @@ void ImCli::newMessages(const QString& sender) {
 }
 
 void ImCli::sent(const openim::IMMessage& message, int sendCode, int uploadCode) {
+    if (sendCode == openim::ResultCode::kPending) return;  // the server's word follows
     QJsonObject line = toJson(message);
     line.insert(QStringLiteral("event"), QStringLiteral("sent"));
     line.insert(QStringLiteral("result"), sendCode);
     line.insert(QStringLiteral("upload"), uploadCode);
     printLine(line);
-    // Let the stream flush before signing out.
-    QTimer::singleShot(200, this,
-                       [this, ok = sendCode == 0 && uploadCode == 0] { finish(ok ? 0 : 1); });
+    // Confirmed by the server: signing out at once loses nothing.
+    finish(sendCode == 0 && uploadCode == 0 ? 0 : 1);
 }
 
 void ImCli::historyPage(int code, const std::vector<openim::IMMessage>& page) {

@@ -19,6 +19,9 @@ struct ResultCode {
         kNotFound = 7,
         kAuthFailed = 8,  // the server refused the account or its secret
         kInsecure = 9,    // the server's connection could not be protected (TLS, certificate)
+        // A message written to the server that has not confirmed it yet: its send callback
+        // runs once more with the outcome (kOk when the server has it).
+        kPending = 10,
     };
 
     ResultCode() = default;
@@ -29,6 +32,7 @@ struct ResultCode {
     prg::PrgStringT<wchar_t> text;  // what went wrong, for logs
 
     bool ok() const { return code == kOk; }
+    bool pending() const { return code == kPending; }
 };
 
 }  // namespace openim

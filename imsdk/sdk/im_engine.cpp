@@ -20,6 +20,7 @@
 #include "sdk/socket_guard.h"
 #include "sdk/stanza_router.h"
 #include "sdk/store_batcher.h"
+#include "sdk/stream_acks.h"
 #include "sdk/tribe_rooms.h"
 #include "sdk/upload_slots.h"
 #include "sdk/wide_text.h"
@@ -76,7 +77,12 @@ QXmppClient* ImEngine::createClient() {
     client_ = new QXmppClient(this);
     // Before anything reads the socket: stanzas too deep or too big never reach QXmpp's
     // recursive parser.
-    new SocketGuard(client_);
+    auto* guard = new SocketGuard(client_);
+    // What the server confirmed of ours decides "sent"; what a stream left unconfirmed goes
+    // back to the send path to go again on the next one.
+    acks_ = new StreamAcks(client_, guard, client_);
+    connect(acks_, &StreamAcks::confirmed, outgoing_, &OutgoingMessages::confirmed);
+    connect(acks_, &StreamAcks::unconfirmed, outgoing_, &OutgoingMessages::unconfirmed);
     archive_ = new ArchiveExtension;
     carbons_ = new QXmppCarbonManager;
     auto* upload = new QXmppUploadRequestManager;
@@ -144,6 +150,7 @@ QString ImEngine::bareJid(const QString& account) const {
 
 void ImEngine::login(const openim::LoginParam& param, const QString& dataFolder) {
     signIn_->begin(param);
+    if (toQ(param.user.account) != account_) outgoing_->accountChanged();
     account_ = toQ(param.user.account);
     domain_ = toQ(param.domain);
     if (account_.isEmpty() || domain_.isEmpty()) {
@@ -172,7 +179,11 @@ void ImEngine::login(const openim::LoginParam& param, const QString& dataFolder)
 
 void ImEngine::relogin() { signIn_->relogin(); }
 
-void ImEngine::logout() { signIn_->logout(); }
+// What the server has not confirmed yet gets a moment to be: a message written just before
+// the log-out is not lost with the stream.
+void ImEngine::logout() {
+    outgoing_->whenConfirmed([this] { signIn_->logout(); });
+}
 
 bool ImEngine::isOnline() const { return signIn_->isOnline(); }
 
@@ -180,6 +191,7 @@ void ImEngine::sessionStarted() {
     catchUp_->start();
     tribes_->sessionStarted();
     downloads_->resumePending();
+    outgoing_->sessionStarted();
 }
 
 // Fails what waits for the server; nothing of it will be answered on this stream.

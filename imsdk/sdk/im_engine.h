@@ -29,6 +29,7 @@ class OutgoingMessages;
 class PresenceRequests;
 class QXmppCarbonManager;
 class StanzaRouter;
+class StreamAcks;
 class StoreBatcher;
 class TribeRooms;
 class UploadSlots;
@@ -125,6 +126,8 @@ public:
     TribeRooms* tribes() { return tribes_; }
     MessageStore& messageStore() { return store_; }
     QXmppClient* xmppClient() { return client_; }
+    // The current client's stream-management acknowledgements.
+    StreamAcks* streamAcks() { return acks_; }
     ArchiveExtension* archive() { return archive_; }
     const QString& domain() const { return domain_; }
     const QString& account() const { return account_; }
@@ -151,6 +154,8 @@ private:
     QString domain_;
 
     QXmppClient* client_ = nullptr;
+
+    StreamAcks* acks_ = nullptr;  // the current client's
     ArchiveExtension* archive_ = nullptr;
     QXmppCarbonManager* carbons_ = nullptr;
     MediaTransfer* transfer_;

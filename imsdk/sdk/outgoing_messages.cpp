@@ -1,14 +1,18 @@
-// The send path: drafts checked and completed, media uploaded first, stanzas sent and stored.
+// The send path: drafts checked and completed, media uploaded first, stanzas sent and stored,
+// "sent" on the server's confirmation.
 #include "sdk/outgoing_messages.h"
 
 #include <QXmppMessage.h>
+#include <QDateTime>
 #include <QFileInfo>
 #include <QUuid>
 
 #include "openim/im_message_content.h"
 #include "sdk/message_codec.h"
+#include "sdk/stream_acks.h"
 #include "sdk/tribe_rooms.h"
 #include "sdk/upload_slots.h"
+#include "sdk/wide_text.h"
 
 OutgoingMessages::OutgoingMessages(ImEngine* engine, UploadSlots* uploads)
     : QObject(engine), engine_(engine), uploads_(uploads) {}
@@ -67,7 +71,49 @@ void OutgoingMessages::send(const QString& peer, StoredMessage draft, const QStr
                      });
 }
 
-void OutgoingMessages::sessionEnded() { uploads_->sessionEnded(); }
+void OutgoingMessages::sessionEnded() {
+    uploads_->sessionEnded();
+    if (signingOut_) failAll(L"signed out before the server confirmed it");
+}
+
+void OutgoingMessages::sessionStarted() {
+    signingOut_ = false;
+    const QStringList ids = std::exchange(again_, {});
+    if (!ids.isEmpty())
+        qInfo().noquote() << "imsdk: sending again" << ids.size()
+                          << "messages the server had not confirmed";
+    for (const QString& id : ids) retransmit(id);
+}
+
+void OutgoingMessages::whenConfirmed(std::function<void()> then) {
+    signingOut_ = true;
+    if (written_.isEmpty() || !engine_->isOnline()) {
+        failAll(L"signed out before the server confirmed it");
+        then();
+        return;
+    }
+    waiters_.push_back(std::move(then));
+    if (!waitLimit_.isActive()) {
+        waitLimit_.setSingleShot(true);
+        connect(&waitLimit_, &QTimer::timeout, this, &OutgoingMessages::releaseWaiters,
+                Qt::UniqueConnection);
+        waitLimit_.start(kLogOutWaitMs);
+    }
+}
+
+void OutgoingMessages::accountChanged() {
+    failAll(L"another account signed in");
+    signingOut_ = false;
+}
+
+void OutgoingMessages::confirmed(const QString& originId) {
+    if (written_.contains(originId)) finish(originId, openim::ResultCode());
+}
+
+void OutgoingMessages::unconfirmed(const QStringList& originIds) {
+    for (const QString& id : originIds)
+        if (written_.contains(id) && !again_.contains(id)) again_.append(id);
+}
 
 void OutgoingMessages::transmit(StoredMessage draft, const ImEngine::Sent& done) {
     if (!engine_->isOnline()) {
@@ -75,20 +121,107 @@ void OutgoingMessages::transmit(StoredMessage draft, const ImEngine::Sent& done)
             done(draft, openim::ResultCode(openim::ResultCode::kNotLoggedIn), openim::ResultCode());
         return;
     }
-    const bool toTribe = TribeRooms::isKey(draft.peer);
+    Written w{std::move(draft), done, QDateTime::currentMSecsSinceEpoch() + kConfirmMs};
+    StreamAcks* acks = engine_->streamAcks();
+    if (!write(w)) {
+        if (done)
+            done(w.draft, openim::ResultCode(openim::ResultCode::kNetworkError),
+                 openim::ResultCode());
+        return;
+    }
+    const bool followed = acks && acks->isWaiting(w.draft.originId);
+    MessageStore& store = engine_->messageStore();
+    w.draft.seq = store.nextSeq();
+    if (std::optional<quint64> id = store.insert(w.draft)) w.draft.id = *id;
+    if (!followed) {
+        // A stream without acknowledgements: written is all that can be known.
+        if (done) done(w.draft, openim::ResultCode(), openim::ResultCode());
+        return;
+    }
+    const StoredMessage shown = w.draft;
+    written_.insert(shown.originId, std::move(w));
+    if (!expiry_.isActive()) {
+        connect(&expiry_, &QTimer::timeout, this, &OutgoingMessages::expire, Qt::UniqueConnection);
+        expiry_.start(1000);
+    }
+    if (done) done(shown, openim::ResultCode(openim::ResultCode::kPending), openim::ResultCode());
+}
+
+bool OutgoingMessages::write(Written& w) {
+    const bool toTribe = TribeRooms::isKey(w.draft.peer);
     TribeRooms* tribes = engine_->tribes();
     QXmppMessage stanza =
-        MessageCodec::encode(draft, toTribe ? tribes->roomJid(TribeRooms::idOfKey(draft.peer))
-                                            : engine_->bareJid(draft.peer));
+        MessageCodec::encode(w.draft, toTribe ? tribes->roomJid(TribeRooms::idOfKey(w.draft.peer))
+                                              : engine_->bareJid(w.draft.peer));
     if (toTribe) stanza.setType(QXmppMessage::GroupChat);
-    const bool sent = engine_->xmppClient()->sendPacket(stanza);
-    if (sent) {
-        MessageStore& store = engine_->messageStore();
-        draft.seq = store.nextSeq();
-        if (std::optional<quint64> id = store.insert(draft)) draft.id = *id;
+    if (!engine_->xmppClient()->sendPacket(stanza)) return false;
+    if (StreamAcks* acks = engine_->streamAcks()) acks->follow(w.draft.originId);
+    return true;
+}
+
+void OutgoingMessages::retransmit(const QString& originId) {
+    auto it = written_.find(originId);
+    if (it == written_.end()) return;
+    const QString peer = it->draft.peer;
+    TribeRooms* tribes = engine_->tribes();
+    if (TribeRooms::isKey(peer) && !tribes->isJoined(TribeRooms::idOfKey(peer))) {
+        // The room lets us in again first.
+        tribes->whenJoined(TribeRooms::idOfKey(peer), [this, originId](bool in) {
+            if (in)
+                retransmit(originId);
+            else
+                finish(originId, openim::ResultCode(openim::ResultCode::kNotFound,
+                                                    L"not in the tribe's room"));
+        });
+        return;
     }
-    if (done)
-        done(draft,
-             openim::ResultCode(sent ? openim::ResultCode::kOk : openim::ResultCode::kNetworkError),
-             openim::ResultCode());
+    if (!engine_->isOnline() || !write(*it)) {
+        if (!again_.contains(originId)) again_.append(originId);
+        return;
+    }
+    StreamAcks* acks = engine_->streamAcks();
+    if (!acks || !acks->isWaiting(originId)) finish(originId, openim::ResultCode());
+}
+
+void OutgoingMessages::finish(const QString& originId, const openim::ResultCode& result) {
+    auto it = written_.find(originId);
+    if (it == written_.end()) return;
+    Written w = std::move(*it);
+    written_.erase(it);
+    again_.removeAll(originId);
+    if (!result.ok()) {
+        // Not sent: the store does not keep it as if it were; the user sends it again.
+        if (StreamAcks* acks = engine_->streamAcks()) acks->forget(originId);
+        if (w.draft.id) engine_->messageStore().remove(w.draft.id);
+        qWarning().noquote() << "imsdk: a message to" << w.draft.peer
+                             << "was not confirmed by the server:" << wide_text::toQ(result.text);
+    }
+    if (w.done) w.done(w.draft, result, openim::ResultCode());
+    if (written_.isEmpty()) {
+        expiry_.stop();
+        releaseWaiters();
+    }
+}
+
+void OutgoingMessages::expire() {
+    const qint64 now = QDateTime::currentMSecsSinceEpoch();
+    QStringList late;
+    for (auto it = written_.cbegin(); it != written_.cend(); ++it)
+        if (it->deadline <= now) late << it.key();
+    for (const QString& id : late)
+        finish(id, openim::ResultCode(openim::ResultCode::kTimeout,
+                                      L"the server did not confirm the message"));
+}
+
+void OutgoingMessages::failAll(const wchar_t* why) {
+    const QStringList ids = written_.keys();
+    for (const QString& id : ids)
+        finish(id, openim::ResultCode(openim::ResultCode::kNetworkError, why));
+    again_.clear();
+}
+
+void OutgoingMessages::releaseWaiters() {
+    waitLimit_.stop();
+    const std::vector<std::function<void()>> waiters = std::exchange(waiters_, {});
+    for (const std::function<void()>& then : waiters) then();
 }

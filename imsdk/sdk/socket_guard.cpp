@@ -48,7 +48,8 @@ void SocketGuard::onReadyRead() {
                            QString::fromLatin1(r.element) + QStringLiteral("> from the server:")
                     << r.reason;
         }
-        if (!safe.isEmpty()) tst_QXmppStream::process(stream_, safe);
+        for (const QByteArray& tag : guard_.takeSessionTags()) emit sessionElement(tag);
+        if (!safe.isEmpty() && stream_) tst_QXmppStream::process(stream_, safe);
         if (guard_.broken()) {
             qWarning().noquote() << reporting_.logName +
                                         QStringLiteral(": closing the connection, the server sent")

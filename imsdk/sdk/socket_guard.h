@@ -30,6 +30,11 @@ public:
     // differently); the client then runs unguarded, which the log says.
     bool installed() const { return installed_; }
 
+signals:
+    // A stream-management element of the server's (its start tag), told before the stream
+    // reads it.
+    void sessionElement(const QByteArray& startTag);
+
 private:
     void onReadyRead();
 

@@ -110,6 +110,8 @@ void StanzaGuard::takePlain(const char* p, qsizetype size) {
 
 QList<StanzaGuard::Refusal> StanzaGuard::takeRefusals() { return std::exchange(refusals_, {}); }
 
+QList<QByteArray> StanzaGuard::takeSessionTags() { return std::exchange(sessionTags_, {}); }
+
 void StanzaGuard::reset() {
     const Limits limits = limits_;
     *this = StanzaGuard(limits);
@@ -311,6 +313,10 @@ void StanzaGuard::finishStanza() {
                        refusedReason_.toUtf8() + "'/></" + stanzaName_ + ">";
         pending_.append(replacement);
         refusals_.append({stanzaName_, refusedReason_});
+    } else if ((stanzaName_ == "a" || stanzaName_ == "enabled" || stanzaName_ == "resumed" ||
+                stanzaName_ == "failed") &&
+               stanzaTag_.contains("urn:xmpp:sm:3")) {
+        sessionTags_.append(stanzaTag_);
     }
     inStanza_ = false;
     refused_ = false;

@@ -46,6 +46,11 @@ public:
     const QByteArray& feed(const QByteArray& data) { return feed(data.constData(), data.size()); }
     // Refusals since the last call.
     QList<Refusal> takeRefusals();
+    // The start tags of the server's stream-management elements (<a/>, <enabled/>,
+    // <resumed/>, <failed/> directly under the stream) handed on since the last call, in
+    // order. Only the stream's own level counts: the same element inside a stanza is a
+    // sender's text, not the server's word.
+    QList<QByteArray> takeSessionTags();
     // True once the stream held something no XMPP server sends (a document type
     // declaration, markup that cannot be tokenized); nothing more is handed on.
     bool broken() const { return broken_; }
@@ -94,6 +99,7 @@ private:
     QString refusedReason_;
     qsizetype stanzaBytes_ = 0;
     QList<Refusal> refusals_;
+    QList<QByteArray> sessionTags_;
     bool broken_ = false;
     QString brokenReason_;
 };

@@ -408,6 +408,17 @@ bool MessageStore::markSeen(const QString& peer) {
     return false;
 }
 
+bool MessageStore::remove(quint64 id) {
+    if (!isOpen()) return false;
+    QSqlQuery q(QSqlDatabase::database(connection_, false));
+    q.prepare(QStringLiteral("DELETE FROM messages WHERE id = ?"));
+    q.addBindValue(id);
+    if (q.exec()) return true;
+    qWarning("imsdk store: message %llu not taken out: %s", static_cast<unsigned long long>(id),
+             qPrintable(q.lastError().text()));
+    return false;
+}
+
 void MessageStore::markRead(const QString& peer) {
     if (!isOpen()) return;
     QSqlQuery q(QSqlDatabase::database(connection_, false));

@@ -64,6 +64,8 @@ public:
     };
     QList<Unseen> unseen();
     bool markSeen(const QString& peer);
+    // Takes out one message (an outgoing one the server never confirmed).
+    bool remove(quint64 id);
     // Up to `limit` messages before (time, seq), oldest first; (0, 0) starts at the newest.
     QList<StoredMessage> page(const QString& peer, qint64 beforeTime, qint64 beforeSeq, int limit);
     // The server id of the oldest message with `peer` that has one.

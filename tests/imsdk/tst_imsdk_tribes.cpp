@@ -54,6 +54,7 @@ public:
         note(QStringLiteral("download:%1:%2").arg(r.code).arg(toQ(d.localPath)));
     }
     void OnSent(openim::IMTribeMessage, openim::ResultCode sent, openim::ResultCode up) {
+        if (sent.pending()) return;  // the outcome follows once the server confirms
         note(QStringLiteral("sent:%1:%2").arg(sent.code).arg(up.code));
     }
     void OnHistory(prg::PrgStringT<wchar_t>, openim::ResultCode r,

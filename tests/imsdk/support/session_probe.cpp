@@ -35,6 +35,7 @@ void SessionProbe::OnDownload(openim::ResultCode result, openim::DownloadMediaRe
 
 void SessionProbe::OnSent(openim::IMMessage message, openim::ResultCode sent,
                           openim::ResultCode upload) {
+    if (sent.pending()) return;  // the outcome follows once the server confirms
     {
         QMutexLocker guard(&lock_);
         sent_ << message;

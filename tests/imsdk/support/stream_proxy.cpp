@@ -13,8 +13,10 @@ void StreamProxy::onConnection() {
     while (QTcpSocket* client = server_.nextPendingConnection()) {
         clients_.append(client);
         auto* upstream = new QTcpSocket(client);
-        connect(client, &QTcpSocket::readyRead, upstream,
-                [client, upstream] { upstream->write(client->readAll()); });
+        connect(client, &QTcpSocket::readyRead, upstream, [this, client, upstream] {
+            const QByteArray data = client->readAll();
+            if (!swallowing_) upstream->write(data);
+        });
         connect(upstream, &QTcpSocket::readyRead, client, [this, client, upstream] {
             QByteArray data = upstream->readAll();
             if (dropping_) return;

@@ -28,6 +28,9 @@ public:
     // While on, what the server sends is thrown away: stanzas the server delivered that the
     // client never gets, as on a link that dies unnoticed.
     void setDropping(bool on) { dropping_ = on; }
+    // While on, what the client sends is thrown away too: a server node that died without
+    // closing its connections.
+    void setSwallowing(bool on) { swallowing_ = on; }
     // Closes every relayed connection at once, both ways.
     void cut();
 
@@ -40,6 +43,7 @@ private:
     QList<QPair<QByteArray, QByteArray>> rules_;
     int rewrites_ = 0;
     bool dropping_ = false;
+    bool swallowing_ = false;
     QList<QPointer<QTcpSocket>> clients_;
     QElapsedTimer lastRewrite_;
 };
