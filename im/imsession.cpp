@@ -48,6 +48,7 @@ void ImSession::login(const LoginUser& user) {
     param.secret = fromQ(user.imSecret);
     param.host = fromQ(user.imHost);
     param.port = quint16(user.imPort);
+    param.endpoints = fromQ(user.imHosts);  // every node of a cluster, when the back end lists them
     param.domain = fromQ(user.imDomain.isEmpty() ? user.imHost : user.imDomain);
     param.receiveFolder = fromQ(ConfigStore::instance().folderPath(ConfigStore::Receive));
     param.authority = fromQ(user.imAuthority);

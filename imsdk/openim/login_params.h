@@ -15,6 +15,10 @@ struct LoginParam {
     prg::PrgStringT<wchar_t> secret;
     prg::PrgStringT<wchar_t> host;  // server to connect to; empty: the domain itself
     std::uint16_t port = 5222;
+    // A cluster's nodes, "host[:port],host[:port]" (port defaulting to `port`), tried in
+    // order: a node that cannot be reached or drops the session costs a reconnect to the
+    // next. Empty: host and port alone.
+    prg::PrgStringT<wchar_t> endpoints;
     prg::PrgStringT<wchar_t> domain;  // accounts are account@domain
     // Where received pictures and files go; empty: "<data folder>/<account>/Receive".
     prg::PrgStringT<wchar_t> receiveFolder;

@@ -40,6 +40,13 @@ void EngineSignIn::begin(const openim::LoginParam& param) {
         engine_->xmppClient()->disconnectFromServer();
     }
     param_ = param;
+    QString problem;
+    endpoints_ = param.endpoints.empty()
+                     ? EndpointList()
+                     : EndpointList::parse(toQ(param.endpoints), param.port, &problem);
+    if (!param.endpoints.empty() && endpoints_.isEmpty())
+        qWarning().noquote() << "imsdk: the server list is not usable (" << problem
+                             << "); using the one server";
 }
 
 void EngineSignIn::relogin() {
@@ -78,8 +85,13 @@ void EngineSignIn::connectNow(bool isRelogin) {
     config.setUser(engine_->account());
     config.setDomain(domain);
     config.setPassword(toQ(param_.secret));
-    config.setHost(param_.host.empty() ? domain : toQ(param_.host));
-    config.setPort(param_.port);
+    if (endpoints_.isEmpty()) {
+        config.setHost(param_.host.empty() ? domain : toQ(param_.host));
+        config.setPort(param_.port);
+    } else {
+        config.setHost(endpoints_.current().host);
+        config.setPort(quint16(endpoints_.current().port));
+    }
     config.setResource(desktopResource());
     // The client decides when to sign in again (NetDisConnectParam, then ReLogin).
     config.setAutoReconnectionEnabled(false);
@@ -130,6 +142,13 @@ void EngineSignIn::loginAttemptFailed(const openim::ResultCode& result, bool ref
         return;
     }
     emit sessionEnded();
+    if (!refused && !newRound_) {
+        // Another node of the cluster may well be up: it is tried at once.
+        QTimer::singleShot(0, this, [this, generation = loginGeneration_] {
+            if (generation == loginGeneration_ && state_ == State::LoggingIn) connectNow(false);
+        });
+        return;
+    }
     if (!refused && ++loginAttempt_ <= kRetries) {
         const int pauseMs = 1000 << loginAttempt_;
         qInfo().noquote() << "imsdk: sign-in attempt" << loginAttempt_ << "failed ("
@@ -189,6 +208,15 @@ void EngineSignIn::onStateChanged(QXmppClient::State state) {
                                   : QStringLiteral("connection closed (error %1, stream error %2)")
                                         .arg(int(lastError_))
                                         .arg(int(streamError_))));
+    // The next connection goes to the next node: this one is unreachable or let us go.
+    // (Once per connection: a closing client can report the end more than once.)
+    newRound_ = true;
+    const bool ended = was == State::LoggingIn || was == State::ReLoggingIn || was == State::Online;
+    if (ended && !refused && endpoints_.size() > 1) {
+        newRound_ = endpoints_.advance();
+        qInfo().noquote() << "imsdk: next connection to" << endpoints_.current().host
+                          << endpoints_.current().port;
+    }
     switch (was) {
         case State::LoggingIn:
         case State::ReLoggingIn:

@@ -8,6 +8,7 @@
 
 #include "openim/login_params.h"
 #include "openim/result_code.h"
+#include "sdk/endpoint_list.h"
 
 class ImEngine;
 class MediaTransfer;
@@ -58,6 +59,8 @@ private:
     MediaTransfer* transfer_;
     std::function<QXmppClient*()> newClient_;
     openim::LoginParam param_;
+    EndpointList endpoints_;  // where the next connection goes first
+    bool newRound_ = true;    // the next connection starts a new round through endpoints_
     State state_ = State::Idle;
     QPointer<StreamSecurity> security_;  // of the current client
     QXmppClient::Error lastError_ = QXmppClient::NoError;

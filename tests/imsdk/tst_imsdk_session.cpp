@@ -1,4 +1,6 @@
 // Session life of an SDK login against a private Prosody: kick, server restart, heartbeat.
+#include <QElapsedTimer>
+#include <QTcpServer>
 #include <QtTest>
 
 #include "base/bind.h"
@@ -20,6 +22,7 @@ private slots:
     void heartbeatSyncRegistrationAndPush();
     void serverRestartLosesAndDoublesNothing();
     void sentMeansTheServerHasIt();
+    void aDeadNodeCostsAReconnect();
 
 private:
     ProsodyServer server_;
@@ -218,6 +221,38 @@ void SessionTest::sentMeansTheServerHasIt() {
     QVERIFY(waitUntil([&] { return again.probe().count("logouted") == 1; }, 15000));
     QCOMPARE(again.probe().count(QString("sent:%1:0").arg(openim::ResultCode::kNetworkError)), 2);
     proxy.setSwallowing(false);
+}
+
+// A cluster whose first node is down: the sign-in goes on to the next at once; when the node
+// in use goes, the next connection goes elsewhere.
+void SessionTest::aDeadNodeCostsAReconnect() {
+    QTcpServer closed;
+    QVERIFY(closed.listen(QHostAddress::LocalHost));
+    const quint16 dead = closed.serverPort();
+    closed.close();
+    StreamProxy node(server_.host(), server_.port());
+    QVERIFY(node.listen());
+    TestSession alice(QStringLiteral("alice-cluster"));
+    alice.setEndpoints(QStringLiteral("%1:%2,%1:%3,%1:%4")
+                           .arg(server_.host())
+                           .arg(dead)
+                           .arg(node.port())
+                           .arg(server_.port()));
+    QElapsedTimer clock;
+    clock.start();
+    alice.login(server_, QStringLiteral("alice"), QStringLiteral("pw-alice"));
+    QVERIFY(waitUntil([&] { return alice.probe().count("loginOk") == 1; }));
+    QVERIFY2(clock.elapsed() < 1500, qPrintable(QString::number(clock.elapsed())));
+    QCOMPARE(alice.probe().count("loginFail"), 0);
+
+    // The node in use goes away; the relogin reaches the third.
+    node.stop();
+    QVERIFY(waitUntil([&] { return alice.probe().count("disconnected") == 1; }));
+    alice.relogin();
+    QVERIFY2(waitUntil([&] { return alice.probe().count("reloginOk") == 1; }),
+             qPrintable(alice.probe().events().join(QLatin1Char(' '))));
+    alice.sendText(QStringLiteral("bob"), QStringLiteral("via the third node"));
+    QVERIFY(waitUntil([&] { return alice.probe().count("sent:0:0") == 1; }));
 }
 
 QTEST_GUILESS_MAIN(SessionTest)

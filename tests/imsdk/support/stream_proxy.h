@@ -33,6 +33,11 @@ public:
     void setSwallowing(bool on) { swallowing_ = on; }
     // Closes every relayed connection at once, both ways.
     void cut();
+    // Cuts and takes no more connections: the node is gone.
+    void stop() {
+        server_.close();
+        cut();
+    }
 
 private:
     void onConnection();

@@ -102,6 +102,7 @@ void TestSession::loginVia(const ProsodyServer& server, quint16 port, const QStr
     param.signInTimeoutMs = signInTimeoutMs_;
     param.caFile = fromQ(caFile_.isNull() ? server.caFile() : caFile_);
     param.requireTls = requireTls_;
+    param.endpoints = fromQ(endpoints_);
     loginService()->Login(param);
 }
 

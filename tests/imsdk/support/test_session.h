@@ -32,6 +32,8 @@ public:
     void setSignInTimeout(int ms) { signInTimeoutMs_ = ms; }
     // Require TLS although the test's server is on loopback.
     void setRequireTls(bool on) { requireTls_ = on; }
+    // A cluster's nodes ("host:port,..."), tried in order.
+    void setEndpoints(const QString& list) { endpoints_ = list; }
     // Trusts this authority instead of the server's own (a null string: the server's).
     void setCaFile(const QString& path) { caFile_ = path; }
     void relogin();
@@ -60,6 +62,7 @@ private:
     int signInTimeoutMs_ = 20000;
     bool requireTls_ = false;
     QString caFile_;
+    QString endpoints_;
     std::unique_ptr<SdkInstance> sdk_;
     base::scoped_refptr<SessionProbe> probe_;
 };
