@@ -17,6 +17,7 @@
 #include "sdk/outgoing_messages.h"
 #include "sdk/presence_requests.h"
 #include "sdk/room_extension.h"
+#include "sdk/room_health.h"
 #include "sdk/socket_guard.h"
 #include "sdk/stanza_router.h"
 #include "sdk/store_batcher.h"
@@ -58,7 +59,8 @@ ImEngine::ImEngine(QObject* parent)
       uploads_(new UploadSlots(this, transfer_)),
       outgoing_(new OutgoingMessages(this, uploads_)),
       router_(new StanzaRouter(this, batcher_, incoming_, catchUp_, history_, presence_)),
-      signIn_(new EngineSignIn(this, transfer_, [this] { return createClient(); })) {
+      signIn_(new EngineSignIn(this, transfer_, [this] { return createClient(); })),
+      roomHealth_(new RoomHealth(this)) {
     connect(signIn_, &EngineSignIn::sessionStarted, this, &ImEngine::sessionStarted);
     connect(signIn_, &EngineSignIn::sessionEnded, this, &ImEngine::sessionEnded);
     createClient();
@@ -192,7 +194,10 @@ void ImEngine::sessionStarted() {
     tribes_->sessionStarted();
     downloads_->resumePending();
     outgoing_->sessionStarted();
+    roomHealth_->sessionStarted();
 }
+
+void ImEngine::roomRefused(const QString& originId) { outgoing_->roomRefused(originId); }
 
 // Fails what waits for the server; nothing of it will be answered on this stream.
 void ImEngine::sessionEnded() {
@@ -201,6 +206,7 @@ void ImEngine::sessionEnded() {
     history_->sessionEnded();
     catchUp_->sessionEnded();
     tribes_->sessionEnded();
+    roomHealth_->sessionEnded();
 }
 
 // ---- presence and sync ----

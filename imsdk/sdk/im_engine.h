@@ -28,6 +28,7 @@ class MediaTransfer;
 class OutgoingMessages;
 class PresenceRequests;
 class QXmppCarbonManager;
+class RoomHealth;
 class StanzaRouter;
 class StreamAcks;
 class StoreBatcher;
@@ -128,6 +129,10 @@ public:
     QXmppClient* xmppClient() { return client_; }
     // The current client's stream-management acknowledgements.
     StreamAcks* streamAcks() { return acks_; }
+    RoomHealth* roomHealth() { return roomHealth_; }
+    // A room refused one of our messages because it no longer had us: it goes again once
+    // the room has let us back in.
+    void roomRefused(const QString& originId);
     ArchiveExtension* archive() { return archive_; }
     const QString& domain() const { return domain_; }
     const QString& account() const { return account_; }
@@ -171,4 +176,5 @@ private:
     OutgoingMessages* outgoing_;
     StanzaRouter* router_;
     EngineSignIn* signIn_;
+    RoomHealth* roomHealth_;
 };

@@ -106,6 +106,39 @@ void OutgoingMessages::accountChanged() {
     signingOut_ = false;
 }
 
+void OutgoingMessages::keep(const Written& w) {
+    const qint64 now = QDateTime::currentMSecsSinceEpoch();
+    while (!keptOrder_.isEmpty() &&
+           (keptOrder_.size() >= kKeptForRooms ||
+            kept_.value(keptOrder_.first()).deadline + kKeptForRoomsMs - kConfirmMs < now))
+        kept_.remove(keptOrder_.takeFirst());
+    Written copy = w;
+    copy.deadline = now + kConfirmMs;  // measured from the confirmation
+    kept_.insert(w.draft.originId, copy);
+    keptOrder_.append(w.draft.originId);
+}
+
+void OutgoingMessages::roomRefused(const QString& originId) {
+    auto it = kept_.find(originId);
+    if (it == kept_.end()) {
+        if (written_.contains(originId) && !again_.contains(originId)) retransmit(originId);
+        return;
+    }
+    Written w = it.value();
+    kept_.erase(it);
+    keptOrder_.removeAll(originId);
+    // Already reported sent; only a failure to get it through now is news.
+    if (ImEngine::Sent reported = w.done)
+        w.done = [reported](const StoredMessage& m, openim::ResultCode sent,
+                            openim::ResultCode uploaded) {
+            if (!sent.ok()) reported(m, sent, uploaded);
+        };
+    w.deadline = QDateTime::currentMSecsSinceEpoch() + kConfirmMs;
+    written_.insert(originId, w);
+    if (!expiry_.isActive()) expiry_.start(1000);
+    retransmit(originId);
+}
+
 void OutgoingMessages::confirmed(const QString& originId) {
     if (written_.contains(originId)) finish(originId, openim::ResultCode());
 }
@@ -196,6 +229,7 @@ void OutgoingMessages::finish(const QString& originId, const openim::ResultCode&
         qWarning().noquote() << "imsdk: a message to" << w.draft.peer
                              << "was not confirmed by the server:" << wide_text::toQ(result.text);
     }
+    if (result.ok() && TribeRooms::isKey(w.draft.peer)) keep(w);
     if (w.done) w.done(w.draft, result, openim::ResultCode());
     if (written_.isEmpty()) {
         expiry_.stop();

@@ -45,6 +45,12 @@ public:
 
     // From the current stream's acknowledgements.
     void confirmed(const QString& originId);
+    // A room refused a message of ours because it no longer had us: it goes again (same id)
+    // once the room has let us back in. Tribe messages are kept for this a while after
+    // the server confirmed them (kKeptForRoomsMs), the last kKeptForRooms of them.
+    void roomRefused(const QString& originId);
+    static constexpr int kKeptForRoomsMs = 120000;
+    static constexpr int kKeptForRooms = 2000;
     void unconfirmed(const QStringList& originIds);
 
 private:
@@ -61,6 +67,7 @@ private:
     bool write(Written& w);
     void finish(const QString& originId, const openim::ResultCode& result);
     void expire();
+    void keep(const Written& w);
     void failAll(const wchar_t* why);
     void releaseWaiters();
 
@@ -68,6 +75,8 @@ private:
     UploadSlots* uploads_;
     QHash<QString, Written> written_;  // by origin id: written, not confirmed yet
     QStringList again_;                // handed back by a stream, for the next one
+    QHash<QString, Written> kept_;     // tribe messages confirmed lately, by origin id
+    QStringList keptOrder_;            // oldest first
     QTimer expiry_;
     bool signingOut_ = false;
     std::vector<std::function<void()>> waiters_;

@@ -10,6 +10,7 @@
 #include "sdk/im_engine.h"
 #include "sdk/incoming_messages.h"
 #include "sdk/presence_requests.h"
+#include "sdk/room_health.h"
 #include "sdk/stanza_guard.h"
 #include "sdk/store_batcher.h"
 #include "sdk/tribe_messages.h"
@@ -31,7 +32,10 @@ StanzaRouter::StanzaRouter(ImEngine* engine, StoreBatcher* batcher, IncomingMess
       presence_(presence) {}
 
 void StanzaRouter::onMessage(const QXmppMessage& message) {
-    if (message.type() == QXmppMessage::Error) return;
+    if (message.type() == QXmppMessage::Error) {
+        engine_->roomHealth()->handleError(message);
+        return;
+    }
     for (const QXmppElement& e : message.extensions()) {
         if (e.tagName() == QLatin1String("refused") &&
             e.attribute(QStringLiteral("xmlns")) == QLatin1String(StanzaGuard::kNamespace)) {
@@ -72,7 +76,10 @@ void StanzaRouter::onCarbon(const QXmppMessage& message) {
     incoming_->store(message, QString(), QDateTime(), Source::Live);
 }
 
-void StanzaRouter::onIq(const QXmppIq& iq) { presence_->handleIq(iq); }
+void StanzaRouter::onIq(const QXmppIq& iq) {
+    if (engine_->roomHealth()->handleIq(iq)) return;
+    presence_->handleIq(iq);
+}
 
 void StanzaRouter::onArchived(const QString& queryId, const QString& archiveId,
                               const QXmppMessage& message, const QDateTime& stamp) {

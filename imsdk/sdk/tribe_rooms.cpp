@@ -255,6 +255,21 @@ void TribeRooms::join(quint64 tribe) {
     engine_->xmppClient()->sendPacket(presence);
 }
 
+void TribeRooms::rejoin(quint64 tribe) {
+    auto it = rooms_.find(tribe);
+    if (it == rooms_.end() || !it->member || it->joining || !engine_->isOnline()) return;
+    it->joined = false;
+    it->occupants.clear();
+    join(tribe);
+}
+
+QList<quint64> TribeRooms::joinedTribes() const {
+    QList<quint64> out;
+    for (auto it = rooms_.cbegin(); it != rooms_.cend(); ++it)
+        if (it->joined) out << it.key();
+    return out;
+}
+
 void TribeRooms::leave(quint64 tribe) {
     auto it = rooms_.find(tribe);
     if (it == rooms_.end() || (!it->joined && !it->joining)) return;

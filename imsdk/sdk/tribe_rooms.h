@@ -93,6 +93,12 @@ public:
     void sync(const QList<quint64>& tribes, const QStringList& names);
     bool isMember(quint64 tribe) const;
     bool isJoined(quint64 tribe) const;
+    // The room no longer has us although we thought it did (it said so, or did not know
+    // us when asked): join again; the catch-up after the join brings what was missed.
+    void rejoin(quint64 tribe);
+    // The tribe of a room's JID (bare or with a nick), 0 when it is none of ours.
+    quint64 tribeOfRoom(const QString& jid) const { return tribeOfJid(jid); }
+    QList<quint64> joinedTribes() const;
     // Runs `then(true)` once the room has let us in (at once if it has), `then(false)` when
     // it will not: a send made while the room is being joined waits for it.
     void whenJoined(quint64 tribe, std::function<void(bool)> then);

@@ -187,6 +187,7 @@ private slots:
     void cardsForOneColleagueComeInTheAssistantsName();
     void forgedArchiveIdsNeverReachAMember();
     void aMemberSpeaksOnlyForHimself();
+    void aRoomThatForgotUsTakesUsBack();
     // Restarts the server: last.
     void storedHistoryOutlivesAnEmptiedArchive();
 
@@ -196,6 +197,8 @@ private:
 };
 
 void TribesTest::initTestCase() {
+    // Rooms are asked whether they still have us every half second, not every five minutes.
+    qputenv("QUELIX_ROOM_PING_MS", "500");
     QVERIFY2(server_.start(), qPrintable(server_.lastError()));
     for (const char* user : {"alice", "bob", "carol", "mallory", "pat"})
         QVERIFY(server_.registerUser(QLatin1String(user), QStringLiteral("pw-") + user));
@@ -664,6 +667,41 @@ void TribesTest::storedHistoryOutlivesAnEmptiedArchive() {
         backDirect = got + backDirect;
     }
     QCOMPARE(backDirect, direct);
+}
+
+// A room that lost its occupants (restarted on another node) tells nobody: it refuses what a
+// member sends, and does not know him when he asks. Either way he joins again, what it
+// refused goes again, and what he missed comes from the archive, each line once, in order.
+void TribesTest::aRoomThatForgotUsTakesUsBack() {
+    QVERIFY(admin_->createRoom(1010, QStringLiteral("healing"), QStringLiteral("alice"),
+                               {QStringLiteral("bob")}));
+    Member alice(QStringLiteral("alice-heal")), bob(QStringLiteral("bob-heal"));
+    QVERIFY(alice.signIn(server_, QStringLiteral("alice"), {1010}));
+    QVERIFY(bob.signIn(server_, QStringLiteral("bob"), {1010}));
+    QStringList expected{QStringLiteral("h0")};
+    alice.sendText(1010, expected.last());
+    QVERIFY(waitUntil([&] { return texts(bob.unread(1010)).contains(QStringLiteral("h0")); }));
+
+    // Refused sends: the room took none of these while it did not know alice.
+    QVERIFY(server_.forgetOccupant(QStringLiteral("1010"), QStringLiteral("alice")));
+    for (int i = 1; i <= 5; ++i) {
+        expected << QStringLiteral("h%1").arg(i);
+        alice.sendText(1010, expected.last());
+    }
+    QVERIFY2(waitUntil([&] { return texts(bob.unread(1010)).size() >= 6; }, 20000),
+             qPrintable(texts(bob.unread(1010)).join(' ')));
+    QTest::qWait(800);  // copies would come now
+    QCOMPARE(texts(bob.unread(1010)), expected);
+    QCOMPARE(alice.probe->count("sent:0:0"), 6);
+
+    // Forgotten with nothing to send: her own ping finds it out, and the catch-up after
+    // joining again brings what bob said meanwhile.
+    QVERIFY(waitUntil([&] { return alice.tribe(1010)->IsInRoom(); }));
+    QVERIFY(server_.forgetOccupant(QStringLiteral("1010"), QStringLiteral("alice")));
+    bob.sendText(1010, QStringLiteral("while you were out"));
+    QVERIFY(waitUntil(
+        [&] { return texts(alice.unread(1010)).contains(QStringLiteral("while you were out")); },
+        15000));
 }
 
 QTEST_MAIN(TribesTest)

@@ -79,3 +79,7 @@ bool ProsodyServer::registerUser(const QString& user, const QString& secret) {
 bool ProsodyServer::announce(const QString& user, const QString& text) {
     return run({QStringLiteral("announce"), user, text});
 }
+
+bool ProsodyServer::forgetOccupant(const QString& room, const QString& nick) {
+    return run({QStringLiteral("forget-occupant"), room, nick});
+}

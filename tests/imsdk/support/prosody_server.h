@@ -22,6 +22,9 @@ public:
     bool registerUser(const QString& user, const QString& secret);
     // The server itself sends `user` a headline message.
     bool announce(const QString& user, const QString& text);
+    // Room `room` (its local part) forgets the occupant `nick` without telling anyone, as a
+    // room restarted on another node of a cluster does.
+    bool forgetOccupant(const QString& room, const QString& nick);
 
     QString host() const { return host_; }
     quint16 port() const { return port_; }
