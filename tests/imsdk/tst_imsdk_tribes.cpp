@@ -673,34 +673,34 @@ void TribesTest::storedHistoryOutlivesAnEmptiedArchive() {
 // member sends, and does not know him when he asks. Either way he joins again, what it
 // refused goes again, and what he missed comes from the archive, each line once, in order.
 void TribesTest::aRoomThatForgotUsTakesUsBack() {
-    QVERIFY(admin_->createRoom(1010, QStringLiteral("healing"), QStringLiteral("alice"),
+    QVERIFY(admin_->createRoom(1020, QStringLiteral("healing"), QStringLiteral("alice"),
                                {QStringLiteral("bob")}));
     Member alice(QStringLiteral("alice-heal")), bob(QStringLiteral("bob-heal"));
-    QVERIFY(alice.signIn(server_, QStringLiteral("alice"), {1010}));
-    QVERIFY(bob.signIn(server_, QStringLiteral("bob"), {1010}));
+    QVERIFY(alice.signIn(server_, QStringLiteral("alice"), {1020}));
+    QVERIFY(bob.signIn(server_, QStringLiteral("bob"), {1020}));
     QStringList expected{QStringLiteral("h0")};
-    alice.sendText(1010, expected.last());
-    QVERIFY(waitUntil([&] { return texts(bob.unread(1010)).contains(QStringLiteral("h0")); }));
+    alice.sendText(1020, expected.last());
+    QVERIFY(waitUntil([&] { return texts(bob.unread(1020)).contains(QStringLiteral("h0")); }));
 
     // Refused sends: the room took none of these while it did not know alice.
-    QVERIFY(server_.forgetOccupant(QStringLiteral("1010"), QStringLiteral("alice")));
+    QVERIFY(server_.forgetOccupant(QStringLiteral("1020"), QStringLiteral("alice")));
     for (int i = 1; i <= 5; ++i) {
         expected << QStringLiteral("h%1").arg(i);
-        alice.sendText(1010, expected.last());
+        alice.sendText(1020, expected.last());
     }
-    QVERIFY2(waitUntil([&] { return texts(bob.unread(1010)).size() >= 6; }, 20000),
-             qPrintable(texts(bob.unread(1010)).join(' ')));
+    QVERIFY2(waitUntil([&] { return texts(bob.unread(1020)).size() >= 6; }, 20000),
+             qPrintable(texts(bob.unread(1020)).join(' ')));
     QTest::qWait(800);  // copies would come now
-    QCOMPARE(texts(bob.unread(1010)), expected);
+    QCOMPARE(texts(bob.unread(1020)), expected);
     QCOMPARE(alice.probe->count("sent:0:0"), 6);
 
     // Forgotten with nothing to send: her own ping finds it out, and the catch-up after
     // joining again brings what bob said meanwhile.
-    QVERIFY(waitUntil([&] { return alice.tribe(1010)->IsInRoom(); }));
-    QVERIFY(server_.forgetOccupant(QStringLiteral("1010"), QStringLiteral("alice")));
-    bob.sendText(1010, QStringLiteral("while you were out"));
+    QVERIFY(waitUntil([&] { return alice.tribe(1020)->IsInRoom(); }));
+    QVERIFY(server_.forgetOccupant(QStringLiteral("1020"), QStringLiteral("alice")));
+    bob.sendText(1020, QStringLiteral("while you were out"));
     QVERIFY(waitUntil(
-        [&] { return texts(alice.unread(1010)).contains(QStringLiteral("while you were out")); },
+        [&] { return texts(alice.unread(1020)).contains(QStringLiteral("while you were out")); },
         15000));
 }
 
