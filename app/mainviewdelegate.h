@@ -90,6 +90,9 @@ public:
     virtual bool quitApplication() { return false; }  // 30
     // A project's task page should open (the address carries the project).
     virtual void openTaskPage(const QString& url) { (void)url; }  // 31
+    // The IM sign-in of this user has begun: pages that do not need it may be built now,
+    // unseen, while it runs; loginSuccess() shows them.
+    virtual void prepareFor(const QString& ownId) { (void)ownId; }  // 32
 
     // The process-wide delegate, set by start-up once the main window exists.
     static MainViewDelegate* instance();

@@ -127,7 +127,15 @@ void MainWindow::start(bool autoLogin, bool kicked) {
     loginView_->start(autoLogin, kicked);
 }
 
-void MainWindow::loginSuccess(const QString& ownId) {
+// The pages are built and filled while the IM service signs the user in: at a restart that
+// is most of the wait for the talk list, and none of it needs the service.
+void MainWindow::prepareFor(const QString& ownId) {
+    if (ownId.isEmpty() || preparedFor_ == ownId) return;
+    fillPages(ownId);
+    preparedFor_ = ownId;
+}
+
+void MainWindow::fillPages(const QString& ownId) {
     ownId_ = ownId;
     if (!conversationView_) {
         // Built once the user is known: the talk list is theirs.
@@ -141,6 +149,11 @@ void MainWindow::loginSuccess(const QString& ownId) {
     orgView_->reload();
     tribeView_->setLoadingTribes(true);
     conversationView_->loadTalkList();
+}
+
+void MainWindow::loginSuccess(const QString& ownId) {
+    if (preparedFor_ != ownId) fillPages(ownId);
+    preparedFor_.clear();
     showOwnUser();
     chrome_->setPageButtonsEnabled(true);
     showPage(ChatPage);

@@ -37,6 +37,7 @@ public:
 
     // MainViewDelegate
     void loginSuccess(const QString& ownId) override;
+    void prepareFor(const QString& ownId) override;
     void loginFailed(const QString& text) override;
     void kicked(const QString& text) override;
     void setOnline(bool online) override;
@@ -142,6 +143,8 @@ protected:
     void showEvent(QShowEvent* event) override;
 
 private:
+    // Builds the pages once and fills them for the user.
+    void fillPages(const QString& ownId);
     void restoreWindowSize();
     void saveWindowSize();
     void openWorkSite();
@@ -172,5 +175,6 @@ private:
     bool startKicked_ = false;
     bool online_ = false;
     QString ownId_;
+    QString preparedFor_;  // pages built and filled for this user, not shown yet
     std::function<void()> flasher_;
 };

@@ -56,6 +56,7 @@ void ImSession::login(const LoginUser& user) {
     emit signingIn();
     loginRequested_ = true;
     login->Login(param);
+    if (MainViewDelegate* shell = MainViewDelegate::instance()) shell->prepareFor(user.id);
 }
 
 void ImSession::logout() {
