@@ -18,6 +18,7 @@ void ArchiveCatchUp::start() {
     const QString last = engine_->messageStore().meta(QLatin1String(kLastArchiveId));
     if (last.isEmpty()) return;
     order_.start(ArchiveOrder::Direction::Forward);
+    fromStoredId_ = true;
     query_ = engine_->archive()->query(QString(), QString(), last, kPage);
 }
 
@@ -25,6 +26,19 @@ bool ArchiveCatchUp::handleFinished(const QString& queryId, bool ok, bool comple
                                     const QString& last) {
     if (queryId != query_) return false;
     query_.clear();
+    if (!ok && fromStoredId_) {
+        fromStoredId_ = false;
+        // Inclusive of that second: the store keeps one copy of what it already has.
+        const qint64 newest = engine_->messageStore().newestOneToOneTime();
+        if (newest <= 0) return true;
+        qInfo().noquote() << "imsdk: the archive refused to read on from a stored id; asking "
+                             "by time";
+        engine_->messageStore().setMeta(QLatin1String(kLastArchiveId), QString());
+        query_ = engine_->archive()->query(QString(), QString(), QString(), kPage, QString(),
+                                           QDateTime::fromSecsSinceEpoch(newest, Qt::UTC));
+        return true;
+    }
+    fromStoredId_ = false;
     if (ok && !complete && !last.isEmpty())
         query_ = engine_->archive()->query(QString(), QString(), last, kPage);
     return true;

@@ -11,7 +11,8 @@ class StoreBatcher;
 // The catch-up on the account's own archive: after every sign-in it reads what the archive
 // holds after the last archive id stored, in case the server dropped a queue while we were
 // away (the store drops what we already have), and it keeps that mark moving with what is
-// stored. SDK thread only.
+// stored. A server that no longer knows that id (its archive was lost or replaced) is asked
+// again by time, from the second of the newest message stored. SDK thread only.
 class ArchiveCatchUp : public QObject {
     Q_OBJECT
 public:
@@ -36,4 +37,5 @@ private:
     StoreBatcher* batcher_;
     ArchiveOrder order_;
     QString query_;
+    bool fromStoredId_ = false;  // the running query starts after an id we stored
 };

@@ -479,6 +479,12 @@ qint64 MessageStore::newestTime(const QString& peer) {
     return rows.isEmpty() ? 0 : rows.first().time;
 }
 
+qint64 MessageStore::newestOneToOneTime() {
+    const auto rows = select(QStringLiteral("peer NOT LIKE 'tribe:%'"), {},
+                             QStringLiteral("ORDER BY time DESC, seq DESC LIMIT 1"));
+    return rows.isEmpty() ? 0 : rows.first().time;
+}
+
 void MessageStore::finishMedia(quint64 id, const QString& localPath) {
     if (!isOpen()) return;
     QSqlQuery q(QSqlDatabase::database(connection_, false));

@@ -73,6 +73,8 @@ public:
     // The time of the oldest message with `peer`, 0 when none is stored.
     qint64 oldestTime(const QString& peer);
     qint64 newestTime(const QString& peer);
+    // The newest time of any one-to-one message (tribes' keys left out); 0 when none.
+    qint64 newestOneToOneTime();
     QList<StoredMessage> pendingMedia();
     void finishMedia(quint64 id, const QString& localPath);
     // Lets a picture or file still downloading stop holding back what came after it; it

@@ -636,8 +636,22 @@ void TribesTest::storedHistoryOutlivesAnEmptiedArchive() {
     inTribe << QStringLiteral("away");
     QVERIFY(waitUntil(
         [&] { return alice.probe->count(QStringLiteral("sent:0:0")) == sentBefore + 1; }));
+    // And a line for bob while only his phone is on: no offline copy is kept, so only the
+    // desktop's catch-up, which the new server refuses from the stored id, can bring it.
+    {
+        TestSession phone(QStringLiteral("bob10-phone"));
+        phone.login(server_, QStringLiteral("bob"), QStringLiteral("pw-bob"));
+        QVERIFY(waitUntil([&] { return phone.probe().count("loginOk") == 1; }));
+        direct << QStringLiteral("direct away");
+        alice.session.sendText(QStringLiteral("bob"), direct.last());
+        QVERIFY(waitUntil([&] { return phone.probe().count("newMessage:alice") == 1; }));
+        phone.logout();
+        QVERIFY(waitUntil([&] { return phone.probe().count("logouted") == 1; }));
+    }
     QVERIFY(bob.signIn(server_, QStringLiteral("bob"), {1010}));
     QVERIFY(waitUntil([&] { return bob.unread(1010).size() == size_t(total + 1); }));
+    QVERIFY(
+        waitUntil([&] { return bob.session.unreadCount(QStringLiteral("alice")) == total + 1; }));
     // And one more, newer than all that is stored.
     alice.sendText(1010, QStringLiteral("after"));
     inTribe << QStringLiteral("after");
