@@ -3,6 +3,7 @@
 #include "commandprovisioner.h"
 #include "database.h"
 #include "democompany.h"
+#include "ejabberdapiprovisioner.h"
 #include "passwordhasher.h"
 #include "prosodystoreprovisioner.h"
 #include "roomkeeper.h"
@@ -90,6 +91,16 @@ int main(int argc, char** argv) {
         QStringLiteral("Provision IM accounts by running this command per account (%u user, %d "
                        "domain, %p secret), e.g. \"ejabberdctl register %u %d %p\"."),
         QStringLiteral("command"));
+    const QCommandLineOption ejabberdApi(
+        QStringLiteral("ejabberd-api"),
+        QStringLiteral("Provision IM accounts through this ejabberd HTTP API (mod_http_api), "
+                       "e.g. https://127.0.0.1:5443/api, as --im-admin-jid."),
+        QStringLiteral("url"));
+    const QCommandLineOption ejabberdGroup(
+        QStringLiteral("ejabberd-roster-group"),
+        QStringLiteral("With --ejabberd-api: every provisioned account is a member of this "
+                       "shared roster group, so colleagues see each other's presence."),
+        QStringLiteral("group"));
     const QCommandLineOption imMucDomain(
         QStringLiteral("im-muc-domain"),
         QStringLiteral("Group chat service of the XMPP server (default conference.<im-domain>)."),
@@ -161,7 +172,8 @@ int main(int argc, char** argv) {
                        imHost,         imPort,        imDomain,       prosodyData,       imCommand,
                        imMucDomain,    imAdminJid,    imAdminSecret,  imAdminSecretFile, imCaFile,
                        uploadLimit,    threads,       sessionMinutes, accounts,          updateDir,
-                       maxConnections, maxPerAddress, requestTimeout, tlsCert,           tlsKey});
+                       maxConnections, maxPerAddress, requestTimeout, tlsCert,           tlsKey,
+                       ejabberdApi,    ejabberdGroup});
     parser.process(app);
 
     {
@@ -206,10 +218,30 @@ int main(int argc, char** argv) {
         return 0;
     }
 
+    // The back end's own XMPP account: it keeps the rooms and, on ejabberd, provisions.
+    QString adminSecret = parser.value(imAdminSecret);
+    if (parser.isSet(imAdminSecretFile)) {
+        QFile file(parser.value(imAdminSecretFile));
+        if (!file.open(QIODevice::ReadOnly)) {
+            err << "cannot read " << file.fileName() << Qt::endl;
+            return 1;
+        }
+        adminSecret = QString::fromUtf8(file.readLine()).trimmed();
+    }
+
     std::unique_ptr<ImProvisioner> provisioner;
     if (parser.isSet(prosodyData)) {
         provisioner = std::make_unique<ProsodyStoreProvisioner>(parser.value(prosodyData),
                                                                 parser.value(imDomain));
+    } else if (parser.isSet(ejabberdApi)) {
+        EjabberdApiProvisioner::Settings api;
+        api.api = QUrl(parser.value(ejabberdApi));
+        api.domain = parser.value(imDomain);
+        api.adminJid = parser.value(imAdminJid);
+        api.adminSecret = adminSecret;
+        api.caFile = parser.value(imCaFile);
+        api.rosterGroup = parser.value(ejabberdGroup);
+        provisioner = std::make_unique<EjabberdApiProvisioner>(api);
     } else if (parser.isSet(imCommand)) {
         provisioner = std::make_unique<CommandProvisioner>(
             parser.value(imDomain), QProcess::splitCommand(parser.value(imCommand)));
@@ -228,19 +260,11 @@ int main(int argc, char** argv) {
         settings.domain = parser.value(imDomain);
         settings.mucDomain = parser.value(imMucDomain);
         settings.adminJid = parser.value(imAdminJid);
-        settings.adminSecret = parser.value(imAdminSecret);
+        settings.adminSecret = adminSecret;
         settings.caFile = parser.value(imCaFile);
         if (!settings.caFile.isEmpty() && !QFile::exists(settings.caFile)) {
             err << "cannot read " << settings.caFile << Qt::endl;
             return 1;
-        }
-        if (parser.isSet(imAdminSecretFile)) {
-            QFile file(parser.value(imAdminSecretFile));
-            if (!file.open(QIODevice::ReadOnly)) {
-                err << "cannot read " << file.fileName() << Qt::endl;
-                return 1;
-            }
-            settings.adminSecret = QString::fromUtf8(file.readLine()).trimmed();
         }
         if (!settings.adminJid.contains(QLatin1Char('@')) || settings.adminSecret.isEmpty()) {
             err << "--im-admin-jid needs user@domain and a secret (--im-admin-secret or "

@@ -51,6 +51,9 @@ QMap<QString, QString> MucProtocol::projectRoomConfig(const QString& title) {
         // In a members-only room an invitation would make the invitee a member: membership
         // is the back end's alone.
         {QStringLiteral("muc#roomconfig_allowinvites"), QStringLiteral("0")},
+        // Not moderated: ejabberd lets a former member back into a moderated room under the
+        // role it remembers, whatever the member list says.
+        {QStringLiteral("muc#roomconfig_moderatedroom"), QStringLiteral("0")},
         {QStringLiteral("muc#roomconfig_enablearchiving"), QStringLiteral("1")},  // Prosody
         {QStringLiteral("mam"), QStringLiteral("1")},                             // ejabberd
     };

@@ -38,12 +38,13 @@ inline bool runUntil(const std::function<bool()>& done, int timeoutMs) {
 // saying why.
 inline QString startBackend(QProcess& backend, const QString& binary, const ProsodyServer& prosody,
                             const QString& dataDir, const QString& urlTable) {
-    backend.start(binary,
-                  QStringList{"--data-dir", dataDir, "--seed-demo", "--pbkdf2-iterations", "1",
-                              "--port", "0", "--im-host", prosody.host(), "--im-port",
-                              QString::number(prosody.port()), "--im-domain", prosody.domain(),
-                              "--prosody-data", prosody.dataDir(), "--write-url-table", urlTable} +
-                      backendTlsArguments(prosody.caFile(), prosody.certFile(), prosody.keyFile()));
+    backend.start(
+        binary,
+        QStringList{"--data-dir", dataDir, "--seed-demo", "--pbkdf2-iterations", "1", "--port", "0",
+                    "--im-host", prosody.host(), "--im-port", QString::number(prosody.port()),
+                    "--im-domain", prosody.domain(), "--write-url-table", urlTable} +
+            prosody.provisionArguments() +
+            backendTlsArguments(prosody.caFile(), prosody.certFile(), prosody.keyFile()));
     QByteArray printed;
     const QString url = waitForBackendUrl(backend, &printed);
     if (url.isEmpty())

@@ -8,7 +8,7 @@ QUELIX_PACKAGES=(
   qtwebengine5-dev qtmultimedia5-dev libqt5multimedia5-plugins
   libqt5sql5-sqlite libsqlite3-dev libqt5sql5-psql postgresql qttranslations5-l10n
   libqxmpp-dev libcpp-httplib-dev libssl-dev qtkeychain-qt5-dev
-  prosody python3-slixmpp openssl
+  prosody python3-slixmpp openssl ejabberd erlang-p1-sqlite3
   xvfb xauth fonts-noto-color-emoji fonts-wqy-microhei
   g++-mingw-w64-x86-64-posix
 )
@@ -48,7 +48,10 @@ quelix_install_deps() {
     if [ $tries -ge 5 ]; then echo "quelix: package installation failed" >&2; return 1; fi
     sleep 5
   done
-  # Prosody is started privately by the scripts, never as a system service.
-  if command -v systemctl >/dev/null 2>&1; then $sudo systemctl disable --now prosody >/dev/null 2>&1 || true; fi
-  $sudo service prosody stop >/dev/null 2>&1 || true
+  # Prosody and ejabberd are started privately by the scripts, never as system services.
+  local service
+  for service in prosody ejabberd; do
+    if command -v systemctl >/dev/null 2>&1; then $sudo systemctl disable --now $service >/dev/null 2>&1 || true; fi
+    $sudo service $service stop >/dev/null 2>&1 || true
+  done
 }

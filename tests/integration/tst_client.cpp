@@ -89,9 +89,8 @@ void TestClient::initTestCase() {
         QStringList{"--data-dir", data_.filePath("backend"), "--seed-demo", "--pbkdf2-iterations",
                     "1", "--port", "0", "--im-host", prosody_.host(), "--im-port",
                     QString::number(prosody_.port()), "--im-domain", prosody_.domain(),
-                    "--prosody-data", prosody_.dataDir(), "--write-url-table",
-                    docs + "/Quelix/Resource/Text/UrlText.ini"} +
-            DemoBackend::tlsArguments(prosody_));
+                    "--write-url-table", docs + "/Quelix/Resource/Text/UrlText.ini"} +
+            prosody_.provisionArguments() + DemoBackend::tlsArguments(prosody_));
     QVERIFY(backend_.waitForStarted());
     QByteArray printed;
     backendUrl_ = waitForBackendUrl(backend_, &printed);

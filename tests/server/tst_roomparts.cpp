@@ -128,6 +128,22 @@ void RoomPartsTest::configurationIsSubmittedOnlyWhenItDiffers() {
     QCOMPARE(fixed.value("muc#roomconfig_allowinvites"), QStringLiteral("0"));
     QVERIFY(!fixed.contains("mam"));
     QVERIFY(!fixed.contains("muc#roomconfig_changesubject"));
+
+    // ejabberd's form: its own name for the archive, and rooms moderated by default, which
+    // would let a removed member back in.
+    const QMap<QString, QString> ejabberd = submitted(MucProtocol::configSubmission(
+        parse(QStringLiteral(
+            "<iq type='result' xmlns='jabber:client'>"
+            "<query xmlns='http://jabber.org/protocol/muc#owner'>"
+            "<x xmlns='jabber:x:data' type='form'>"
+            "<field var='muc#roomconfig_roomname' type='text-single'><value>客户端 2.0</value>"
+            "</field>"
+            "<field var='muc#roomconfig_moderatedroom' type='boolean'><value>1</value></field>"
+            "<field var='mam' type='boolean'><value>0</value></field></x></query></iq>")),
+        wanted, false));
+    QCOMPARE(ejabberd.value("muc#roomconfig_moderatedroom"), QStringLiteral("0"));
+    QCOMPARE(ejabberd.value("mam"), QStringLiteral("1"));
+    QVERIFY(!ejabberd.contains("muc#roomconfig_enablearchiving"));
 }
 
 QTEST_GUILESS_MAIN(RoomPartsTest)

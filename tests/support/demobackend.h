@@ -66,8 +66,6 @@ public:
                                             QString::number(prosody.port()),
                                             "--im-domain",
                                             prosody.domain(),
-                                            "--prosody-data",
-                                            prosody.dataDir(),
                                             "--im-admin-jid",
                                             prosody.adminJid(),
                                             "--im-admin-secret-file",
@@ -76,7 +74,7 @@ public:
                                             prosody.caFile(),
                                             "--write-url-table",
                                             docs + "/Quelix/Resource/Text/UrlText.ini"} +
-                                    tlsArguments(prosody));
+                                    prosody.provisionArguments() + tlsArguments(prosody));
         if (!process_.waitForStarted()) return false;
         url_ = waitForBackendUrl(process_, printed);
         if (printed) log_ = *printed;

@@ -8,11 +8,17 @@
 #error "QUELIX_DEVSTACK_DIR must name the devstack folder"
 #endif
 
+QString ProsodyServer::kind() {
+    const QString chosen = QString::fromLocal8Bit(qgetenv("QUELIX_XMPP_SERVER")).trimmed();
+    return chosen.isEmpty() ? QStringLiteral("prosody") : chosen.toLower();
+}
+
 ProsodyServer::ProsodyServer() {
     const QByteArray tmp = qgetenv("QUELIX_TEST_TMP");
-    root_ = std::make_unique<QTemporaryDir>(tmp.isEmpty() ? QString()
-                                                          : QString::fromLocal8Bit(tmp) +
-                                                                QStringLiteral("/prosody-XXXXXX"));
+    root_ = std::make_unique<QTemporaryDir>(tmp.isEmpty()
+                                                ? QString()
+                                                : QString::fromLocal8Bit(tmp) + QLatin1Char('/') +
+                                                      kind() + QStringLiteral("-XXXXXX"));
     dir_ = root_->path() + QStringLiteral("/instance");
 }
 
@@ -21,10 +27,16 @@ ProsodyServer::~ProsodyServer() {
 }
 
 bool ProsodyServer::run(const QStringList& args, QString* out) {
+    const QString server = kind();
+    if (server != QLatin1String("prosody") && server != QLatin1String("ejabberd")) {
+        error_ = QStringLiteral("QUELIX_XMPP_SERVER=%1: use prosody or ejabberd").arg(server);
+        return false;
+    }
     QProcess p;
-    p.start(QStringLiteral(QUELIX_DEVSTACK_DIR "/prosody-dev"),
+    p.start(QStringLiteral(QUELIX_DEVSTACK_DIR "/") + server + QStringLiteral("-dev"),
             QStringList{QStringLiteral("-d"), dir_} + args);
-    if (!p.waitForFinished(30000) || p.exitStatus() != QProcess::NormalExit || p.exitCode() != 0) {
+    // An Erlang node takes a few seconds to start, more on a busy machine.
+    if (!p.waitForFinished(120000) || p.exitStatus() != QProcess::NormalExit || p.exitCode() != 0) {
         error_ = QString::fromLocal8Bit(p.readAllStandardError());
         return false;
     }
@@ -49,6 +61,8 @@ bool ProsodyServer::start(bool plain) {
         if (key == QLatin1String("XMPP_CA_FILE")) caFile_ = value;
         if (key == QLatin1String("TLS_CERT_FILE")) certFile_ = value;
         if (key == QLatin1String("TLS_KEY_FILE")) keyFile_ = value;
+        if (key == QLatin1String("XMPP_API_URL")) apiUrl_ = value;
+        if (key == QLatin1String("XMPP_ROSTER_GROUP")) rosterGroup_ = value;
     }
     return port_ != 0 && !domain_.isEmpty();
 }
@@ -61,6 +75,7 @@ bool ProsodyServer::stopKeepingData() {
 
 bool ProsodyServer::wipeArchives() {
     if (running_) return false;
+    if (isEjabberd()) return run({QStringLiteral("wipe-archives")});
     // The file store keeps one folder per store and host: "archive" for the accounts,
     // "muc_log" for the rooms.
     QStringList found;
@@ -70,6 +85,21 @@ bool ProsodyServer::wipeArchives() {
     for (const QString& dir : found)
         if (!QDir(dir).removeRecursively()) return false;
     return !found.isEmpty();
+}
+
+QStringList ProsodyServer::provisionArguments() const {
+    if (isEjabberd())
+        return {QStringLiteral("--ejabberd-api"),
+                apiUrl_,
+                QStringLiteral("--ejabberd-roster-group"),
+                rosterGroup_,
+                QStringLiteral("--im-admin-jid"),
+                adminJid_,
+                QStringLiteral("--im-admin-secret-file"),
+                adminSecretFile(),
+                QStringLiteral("--im-ca-file"),
+                caFile_};
+    return {QStringLiteral("--prosody-data"), dataDir()};
 }
 
 bool ProsodyServer::registerUser(const QString& user, const QString& secret) {

@@ -1,15 +1,22 @@
 #pragma once
 
 #include <QString>
+#include <QStringList>
 #include <QTemporaryDir>
 #include <memory>
 
-// A private Prosody for one test or benchmark, run through devstack/prosody-dev in a
-// folder of its own; stopped (by pid) when the object goes away.
+// A private XMPP server for one test or benchmark, run through the dev stack's script in a
+// folder of its own; stopped (by pid) when the object goes away. QUELIX_XMPP_SERVER chooses
+// the server when the test runs: "prosody" (devstack/prosody-dev, the default) or
+// "ejabberd" (devstack/ejabberd-dev); both print the same lines, so tests do not care.
 class ProsodyServer {
 public:
     ProsodyServer();
     ~ProsodyServer();
+
+    // "prosody" or "ejabberd", from QUELIX_XMPP_SERVER.
+    static QString kind();
+    static bool isEjabberd() { return kind() == QLatin1String("ejabberd"); }
 
     // With `plain`, the server offers no TLS at all; otherwise it requires TLS, with a
     // certificate from an authority of the instance's own (caFile()).
@@ -32,8 +39,18 @@ public:
     // The back end's administrative account, an admin of this server (it keeps the rooms).
     QString adminJid() const { return adminJid_; }
     QString adminSecret() const { return adminSecret_; }
-    // Where the server keeps its accounts (the back end writes IM accounts there).
+    // Where the server keeps its data (Prosody's accounts, which the back end writes there).
     QString dataDir() const { return dir_ + QStringLiteral("/data"); }
+    // The back end's arguments that provision colleagues' accounts on this server: into
+    // Prosody's data folder, or through ejabberd's HTTP API, as the admin account (which
+    // they name, so the back end keeps the rooms too) with the colleagues' roster group,
+    // trusting the instance's authority.
+    QStringList provisionArguments() const;
+    // The file holding adminSecret(), written by the dev stack's script.
+    QString adminSecretFile() const { return dir_ + QStringLiteral("/admin-secret"); }
+    // ejabberd's HTTP API and the colleagues' shared roster group (empty on Prosody).
+    QString apiUrl() const { return apiUrl_; }
+    QString rosterGroup() const { return rosterGroup_; }
     QString lastError() const { return error_; }
     // The instance's certificate authority (empty for a plain server), and the certificate
     // and key it signed for the domain and loopback, which the back end may serve as well.
@@ -54,6 +71,8 @@ private:
     QString caFile_;
     QString certFile_;
     QString keyFile_;
+    QString apiUrl_;
+    QString rosterGroup_;
     QString error_;
     bool running_ = false;
 };

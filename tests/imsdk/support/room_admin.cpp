@@ -4,6 +4,7 @@
 #include <QSslConfiguration>
 
 #include <QXmppClient.h>
+#include <QXmppClientExtension.h>
 #include <QXmppConfiguration.h>
 #include <QXmppElement.h>
 #include <QXmppIq.h>
@@ -12,6 +13,7 @@
 #include <QXmppUtils.h>
 #include <QDomElement>
 #include <QEventLoop>
+#include <QSet>
 #include <QTimer>
 #include <QUuid>
 #include <QXmlStreamWriter>
@@ -36,14 +38,38 @@ const char kAdminNs[] = "http://jabber.org/protocol/muc#admin";
 
 }  // namespace
 
+// Takes the answer to the one request waiting, whole: QXmpp would hand a plain QXmppIq
+// without the form a room's configuration comes in.
+class IqAnswers : public QXmppClientExtension {
+public:
+    QString waitingFor;
+    QDomElement answer;
+    std::function<void()> arrived;
+
+    bool handleStanza(const QDomElement& stanza) override {
+        if (waitingFor.isEmpty() || stanza.tagName() != QLatin1String("iq") ||
+            stanza.attribute(QStringLiteral("id")) != waitingFor)
+            return false;
+        const QString type = stanza.attribute(QStringLiteral("type"));
+        if (type != QLatin1String("result") && type != QLatin1String("error")) return false;
+        answer = stanza.cloneNode(true).toElement();
+        waitingFor.clear();
+        if (arrived) arrived();
+        return true;
+    }
+};
+
 RoomAdmin::RoomAdmin(const ProsodyServer& server, const QString& account, const QString& secret)
     : client_(new QXmppClient(this)),
+      answers_(new IqAnswers),
       account_(account),
       secret_(secret),
       host_(server.host()),
       domain_(server.domain()),
       port_(server.port()),
-      caFile_(server.caFile()) {}
+      caFile_(server.caFile()) {
+    client_->addExtension(answers_);
+}
 
 RoomAdmin::~RoomAdmin() { client_->disconnectFromServer(); }
 
@@ -72,25 +98,22 @@ QString RoomAdmin::roomJid(quint64 tribe) const {
 }
 
 bool RoomAdmin::request(const QString& to, const QString& type,
-                        const std::function<void(QXmlStreamWriter*)>& query) {
+                        const std::function<void(QXmlStreamWriter*)>& query, QDomElement* answer) {
     RawIq iq;
     iq.setTo(to);
     iq.setType(type == QLatin1String("get") ? QXmppIq::Get : QXmppIq::Set);
     iq.payload = query;
-    const QString id = iq.id();
-    bool ok = false, answered = false;
     QEventLoop loop;
-    auto c = connect(client_, &QXmppClient::iqReceived, &loop, [&](const QXmppIq& answer) {
-        if (answer.id() != id) return;
-        answered = true;
-        ok = answer.type() == QXmppIq::Result;
-        loop.quit();
-    });
+    answers_->answer = QDomElement();
+    answers_->waitingFor = iq.id();
+    answers_->arrived = [&loop] { loop.quit(); };
     QTimer::singleShot(10000, &loop, &QEventLoop::quit);
     client_->sendPacket(iq);
-    if (!answered) loop.exec();
-    disconnect(c);
-    return ok;
+    if (!answers_->waitingFor.isEmpty()) loop.exec();
+    answers_->waitingFor.clear();
+    answers_->arrived = nullptr;
+    if (answer) *answer = answers_->answer;
+    return answers_->answer.attribute(QStringLiteral("type")) == QLatin1String("result");
 }
 
 bool RoomAdmin::createRoom(quint64 tribe, const QString& title, const QString& owner,
@@ -118,6 +141,26 @@ bool RoomAdmin::createRoom(quint64 tribe, const QString& title, const QString& o
         qWarning("room admin: could not enter %s", qPrintable(room));
         return false;
     }
+    // Servers reject fields they do not offer (ejabberd names the archive switch "mam",
+    // Prosody "muc#roomconfig_enablearchiving"): submit only what the room's form has.
+    QDomElement form;
+    if (!request(
+            room, QStringLiteral("get"),
+            [](QXmlStreamWriter* w) {
+                w->writeStartElement(QStringLiteral("query"));
+                w->writeDefaultNamespace(QLatin1String(kOwnerNs));
+                w->writeEndElement();
+            },
+            &form)) {
+        qWarning("room admin: no configuration form for %s", qPrintable(room));
+        return false;
+    }
+    QSet<QString> offered;
+    const QDomElement fields =
+        form.firstChildElement(QStringLiteral("query")).firstChildElement(QStringLiteral("x"));
+    for (QDomElement f = fields.firstChildElement(QStringLiteral("field")); !f.isNull();
+         f = f.nextSiblingElement(QStringLiteral("field")))
+        offered.insert(f.attribute(QStringLiteral("var")));
     const bool configured = request(room, QStringLiteral("set"), [&](QXmlStreamWriter* w) {
         w->writeStartElement(QStringLiteral("query"));
         w->writeDefaultNamespace(QLatin1String(kOwnerNs));
@@ -131,9 +174,13 @@ bool RoomAdmin::createRoom(quint64 tribe, const QString& title, const QString& o
             {"muc#roomconfig_membersonly", "1"},
             {"muc#roomconfig_publicroom", "0"},
             {"muc#roomconfig_whois", "anyone"},
+            // ejabberd would let a former member back into a moderated room.
+            {"muc#roomconfig_moderatedroom", "0"},
             {"muc#roomconfig_enablearchiving", "1"},
+            {"mam", "1"},
         };
         for (const auto& f : fields) {
+            if (f.first != QLatin1String("FORM_TYPE") && !offered.contains(f.first)) continue;
             w->writeStartElement(QStringLiteral("field"));
             w->writeAttribute(QStringLiteral("var"), f.first);
             w->writeTextElement(QStringLiteral("value"), f.second);

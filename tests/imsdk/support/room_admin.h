@@ -5,8 +5,10 @@
 #include <QStringList>
 #include <functional>
 
+class QDomElement;
 class QXmppClient;
 class ProsodyServer;
+class IqAnswers;
 
 // Plays the company back end towards the XMPP server in the SDK's tests: makes project
 // rooms (persistent, members-only, real addresses visible to members), sets and removes
@@ -35,11 +37,13 @@ public:
                    const QString& json, int kind = 16);
 
 private:
-    // Sends a request and waits for its answer; true on a result.
+    // Sends a request and waits for its answer (kept in `answer` if given); true on a result.
     bool request(const QString& to, const QString& type,
-                 const std::function<void(class QXmlStreamWriter*)>& query);
+                 const std::function<void(class QXmlStreamWriter*)>& query,
+                 QDomElement* answer = nullptr);
 
     QXmppClient* client_;
+    IqAnswers* answers_;
     QString account_, secret_, host_, domain_;
     quint16 port_;
     QString caFile_;
