@@ -687,6 +687,8 @@ void TribesTest::storedHistoryOutlivesAnEmptiedArchive() {
 // member sends, and does not know him when he asks. Either way he joins again, what it
 // refused goes again, and what he missed comes from the archive, each line once, in order.
 void TribesTest::aRoomThatForgotUsTakesUsBack() {
+    if (ProsodyServer::isEjabberd())
+        QSKIP("the dev ejabberd has no way to drop an occupant silently");
     QVERIFY(admin_->createRoom(1020, QStringLiteral("healing"), QStringLiteral("alice"),
                                {QStringLiteral("bob")}));
     Member alice(QStringLiteral("alice-heal")), bob(QStringLiteral("bob-heal"));

@@ -30,7 +30,7 @@ public:
     // The server itself sends `user` a headline message.
     bool announce(const QString& user, const QString& text);
     // Room `room` (its local part) forgets the occupant `nick` without telling anyone, as a
-    // room restarted on another node of a cluster does.
+    // room restarted on another node of a cluster does (Prosody only).
     bool forgetOccupant(const QString& room, const QString& nick);
 
     QString host() const { return host_; }
