@@ -1,6 +1,7 @@
 // 10,000 chat messages from one sender to one receiver through a private Prosody: first to
 // an SDK session (which stores every message before it reports it), then to a bare QXmpp
-// client as the baseline. Prints messages per second for both and the SDK's idle memory.
+// client as the baseline; then the SDK's burst again on a private ejabberd. Prints messages
+// per second, the SDK's idle memory and ejabberd's time over Prosody's.
 #include <QXmppClient.h>
 #include <QXmppConfiguration.h>
 #include <QXmppMessage.h>
@@ -43,6 +44,40 @@ double burst(QXmppClient& sender, const QString& to, const std::function<int()>&
                             QStringLiteral("burst message"), received, kMessages, kTimeoutMs);
 }
 
+// The SDK receiver's burst on `server`: seconds until every message was stored and reported
+// (-1 on failure, which is printed). `idleRss` gets the signed-in session's memory.
+double sdkBurst(const ProsodyServer& server, const QString& name, long* idleRss) {
+    TestSession sdk(name);
+    base::scoped_refptr<BurstCounter> counter(new BurstCounter);
+    sdk.conversationService()->RegisterNewMessageCallback(
+        base::Bind(&BurstCounter::OnNewMessage, counter.get()));
+    sdk.login(server, QStringLiteral("sdkreceiver"), QStringLiteral("pw"));
+    if (!waitUntil([&] { return sdk.probe().count("loginOk") == 1; })) return -1;
+    waitUntil([] { return false; }, 1000);
+    if (idleRss) *idleRss = bench::rssKb();
+
+    QXmppClient sender;
+    if (!connectClient(sender, bench::xmppConfig(server, QStringLiteral("sender")))) return -1;
+    // Should the link drop mid-burst, sign in again as the client's retry timer would; the
+    // rest arrives from offline storage and the archive.
+    // One report can cover a whole commit of messages, so the store is what is counted; it is
+    // asked again only after a new report.
+    int reports = 0;
+    int stored = 0;
+    const double seconds = burst(sender, QStringLiteral("sdkreceiver@") + server.domain(), [&] {
+        if (sdk.probe().count("disconnected") > sdk.probe().count("reloginOk")) sdk.relogin();
+        if (counter->count.load() != reports) {
+            reports = counter->count.load();
+            stored = sdk.unreadCount(QStringLiteral("sender"));
+        }
+        return stored;
+    });
+    if (seconds < 0)
+        std::fprintf(stderr, "SDK burst timed out at %d messages (session events: %s)\n", stored,
+                     qPrintable(sdk.probe().events().join(QLatin1Char(' '))));
+    return seconds;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -59,39 +94,10 @@ int main(int argc, char** argv) {
     for (const char* user : {"sender", "baresender", "sdkreceiver", "barereceiver"})
         server.registerUser(QLatin1String(user), QStringLiteral("pw"));
 
-    // The SDK receiver, idle first.
-    TestSession sdk(QStringLiteral("bench-receiver"));
-    base::scoped_refptr<BurstCounter> counter(new BurstCounter);
-    sdk.conversationService()->RegisterNewMessageCallback(
-        base::Bind(&BurstCounter::OnNewMessage, counter.get()));
-    sdk.login(server, QStringLiteral("sdkreceiver"), QStringLiteral("pw"));
-    if (!waitUntil([&] { return sdk.probe().count("loginOk") == 1; })) return 1;
-    waitUntil([] { return false; }, 1000);
-    const long idleRss = bench::rssKb();
-
-    QXmppClient sender;
-    if (!connectClient(sender, bench::xmppConfig(server, QStringLiteral("sender")))) return 1;
-    // Should the link drop mid-burst, sign in again as the client's retry timer would; the
-    // rest arrives from offline storage and the archive.
-    // One report can cover a whole commit of messages, so the store is what is counted; it is
-    // asked again only after a new report.
-    int reports = 0;
-    int stored = 0;
-    const double sdkSeconds = burst(sender, QStringLiteral("sdkreceiver@") + server.domain(), [&] {
-        if (sdk.probe().count("disconnected") > sdk.probe().count("reloginOk")) sdk.relogin();
-        if (counter->count.load() != reports) {
-            reports = counter->count.load();
-            stored = sdk.unreadCount(QStringLiteral("sender"));
-        }
-        return stored;
-    });
-    if (sdkSeconds < 0) {
-        std::fprintf(stderr, "SDK burst timed out at %d messages (session events: %s)\n", stored,
-                     qPrintable(sdk.probe().events().join(QLatin1Char(' '))));
-        return 1;
-    }
-    std::printf("sdk burst: %d messages stored and reported in %.2f s, unread %d\n", kMessages,
-                sdkSeconds, sdk.unreadCount(QStringLiteral("sender")));
+    long idleRss = 0;
+    const double sdkSeconds = sdkBurst(server, QStringLiteral("bench-receiver"), &idleRss);
+    if (sdkSeconds < 0) return 1;
+    std::printf("sdk burst: %d messages stored and reported in %.2f s\n", kMessages, sdkSeconds);
 
     // The baseline: a bare client on a thread of its own, as the SDK has.
     QThread bareThread;
@@ -131,7 +137,7 @@ int main(int argc, char** argv) {
     bareThread.wait();
     if (bareSeconds < 0) {
         std::fprintf(stderr, "bare burst failed at %d messages (sender connected: %d)\n",
-                     bareCount.load(), int(sender.isConnected()));
+                     bareCount.load(), int(bareSender.isConnected()));
         return 1;
     }
     std::printf("bare burst: %d messages in %.2f s; sdk/bare time ratio %.2f\n", kMessages,
@@ -139,5 +145,21 @@ int main(int argc, char** argv) {
     std::printf("sdk_burst_msgs_per_s=%d\n", int(kMessages / sdkSeconds));
     std::printf("bare_burst_msgs_per_s=%d\n", int(kMessages / bareSeconds));
     std::printf("sdk_idle_rss_kb=%ld\n", idleRss);
+
+    // The same SDK burst on ejabberd, the clustered server a growing company moves to.
+    qputenv("QUELIX_XMPP_SERVER", "ejabberd");
+    ProsodyServer ejabberd;
+    if (!ejabberd.start()) {
+        std::fprintf(stderr, "ejabberd: %s; its figures are not measured\n",
+                     qPrintable(ejabberd.lastError()));
+        return 0;
+    }
+    for (const char* user : {"sender", "sdkreceiver"})
+        ejabberd.registerUser(QLatin1String(user), QStringLiteral("pw"));
+    const double ejabberdSeconds = sdkBurst(ejabberd, QStringLiteral("bench-receiver-ej"), nullptr);
+    if (ejabberdSeconds < 0) return 1;
+    std::printf("sdk burst on ejabberd: %d messages in %.2f s\n", kMessages, ejabberdSeconds);
+    std::printf("ejabberd_sdk_burst_msgs_per_s=%d\n", int(kMessages / ejabberdSeconds));
+    std::printf("ejabberd_burst_vs_prosody_ratio=%.2f\n", ejabberdSeconds / sdkSeconds);
     return 0;
 }
