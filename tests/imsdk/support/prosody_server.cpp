@@ -44,11 +44,24 @@ bool ProsodyServer::run(const QStringList& args, QString* out) {
     return true;
 }
 
-bool ProsodyServer::start(bool plain) {
+bool ProsodyServer::startCluster(int nodes) {
+    if (!isEjabberd()) {
+        error_ = QStringLiteral("a cluster needs QUELIX_XMPP_SERVER=ejabberd");
+        return false;
+    }
+    return start(false, nodes);
+}
+
+bool ProsodyServer::start(bool plain) { return start(plain, 1); }
+
+bool ProsodyServer::start(bool plain, int nodes) {
     QString out;
-    QStringList args{QStringLiteral("start")};
+    QStringList args{nodes > 1 ? QStringLiteral("cluster") : QStringLiteral("start")};
+    if (nodes > 1) args << QString::number(nodes);
     if (plain) args << QStringLiteral("--plain");
     if (!run(args, &out)) return false;
+    nodePorts_.clear();
+    nodePids_.clear();
     running_ = true;
     for (const QString& line : out.split(QLatin1Char('\n'), Qt::SkipEmptyParts)) {
         const QString key = line.section(QLatin1Char('='), 0, 0);
@@ -63,6 +76,11 @@ bool ProsodyServer::start(bool plain) {
         if (key == QLatin1String("TLS_KEY_FILE")) keyFile_ = value;
         if (key == QLatin1String("XMPP_API_URL")) apiUrl_ = value;
         if (key == QLatin1String("XMPP_ROSTER_GROUP")) rosterGroup_ = value;
+        if (key == QLatin1String("XMPP_PORTS"))
+            for (const QString& p : value.split(QLatin1Char(',')))
+                nodePorts_ << quint16(p.toUInt());
+        if (key == QLatin1String("QUELIX_EJABBERD_PIDS"))
+            for (const QString& p : value.split(QLatin1Char(','))) nodePids_ << p.toLongLong();
     }
     return port_ != 0 && !domain_.isEmpty();
 }

@@ -21,6 +21,10 @@ public:
     // With `plain`, the server offers no TLS at all; otherwise it requires TLS, with a
     // certificate from an authority of the instance's own (caFile()).
     bool start(bool plain = false);
+    // ejabberd only: `nodes` nodes joined into one cluster (port() is the first node's).
+    bool startCluster(int nodes);
+    QList<quint16> nodePorts() const { return nodePorts_; }
+    QList<qint64> nodePids() const { return nodePids_; }
     // Stops the server but keeps its data and ports, so that start() brings it back.
     bool stopKeepingData();
     // While stopped: empties every message archive, the accounts' and the rooms', as on a
@@ -60,6 +64,7 @@ public:
 
 private:
     bool run(const QStringList& args, QString* out = nullptr);
+    bool start(bool plain, int nodes);
 
     std::unique_ptr<QTemporaryDir> root_;
     QString dir_;
@@ -75,4 +80,6 @@ private:
     QString rosterGroup_;
     QString error_;
     bool running_ = false;
+    QList<quint16> nodePorts_;
+    QList<qint64> nodePids_;
 };
