@@ -13,7 +13,7 @@ QString ProsodyServer::kind() {
     return chosen.isEmpty() ? QStringLiteral("prosody") : chosen.toLower();
 }
 
-ProsodyServer::ProsodyServer() {
+ProsodyServer::ProsodyServer() : kind_(kind()) {
     const QByteArray tmp = qgetenv("QUELIX_TEST_TMP");
     root_ = std::make_unique<QTemporaryDir>(tmp.isEmpty()
                                                 ? QString()
@@ -27,7 +27,8 @@ ProsodyServer::~ProsodyServer() {
 }
 
 bool ProsodyServer::run(const QStringList& args, QString* out) {
-    const QString server = kind();
+    // The server this object started, whatever QUELIX_XMPP_SERVER says by now.
+    const QString& server = kind_;
     if (server != QLatin1String("prosody") && server != QLatin1String("ejabberd")) {
         error_ = QStringLiteral("QUELIX_XMPP_SERVER=%1: use prosody or ejabberd").arg(server);
         return false;
@@ -45,7 +46,7 @@ bool ProsodyServer::run(const QStringList& args, QString* out) {
 }
 
 bool ProsodyServer::startCluster(int nodes) {
-    if (!isEjabberd()) {
+    if (kind_ != QLatin1String("ejabberd")) {
         error_ = QStringLiteral("a cluster needs QUELIX_XMPP_SERVER=ejabberd");
         return false;
     }
@@ -93,7 +94,7 @@ bool ProsodyServer::stopKeepingData() {
 
 bool ProsodyServer::wipeArchives() {
     if (running_) return false;
-    if (isEjabberd()) return run({QStringLiteral("wipe-archives")});
+    if (kind_ == QLatin1String("ejabberd")) return run({QStringLiteral("wipe-archives")});
     // The file store keeps one folder per store and host: "archive" for the accounts,
     // "muc_log" for the rooms.
     QStringList found;
@@ -106,7 +107,7 @@ bool ProsodyServer::wipeArchives() {
 }
 
 QStringList ProsodyServer::provisionArguments() const {
-    if (isEjabberd())
+    if (kind_ == QLatin1String("ejabberd"))
         return {QStringLiteral("--ejabberd-api"),
                 apiUrl_,
                 QStringLiteral("--ejabberd-roster-group"),

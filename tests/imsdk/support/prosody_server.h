@@ -66,6 +66,7 @@ private:
     bool run(const QStringList& args, QString* out = nullptr);
     bool start(bool plain, int nodes);
 
+    QString kind_;  // chosen when made
     std::unique_ptr<QTemporaryDir> root_;
     QString dir_;
     QString host_;
