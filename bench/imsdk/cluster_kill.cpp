@@ -40,9 +40,8 @@ struct Outcome {
     }
 };
 
-// One run on a fresh cluster; `killReceivers` kills bob's node instead of alice's.
-bool run(bool killReceivers, Outcome* o) {
-    ProsodyServer cluster;
+// A fresh two-node cluster with alice and bob; `one` and `two` are the nodes' endpoints.
+bool startTwoNodes(ProsodyServer& cluster, QString* one, QString* two) {
     if (!cluster.startCluster(2) || cluster.nodePorts().size() != 2 ||
         cluster.nodePids().size() != 2) {
         std::fprintf(stderr, "ejabberd cluster: %s\n", qPrintable(cluster.lastError()));
@@ -50,9 +49,16 @@ bool run(bool killReceivers, Outcome* o) {
     }
     for (const char* user : {"alice", "bob"})
         cluster.registerUser(QLatin1String(user), QStringLiteral("pw-") + user);
-    const QString host = cluster.host();
-    const QString one = QStringLiteral("%1:%2").arg(host).arg(cluster.nodePorts().at(0));
-    const QString two = QStringLiteral("%1:%2").arg(host).arg(cluster.nodePorts().at(1));
+    *one = QStringLiteral("%1:%2").arg(cluster.host()).arg(cluster.nodePorts().at(0));
+    *two = QStringLiteral("%1:%2").arg(cluster.host()).arg(cluster.nodePorts().at(1));
+    return true;
+}
+
+// One run on a fresh cluster; `killReceivers` kills bob's node instead of alice's.
+bool run(bool killReceivers, Outcome* o) {
+    ProsodyServer cluster;
+    QString one, two;
+    if (!startTwoNodes(cluster, &one, &two)) return false;
 
     const QString tag = killReceivers ? QStringLiteral("r") : QStringLiteral("s");
     TestSession alice(QStringLiteral("cluster-alice-") + tag);
@@ -131,30 +137,14 @@ public:
     std::atomic<int> failed{0};
 };
 
-base::scoped_refptr<openim::ITribe> tribeOf(TestSession& s, quint64 id) {
-    base::scoped_refptr<openim::ITribeService> service;
-    service.adopt(
-        s.root()->GetService<openim::ITribeService>(openim::kTribeModule, openim::kTribeInterface));
-    openim::ITribe* raw = nullptr;
-    service->GetTribe(openim::IMTribeID(id), &raw);
-    base::scoped_refptr<openim::ITribe> out;
-    out.adopt(raw);
-    return out;
-}
-
 // The project room, made by the administrator on node 1 (where its process then lives);
 // both members sign in on node 2. Node 1 dies a third of the way: the room comes back on
 // node 2 without its occupants and says nothing; alice learns it from its refusals, bob from
 // his ping, and both join again.
 bool runRoom(Outcome* o) {
     ProsodyServer cluster;
-    if (!cluster.startCluster(2) || cluster.nodePorts().size() != 2 ||
-        cluster.nodePids().size() != 2) {
-        std::fprintf(stderr, "ejabberd cluster: %s\n", qPrintable(cluster.lastError()));
-        return false;
-    }
-    for (const char* user : {"alice", "bob"})
-        cluster.registerUser(QLatin1String(user), QStringLiteral("pw-") + user);
+    QString one, two;
+    if (!startTwoNodes(cluster, &one, &two)) return false;
     const QString authority = cluster.adminJid().section(QLatin1Char('@'), 0, 0);
     RoomAdmin admin(cluster, authority, cluster.adminSecret());
     if (!admin.connectNow() ||
@@ -163,9 +153,6 @@ bool runRoom(Outcome* o) {
         std::fprintf(stderr, "cannot make the room\n");
         return false;
     }
-    const QString host = cluster.host();
-    const QString one = QStringLiteral("%1:%2").arg(host).arg(cluster.nodePorts().at(0));
-    const QString two = QStringLiteral("%1:%2").arg(host).arg(cluster.nodePorts().at(1));
     TestSession alice(QStringLiteral("cluster-alice-room")),
         bob(QStringLiteral("cluster-bob-room"));
     for (TestSession* s : {&alice, &bob}) {
@@ -177,7 +164,7 @@ bool runRoom(Outcome* o) {
         service.adopt(s->root()->GetService<openim::ITribeService>(openim::kTribeModule,
                                                                    openim::kTribeInterface));
         service->SyncTribes({openim::IMTribeID(kRoom)}, {});
-        if (!waitUntil([&] { return tribeOf(*s, kRoom)->IsInRoom(); }, 30000)) {
+        if (!waitUntil([&] { return s->tribe(kRoom)->IsInRoom(); }, 30000)) {
             std::fprintf(stderr, "%s did not get into the room\n", qPrintable(account));
             return false;
         }
@@ -187,9 +174,8 @@ bool runRoom(Outcome* o) {
     QTimer pace;
     QObject::connect(&pace, &QTimer::timeout, [&] {
         for (int i = 0; i < 2 && o->sent < kRoomMessages; ++i)
-            tribeOf(alice, kRoom)
-                ->SendText(wide_text::fromQ(line(++o->sent)),
-                           base::Bind(&RoomSends::OnSent, sends.get()));
+            alice.tribe(kRoom)->SendText(wide_text::fromQ(line(++o->sent)),
+                                         base::Bind(&RoomSends::OnSent, sends.get()));
         if (!killed && o->sent >= kRoomKillAfter) {
             killed = true;
             ::kill(pid_t(cluster.nodePids().at(0)), SIGKILL);
@@ -209,7 +195,7 @@ bool runRoom(Outcome* o) {
     const auto collect = [&] {
         got.clear();
         std::vector<openim::IMTribeMessage> unread;
-        tribeOf(bob, kRoom)->GetUnreadMessages(&unread);
+        bob.tribe(kRoom)->GetUnreadMessages(&unread);
         for (const auto& m : unread) got << toQ(m.content.content);
         return int(QSet<QString>(got.begin(), got.end()).size()) >= o->confirmed;
     };

@@ -35,17 +35,6 @@ constexpr int kBareMembers = 19;
 constexpr int kTimeoutMs = 120000;
 QString kAuthority;  // the server's administrator, as the back end is
 
-base::scoped_refptr<openim::ITribe> tribeOf(TestSession& s, quint64 id) {
-    base::scoped_refptr<openim::ITribeService> service;
-    service.adopt(
-        s.root()->GetService<openim::ITribeService>(openim::kTribeModule, openim::kTribeInterface));
-    openim::ITribe* raw = nullptr;
-    service->GetTribe(openim::IMTribeID(id), &raw);
-    base::scoped_refptr<openim::ITribe> out;
-    out.adopt(raw);
-    return out;
-}
-
 bool signIn(TestSession& s, const ProsodyServer& server, const QString& account) {
     const int before = s.probe().count("loginOk");
     s.login(server, account, QStringLiteral("pw"), kAuthority);
@@ -54,7 +43,7 @@ bool signIn(TestSession& s, const ProsodyServer& server, const QString& account)
     service.adopt(
         s.root()->GetService<openim::ITribeService>(openim::kTribeModule, openim::kTribeInterface));
     service->SyncTribes({openim::IMTribeID(kRoom)}, {});
-    return waitUntil([&] { return tribeOf(s, kRoom)->IsInRoom(); });
+    return waitUntil([&] { return s.tribe(kRoom)->IsInRoom(); });
 }
 
 void joinRoom(QXmppClient& client, const ProsodyServer& server, const QString& nick) {
@@ -150,7 +139,7 @@ int main(int argc, char** argv) {
     waitUntil([] { return false; }, 2000);  // everyone in the room
 
     const QString room = QStringLiteral("%1@conference.%2").arg(kRoom).arg(server.domain());
-    auto sdkUnread = [&] { return tribeOf(sdk, kRoom)->GetUnreadCount(); };
+    auto sdkUnread = [&] { return sdk.tribe(kRoom)->GetUnreadCount(); };
     QElapsedTimer bareClock;
     bareClock.start();
     double bareSeconds = -1;
@@ -193,13 +182,13 @@ int main(int argc, char** argv) {
         return 1;
     }
     if (burst(
-            sender, room, true, 1, kBurst, [&] { return tribeOf(lagger, kRoom)->GetUnreadCount(); },
+            sender, room, true, 1, kBurst, [&] { return lagger.tribe(kRoom)->GetUnreadCount(); },
             1) < 0 ||
         !waitUntil([&] { return sdkUnread() >= kBurst + 1; })) {
         std::fprintf(stderr, "the lagger's first message did not arrive\n");
         return 1;
     }
-    tribeOf(lagger, kRoom)->MarkRead();
+    lagger.tribe(kRoom)->MarkRead();
     lagger.logout();
     waitUntil([&] { return lagger.probe().count("logouted") == 1; });
     const double liveSeconds =
@@ -211,11 +200,11 @@ int main(int argc, char** argv) {
     catchUp.start();
     lagger.login(server, QStringLiteral("lagger"), QStringLiteral("pw"), kAuthority);
     const bool caughtUp =
-        waitUntil([&] { return tribeOf(lagger, kRoom)->GetUnreadCount() >= kCatchUp; }, kTimeoutMs);
+        waitUntil([&] { return lagger.tribe(kRoom)->GetUnreadCount() >= kCatchUp; }, kTimeoutMs);
     const double catchUpMs = catchUp.nsecsElapsed() / 1e6;
     waitUntil([] { return false; }, 1500);  // anything doubled would come now
     std::vector<openim::IMTribeMessage> got;
-    tribeOf(lagger, kRoom)->GetUnreadMessages(&got);
+    lagger.tribe(kRoom)->GetUnreadMessages(&got);
     QSet<QString> distinct;
     for (const auto& m : got) distinct.insert(wide_text::toQ(m.content.content));
     int lost = 0;

@@ -127,13 +127,7 @@ struct Member {
         return fetch<openim::ITribeService>(session.root(), openim::kTribeModule,
                                             openim::kTribeInterface);
     }
-    base::scoped_refptr<openim::ITribe> tribe(quint64 id) {
-        openim::ITribe* raw = nullptr;
-        service()->GetTribe(openim::IMTribeID(id), &raw);
-        base::scoped_refptr<openim::ITribe> out;
-        out.adopt(raw);
-        return out;
-    }
+    base::scoped_refptr<openim::ITribe> tribe(quint64 id) { return session.tribe(id); }
     bool signIn(const ProsodyServer& server, const QString& account, QList<quint64> tribes) {
         const int before = probe->count(QStringLiteral("loaded"));
         session.login(server, account, QStringLiteral("pw-") + account, kAuthority);

@@ -9,6 +9,7 @@
 #include "openim/iim_core_service.h"
 #include "openim/imedia_service.h"
 #include "openim/ixpush_service.h"
+#include "openim/itribe_service.h"
 #include "openim/service_guids.h"
 #include "prosody_server.h"
 #include "sdk/sdk_instance.h"
@@ -108,6 +109,17 @@ void TestSession::loginVia(const ProsodyServer& server, quint16 port, const QStr
 
 void TestSession::relogin() { loginService()->ReLogin(); }
 void TestSession::logout() { loginService()->Logout(); }
+
+base::scoped_refptr<openim::ITribe> TestSession::tribe(quint64 id) {
+    base::scoped_refptr<openim::ITribeService> service;
+    service.adopt(
+        root()->GetService<openim::ITribeService>(openim::kTribeModule, openim::kTribeInterface));
+    openim::ITribe* raw = nullptr;
+    service->GetTribe(openim::IMTribeID(id), &raw);
+    base::scoped_refptr<openim::ITribe> out;
+    out.adopt(raw);
+    return out;
+}
 
 base::scoped_refptr<openim::IConversation> TestSession::conversation(const QString& peer) {
     openim::IConversation* c = nullptr;

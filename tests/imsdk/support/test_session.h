@@ -9,6 +9,7 @@
 #include "openim/iconversation.h"
 #include "openim/iconversation_service.h"
 #include "openim/ilogin_service.h"
+#include "openim/itribe.h"
 #include "prg/iprg_com.h"
 #include "session_probe.h"
 
@@ -41,6 +42,7 @@ public:
 
     SessionProbe& probe() { return *probe_; }
     base::scoped_refptr<openim::IConversation> conversation(const QString& peer);
+    base::scoped_refptr<openim::ITribe> tribe(quint64 id);
     base::scoped_refptr<openim::ILoginService> loginService();
     base::scoped_refptr<openim::IConversationService> conversationService();
     prg::IPrgCOM* root();
