@@ -63,6 +63,7 @@ ImEngine::ImEngine(QObject* parent)
       roomHealth_(new RoomHealth(this)) {
     connect(signIn_, &EngineSignIn::sessionStarted, this, &ImEngine::sessionStarted);
     connect(signIn_, &EngineSignIn::sessionEnded, this, &ImEngine::sessionEnded);
+    connect(catchUp_, &ArchiveCatchUp::finished, incoming_, &IncomingMessages::releaseDelayed);
     createClient();
 }
 
@@ -205,6 +206,7 @@ void ImEngine::sessionEnded() {
     outgoing_->sessionEnded();
     history_->sessionEnded();
     catchUp_->sessionEnded();
+    incoming_->releaseDelayed();
     tribes_->sessionEnded();
     roomHealth_->sessionEnded();
 }

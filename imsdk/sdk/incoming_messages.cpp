@@ -24,6 +24,19 @@ void IncomingMessages::store(const QXmppMessage& message, const QString& archive
         if (!archiveId.isEmpty()) catchUp_->markArchived(archiveId);
         return;
     }
+    // A live message with a delay stamp was queued by the server while we were away: the
+    // offline store, or the queue of a session that died and was replaced by this one
+    // (re-sent, "Resent"). It belongs among the messages the catch-up brings, before what
+    // came live on this session, not after them. The catch-up places each message after
+    // the one the archive listed before it, so the delayed ones wait for it to end; then
+    // those it brought are copies that mark their place and the rest go after them.
+    if (source == Source::Live && stamp.isValid() && !order) {
+        if (catchUp_->running() && held_.size() < kMaxHeld) {
+            held_.append({message, archiveId, stamp});
+            return;
+        }
+        order = catchUp_->order();
+    }
     QString problem;
     std::optional<StoredMessage> decoded = MessageCodec::decode(message, &problem);
     if (!decoded) {
@@ -78,6 +91,15 @@ void IncomingMessages::store(const QXmppMessage& message, const QString& archive
         return;
     }
     engine_->notifyNew(m.peer);
+}
+
+void IncomingMessages::releaseDelayed() {
+    if (held_.isEmpty()) return;
+    const QList<Delayed> held = std::move(held_);
+    held_.clear();
+    batcher_->open();
+    for (const Delayed& d : held)
+        store(d.message, d.archiveId, d.stamp, Source::Live, catchUp_->order());
 }
 
 // The store keeps one message per sender and origin id. A second stanza under the same

@@ -1,16 +1,18 @@
 #pragma once
 
 #include <QDateTime>
+#include <QList>
 #include <QObject>
 #include <QString>
 #include <optional>
+
+#include <QXmppMessage.h>
 
 #include "store/stored_message.h"
 
 class ArchiveCatchUp;
 class ArchiveOrder;
 class ImEngine;
-class QXmppMessage;
 class StoreBatcher;
 
 // One-to-one messages received, live, as carbons or from the account's archive: decoded,
@@ -28,8 +30,20 @@ public:
     // `order` places a message of an archive read among those stored (none for live ones).
     void store(const QXmppMessage& message, const QString& archiveId, const QDateTime& stamp,
                Source source, ArchiveOrder* order = nullptr);
+    // Stores the delayed messages held back while the catch-up ran (it ended, or the
+    // session did).
+    void releaseDelayed();
 
 private:
+    struct Delayed {
+        QXmppMessage message;
+        QString archiveId;
+        QDateTime stamp;
+    };
+    // Held messages beyond this go in at once, placed as well as they can be without the
+    // rest of the catch-up: a flood must not grow memory without end.
+    static constexpr int kMaxHeld = 20000;
+
     std::optional<quint64> insertReceived(StoredMessage& m, const QXmppMessage& message,
                                           Source source, ArchiveOrder* order);
     std::optional<quint64> insertOnce(StoredMessage& m, const QXmppMessage& message, Source source);
@@ -42,4 +56,5 @@ private:
     ImEngine* engine_;
     StoreBatcher* batcher_;
     ArchiveCatchUp* catchUp_;
+    QList<Delayed> held_;
 };

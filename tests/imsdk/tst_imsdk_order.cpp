@@ -108,11 +108,14 @@ void OrderTest::catchUpBesideLiveTrafficKeepsTheSendOrder() {
     QVERIFY(waitUntil([&] { return sent >= total; }, 30000));
     more.stop();
     QVERIFY(waitUntil([&] { return alice.probe().count("sent:0") == total; }, 20000));
-    QVERIFY2(waitUntil([&] { return bob.unreadCount(alicePeer) >= total; }, 30000),
-             qPrintable(QString::number(bob.unreadCount(alicePeer))));
+    const QStringList expected = lines(1, total);
+    if (!waitUntil([&] { return bob.unreadCount(alicePeer) >= total; }, 30000)) {
+        QStringList missing = expected;
+        for (const QString& text : texts(bob.unread(alicePeer))) missing.removeOne(text);
+        QFAIL(qPrintable(QStringLiteral("bob lacks ") + missing.join(QLatin1Char(' '))));
+    }
     QTest::qWait(1000);  // copies the archive may still bring must not count
 
-    const QStringList expected = lines(1, total);
     QCOMPARE(texts(bob.unread(alicePeer)), expected);
     // The page the conversation opens with, and the sender's own, read the same.
     QCOMPARE(readBack(bob, alicePeer, 400), expected);
