@@ -200,6 +200,10 @@ void ImEngine::sessionStarted() {
 
 void ImEngine::roomRefused(const QString& originId) { outgoing_->roomRefused(originId); }
 
+void ImEngine::roomRejoining(quint64 tribe) { outgoing_->roomRejoining(tribe); }
+
+void ImEngine::roomReflected(const QString& originId) { outgoing_->roomReflected(originId); }
+
 // Fails what waits for the server; nothing of it will be answered on this stream.
 void ImEngine::sessionEnded() {
     presence_->sessionEnded();

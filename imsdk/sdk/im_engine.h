@@ -133,6 +133,11 @@ public:
     // A room refused one of our messages because it no longer had us: it goes again once
     // the room has let us back in.
     void roomRefused(const QString& originId);
+    // We join a tribe's room again (it forgot us): what we sent it lately and it never
+    // reflected goes again once we are back in.
+    void roomRejoining(quint64 tribe);
+    // A room reflected one of our messages (live or in its archive): it got there.
+    void roomReflected(const QString& originId);
     ArchiveExtension* archive() { return archive_; }
     const QString& domain() const { return domain_; }
     const QString& account() const { return account_; }

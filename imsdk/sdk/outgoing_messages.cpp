@@ -127,6 +127,30 @@ void OutgoingMessages::roomRefused(const QString& originId) {
     Written w = it.value();
     kept_.erase(it);
     keptOrder_.removeAll(originId);
+    sendAgain(std::move(w));
+}
+
+void OutgoingMessages::roomRejoining(quint64 tribe) {
+    const QString key = TribeRooms::key(tribe);
+    QStringList again;
+    for (const QString& id : std::as_const(keptOrder_))
+        if (kept_.value(id).draft.peer == key) again << id;
+    if (again.isEmpty()) return;
+    qInfo().noquote() << "imsdk: room" << tribe << "never reflected" << again.size()
+                      << "of our messages; they go again once we are back in";
+    for (const QString& id : std::as_const(again)) {
+        Written w = kept_.take(id);
+        keptOrder_.removeAll(id);
+        sendAgain(std::move(w));
+    }
+}
+
+void OutgoingMessages::roomReflected(const QString& originId) {
+    if (kept_.remove(originId)) keptOrder_.removeAll(originId);
+}
+
+void OutgoingMessages::sendAgain(Written w) {
+    const QString originId = w.draft.originId;
     // Already reported sent; only a failure to get it through now is news.
     if (ImEngine::Sent reported = w.done)
         w.done = [reported](const StoredMessage& m, openim::ResultCode sent,
@@ -199,7 +223,10 @@ void OutgoingMessages::retransmit(const QString& originId) {
     TribeRooms* tribes = engine_->tribes();
     if (TribeRooms::isKey(peer) && !tribes->isJoined(TribeRooms::idOfKey(peer))) {
         // The room lets us in again first.
+        if (awaitingRoom_.contains(originId)) return;
+        awaitingRoom_.insert(originId);
         tribes->whenJoined(TribeRooms::idOfKey(peer), [this, originId](bool in) {
+            awaitingRoom_.remove(originId);
             if (in)
                 retransmit(originId);
             else

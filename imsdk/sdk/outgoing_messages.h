@@ -2,6 +2,7 @@
 
 #include <QHash>
 #include <QObject>
+#include <QSet>
 #include <QString>
 #include <QStringList>
 #include <QTimer>
@@ -46,10 +47,19 @@ public:
     // From the current stream's acknowledgements.
     void confirmed(const QString& originId);
     // A room refused a message of ours because it no longer had us: it goes again (same id)
-    // once the room has let us back in. Tribe messages are kept for this a while after
-    // the server confirmed them (kKeptForRoomsMs), the last kKeptForRooms of them.
+    // once the room has let us back in.
     void roomRefused(const QString& originId);
-    static constexpr int kKeptForRoomsMs = 120000;
+    // We join the room again: every message it never reflected goes again (same id) once it
+    // has let us back in. A room whose node died took some of them with it without a word
+    // (our server confirmed them, the room never saw them); receivers keep one copy.
+    void roomRejoining(quint64 tribe);
+    // The room reflected it: it got there, nothing more to keep.
+    void roomReflected(const QString& originId);
+    // Tribe messages are kept for this after the server confirmed them until the room
+    // reflects them, at most kKeptForRoomsMs (longer than the rooms' self-ping, so that a
+    // room that forgot us quietly is found while they are still kept), the last
+    // kKeptForRooms of them.
+    static constexpr int kKeptForRoomsMs = 6 * 60 * 1000;
     static constexpr int kKeptForRooms = 2000;
     void unconfirmed(const QStringList& originIds);
 
@@ -68,6 +78,8 @@ private:
     void finish(const QString& originId, const openim::ResultCode& result);
     void expire();
     void keep(const Written& w);
+    // A kept tribe message goes again (same id), once its room has let us back in.
+    void sendAgain(Written w);
     void failAll(const wchar_t* why);
     void releaseWaiters();
 
@@ -77,6 +89,7 @@ private:
     QStringList again_;                // handed back by a stream, for the next one
     QHash<QString, Written> kept_;     // tribe messages confirmed lately, by origin id
     QStringList keptOrder_;            // oldest first
+    QSet<QString> awaitingRoom_;       // to go again once their room lets us back in
     QTimer expiry_;
     bool signingOut_ = false;
     std::vector<std::function<void()>> waiters_;

@@ -84,6 +84,7 @@ void TribeMessages::store(quint64 tribe, const QXmppMessage& message, const QStr
     m.time = (stamp.isValid() ? stamp : QDateTime::currentDateTimeUtc()).toSecsSinceEpoch();
     m.stanzaId = archiveId;
     m.originId = message.originId().isEmpty() ? message.id() : message.originId();
+    if (m.outgoing) engine_->roomReflected(m.originId);
     m.unread = !m.outgoing && source != Source::History;
     m.pendingMedia = MessageCodec::isMedia(m.kind) && !m.outgoing && source != Source::History;
     ArchiveOrder* order = source == Source::CatchUp   ? &catchUpOrder_

@@ -260,6 +260,7 @@ void TribeRooms::rejoin(quint64 tribe) {
     if (it == rooms_.end() || !it->member || it->joining || !engine_->isOnline()) return;
     it->joined = false;
     it->occupants.clear();
+    engine_->roomRejoining(tribe);
     join(tribe);
 }
 

@@ -39,6 +39,7 @@ void SessionProbe::OnSent(openim::IMMessage message, openim::ResultCode sent,
     {
         QMutexLocker guard(&lock_);
         sent_ << message;
+        if (!sent.ok()) failed_ << message;
     }
     note(QStringLiteral("sent:%1:%2").arg(sent.code).arg(upload.code));
 }
@@ -87,6 +88,11 @@ QList<bool> SessionProbe::downloadResults() const {
 QList<std::vector<openim::IMMessage>> SessionProbe::historyPages() const {
     QMutexLocker guard(&lock_);
     return pages_;
+}
+
+QList<openim::IMMessage> SessionProbe::failedSends() const {
+    QMutexLocker guard(&lock_);
+    return failed_;
 }
 
 QList<openim::IMMessage> SessionProbe::sent() const {

@@ -49,6 +49,8 @@ public:
     QList<bool> downloadResults() const;
     QList<std::vector<openim::IMMessage>> historyPages() const;
     QList<openim::IMMessage> sent() const;
+    // Those of sent() the SDK reported failed.
+    QList<openim::IMMessage> failedSends() const;
 
 private:
     friend class base::RefCountedThreadSafe<SessionProbe>;
@@ -62,4 +64,5 @@ private:
     QList<bool> downloadOk_;
     QList<std::vector<openim::IMMessage>> pages_;
     QList<openim::IMMessage> sent_;
+    QList<openim::IMMessage> failed_;
 };
