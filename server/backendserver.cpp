@@ -6,6 +6,7 @@
 #include "directory.h"
 #include "filestore.h"
 #include "gatedserver.h"
+#include "improvisioner.h"
 #include "loginthrottle.h"
 #include "orgcache.h"
 #include "origincheck.h"
@@ -108,7 +109,7 @@ bool BackendServer::start(const QString& host, int port) {
     orgCache_ = std::make_unique<OrgCache>(db_, directory_.get());
     access_ = std::make_unique<RequestAccess>(sessions_.get(), directory_.get());
     tasks_ = std::make_unique<TaskEditor>(db_, directory_.get(), rooms_);
-    tasks_->setDirectoryChanged([this] { directoryChanged(); });
+    tasks_->setAccountMade([this](qint64 userId) { accountMade(userId); });
     pages_ = std::make_unique<PageHandler>(directory_.get(), access_.get(), tasks_.get());
     projects_ = std::make_unique<ProjectEditor>(db_, directory_.get(), sessions_.get(), rooms_);
 
@@ -290,6 +291,26 @@ QByteArray BackendServer::urlTable(const QString& base) {
 
 void BackendServer::directoryChanged() {
     if (orgCache_) orgCache_->invalidate();
+}
+
+// An account made while the server runs gets its IM account at once, not at the next
+// start: messages to it would otherwise bounce. One at a time (a provisioner is not made
+// to be run twice at once); a failure is logged and the next start provisions it again.
+void BackendServer::accountMade(qint64 userId) {
+    directoryChanged();
+    if (!provisioner_) return;
+    const QString secret = directory_->imSecret(userId);
+    if (secret.isEmpty()) {
+        qWarning("provisioning: account %lld has no IM secret; not provisioned", userId);
+        return;
+    }
+    QString error;
+    std::lock_guard<std::mutex> guard(provisionLock_);
+    if (provisioner_->provision({{QString::number(userId), secret}}, &error))
+        qInfo("provisioning: IM account %lld made", userId);
+    else
+        qWarning("provisioning: IM account %lld not made (the next start tries again): %s", userId,
+                 qPrintable(error));
 }
 
 QString BackendServer::projectSign(qint64 projectId, qint64 forUser) {

@@ -4,6 +4,7 @@
 #include <QString>
 
 #include <memory>
+#include <mutex>
 #include <thread>
 
 namespace httplib {
@@ -16,6 +17,7 @@ class Database;
 class Directory;
 class FileStore;
 class GatedServer;
+class ImProvisioner;
 class OriginCheck;
 class LoginThrottle;
 class OrgCache;
@@ -84,8 +86,12 @@ public:
     // Project changes made through the addresses are handed to `rooms` (may be null: no
     // XMPP rooms are kept). Set before start(); the keeper must outlive the server.
     void setRoomKeeper(RoomKeeper* rooms) { rooms_ = rooms; }
+    // Accounts made while the server runs are provisioned through `provisioner` (may be
+    // null: none is). Set before start(); it must outlive the server.
+    void setProvisioner(ImProvisioner* provisioner) { provisioner_ = provisioner; }
 
 private:
+    void accountMade(qint64 userId);
     void dispatch(const httplib::Request& req, httplib::Response& res);
     void login(const httplib::Request& req, httplib::Response& res);
     void token(const httplib::Request& req, httplib::Response& res);
@@ -130,6 +136,8 @@ private:
     std::unique_ptr<UpdatePublisher> updates_;
     std::unique_ptr<OriginCheck> origins_;
     RoomKeeper* rooms_ = nullptr;
+    ImProvisioner* provisioner_ = nullptr;
+    std::mutex provisionLock_;
     QString dummyHash_;  // verified against for unknown accounts, so timing tells nothing
     std::thread warmUp_;
 };

@@ -492,6 +492,12 @@ QList<qint64> Directory::inCompany(qint64 companyId, const QList<qint64>& userId
     return out;
 }
 
+QString Directory::imSecret(qint64 userId) const {
+    QSqlQuery q = prepared(db_, QStringLiteral("SELECT im_secret FROM users WHERE id = ?"));
+    q.addBindValue(userId);
+    return db_->exec(q) && q.next() ? q.value(0).toString() : QString();
+}
+
 qint64 Directory::taskAssistant(qint64 companyId, bool* made) {
     auto find = [this, companyId] {
         QSqlQuery q = prepared(

@@ -70,6 +70,8 @@ public:
     // failure. It is a colleague the client knows like any other (so a one-to-one message
     // in its name is shown), but nobody signs in as it and it cannot join projects.
     qint64 taskAssistant(qint64 companyId, bool* made = nullptr);
+    // The account's secret for the IM service (empty when unknown).
+    QString imSecret(qint64 userId) const;
 
     static QString taskStatusText(int status);
 

@@ -302,6 +302,7 @@ int main(int argc, char** argv) {
     options.tlsKey = parser.value(tlsKey);
     BackendServer server(&db, options);
     server.setRoomKeeper(rooms.get());
+    server.setProvisioner(provisioner.get());
     if (!server.start(parser.value(listen), parser.value(port).toInt())) {
         err << "cannot listen on " << parser.value(listen) << ':' << parser.value(port) << Qt::endl;
         return 1;

@@ -257,7 +257,7 @@ void TaskEditor::post(qint64 taskId, int event, qint64 actor, const QString& rep
         bool made = false;
         const qint64 assistant =
             directory_->taskAssistant(directory_->projectCompany(projectId), &made);
-        if (made && directoryChanged_) directoryChanged_();
+        if (made && accountMade_) accountMade_(assistant);
         // To the executor it is always "assigned to you", whether made so or changed.
         if (assistant == 0 ||
             !cards_.addDirect(

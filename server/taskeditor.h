@@ -36,9 +36,9 @@ public:
     // `rooms` may be null: then no cards are posted.
     TaskEditor(Database* db, Directory* directory, RoomKeeper* rooms);
 
-    // Runs when a change adds to the directory (the company's task assistant), so that
-    // cached organisation replies are made again.
-    void setDirectoryChanged(std::function<void()> changed) { directoryChanged_ = changed; }
+    // Runs when a change adds an account to the directory (the company's task assistant):
+    // cached organisation replies are made again and the account gets its IM account.
+    void setAccountMade(std::function<void(qint64 userId)> made) { accountMade_ = made; }
 
     // `caller` is the signed-in user (never 0 here), `session` its session id.
     void handle(const httplib::Request& req, httplib::Response& res, qint64 caller,
@@ -70,6 +70,6 @@ private:
     TaskStore tasks_;
     TaskCardOutbox cards_;
     RoomKeeper* rooms_;
-    std::function<void()> directoryChanged_;
+    std::function<void(qint64)> accountMade_;
     QByteArray formKey_;  // random per start; sessions do not outlive it either
 };

@@ -219,6 +219,7 @@ private:
     QTemporaryDir dir_;
     std::unique_ptr<Database> db_;
     std::unique_ptr<RoomKeeper> keeper_;
+    std::unique_ptr<ImProvisioner> accounts_;  // outlives the server, which uses it
     std::unique_ptr<BackendServer> server_;
     std::unique_ptr<httplib::Client> http_;
     QStringList userNames_;
@@ -232,7 +233,7 @@ void RoomKeeperTest::initTestCase() {
     QString error;
     QVERIFY2(DemoCompany::seedDemo(db_.get(), 1, &error), qPrintable(error));
     userNames_ = DemoCompany::accounts(db_.get(), 5);
-    std::unique_ptr<ImProvisioner> accounts;
+    std::unique_ptr<ImProvisioner>& accounts = accounts_;
     if (ProsodyServer::isEjabberd()) {
         EjabberdApiProvisioner::Settings api;
         api.api = QUrl(prosody_.apiUrl());
@@ -264,6 +265,7 @@ void RoomKeeperTest::initTestCase() {
     options.threads = 4;
     server_ = std::make_unique<BackendServer>(db_.get(), options);
     server_->setRoomKeeper(keeper_.get());
+    server_->setProvisioner(accounts_.get());
     QVERIFY(server_->start(QStringLiteral("127.0.0.1"), 0));
     http_ = std::make_unique<httplib::Client>("127.0.0.1", server_->port());
 }
@@ -774,6 +776,14 @@ void RoomKeeperTest::taskCardsQueuedWhileTheKeeperWasAwayReachTheRoom() {
             .toArray();
     QCOMPARE(found.size(), 1);
     QCOMPARE(found.first().toObject().value("realName").toString(), QStringLiteral("任务助手"));
+    // Made while the back end ran, it has its IM account already: what a colleague writes
+    // to it is not bounced.
+    QSqlQuery secret(db_->connection());
+    secret.prepare("SELECT im_secret FROM users WHERE id = ?");
+    secret.addBindValue(assistant.toLongLong());
+    QVERIFY(secret.exec() && secret.next());
+    Colleague assistantSession(prosody_, assistant, secret.value(0).toString());
+    QVERIFY(assistantSession.online());
     QCOMPARE(change("/work/editProj.htm?m=addMember&projectId=" + std::to_string(p) +
                         "&userIds=" + assistant.toStdString(),
                     owner.session)
