@@ -9,6 +9,7 @@
 
 #include "sdk/archive_catch_up.h"
 #include "sdk/archive_extension.h"
+#include "sdk/delivery_receipts.h"
 #include "sdk/engine_sign_in.h"
 #include "sdk/history_pager.h"
 #include "sdk/incoming_messages.h"
@@ -60,7 +61,9 @@ ImEngine::ImEngine(QObject* parent)
       outgoing_(new OutgoingMessages(this, uploads_)),
       router_(new StanzaRouter(this, batcher_, incoming_, catchUp_, history_, presence_)),
       signIn_(new EngineSignIn(this, transfer_, [this] { return createClient(); })),
-      roomHealth_(new RoomHealth(this)) {
+      roomHealth_(new RoomHealth(this)),
+      receipts_(new DeliveryReceipts(
+          this, [this](const StoredMessage& m) { return outgoing_->writeAgain(m); })) {
     connect(signIn_, &EngineSignIn::sessionStarted, this, &ImEngine::sessionStarted);
     connect(signIn_, &EngineSignIn::sessionEnded, this, &ImEngine::sessionEnded);
     connect(catchUp_, &ArchiveCatchUp::finished, incoming_, &IncomingMessages::releaseDelayed);
@@ -213,6 +216,7 @@ void ImEngine::sessionEnded() {
     incoming_->releaseDelayed();
     tribes_->sessionEnded();
     roomHealth_->sessionEnded();
+    receipts_->sessionEnded();
 }
 
 // ---- presence and sync ----

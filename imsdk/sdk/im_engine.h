@@ -29,6 +29,7 @@ class OutgoingMessages;
 class PresenceRequests;
 class QXmppCarbonManager;
 class RoomHealth;
+class DeliveryReceipts;
 class StanzaRouter;
 class StreamAcks;
 class StoreBatcher;
@@ -130,6 +131,7 @@ public:
     // The current client's stream-management acknowledgements.
     StreamAcks* streamAcks() { return acks_; }
     RoomHealth* roomHealth() { return roomHealth_; }
+    DeliveryReceipts* receipts() { return receipts_; }
     // A room refused one of our messages because it no longer had us: it goes again once
     // the room has let us back in.
     void roomRefused(const QString& originId);
@@ -182,4 +184,5 @@ private:
     StanzaRouter* router_;
     EngineSignIn* signIn_;
     RoomHealth* roomHealth_;
+    DeliveryReceipts* receipts_;
 };

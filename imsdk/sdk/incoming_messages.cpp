@@ -8,6 +8,7 @@
 
 #include "openim/im_message_content.h"
 #include "sdk/archive_catch_up.h"
+#include "sdk/delivery_receipts.h"
 #include "sdk/im_engine.h"
 #include "sdk/message_codec.h"
 #include "sdk/store_batcher.h"
@@ -83,6 +84,15 @@ void IncomingMessages::store(const QXmppMessage& message, const QString& archive
     for (StoredMessage& row : rows)
         if (auto rowId = insertReceived(row, message, source, order); rowId && !id) id = rowId;
     if (!archiveId.isEmpty() && source != Source::History) catchUp_->markArchived(archiveId);
+    // Receipted once stored (a copy too: the sender may not have had the first receipt).
+    // Not for a relayed card: its carrier is the back end, not a colleague's client.
+    if (!outgoing && source != Source::History && m.peer == addressed) {
+        DeliveryReceipts* receipts = engine_->receipts();
+        const QString peer = m.peer, originId = m.originId;
+        const qint64 time = m.time;
+        batcher_->afterCommit(
+            [receipts, peer, originId, time] { receipts->stored(peer, originId, time); });
+    }
     if (!id || !m.unread) return;
     if (m.pendingMedia) {
         const quint64 stored = *id;

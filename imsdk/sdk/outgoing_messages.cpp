@@ -8,6 +8,7 @@
 #include <QUuid>
 
 #include "openim/im_message_content.h"
+#include "sdk/delivery_receipts.h"
 #include "sdk/message_codec.h"
 #include "sdk/stream_acks.h"
 #include "sdk/tribe_rooms.h"
@@ -163,6 +164,13 @@ void OutgoingMessages::sendAgain(Written w) {
     retransmit(originId);
 }
 
+bool OutgoingMessages::writeAgain(const StoredMessage& m) {
+    QXmppMessage stanza = MessageCodec::encode(m, engine_->bareJid(m.peer));
+    // Its first time, so that the receiver places it where it was written.
+    stanza.setStamp(QDateTime::fromSecsSinceEpoch(m.time, Qt::UTC));
+    return engine_->xmppClient()->sendPacket(stanza);
+}
+
 void OutgoingMessages::confirmed(const QString& originId) {
     if (written_.contains(originId)) finish(originId, openim::ResultCode());
 }
@@ -192,6 +200,7 @@ void OutgoingMessages::transmit(StoredMessage draft, const ImEngine::Sent& done)
     if (std::optional<quint64> id = store.insert(w.draft)) w.draft.id = *id;
     if (!followed) {
         // A stream without acknowledgements: written is all that can be known.
+        if (!TribeRooms::isKey(w.draft.peer)) engine_->receipts()->await(w.draft);
         if (done) done(w.draft, openim::ResultCode(), openim::ResultCode());
         return;
     }
@@ -257,6 +266,7 @@ void OutgoingMessages::finish(const QString& originId, const openim::ResultCode&
                              << "was not confirmed by the server:" << wide_text::toQ(result.text);
     }
     if (result.ok() && TribeRooms::isKey(w.draft.peer)) keep(w);
+    if (result.ok() && !TribeRooms::isKey(w.draft.peer)) engine_->receipts()->await(w.draft);
     if (w.done) w.done(w.draft, result, openim::ResultCode());
     if (written_.isEmpty()) {
         expiry_.stop();

@@ -62,6 +62,9 @@ public:
     static constexpr int kKeptForRoomsMs = 6 * 60 * 1000;
     static constexpr int kKeptForRooms = 2000;
     void unconfirmed(const QStringList& originIds);
+    // Writes a confirmed one-to-one message again (same id, stamped with its first time)
+    // for a receiver who never receipted it; false when it could not be written.
+    bool writeAgain(const StoredMessage& m);
 
 private:
     struct Written {

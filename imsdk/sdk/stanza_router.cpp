@@ -6,6 +6,7 @@
 #include <QDebug>
 
 #include "sdk/archive_catch_up.h"
+#include "sdk/delivery_receipts.h"
 #include "sdk/history_pager.h"
 #include "sdk/im_engine.h"
 #include "sdk/incoming_messages.h"
@@ -44,6 +45,7 @@ void StanzaRouter::onMessage(const QXmppMessage& message) {
             return;
         }
     }
+    if (engine_->receipts()->handle(message)) return;
     batcher_->open();
     if (QXmppUtils::jidToBareJid(message.from()) == engine_->domain()) return push(message);
     TribeRooms* tribes = engine_->tribes();

@@ -3,11 +3,55 @@
 usage: plain_client.py JID PASSWORD HOST PORT PEER TEXT
        plain_client.py JID PASSWORD HOST PORT PEER --raw STANZA...   (send as is, then quit)
        plain_client.py JID PASSWORD HOST PORT PEER --raw-file FILE  (one stanza a line)
+       plain_client.py JID PASSWORD HOST PORT PEER --listen SECONDS TEXT
+           sends TEXT (id "plain-1"), then for SECONDS prints every chat message it gets
+           ("msg ID STAMP BODY", STAMP "-" without a delay) and every receipt
+           ("receipt IDS"); the second time an id comes, it receipts it to the sender.
 """
 import ssl
 import sys
 
 import slixmpp
+from slixmpp.xmlstream.handler import Callback
+from slixmpp.xmlstream.matcher import MatchXPath
+
+
+RECEIPTS = "urn:quelix:im:1"
+
+
+class Listener(slixmpp.ClientXMPP):
+    def __init__(self, jid, password, peer, text, seconds):
+        super().__init__(jid, password)
+        self.peer, self.text, self.seconds = peer, text, seconds
+        self.seen = {}
+        self.add_event_handler("session_start", self.start)
+        self.add_event_handler("message", self.message)
+        # Receipts have no body, which slixmpp's "message" event wants.
+        self.register_handler(
+            Callback("receipt", MatchXPath("{jabber:client}message/{%s}received" % RECEIPTS),
+                     self.receipt))
+
+    async def start(self, _event):
+        self.send_presence()
+        msg = self.make_message(mto=self.peer, mbody=self.text, mtype="chat")
+        msg["id"] = "plain-1"
+        msg.send()
+        self.loop.call_later(self.seconds, self.disconnect)
+
+    def receipt(self, msg):
+        print("receipt", msg.xml.find("{%s}received" % RECEIPTS).get("ids"), flush=True)
+
+    def message(self, msg):
+        if msg["type"] != "chat" or not msg["body"]:
+            return
+        delay = msg.xml.find("{urn:xmpp:delay}delay")
+        stamp = delay.get("stamp") if delay is not None else "-"
+        print("msg", msg["id"], stamp, msg["body"], flush=True)
+        self.seen[msg["id"]] = self.seen.get(msg["id"], 0) + 1
+        if self.seen[msg["id"]] == 2:
+            self.send_raw(
+                "<message to='%s' type='headline'><received xmlns='%s' ids='%s'/></message>"
+                % (msg["from"].bare, RECEIPTS, msg["id"]))
 
 
 class PlainClient(slixmpp.ClientXMPP):
@@ -34,12 +78,15 @@ class PlainClient(slixmpp.ClientXMPP):
 
 def main():
     jid, password, host, port, peer = sys.argv[1:6]
-    if sys.argv[6] == "--raw-file":
+    if sys.argv[6] == "--listen":
+        client = Listener(jid, password, peer, sys.argv[8], float(sys.argv[7]))
+    elif sys.argv[6] == "--raw-file":
         with open(sys.argv[7], encoding="utf-8") as f:
             text = [line.rstrip("\n") for line in f if line.strip()]
     else:
         text = sys.argv[7:] if sys.argv[6] == "--raw" else sys.argv[6]
-    client = PlainClient(jid, password, peer, text)
+    if sys.argv[6] != "--listen":
+        client = PlainClient(jid, password, peer, text)
     client["feature_mechanisms"].unencrypted_plain = True
     # The test's server requires TLS; this client stands for any colleague's software (or an
     # attacker's), so it takes the server's certificate as it comes.

@@ -23,6 +23,7 @@ private slots:
     void offlineMessagesArriveOnceAtNextLogin();
     void historyPagesBackThroughTheArchive();
     void plainXmppClientExchangesText();
+    void receiptsSettleWhatTheServerConfirmed();
     void commandLineClientListensAndSends();
     void hostileStanzasReachTheClientAsWhatTheyAre();
 
@@ -176,6 +177,47 @@ void MessagingTest::plainXmppClientExchangesText() {
     QCOMPARE(carol.exitCode(), 0);
     QCOMPARE(QString::fromUtf8(carol.readAllStandardOutput()).trimmed(),
              QStringLiteral("hello from the SDK"));
+}
+
+// The server's confirmation is not the receiver's: a message a colleague online never
+// receipted is written again, same id, stamped with its first time, until a receipt comes;
+// and what the SDK stores it receipts to its sender. dave runs a plain client that receipts
+// only the second copy of a message.
+void MessagingTest::receiptsSettleWhatTheServerConfirmed() {
+    qputenv("QUELIX_RECEIPT_WAIT_MS", "1000");
+    TestSession alice(QStringLiteral("alice-receipts"));
+    qunsetenv("QUELIX_RECEIPT_WAIT_MS");
+    alice.login(server_, QStringLiteral("alice"), QStringLiteral("pw-alice"));
+    QVERIFY(waitUntil([&] { return alice.probe().count("loginOk"); }));
+
+    QProcess dave;
+    dave.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+    dave.start(QStringLiteral("/usr/bin/python3"),
+               {QFINDTESTDATA("plain_client.py"), QStringLiteral("dave@") + server_.domain(),
+                QStringLiteral("pw-dave"), server_.host(), QString::number(server_.port()),
+                QStringLiteral("alice@") + server_.domain(), QStringLiteral("--listen"),
+                QStringLiteral("8"), QStringLiteral("from dave")});
+    QVERIFY(waitUntil([&] { return alice.probe().count("newMessage:dave") == 1; }, 30000));
+    const QDateTime sentAt = QDateTime::currentDateTimeUtc();
+    alice.sendText(QStringLiteral("dave"), QStringLiteral("to dave"));
+    QVERIFY(dave.waitForFinished(30000));
+    const QStringList lines = QString::fromUtf8(dave.readAllStandardOutput())
+                                  .split(QLatin1Char('\n'), Qt::SkipEmptyParts);
+    QVERIFY2(lines.contains(QStringLiteral("receipt plain-1")), qPrintable(lines.join('|')));
+    QStringList copies;
+    // (Earlier cases left dave other messages in the offline store.)
+    for (const QString& line : lines)
+        if (line.startsWith(QLatin1String("msg ")) && line.endsWith(QLatin1String(" to dave")))
+            copies << line;
+    QCOMPARE(copies.size(), 2);  // the receipt of the second ended it
+    const QStringList first = copies.at(0).split(QLatin1Char(' '));
+    const QStringList second = copies.at(1).split(QLatin1Char(' '));
+    QCOMPARE(second.at(1), first.at(1));
+    QCOMPARE(first.at(2), QStringLiteral("-"));
+    const QDateTime stamp = QDateTime::fromString(second.at(2), Qt::ISODate);
+    QVERIFY2(stamp.isValid() && qAbs(stamp.secsTo(sentAt)) <= 1, qPrintable(second.at(2)));
+    QCOMPARE(second.mid(3).join(QLatin1Char(' ')), QStringLiteral("to dave"));
+    QCOMPARE(alice.probe().count("sent:0:0"), 1);
 }
 
 void MessagingTest::commandLineClientListensAndSends() {
