@@ -31,7 +31,8 @@ DeliveryReceipts::DeliveryReceipts(ImEngine* engine,
 
 void DeliveryReceipts::await(const StoredMessage& m) {
     if (m.originId.isEmpty() || m.peer == engine_->account()) return;
-    while (awaitedOrder_.size() >= kMaxAwaited) awaited_.remove(awaitedOrder_.takeFirst());
+    while (awaited_.size() >= kMaxAwaited && !awaitedOrder_.isEmpty())
+        awaited_.remove(awaitedOrder_.takeFirst());
     if (!awaited_.contains(m.originId)) awaitedOrder_.append(m.originId);
     awaited_.insert(m.originId, {m, QDateTime::currentMSecsSinceEpoch(), 0});
     if (!checkTimer_.isActive()) checkTimer_.start();
@@ -94,10 +95,12 @@ bool DeliveryReceipts::handle(const QXmppMessage& message) {
     for (const QString& id : ids) {
         auto it = awaited_.find(id);
         if (it == awaited_.end() || it->message.peer != peer) continue;
-        awaited_.erase(it);
-        awaitedOrder_.removeOne(id);
+        awaited_.erase(it);  // its place in the order goes at the next check
     }
-    if (awaited_.isEmpty()) checkTimer_.stop();
+    if (awaited_.isEmpty()) {
+        awaitedOrder_.clear();
+        checkTimer_.stop();
+    }
     return true;
 }
 
@@ -116,21 +119,24 @@ void DeliveryReceipts::check() {
     if (!engine_->isOnline()) return;
     const qint64 now = QDateTime::currentMSecsSinceEpoch();
     int again = 0, givenUp = 0;
-    const QStringList order = awaitedOrder_;
+    bool writable = true;
+    const QStringList order = std::exchange(awaitedOrder_, {});
     for (const QString& id : order) {
         auto it = awaited_.find(id);
-        if (it == awaited_.end() || now - it->since < waitMs_) continue;
+        if (it == awaited_.end()) continue;  // receipted
+        awaitedOrder_.append(id);
+        if (now - it->since < waitMs_) continue;
         const qint64 sent = it->message.time * 1000;
         if (it->tries >= kTries || now - sent > kKeepMs) {
             awaited_.erase(it);
-            awaitedOrder_.removeOne(id);
+            awaitedOrder_.removeLast();
             ++givenUp;
             continue;
         }
         // An offline colleague gets it from the offline store; it is written again once
         // they are back and still have not receipted it.
-        if (!isOnline(it->message.peer)) continue;
-        if (!writeAgain_(it->message)) break;
+        if (!writable || !isOnline(it->message.peer)) continue;
+        if (!(writable = writeAgain_(it->message))) continue;
         it->since = now;
         ++it->tries;
         ++again;
