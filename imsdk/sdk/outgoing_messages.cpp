@@ -107,12 +107,21 @@ void OutgoingMessages::accountChanged() {
     signingOut_ = false;
 }
 
+// keptOrder_ may name messages no longer kept (reflected, refused): they go from its front
+// here, and the whole list is rebuilt once most of it is such.
 void OutgoingMessages::keep(const Written& w) {
+    if (reflectedEarly_.remove(w.draft.originId)) return;  // already in the room
     const qint64 now = QDateTime::currentMSecsSinceEpoch();
     while (!keptOrder_.isEmpty() &&
-           (keptOrder_.size() >= kKeptForRooms ||
+           (!kept_.contains(keptOrder_.first()) || kept_.size() >= kKeptForRooms ||
             kept_.value(keptOrder_.first()).deadline + kKeptForRoomsMs - kConfirmMs < now))
         kept_.remove(keptOrder_.takeFirst());
+    if (keptOrder_.size() > 2 * kept_.size() + 64) {
+        QStringList live;
+        for (const QString& id : std::as_const(keptOrder_))
+            if (kept_.contains(id)) live << id;
+        keptOrder_ = live;
+    }
     Written copy = w;
     copy.deadline = now + kConfirmMs;  // measured from the confirmation
     kept_.insert(w.draft.originId, copy);
@@ -127,27 +136,31 @@ void OutgoingMessages::roomRefused(const QString& originId) {
     }
     Written w = it.value();
     kept_.erase(it);
-    keptOrder_.removeAll(originId);
     sendAgain(std::move(w));
 }
 
 void OutgoingMessages::roomRejoining(quint64 tribe) {
     const QString key = TribeRooms::key(tribe);
     QStringList again;
-    for (const QString& id : std::as_const(keptOrder_))
-        if (kept_.value(id).draft.peer == key) again << id;
+    QSet<QString> seen;
+    for (const QString& id : std::as_const(keptOrder_)) {
+        auto it = kept_.constFind(id);
+        if (it != kept_.cend() && it->draft.peer == key && !seen.contains(id)) {
+            seen.insert(id);
+            again << id;
+        }
+    }
     if (again.isEmpty()) return;
     qInfo().noquote() << "imsdk: room" << tribe << "never reflected" << again.size()
                       << "of our messages; they go again once we are back in";
     for (const QString& id : std::as_const(again)) {
-        Written w = kept_.take(id);
-        keptOrder_.removeAll(id);
-        sendAgain(std::move(w));
+        sendAgain(kept_.take(id));
     }
 }
 
+// The reflection may come before the server's acknowledgement of the message.
 void OutgoingMessages::roomReflected(const QString& originId) {
-    if (kept_.remove(originId)) keptOrder_.removeAll(originId);
+    if (!kept_.remove(originId) && written_.contains(originId)) reflectedEarly_.insert(originId);
 }
 
 void OutgoingMessages::sendAgain(Written w) {
@@ -259,6 +272,7 @@ void OutgoingMessages::finish(const QString& originId, const openim::ResultCode&
     written_.erase(it);
     again_.removeAll(originId);
     if (!result.ok()) {
+        reflectedEarly_.remove(originId);
         // Not sent: the store does not keep it as if it were; the user sends it again.
         if (StreamAcks* acks = engine_->streamAcks()) acks->forget(originId);
         if (w.draft.id) engine_->messageStore().remove(w.draft.id);

@@ -93,6 +93,7 @@ private:
     QHash<QString, Written> kept_;     // tribe messages confirmed lately, by origin id
     QStringList keptOrder_;            // oldest first
     QSet<QString> awaitingRoom_;       // to go again once their room lets us back in
+    QSet<QString> reflectedEarly_;     // reflected by their room before the server's ack
     QTimer expiry_;
     bool signingOut_ = false;
     std::vector<std::function<void()>> waiters_;
