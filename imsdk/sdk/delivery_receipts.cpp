@@ -87,7 +87,10 @@ bool DeliveryReceipts::handle(const QXmppMessage& message) {
     // Who receipted is the server's stamp on the stanza: only the message's receiver can
     // settle it.
     const QString from = QXmppUtils::jidToBareJid(message.from());
-    if (QXmppUtils::jidToDomain(from) != engine_->domain()) return true;
+    if (QXmppUtils::jidToDomain(from) != engine_->domain()) {
+        qWarning().noquote() << "imsdk: a receipt from" << from << "ignored: not a colleague";
+        return true;
+    }
     const QString peer = QXmppUtils::jidToUser(from);
     const QStringList ids = received.attribute(QStringLiteral("ids"))
                                 .split(QLatin1Char(' '), Qt::SkipEmptyParts)
