@@ -15,15 +15,9 @@
 #include <QXmppConfiguration.h>
 #include <QXmppMessage.h>
 #include <QCoreApplication>
-#include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
-#include <QJsonDocument>
-#include <QJsonObject>
-#include <QNetworkAccessManager>
-#include <QNetworkReply>
 #include <QProcess>
-#include <QStandardPaths>
 #include <QTemporaryDir>
 #include <QThread>
 #include <QTimer>
@@ -39,9 +33,7 @@
 #include "support/prosody_server.h"
 #include "support/prosody_trust.h"
 
-using bench::Account;
 using bench::runUntil;
-using bench::signIn;
 
 namespace {
 
@@ -224,46 +216,20 @@ int main(int argc, char** argv) {
     if (app.arguments().value(1) == QLatin1String("--bare")) return bareReceiver(app.arguments());
 
     QTemporaryDir scratch;
-    if (qEnvironmentVariableIsSet("QUELIX_BENCH_KEEP")) {  // keeps the client's files to look at
-        scratch.setAutoRemove(false);
-        std::printf("client files in %s\n", qPrintable(scratch.path()));
-    }
-    const QString home = scratch.filePath(QStringLiteral("home"));
-    const QString docs = home + QStringLiteral("/Documents");
-    QDir().mkpath(docs + QStringLiteral("/Quelix/Config"));
-
-    ProsodyServer prosody;
-    if (!prosody.start()) {
-        std::fprintf(stderr, "prosody: %s\n", qPrintable(prosody.lastError()));
-        return 1;
-    }
-    QProcess backend;
-    const QString url = bench::startBackend(backend, QStringLiteral(QUELIX_BACKEND_BIN), prosody,
-                                            scratch.filePath("backend"),
-                                            docs + "/Quelix/Resource/Text/UrlText.ini");
-    if (url.isEmpty()) return 1;
-    const QStringList userNames =
-        bench::demoUserNames(QStringLiteral(QUELIX_BACKEND_BIN), scratch.filePath("backend"), 3);
-    if (userNames.size() < 3) return 1;
-    const Account me = signIn(url, userNames.at(0));
-    const Account colleague = signIn(url, userNames.at(1));
-    const Account bare = signIn(url, userNames.at(2));
-    if (me.id.isEmpty() || colleague.secret.isEmpty() || bare.secret.isEmpty()) {
-        std::fprintf(stderr, "the demo accounts did not sign in\n");
-        return 1;
-    }
+    const QString home = bench::clientHome(scratch);
+    // The back end's log is kept, not shown between the figures.
+    DemoCompany company(QStringLiteral(QUELIX_BACKEND_BIN), true);
+    if (!bench::startCompany(company, scratch.path(), home, 3)) return 1;
+    const ProsodyServer& prosody = company.prosody();
+    const DemoPerson& me = company.person(0);
+    const DemoPerson& colleague = company.person(1);
+    const DemoPerson& bare = company.person(2);
 
     // The client, remembered with automatic sign-in as a returning user's is.
-    if (!bench::rememberForAutoLogin(docs, me.userName)) return 1;
+    if (!bench::rememberForAutoLogin(home + QStringLiteral("/Documents"), me.userName)) return 1;
     const int n = messageCount();
     QProcess client;
-    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-    env.insert(QStringLiteral("HOME"), home);
-    // The dev stack's authority, as a company hands its own to its desktops.
-    env.insert(QStringLiteral("QUELIX_CA_FILE"), prosody.caFile());
-    env.remove(QStringLiteral("XDG_CONFIG_HOME"));
-    env.remove(QStringLiteral("XDG_DATA_HOME"));
-    env.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
+    QProcessEnvironment env = bench::clientEnvironment(home, prosody.caFile());
     const int rounds = qEnvironmentVariableIsSet("QUELIX_BENCH_ROUNDS")
                            ? std::max(1, qEnvironmentVariableIntValue("QUELIX_BENCH_ROUNDS"))
                            : 3;
@@ -331,8 +297,7 @@ int main(int argc, char** argv) {
     }
     stop(client);
     stop(receiver);
-    backend.terminate();
-    backend.waitForFinished(10000);
+    company.backend().stop();
     if (guiRuns.last().ms < 0 || bareRuns.last().ms < 0) {
         std::fprintf(stderr, "a burst was not shown in full (gui %.0f ms, bare %.0f ms)\n",
                      guiRuns.last().ms, bareRuns.last().ms);

@@ -3,13 +3,7 @@
 // of which some were never seen. Prints how long from the program's start to the talk list
 // restored with its badges, and whether every badge came back on every start.
 #include <QCoreApplication>
-#include <QDir>
 #include <QElapsedTimer>
-#include <QFile>
-#include <QJsonDocument>
-#include <QJsonObject>
-#include <QNetworkAccessManager>
-#include <QNetworkReply>
 #include <QProcess>
 #include <QSqlDatabase>
 #include <QSqlQuery>
@@ -21,7 +15,6 @@
 
 #include "demostack.h"
 #include "store/message_store.h"
-#include "support/prosody_server.h"
 
 namespace {
 
@@ -79,34 +72,13 @@ QByteArray fillStore(const QString& file, const QString& own, const QStringList&
 int main(int argc, char** argv) {
     QCoreApplication app(argc, argv);
     QTemporaryDir scratch;
-    if (qEnvironmentVariableIsSet("QUELIX_BENCH_KEEP")) {  // keeps the client's files to look at
-        scratch.setAutoRemove(false);
-        std::printf("client files in %s\n", qPrintable(scratch.path()));
-    }
-    const QString home = scratch.filePath(QStringLiteral("home"));
+    const QString home = bench::clientHome(scratch);
     const QString docs = home + QStringLiteral("/Documents");
-    QDir().mkpath(docs + QStringLiteral("/Quelix/Config"));
-
-    ProsodyServer prosody;
-    if (!prosody.start()) {
-        std::fprintf(stderr, "prosody: %s\n", qPrintable(prosody.lastError()));
-        return 1;
-    }
-    QProcess backend;
-    backend.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-    const QString url = bench::startBackend(backend, QStringLiteral(QUELIX_BACKEND_BIN), prosody,
-                                            scratch.filePath("backend"),
-                                            docs + "/Quelix/Resource/Text/UrlText.ini");
-    if (url.isEmpty()) return 1;
-    const QStringList userNames = bench::demoUserNames(
-        QStringLiteral(QUELIX_BACKEND_BIN), scratch.filePath("backend"), kConversations + 1);
-    if (userNames.size() < kConversations + 1) return 1;
+    DemoCompany company(QStringLiteral(QUELIX_BACKEND_BIN));
+    if (!bench::startCompany(company, scratch.path(), home, kConversations + 1)) return 1;
+    const ProsodyServer& prosody = company.prosody();
     QStringList ids;
-    for (const QString& name : userNames) ids << bench::signIn(url, name).id;
-    if (ids.contains(QString())) {
-        std::fprintf(stderr, "the demo accounts did not sign in\n");
-        return 1;
-    }
+    for (const DemoPerson& p : company.people()) ids << p.id;
     const QString own = ids.takeFirst();
 
     int unseenTotal = 0;
@@ -117,15 +89,10 @@ int main(int argc, char** argv) {
         std::fprintf(stderr, "the store could not be filled\n");
         return 1;
     }
-    if (!bench::rememberForAutoLogin(docs, userNames.first())) return 1;
+    if (!bench::rememberForAutoLogin(docs, company.userNames().first())) return 1;
 
-    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-    env.insert(QStringLiteral("HOME"), home);
-    env.insert(QStringLiteral("QUELIX_CA_FILE"), prosody.caFile());
+    QProcessEnvironment env = bench::clientEnvironment(home, prosody.caFile());
     env.insert(QStringLiteral("QUELIX_TALK_PROBE"), QStringLiteral("1"));
-    env.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
-    env.remove(QStringLiteral("XDG_CONFIG_HOME"));
-    env.remove(QStringLiteral("XDG_DATA_HOME"));
     const QByteArray wanted = "talk-list " + QByteArray::number(unseenTotal) + ' ';
     std::vector<double> samples, firstRows;
     bool kept = true;
@@ -161,8 +128,7 @@ int main(int argc, char** argv) {
         client.kill();
         client.waitForFinished(10000);
     }
-    backend.terminate();
-    backend.waitForFinished(10000);
+    company.backend().stop();
     std::sort(samples.begin(), samples.end());
     std::sort(firstRows.begin(), firstRows.end());
     // The saved rows show once the back end's log-in is done; the badges once the IM

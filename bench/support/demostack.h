@@ -2,26 +2,21 @@
 
 #include <QByteArray>
 #include <QCoreApplication>
+#include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
-#include <QJsonDocument>
-#include <QJsonObject>
-#include <QNetworkAccessManager>
-#include <QNetworkReply>
-#include <QProcess>
+#include <QProcessEnvironment>
 #include <QString>
-#include <QStringList>
+#include <QTemporaryDir>
 #include <QThread>
 
 #include <cstdio>
 #include <functional>
 
-#include "backendlistening.h"
-#include "support/prosody_server.h"
+#include "democompany.h"
 
-// What the benchmarks that run the real client share: the reference back end with the demo
-// company beside a private Prosody, the demo colleagues' identities, and a client home that
-// signs in by itself as a returning user's does.
+// What the benchmarks that run the real client share beside the demo company (DemoCompany):
+// a client home of their own that signs in by itself as a returning user's does.
 namespace bench {
 
 // Runs the event loop until `done` or the time is up.
@@ -33,56 +28,41 @@ inline bool runUntil(const std::function<bool()>& done, int timeoutMs) {
     return done();
 }
 
-// Starts `backend` (the program QUELIX_BACKEND_BIN names) over HTTPS when the server has a
-// certificate, writing the client's URL table to `urlTable`; its address, or empty after
-// saying why.
-inline QString startBackend(QProcess& backend, const QString& binary, const ProsodyServer& prosody,
-                            const QString& dataDir, const QString& urlTable) {
-    backend.start(
-        binary,
-        QStringList{"--data-dir", dataDir, "--seed-demo", "--pbkdf2-iterations", "1", "--port", "0",
-                    "--im-host", prosody.host(), "--im-port", QString::number(prosody.port()),
-                    "--im-domain", prosody.domain(), "--write-url-table", urlTable} +
-            prosody.provisionArguments() +
-            backendTlsArguments(prosody.caFile(), prosody.certFile(), prosody.keyFile()));
-    QByteArray printed;
-    const QString url = waitForBackendUrl(backend, &printed);
-    if (url.isEmpty())
-        std::fprintf(stderr, "the back end did not start:\n%s\n", printed.constData());
-    return url;
+// A client home in `scratch` ("home", its documents folder made), kept after the run when
+// QUELIX_BENCH_KEEP is set, to look at the client's files.
+inline QString clientHome(QTemporaryDir& scratch) {
+    if (qEnvironmentVariableIsSet("QUELIX_BENCH_KEEP")) {
+        scratch.setAutoRemove(false);
+        std::printf("client files in %s\n", qPrintable(scratch.path()));
+    }
+    const QString home = scratch.filePath(QStringLiteral("home"));
+    QDir().mkpath(home + QStringLiteral("/Documents/Quelix/Config"));
+    return home;
 }
 
-// The first `count` demo colleagues' user names.
-inline QStringList demoUserNames(const QString& binary, const QString& dataDir, int count) {
-    QProcess names;
-    names.start(binary, {"--data-dir", dataDir, "--print-accounts", QString::number(count)});
-    names.waitForFinished(30000);
-    QStringList out;
-    for (const QByteArray& row : names.readAllStandardOutput().split('\n'))
-        if (!row.trimmed().isEmpty()) out << QString::fromUtf8(row.trimmed().split(' ').first());
-    return out;
+// The environment the client runs in from `home`: offscreen, trusting the authority in
+// `caFile` as a company's desktops do.
+inline QProcessEnvironment clientEnvironment(const QString& home, const QString& caFile) {
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.insert(QStringLiteral("HOME"), home);
+    env.insert(QStringLiteral("QUELIX_CA_FILE"), caFile);
+    env.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
+    env.remove(QStringLiteral("XDG_CONFIG_HOME"));
+    env.remove(QStringLiteral("XDG_DATA_HOME"));
+    return env;
 }
 
-struct Account {
-    QString userName, id, secret;
-};
-
-// A demo colleague's IM identity, from the back end's log-in reply.
-inline Account signIn(const QString& backend, const QString& userName) {
-    Account a;
-    a.userName = userName;
-    QNetworkAccessManager network;
-    QNetworkRequest request(QUrl(backend + "/work/checkIn.htm?m=MobileLogin"));
-    request.setHeader(QNetworkRequest::ContentTypeHeader, "application/x-www-form-urlencoded");
-    QNetworkReply* reply =
-        network.post(request, "username=" + userName.toUtf8() + "&password=quelix123&client=3");
-    runUntil([reply] { return reply->isFinished(); }, 20000);
-    const QJsonObject user =
-        QJsonDocument::fromJson(reply->readAll()).object().value("results").toObject();
-    reply->deleteLater();
-    a.id = user.value("id").toString();
-    a.secret = user.value("imSecret").toString();
-    return a;
+// The demo company for the client in `home`, its back end's data in `dataDir`, with the
+// first `count` colleagues signed in; false after saying why. The client needs no project
+// rooms, so the back end keeps none.
+inline bool startCompany(DemoCompany& company, const QString& dataDir, const QString& home,
+                         int count) {
+    company.setDataDir(dataDir);
+    company.backend().setClientDocuments(home + QStringLiteral("/Documents"));
+    company.backend().setKeepsRooms(false);
+    if (company.start(count)) return true;
+    std::fprintf(stderr, "%s\n", qPrintable(company.error()));
+    return false;
 }
 
 // The client in the home whose documents are `docs` remembers `userName` and signs in

@@ -4,11 +4,9 @@
 #include <QtTest>
 
 #include <QLabel>
-#include <QLoggingCategory>
 
 #include "../shell/faketraybackend.h"
-#include "../support/clientsignin.h"
-#include "../support/demobackend.h"
+#include "../support/clientrig.h"
 #include "../support/quietshell.h"
 #include "base/at_exit.h"
 #include "conversationcontentinputedit.h"
@@ -19,10 +17,7 @@
 #include "mainwindow.h"
 #include "messagelabel.h"
 #include "openimmanager.h"
-#include "resources.h"
 #include "shellservices.h"
-#include "support/prosody_server.h"
-#include "support/test_session.h"
 #include "systemtrayicon.h"
 #include "triggermanager.h"
 #include "unreadmsgscard.h"
@@ -45,52 +40,34 @@ private slots:
     void trayAndPopupOpenTheWaitingConversation();
 
 private:
-    ProsodyServer prosody_;
-    QTemporaryDir data_;
+    ClientRig rig_{QStringLiteral(QUELIX_BACKEND_BIN)};
     MainWindow* window_ = nullptr;
     ShellServices* shell_ = nullptr;
     FakeTrayBackend* tray_ = nullptr;
-    std::unique_ptr<DemoBackend> http_;
     DemoPerson me_, first_, second_;
-    std::unique_ptr<TestSession> firstIm_, secondIm_;
+    TestSession* firstIm_ = nullptr;
+    TestSession* secondIm_ = nullptr;
 };
 
 void TestDailyUse::initTestCase() {
-    QLoggingCategory::setFilterRules(QStringLiteral("default.debug=false"));
-    quelixInitResources();
-    qunsetenv("DBUS_SESSION_BUS_ADDRESS");
-    QVERIFY2(prosody_.start(), qPrintable(prosody_.lastError()));
-    http_ = std::make_unique<DemoBackend>(QStringLiteral(QUELIX_BACKEND_BIN));
-    QByteArray printed;
-    QVERIFY2(http_->start(prosody_, data_.path(), &printed), printed.constData());
-    const QStringList names = http_->userNames(3);
-    QCOMPARE(names.size(), 3);
-    me_ = http_->signIn(names[0]);
-    first_ = http_->signIn(names[1]);
-    second_ = http_->signIn(names[2]);
-    QVERIFY(!me_.id.isEmpty() && !first_.secret.isEmpty() && !second_.secret.isEmpty());
+    QVERIFY2(rig_.start(3), qPrintable(rig_.error()));
+    me_ = rig_.person(0);
+    first_ = rig_.person(1);
+    second_ = rig_.person(2);
 
-    ConfigStore::instance().init();
-    QVERIFY(OpenIMManager::instance()->init());
-    window_ = startClient();
+    window_ = rig_.openClient();
+    QVERIFY(window_);
     tray_ = new FakeTrayBackend;
     shell_ = attachQuietShell(window_, tray_);
     shell_->tray()->setAlertSource([] { return SystemTrayIcon::Alerts{true, true, true}; });
-    QVERIFY(signInThroughLoginWindow(window_, me_.userName));
+    QVERIFY(rig_.signIn());
 
-    firstIm_ = std::make_unique<TestSession>("first");
-    secondIm_ = std::make_unique<TestSession>("second");
-    firstIm_->login(prosody_, first_.id, first_.secret);
-    secondIm_->login(prosody_, second_.id, second_.secret);
-    QVERIFY(waitUntil([&] {
-        return firstIm_->probe().count("loginOk") == 1 && secondIm_->probe().count("loginOk") == 1;
-    }));
+    firstIm_ = rig_.addSession("first", 1, false);
+    secondIm_ = rig_.addSession("second", 2, false);
+    QVERIFY(rig_.sessionsSignedIn());
 }
 
-void TestDailyUse::cleanupTestCase() {
-    MainViewDelegate::setInstance(nullptr);
-    http_->stop();
-}
+void TestDailyUse::cleanupTestCase() { rig_.stop(); }
 
 void TestDailyUse::trayAndPopupOpenTheWaitingConversation() {
     // The user looks elsewhere (the window hidden to the tray) while two colleagues write.

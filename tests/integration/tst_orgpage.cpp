@@ -16,8 +16,7 @@
 #include <QLabel>
 #include <QListWidget>
 #include <QPushButton>
-#include "../support/clientsignin.h"
-#include "../support/demobackend.h"
+#include "../support/clientrig.h"
 #include "allmembertree.h"
 #include "avatarmanager.h"
 #include "base/at_exit.h"
@@ -38,10 +37,7 @@
 #include "orgtreemodel.h"
 #include "personalcarditem.h"
 #include "personalinforcard.h"
-#include "resources.h"
 #include "sdk/wide_text.h"
-#include "support/prosody_server.h"
-#include "support/test_session.h"
 #include "tribeconverview.h"
 #include "tribemanager.h"
 #include "tribememberview.h"
@@ -62,50 +58,33 @@ private slots:
     void sharedCardReachesTheColleague();
 
 private:
-    ProsodyServer prosody_;
-    QStringList userNames_;
-    QTemporaryDir data_;
+    ClientRig rig_{QStringLiteral(QUELIX_BACKEND_BIN)};
     MainWindow* window_ = nullptr;
-    std::unique_ptr<DemoBackend> http_;
+    DemoBackend* http_ = nullptr;
     DemoPerson me_, owner_, third_;
-    std::unique_ptr<TestSession> ownerIm_, thirdIm_;
+    TestSession* ownerIm_ = nullptr;
+    TestSession* thirdIm_ = nullptr;
 };
 
 void TestOrgPage::initTestCase() {
-    quelixInitResources();
-    qunsetenv("DBUS_SESSION_BUS_ADDRESS");
-    QVERIFY2(prosody_.start(), qPrintable(prosody_.lastError()));
-    http_ = std::make_unique<DemoBackend>(QStringLiteral(QUELIX_BACKEND_BIN));
-    QByteArray printed;
-    QVERIFY2(http_->start(prosody_, data_.path(), &printed), printed.constData());
-    userNames_ = http_->userNames(3);
-    QCOMPARE(userNames_.size(), 3);
-    me_ = http_->signIn(userNames_[0]);
-    owner_ = http_->signIn(userNames_[1]);
-    third_ = http_->signIn(userNames_[2]);
-    QVERIFY(!me_.id.isEmpty() && !owner_.session.isEmpty());
+    QVERIFY2(rig_.start(3), qPrintable(rig_.error()));
+    http_ = &rig_.backend();
+    me_ = rig_.person(0);
+    owner_ = rig_.person(1);
+    third_ = rig_.person(2);
 
-    ConfigStore::instance().init();
-    // A short heartbeat: presence is read with it.
+    window_ = rig_.openClient();
+    QVERIFY(window_);
+    // A short heartbeat: presence is read with it (from the sign-in on).
     ConfigStore::instance().settings().setCheckStateMs(1000);
-    QVERIFY(OpenIMManager::instance()->init());
-    window_ = startClient();
-    QVERIFY(signInThroughLoginWindow(window_, me_.userName));
+    QVERIFY(rig_.signIn());
 
-    ownerIm_ = std::make_unique<TestSession>("owner");
-    thirdIm_ = std::make_unique<TestSession>("third");
-    const QString authority = prosody_.adminJid().section('@', 0, 0);
-    ownerIm_->login(prosody_, owner_.id, owner_.secret, authority);
-    thirdIm_->login(prosody_, third_.id, third_.secret, authority);
-    QVERIFY(waitUntil([&] {
-        return ownerIm_->probe().count("loginOk") == 1 && thirdIm_->probe().count("loginOk") == 1;
-    }));
+    ownerIm_ = rig_.addSession("owner", 1);
+    thirdIm_ = rig_.addSession("third", 2);
+    QVERIFY(rig_.sessionsSignedIn());
 }
 
-void TestOrgPage::cleanupTestCase() {
-    MainViewDelegate::setInstance(nullptr);
-    http_->stop();
-}
+void TestOrgPage::cleanupTestCase() { rig_.stop(); }
 
 void TestOrgPage::colleaguesPresenceReachesTreeAndTalkList() {
     OrgnizationView* org = window_->orgView();
@@ -146,8 +125,8 @@ void TestOrgPage::colleaguesPresenceReachesTreeAndTalkList() {
     QVERIFY(greyShown);
 
     // And comes back.
-    const QString authority = prosody_.adminJid().section('@', 0, 0);
-    thirdIm_->login(prosody_, third_.id, third_.secret, authority);
+    const QString authority = rig_.prosody().adminJid().section('@', 0, 0);
+    thirdIm_->login(rig_.prosody(), third_.id, third_.secret, authority);
     QTRY_VERIFY_WITH_TIMEOUT(online(third_.id), 20000);
     QCOMPARE(org->card()->stateLabel()->text(), QStringLiteral("在线"));
 }

@@ -11,8 +11,6 @@
 #include <QJsonObject>
 #include <QLabel>
 #include <QListWidget>
-#include <QLoggingCategory>
-#include <QRegularExpression>
 #include <QSqlDatabase>
 #include <QSqlError>
 #include <QSqlQuery>
@@ -28,25 +26,19 @@
 #include <unistd.h>
 
 #include "../shell/faketraybackend.h"
-#include "../support/clientsignin.h"
-#include "../support/demobackend.h"
+#include "../support/clientrig.h"
 #include "../support/quietshell.h"
 #include "base/at_exit.h"
 #include "conversationview.h"
 #include "directorystore.h"
 #include "mainwindow.h"
 #include "openim/itribe.h"
-#include "openim/itribe_service.h"
-#include "openim/service_guids.h"
 #include "openimmanager.h"
 #include "orgnizationview.h"
 #include "personalinforcard.h"
-#include "resources.h"
 #include "sdk/wide_text.h"
 #include "sharechooser.h"
 #include "shellservices.h"
-#include "support/prosody_server.h"
-#include "support/test_session.h"
 #include "taskmsgitem.h"
 #include "tribeconverview.h"
 #include "tribememberview.h"
@@ -102,31 +94,6 @@ private:
     std::thread thread_;
 };
 
-base::scoped_refptr<openim::ITribe> tribeOf(TestSession& s, quint64 id) {
-    base::scoped_refptr<openim::ITribeService> service;
-    service.adopt(
-        s.root()->GetService<openim::ITribeService>(openim::kTribeModule, openim::kTribeInterface));
-    openim::ITribe* raw = nullptr;
-    service->GetTribe(openim::IMTribeID(id), &raw);
-    base::scoped_refptr<openim::ITribe> out;
-    out.adopt(raw);
-    return out;
-}
-
-// Posts a task form as the page would, with the token the page hands to `who`'s session;
-// returns the task the back end sends the browser to, 0 on refusal.
-qint64 postTaskForm(const DemoBackend& http, const DemoPerson& who, const QString& pagePath,
-                    const QList<QPair<QString, QString>>& fields) {
-    const QString page = QString::fromUtf8(http.send(pagePath, who.session).body);
-    const QString token =
-        QRegularExpression("name=\"formToken\" value=\"([0-9a-f]+)\"").match(page).captured(1);
-    QByteArray form = "formToken=" + token.toUtf8();
-    for (const auto& f : fields)
-        form += '&' + QUrl::toPercentEncoding(f.first) + '=' + QUrl::toPercentEncoding(f.second);
-    const DemoAnswer a = http.send("/work/task.htm", who.session, &form);
-    return a.status == 303 ? a.location.section("taskId=", 1).toLongLong() : 0;
-}
-
 // A widget's class and its parents', innermost first.
 QString ancestry(QWidget* w) {
     QStringList line;
@@ -166,15 +133,15 @@ private:
     std::unique_ptr<FifoWatchdog> watchdog_;
     QTimer heartbeat_;
 
-    ProsodyServer prosody_;
-    QTemporaryDir data_;
+    ClientRig rig_{QStringLiteral(QUELIX_BACKEND_BIN)};
     MainWindow* window_ = nullptr;
     ShellServices* shell_ = nullptr;
     FakeTrayBackend* tray_ = nullptr;
-    std::unique_ptr<DemoBackend> http_;
+    DemoBackend* http_ = nullptr;
     QStringList userNames_;
     DemoPerson me_, owner_, third_;
-    std::unique_ptr<TestSession> ownerIm_, thirdIm_;
+    TestSession* ownerIm_ = nullptr;
+    TestSession* thirdIm_ = nullptr;
 
     // What the walks found: labels showing the text (by class), tool tips and item tips
     // carrying it, and every way it was shown as markup.
@@ -211,10 +178,6 @@ bool TestPlainText::makeColleaguesHostile(const QString& dataDir) {
 }
 
 void TestPlainText::initTestCase() {
-    QLoggingCategory::setFilterRules(QStringLiteral("default.debug=false"));
-    quelixInitResources();
-    qunsetenv("DBUS_SESSION_BUS_ADDRESS");
-
     QVERIFY(fifoDir_.isValid());
     fifo_ = fifoDir_.filePath("picture");
     QCOMPARE(::mkfifo(QFile::encodeName(fifo_).constData(), 0600), 0);
@@ -224,42 +187,32 @@ void TestPlainText::initTestCase() {
     connect(&heartbeat_, &QTimer::timeout, this, [this] { watchdog_->beat(); });
     heartbeat_.start();
 
-    QVERIFY2(prosody_.start(), qPrintable(prosody_.lastError()));
-    http_ = std::make_unique<DemoBackend>(QStringLiteral(QUELIX_BACKEND_BIN));
-    QByteArray printed;
-    QVERIFY2(http_->start(prosody_, data_.path(), &printed), printed.constData());
-    userNames_ = http_->userNames(3);
-    QCOMPARE(userNames_.size(), 3);
+    QVERIFY2(rig_.startServers(3), qPrintable(rig_.error()));
+    http_ = &rig_.backend();
+    userNames_ = rig_.company().userNames();
     // The back end keeps the directory's reply from its start: changed while it is down.
     http_->stop();
-    QVERIFY(makeColleaguesHostile(data_.path()));
-    QVERIFY2(http_->start(prosody_, data_.path(), &printed), printed.constData());
-    me_ = http_->signIn(userNames_[0]);
-    owner_ = http_->signIn(userNames_[1]);
-    third_ = http_->signIn(userNames_[2]);
-    QVERIFY(!me_.id.isEmpty() && !owner_.session.isEmpty() && !third_.session.isEmpty());
+    QVERIFY(makeColleaguesHostile(rig_.company().dataDir()));
+    QVERIFY2(rig_.company().startBackend(), qPrintable(rig_.error()));
+    QVERIFY2(rig_.company().signInColleagues(), qPrintable(rig_.error()));
+    me_ = rig_.person(0);
+    owner_ = rig_.person(1);
+    third_ = rig_.person(2);
 
-    ConfigStore::instance().init();
-    QVERIFY(OpenIMManager::instance()->init());
-    window_ = startClient();
+    window_ = rig_.openClient();
+    QVERIFY(window_);
     tray_ = new FakeTrayBackend;
     shell_ = attachQuietShell(window_, tray_);
-    QVERIFY(signInThroughLoginWindow(window_, me_.userName));
+    QVERIFY(rig_.signIn());
     QCOMPARE(DirectoryStore::instance().colleague(owner_.id)->displayName(), hostile_);
 
-    ownerIm_ = std::make_unique<TestSession>("owner");
-    thirdIm_ = std::make_unique<TestSession>("third");
-    const QString authority = prosody_.adminJid().section('@', 0, 0);
-    ownerIm_->login(prosody_, owner_.id, owner_.secret, authority);
-    thirdIm_->login(prosody_, third_.id, third_.secret, authority);
-    QVERIFY(waitUntil([&] {
-        return ownerIm_->probe().count("loginOk") == 1 && thirdIm_->probe().count("loginOk") == 1;
-    }));
+    ownerIm_ = rig_.addSession("owner", 1);
+    thirdIm_ = rig_.addSession("third", 2);
+    QVERIFY(rig_.sessionsSignedIn());
 }
 
 void TestPlainText::cleanupTestCase() {
-    MainViewDelegate::setInstance(nullptr);
-    if (http_) http_->stop();
+    rig_.stop();
     heartbeat_.stop();
     watchdog_.reset();
 }
@@ -313,16 +266,17 @@ void TestPlainText::everyPageShowsMarkupFromColleaguesAsText() {
     QTRY_VERIFY_WITH_TIMEOUT(DirectoryStore::instance().tribe(project) != nullptr, 20000);
     QCOMPARE(DirectoryStore::instance().tribe(project)->name, hostile_);
     const quint64 tribe = project.toULongLong();
-    QVERIFY(waitUntil([&] { return tribeOf(*ownerIm_, tribe)->IsInRoom(); }, 20000));
+    QVERIFY(waitUntil([&] { return ownerIm_->tribe(tribe)->IsInRoom(); }, 20000));
 
     // In it, a line of markup, and a task of the same title with a reply to match.
-    tribeOf(*ownerIm_, tribe)->SendText(fromQ(hostile_), openim::ITribe::SendCallback());
-    const qint64 task = postTaskForm(
-        *http_, owner_, "/work/task.htm?m=create&projectId=" + project,
+    ownerIm_->tribe(tribe)->SendText(fromQ(hostile_), openim::ITribe::SendCallback());
+    const qint64 task = http_->postTaskForm(
+        owner_, "/work/task.htm?m=create&projectId=" + project,
         {{"m", "create"}, {"projectId", project}, {"title", hostile_}, {"executorId", me_.id}});
     QVERIFY(task > 0);
-    QCOMPARE(postTaskForm(*http_, third_, "/work/task.htm?m=view&taskId=" + QString::number(task),
-                          {{"m", "reply"}, {"taskId", QString::number(task)}, {"text", hostile_}}),
+    QCOMPARE(http_->postTaskForm(
+                 third_, "/work/task.htm?m=view&taskId=" + QString::number(task),
+                 {{"m", "reply"}, {"taskId", QString::number(task)}, {"text", hostile_}}),
              task);
     const auto arrived = [&](bool inTribe,
                              const std::function<bool(const BaseMsg::MMessage&)>& is) {

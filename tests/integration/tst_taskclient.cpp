@@ -14,10 +14,8 @@
 #include <QNetworkReply>
 #include <QProcess>
 #include <QPushButton>
-#include <QRegularExpression>
 
-#include "../support/clientsignin.h"
-#include "../support/demobackend.h"
+#include "../support/clientrig.h"
 #include "../support/privatedisplay.h"
 #include "base/at_exit.h"
 #include "clientsession.h"
@@ -28,44 +26,14 @@
 #include "mainwindow.h"
 #include "manager.h"
 #include "openim/itribe.h"
-#include "openim/itribe_service.h"
-#include "openim/service_guids.h"
 #include "openimmanager.h"
-#include "resources.h"
 #include "sdk/wide_text.h"
 #include "sidebarview.h"
-#include "support/prosody_server.h"
-#include "support/test_session.h"
 #include "taskmsgitem.h"
 
 using wide_text::toQ;
 
 namespace {
-
-// Posts a task form as the page would, with the token the page hands to `who`'s session;
-// returns the task the back end sends the browser to, 0 on refusal.
-qint64 postTaskForm(const DemoBackend& http, const DemoPerson& who, const QString& pagePath,
-                    const QList<QPair<QString, QString>>& fields) {
-    const QString page = QString::fromUtf8(http.send(pagePath, who.session).body);
-    const QString token =
-        QRegularExpression("name=\"formToken\" value=\"([0-9a-f]+)\"").match(page).captured(1);
-    QByteArray form = "formToken=" + token.toUtf8();
-    for (const auto& f : fields)
-        form += '&' + QUrl::toPercentEncoding(f.first) + '=' + QUrl::toPercentEncoding(f.second);
-    const DemoAnswer a = http.send("/work/task.htm", who.session, &form);
-    return a.status == 303 ? a.location.section("taskId=", 1).toLongLong() : 0;
-}
-
-base::scoped_refptr<openim::ITribe> tribeOf(TestSession& s, quint64 id) {
-    base::scoped_refptr<openim::ITribeService> service;
-    service.adopt(
-        s.root()->GetService<openim::ITribeService>(openim::kTribeModule, openim::kTribeInterface));
-    openim::ITribe* raw = nullptr;
-    service->GetTribe(openim::IMTribeID(id), &raw);
-    base::scoped_refptr<openim::ITribe> out;
-    out.adopt(raw);
-    return out;
-}
 
 QJsonObject cardOf(const BaseMsg::MMessage& m) {
     return QJsonDocument::fromJson(m.contentJson.toUtf8()).object();
@@ -85,43 +53,32 @@ private:
     bool waitForCard(QSignalSpy& messages, const QString& project, qint64 taskId, int event,
                      BaseMsg::MMessage* found);
 
-    ProsodyServer prosody_;
-    QTemporaryDir data_;
+    ClientRig rig_{QStringLiteral(QUELIX_BACKEND_BIN)};
     MainWindow* window_ = nullptr;
-    std::unique_ptr<DemoBackend> http_;
+    DemoBackend* http_ = nullptr;
     DemoPerson me_, owner_, third_;
-    std::unique_ptr<TestSession> thirdIm_;
+    TestSession* thirdIm_ = nullptr;
 };
 
 void TestTaskClient::initTestCase() {
-    quelixInitResources();
-    qunsetenv("DBUS_SESSION_BUS_ADDRESS");
-    QVERIFY2(prosody_.start(), qPrintable(prosody_.lastError()));
-    http_ = std::make_unique<DemoBackend>(QStringLiteral(QUELIX_BACKEND_BIN));
-    QByteArray printed;
-    QVERIFY2(http_->start(prosody_, data_.path(), &printed), printed.constData());
-    const QStringList names = http_->userNames(3);
-    QCOMPARE(names.size(), 3);
-    me_ = http_->signIn(names[0]);
-    owner_ = http_->signIn(names[1]);
-    third_ = http_->signIn(names[2]);
-    QVERIFY(!me_.id.isEmpty() && !owner_.session.isEmpty() && !third_.session.isEmpty());
+    QVERIFY2(rig_.start(3), qPrintable(rig_.error()));
+    http_ = &rig_.backend();
+    me_ = rig_.person(0);
+    owner_ = rig_.person(1);
+    third_ = rig_.person(2);
 
-    ConfigStore::instance().init();
-    QVERIFY(OpenIMManager::instance()->init());
-    window_ = startClient();
-    QVERIFY(signInThroughLoginWindow(window_, me_.userName));
+    window_ = rig_.openClient();
+    QVERIFY(window_);
+    QVERIFY(rig_.signIn());
 
-    thirdIm_ = std::make_unique<TestSession>("third");
-    thirdIm_->login(prosody_, third_.id, third_.secret, prosody_.adminJid().section('@', 0, 0));
-    QVERIFY(waitUntil([&] { return thirdIm_->probe().count("loginOk") == 1; }));
+    thirdIm_ = rig_.addSession("third", 2);
+    QVERIFY(rig_.sessionsSignedIn());
 }
 
 void TestTaskClient::cleanupTestCase() {
     for (QWidget* w : QApplication::topLevelWidgets())
         if (auto* sidebar = qobject_cast<SidebarView*>(w)) sidebar->hideSidebarView();
-    MainViewDelegate::setInstance(nullptr);
-    http_->stop();
+    rig_.stop();
 }
 
 bool TestTaskClient::waitForCard(QSignalSpy& messages, const QString& project, qint64 taskId,
@@ -145,22 +102,21 @@ bool TestTaskClient::waitForCard(QSignalSpy& messages, const QString& project, q
 
 void TestTaskClient::aTaskCardArrivesOpensInTheSidebarAndLaterEventsFollow() {
     QSignalSpy messages(OpenIMManager::instance(), &OpenIMManager::chatMessage);
-    const QJsonObject made =
-        http_->change("/work/editProj.htm?m=createProj&title=" + QUrl::toPercentEncoding("任务项目") +
-                        "&memberIds=" + me_.id + "," + third_.id,
-                    owner_.session);
+    const QJsonObject made = http_->change(
+        "/work/editProj.htm?m=createProj&title=" + QUrl::toPercentEncoding("任务项目") +
+            "&memberIds=" + me_.id + "," + third_.id,
+        owner_.session);
     const QString project = made.value("results").toObject().value("id").toString();
     QVERIFY(!project.isEmpty());
     QTRY_VERIFY_WITH_TIMEOUT(DirectoryStore::instance().tribe(project) != nullptr, 20000);
-    QVERIFY(
-        waitUntil([&] { return tribeOf(*thirdIm_, project.toULongLong())->IsInRoom(); }, 20000));
+    QVERIFY(waitUntil([&] { return thirdIm_->tribe(project.toULongLong())->IsInRoom(); }, 20000));
 
     // The owner makes a task for the user from the project's creation page.
-    const qint64 task = postTaskForm(*http_, owner_, "/work/task.htm?m=create&projectId=" + project,
-                                     {{"m", "create"},
-                                      {"projectId", project},
-                                      {"title", "准备发布会物料"},
-                                      {"executorId", me_.id}});
+    const qint64 task = http_->postTaskForm(owner_, "/work/task.htm?m=create&projectId=" + project,
+                                            {{"m", "create"},
+                                             {"projectId", project},
+                                             {"title", "准备发布会物料"},
+                                             {"executorId", me_.id}});
     QVERIFY(task > 0);
     BaseMsg::MMessage created;
     QVERIFY(waitForCard(messages, project, task, 0, &created));
@@ -170,7 +126,7 @@ void TestTaskClient::aTaskCardArrivesOpensInTheSidebarAndLaterEventsFollow() {
     QVERIFY(waitUntil(
         [&] {
             std::vector<openim::IMTribeMessage> unread;
-            tribeOf(*thirdIm_, project.toULongLong())->GetUnreadMessages(&unread);
+            thirdIm_->tribe(project.toULongLong())->GetUnreadMessages(&unread);
             for (const auto& u : unread)
                 if (toQ(u.content.content).contains(QString::number(task))) return true;
             return false;
@@ -232,17 +188,18 @@ void TestTaskClient::aTaskCardArrivesOpensInTheSidebarAndLaterEventsFollow() {
     QCOMPARE(flagOf(third_), QStringLiteral("0"));
 
     // A reply by another member and the owner finishing the task reach the user as cards.
-    QCOMPARE(
-        postTaskForm(*http_, third_, "/work/task.htm?m=view&taskId=" + QString::number(task),
-                     {{"m", "reply"}, {"taskId", QString::number(task)}, {"text", "样品明天到"}}),
-        task);
+    QCOMPARE(http_->postTaskForm(
+                 third_, "/work/task.htm?m=view&taskId=" + QString::number(task),
+                 {{"m", "reply"}, {"taskId", QString::number(task)}, {"text", "样品明天到"}}),
+             task);
     BaseMsg::MMessage replied;
     QVERIFY(waitForCard(messages, project, task, 2, &replied));
     QCOMPARE(cardOf(replied).value("userId").toString(), third_.id);
     QCOMPARE(cardOf(replied).value("reply").toString(), QStringLiteral("样品明天到"));
-    QCOMPARE(postTaskForm(*http_, owner_, "/work/task.htm?m=view&taskId=" + QString::number(task),
-                          {{"m", "state"}, {"taskId", QString::number(task)}, {"status", "3"}}),
-             task);
+    QCOMPARE(
+        http_->postTaskForm(owner_, "/work/task.htm?m=view&taskId=" + QString::number(task),
+                            {{"m", "state"}, {"taskId", QString::number(task)}, {"status", "3"}}),
+        task);
     BaseMsg::MMessage done;
     QVERIFY(waitForCard(messages, project, task, 7, &done));
 

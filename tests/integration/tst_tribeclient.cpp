@@ -8,13 +8,11 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QLineEdit>
-#include <QLoggingCategory>
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
 #include <QProcess>
 
-#include "../support/clientsignin.h"
-#include "../support/demobackend.h"
+#include "../support/clientrig.h"
 #include "base/at_exit.h"
 #include "base/bind.h"
 #include "clientsession.h"
@@ -28,33 +26,13 @@
 #include "manager.h"
 #include "messageentry.h"
 #include "openim/itribe.h"
-#include "openim/itribe_service.h"
-#include "openim/service_guids.h"
 #include "openimmanager.h"
-#include "resources.h"
 #include "sdk/wide_text.h"
-#include "support/prosody_server.h"
-#include "support/test_session.h"
 #include "tribemanager.h"
 #include "view.h"
 
 using wide_text::fromQ;
 using wide_text::toQ;
-
-namespace {
-
-base::scoped_refptr<openim::ITribe> tribeOf(TestSession& s, quint64 id) {
-    base::scoped_refptr<openim::ITribeService> service;
-    service.adopt(
-        s.root()->GetService<openim::ITribeService>(openim::kTribeModule, openim::kTribeInterface));
-    openim::ITribe* raw = nullptr;
-    service->GetTribe(openim::IMTribeID(id), &raw);
-    base::scoped_refptr<openim::ITribe> out;
-    out.adopt(raw);
-    return out;
-}
-
-}  // namespace
 
 class TestTribeClient : public QObject {
     Q_OBJECT
@@ -65,51 +43,31 @@ private slots:
     void leavingAndDissolvingAskAndReachEveryone();
 
 private:
-    ProsodyServer prosody_;
-    QStringList userNames_;
-    QTemporaryDir data_;
+    ClientRig rig_{QStringLiteral(QUELIX_BACKEND_BIN)};
     MainWindow* window_ = nullptr;
-    std::unique_ptr<DemoBackend> http_;
+    DemoBackend* http_ = nullptr;
     DemoPerson me_, owner_, third_;
-    std::unique_ptr<TestSession> ownerIm_, thirdIm_;
+    TestSession* ownerIm_ = nullptr;
+    TestSession* thirdIm_ = nullptr;
 };
 
 void TestTribeClient::initTestCase() {
-    // The client's trace lines still reach its log file; echoed into the test's output
-    // they would bury the message of a failure.
-    QLoggingCategory::setFilterRules(QStringLiteral("default.debug=false"));
-    quelixInitResources();
-    qunsetenv("DBUS_SESSION_BUS_ADDRESS");
-    QVERIFY2(prosody_.start(), qPrintable(prosody_.lastError()));
-    http_ = std::make_unique<DemoBackend>(QStringLiteral(QUELIX_BACKEND_BIN));
-    QByteArray printed;
-    QVERIFY2(http_->start(prosody_, data_.path(), &printed), printed.constData());
-    userNames_ = http_->userNames(3);
-    QCOMPARE(userNames_.size(), 3);
-    me_ = http_->signIn(userNames_[0]);
-    owner_ = http_->signIn(userNames_[1]);
-    third_ = http_->signIn(userNames_[2]);
-    QVERIFY(!me_.id.isEmpty() && !owner_.session.isEmpty());
+    QVERIFY2(rig_.start(3), qPrintable(rig_.error()));
+    http_ = &rig_.backend();
+    me_ = rig_.person(0);
+    owner_ = rig_.person(1);
+    third_ = rig_.person(2);
 
-    ConfigStore::instance().init();
-    QVERIFY(OpenIMManager::instance()->init());
-    window_ = startClient();
-    QVERIFY(signInThroughLoginWindow(window_, me_.userName));
+    window_ = rig_.openClient();
+    QVERIFY(window_);
+    QVERIFY(rig_.signIn());
 
-    ownerIm_ = std::make_unique<TestSession>("owner");
-    thirdIm_ = std::make_unique<TestSession>("third");
-    const QString authority = prosody_.adminJid().section('@', 0, 0);
-    ownerIm_->login(prosody_, owner_.id, owner_.secret, authority);
-    thirdIm_->login(prosody_, third_.id, third_.secret, authority);
-    QVERIFY(waitUntil([&] {
-        return ownerIm_->probe().count("loginOk") == 1 && thirdIm_->probe().count("loginOk") == 1;
-    }));
+    ownerIm_ = rig_.addSession("owner", 1);
+    thirdIm_ = rig_.addSession("third", 2);
+    QVERIFY(rig_.sessionsSignedIn());
 }
 
-void TestTribeClient::cleanupTestCase() {
-    MainViewDelegate::setInstance(nullptr);
-    http_->stop();
-}
+void TestTribeClient::cleanupTestCase() { rig_.stop(); }
 
 void TestTribeClient::projectTribeAppearsAndCarriesMessages() {
     QSignalSpy messages(OpenIMManager::instance(), &OpenIMManager::chatMessage);
@@ -126,13 +84,13 @@ void TestTribeClient::projectTribeAppearsAndCarriesMessages() {
     QTRY_VERIFY(view->page(project)->tips().contains(QStringLiteral("您已被邀请进该群。")));
 
     // The others' SDKs learn the project from the same notices.
-    QVERIFY(waitUntil([&] { return tribeOf(*ownerIm_, tribe)->IsInRoom(); }, 20000));
-    QVERIFY(waitUntil([&] { return tribeOf(*thirdIm_, tribe)->IsInRoom(); }, 20000));
+    QVERIFY(waitUntil([&] { return ownerIm_->tribe(tribe)->IsInRoom(); }, 20000));
+    QVERIFY(waitUntil([&] { return thirdIm_->tribe(tribe)->IsInRoom(); }, 20000));
 
     // A colleague's line reaches the tribe page, with its badge.
     messages.clear();
-    tribeOf(*ownerIm_, tribe)
-        ->SendText(fromQ(QStringLiteral("明天九点开会")), openim::ITribe::SendCallback());
+    ownerIm_->tribe(tribe)->SendText(fromQ(QStringLiteral("明天九点开会")),
+                                     openim::ITribe::SendCallback());
     QTRY_VERIFY_WITH_TIMEOUT(!messages.isEmpty(), 20000);
     const BaseMsg::MMessage m = messages.first().first().value<BaseMsg::MMessage>();
     QVERIFY(m.isTribe);
@@ -146,7 +104,7 @@ void TestTribeClient::projectTribeAppearsAndCarriesMessages() {
     QVERIFY(waitUntil(
         [&] {
             std::vector<openim::IMTribeMessage> unread;
-            tribeOf(*thirdIm_, tribe)->GetUnreadMessages(&unread);
+            thirdIm_->tribe(tribe)->GetUnreadMessages(&unread);
             for (const auto& u : unread)
                 if (toQ(u.content.content) == QStringLiteral("收到") &&
                     toQ(u.sender.account) == me_.id)
@@ -228,7 +186,7 @@ void TestTribeClient::leavingAndDissolvingAskAndReachEveryone() {
                                  !DirectoryStore::instance().tribe(own)->sign.isEmpty(),
                              20000);
     const quint64 ownTribe = own.toULongLong();
-    QVERIFY(waitUntil([&] { return tribeOf(*thirdIm_, ownTribe)->IsInRoom(); }, 20000));
+    QVERIFY(waitUntil([&] { return thirdIm_->tribe(ownTribe)->IsInRoom(); }, 20000));
     asked.clear();
     OpenIMManager::instance()->dissolveOrLeave(ownTribe);
     QCOMPARE(asked, QStringList{QStringLiteral("您是群主，此操作将解散该群。是否确定解散该群？")});
@@ -240,7 +198,7 @@ void TestTribeClient::leavingAndDissolvingAskAndReachEveryone() {
     QTRY_VERIFY_WITH_TIMEOUT(window_->conversationView()->page(own)->tips().contains(
                                  QStringLiteral("该群刚刚被关闭，您已自动退出该群。")),
                              20000);
-    QVERIFY(waitUntil([&] { return !tribeOf(*thirdIm_, ownTribe)->IsMember(); }, 20000));
+    QVERIFY(waitUntil([&] { return !thirdIm_->tribe(ownTribe)->IsMember(); }, 20000));
 }
 
 int main(int argc, char** argv) {

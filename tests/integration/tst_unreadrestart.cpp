@@ -9,9 +9,8 @@
 
 #include <csignal>
 
-#include "../support/demobackend.h"
+#include "../support/democompany.h"
 #include "base/at_exit.h"
-#include "support/prosody_server.h"
 #include "support/test_session.h"
 
 namespace {
@@ -85,19 +84,14 @@ private slots:
 
 void TestUnreadRestart::badgesOrderAndTitleSurviveQuitAndKill() {
     QLoggingCategory::setFilterRules(QStringLiteral("default.debug=false"));
-    ProsodyServer prosody;
-    QVERIFY2(prosody.start(), qPrintable(prosody.lastError()));
-    QTemporaryDir data;
-    DemoBackend http(QStringLiteral(QUELIX_BACKEND_BIN));
-    QByteArray printed;
-    QVERIFY2(http.start(prosody, data.path(), &printed), printed.constData());
-    const QStringList names = http.userNames(4);
-    QCOMPARE(names.size(), 4);
-    const DemoPerson me = http.signIn(names[0]);
-    QList<DemoPerson> others{http.signIn(names[1]), http.signIn(names[2]), http.signIn(names[3])};
+    DemoCompany company(QStringLiteral(QUELIX_BACKEND_BIN));
+    QVERIFY2(company.start(4), qPrintable(company.error()));
+    const ProsodyServer& prosody = company.prosody();
+    const DemoPerson me = company.person(0);
+    QList<DemoPerson> others{company.person(1), company.person(2), company.person(3)};
 
     // The client's own home, with the URL table the back end wrote for this test's user.
-    const QString home = data.filePath(QStringLiteral("client-home"));
+    const QString home = company.dataDir() + QStringLiteral("/client-home");
     const QString docs = home + QStringLiteral("/Documents/Quelix");
     const QString ownDocs =
         QStandardPaths::standardLocations(QStandardPaths::DocumentsLocation).first() +
@@ -166,7 +160,7 @@ void TestUnreadRestart::badgesOrderAndTitleSurviveQuitAndKill() {
                  more.constData());
         client.killHard();
     }
-    http.stop();
+    company.backend().stop();
 }
 
 int main(int argc, char** argv) {

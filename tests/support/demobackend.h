@@ -7,6 +7,7 @@
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
 #include <QProcess>
+#include <QRegularExpression>
 #include <QSignalSpy>
 #include <QStandardPaths>
 #include <QStringList>
@@ -42,39 +43,38 @@ public:
         : binary_(binary), captureLog_(captureLog) {}
     ~DemoBackend() { stop(); }
 
+    // The client's documents folder, where the back end writes the URL table and the
+    // company's authority is handed out; this process's own unless set.
+    void setClientDocuments(const QString& docs) { docs_ = docs; }
+    // Off, the back end gets no admin account on the XMPP server and so keeps no project
+    // rooms there (a benchmark's client needs none).
+    void setKeepsRooms(bool on) { keepsRooms_ = on; }
+
     bool start(const ProsodyServer& prosody, const QString& dataDir, QByteArray* printed) {
         dataDir_ = dataDir;
-        QFile secret(dataDir + QStringLiteral("/admin-secret"));
-        if (!secret.open(QIODevice::WriteOnly)) return false;
-        secret.write(prosody.adminSecret().toUtf8() + "\n");
-        secret.close();
         const QString docs =
-            QStandardPaths::standardLocations(QStandardPaths::DocumentsLocation).first();
-        if (!handOutCompanyCa(prosody.caFile())) return false;
+            docs_.isEmpty()
+                ? QStandardPaths::standardLocations(QStandardPaths::DocumentsLocation).first()
+                : docs_;
+        if (!handOutCompanyCa(prosody.caFile(), docs)) return false;
+        QStringList rooms;
+        if (keepsRooms_) {
+            QFile secret(dataDir + QStringLiteral("/admin-secret"));
+            if (!secret.open(QIODevice::WriteOnly)) return false;
+            secret.write(prosody.adminSecret().toUtf8() + "\n");
+            secret.close();
+            rooms = QStringList{"--im-admin-jid",  prosody.adminJid(), "--im-admin-secret-file",
+                                secret.fileName(), "--im-ca-file",     prosody.caFile()};
+        }
         process_.setProcessChannelMode(captureLog_ ? QProcess::MergedChannels
                                                    : QProcess::ForwardedErrorChannel);
-        process_.start(binary_, QStringList{"--data-dir",
-                                            dataDir + "/backend",
-                                            "--seed-demo",
-                                            "--pbkdf2-iterations",
-                                            "1",
-                                            "--port",
-                                            "0",
-                                            "--im-host",
-                                            prosody.host(),
-                                            "--im-port",
-                                            QString::number(prosody.port()),
-                                            "--im-domain",
-                                            prosody.domain(),
-                                            "--im-admin-jid",
-                                            prosody.adminJid(),
-                                            "--im-admin-secret-file",
-                                            secret.fileName(),
-                                            "--im-ca-file",
-                                            prosody.caFile(),
-                                            "--write-url-table",
-                                            docs + "/Quelix/Resource/Text/UrlText.ini"} +
-                                    prosody.provisionArguments() + tlsArguments(prosody));
+        process_.start(
+            binary_,
+            QStringList{"--data-dir", dataDir + "/backend", "--seed-demo", "--pbkdf2-iterations",
+                        "1", "--port", "0", "--im-host", prosody.host(), "--im-port",
+                        QString::number(prosody.port()), "--im-domain", prosody.domain(),
+                        "--write-url-table", docs + "/Quelix/Resource/Text/UrlText.ini"} +
+                rooms + prosody.provisionArguments() + tlsArguments(prosody));
         if (!process_.waitForStarted()) return false;
         url_ = waitForBackendUrl(process_, printed);
         if (printed) log_ = *printed;
@@ -149,6 +149,20 @@ public:
         return {userName, user.value("id").toString(), user.value("imSecret").toString(),
                 user.value("sessionId").toString()};
     }
+    // Posts a task form as the page would, with the token the page hands to `who`'s session;
+    // returns the task the back end sends the browser to, 0 on refusal.
+    qint64 postTaskForm(const DemoPerson& who, const QString& pagePath,
+                        const QList<QPair<QString, QString>>& fields) const {
+        const QString page = QString::fromUtf8(send(pagePath, who.session).body);
+        const QString token =
+            QRegularExpression("name=\"formToken\" value=\"([0-9a-f]+)\"").match(page).captured(1);
+        QByteArray form = "formToken=" + token.toUtf8();
+        for (const auto& f : fields)
+            form +=
+                '&' + QUrl::toPercentEncoding(f.first) + '=' + QUrl::toPercentEncoding(f.second);
+        const DemoAnswer a = send("/work/task.htm", who.session, &form);
+        return a.status == 303 ? a.location.section("taskId=", 1).toLongLong() : 0;
+    }
     // Whether the back end has the project's room in step on the XMPP server.
     bool roomReady(const QString& project, const QString& session) const {
         return call("/work/editProj.htm?m=roomState&projectId=" + project, session)
@@ -184,6 +198,8 @@ private:
     bool captureLog_ = false;
     QByteArray log_;
     QString dataDir_;
+    QString docs_;
+    bool keepsRooms_ = true;
     QProcess process_;
     QString url_;
 };
