@@ -218,7 +218,7 @@ int main(int argc, char** argv) {
     QTemporaryDir scratch;
     const QString home = bench::clientHome(scratch);
     // The back end's log is kept, not shown between the figures.
-    DemoCompany company(QStringLiteral(QUELIX_BACKEND_BIN), true);
+    CompanyRig company(QStringLiteral(QUELIX_BACKEND_BIN), true);
     if (!bench::startCompany(company, scratch.path(), home, 3)) return 1;
     const ProsodyServer& prosody = company.prosody();
     const DemoPerson& me = company.person(0);

@@ -74,7 +74,7 @@ int main(int argc, char** argv) {
     QTemporaryDir scratch;
     const QString home = bench::clientHome(scratch);
     const QString docs = home + QStringLiteral("/Documents");
-    DemoCompany company(QStringLiteral(QUELIX_BACKEND_BIN));
+    CompanyRig company(QStringLiteral(QUELIX_BACKEND_BIN));
     if (!bench::startCompany(company, scratch.path(), home, kConversations + 1)) return 1;
     const ProsodyServer& prosody = company.prosody();
     QStringList ids;

@@ -13,9 +13,9 @@
 #include <cstdio>
 #include <functional>
 
-#include "democompany.h"
+#include "companyrig.h"
 
-// What the benchmarks that run the real client share beside the demo company (DemoCompany):
+// What the benchmarks that run the real client share beside the demo company (CompanyRig):
 // a client home of their own that signs in by itself as a returning user's does.
 namespace bench {
 
@@ -55,7 +55,7 @@ inline QProcessEnvironment clientEnvironment(const QString& home, const QString&
 // The demo company for the client in `home`, its back end's data in `dataDir`, with the
 // first `count` colleagues signed in; false after saying why. The client needs no project
 // rooms, so the back end keeps none.
-inline bool startCompany(DemoCompany& company, const QString& dataDir, const QString& home,
+inline bool startCompany(CompanyRig& company, const QString& dataDir, const QString& home,
                          int count) {
     company.setDataDir(dataDir);
     company.backend().setClientDocuments(home + QStringLiteral("/Documents"));

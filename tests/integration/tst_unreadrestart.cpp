@@ -9,7 +9,7 @@
 
 #include <csignal>
 
-#include "../support/democompany.h"
+#include "../support/companyrig.h"
 #include "base/at_exit.h"
 #include "support/test_session.h"
 
@@ -84,7 +84,7 @@ private slots:
 
 void TestUnreadRestart::badgesOrderAndTitleSurviveQuitAndKill() {
     QLoggingCategory::setFilterRules(QStringLiteral("default.debug=false"));
-    DemoCompany company(QStringLiteral(QUELIX_BACKEND_BIN));
+    CompanyRig company(QStringLiteral(QUELIX_BACKEND_BIN));
     QVERIFY2(company.start(4), qPrintable(company.error()));
     const ProsodyServer& prosody = company.prosody();
     const DemoPerson me = company.person(0);

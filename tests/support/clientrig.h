@@ -7,8 +7,8 @@
 #include <vector>
 
 #include "clientsignin.h"
+#include "companyrig.h"
 #include "configstore.h"
-#include "democompany.h"
 #include "mainviewdelegate.h"
 #include "mainwindow.h"
 #include "openimmanager.h"
@@ -72,14 +72,14 @@ public:
         company_.backend().stop();
     }
 
-    DemoCompany& company() { return company_; }
+    CompanyRig& company() { return company_; }
     ProsodyServer& prosody() { return company_.prosody(); }
     DemoBackend& backend() { return company_.backend(); }
     const DemoPerson& person(int index) const { return company_.person(index); }
     QString error() const { return company_.error(); }
 
 private:
-    DemoCompany company_;
+    CompanyRig company_;
     MainWindow* window_ = nullptr;
     std::vector<std::unique_ptr<TestSession>> sessions_;
 };

@@ -11,10 +11,10 @@
 // The demo company a client signs in to, for a test or a benchmark: a private Prosody, the
 // reference back end with the demo company beside it, and the first few demo colleagues
 // signed in to the back end. Colleague 0 is the user whose client is under test.
-class DemoCompany {
+class CompanyRig {
 public:
     // With `captureLog`, what the back end logs is kept for backend().log() instead of shown.
-    explicit DemoCompany(const QString& backendBinary, bool captureLog = false)
+    explicit CompanyRig(const QString& backendBinary, bool captureLog = false)
         : backend_(backendBinary, captureLog) {}
 
     // Where the back end keeps its data: a temporary folder of its own unless set.
