@@ -121,7 +121,9 @@ std::optional<quint64> IncomingMessages::insertReceived(StoredMessage& m,
     if (order) order->place(m);
     std::optional<quint64> id = insertOnce(m, message, source);
     if (id) batcher_->countStored();
-    if (order) order->placed(m, id.has_value());
+    // Delayed live messages come from two queues at once, out of the archive's order: a
+    // copy among them says nothing of where the next new one goes.
+    if (order) order->placed(m, id.has_value(), source != Source::Live);
     return id;
 }
 

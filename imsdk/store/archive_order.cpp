@@ -74,12 +74,13 @@ void ArchiveOrder::place(StoredMessage& m) {
     m.seq = seq;
 }
 
-void ArchiveOrder::placed(const StoredMessage& m, bool inserted) {
+void ArchiveOrder::placed(const StoredMessage& m, bool inserted, bool listed) {
     if (!store_.isOpen()) return;
     if (inserted) {
         anchors_.insert(m.peer, {m.time, m.seq != 0 ? m.seq : store_.lastSeq()});
         return;
     }
+    if (!listed) return;
     std::optional<StoredMessage> row;
     if (!m.stanzaId.isEmpty()) {
         QSqlQuery q(QSqlDatabase::database(store_.connectionName(), false));

@@ -26,8 +26,10 @@ public:
     // Before `m` is stored: gives it its place (m.seq).
     void place(StoredMessage& m);
     // After: `m` was stored, or was a copy of a stored row; that row then marks the place
-    // (and takes the archive's time when ours was later: the time we received it).
-    void placed(const StoredMessage& m, bool inserted);
+    // (and takes the archive's time when ours was later: the time we received it). Copies
+    // from a stream that is not in the archive's order (delayed live messages: the offline
+    // store and a replaced session's queue, interleaved) mark nothing: `listed` false.
+    void placed(const StoredMessage& m, bool inserted, bool listed = true);
 
     // Room between a message and the next of its second for a run of archive messages.
     static constexpr qint64 kStep = 256;
