@@ -6,10 +6,10 @@
 // while offline is reported failed at once (the page shows those with 重新发送). Counted at bob's
 // end: messages reported sent that never arrived (lost) and messages that arrived twice (doubled).
 #include <QCoreApplication>
-#include <QTemporaryDir>
 #include <cstdio>
 
 #include "support/cluster_drill.h"
+#include "support/scratch_folder.h"
 
 namespace {
 
@@ -58,9 +58,7 @@ bool runRoom(DrillOutcome* o) {
 
 int main(int argc, char** argv) {
     QCoreApplication app(argc, argv);
-    QTemporaryDir scratch;
-    if (!qEnvironmentVariableIsSet("QUELIX_TEST_TMP"))
-        qputenv("QUELIX_TEST_TMP", scratch.path().toLocal8Bit());
+    const ScratchFolder scratch;  // stores, server data, downloads: this run's only
     qputenv("QUELIX_XMPP_SERVER", "ejabberd");
     // Members ask their rooms whether they still have them every second rather than every
     // five minutes, so that a run stays short.

@@ -3,19 +3,17 @@
 // one. Prints deep_stanza_survived=1 when the session lives on, keeps its connection and
 // reports the next message within 2 s of the deep one reaching its socket.
 #include <QCoreApplication>
-#include <QTemporaryDir>
 #include <cstdio>
 
 #include "benchxmpp.h"
 #include "support/prosody_server.h"
+#include "support/scratch_folder.h"
 #include "support/stream_proxy.h"
 #include "support/test_session.h"
 
 int main(int argc, char** argv) {
     QCoreApplication app(argc, argv);
-    QTemporaryDir scratch;
-    if (!qEnvironmentVariableIsSet("QUELIX_TEST_TMP"))
-        qputenv("QUELIX_TEST_TMP", scratch.path().toLocal8Bit());
+    const ScratchFolder scratch;  // stores, server data, downloads: this run's only
     ProsodyServer server;
     // Plain: the relay rewrites the stream, so it must read it.
     if (!server.start(true)) {

@@ -8,7 +8,6 @@
 #include <QCoreApplication>
 #include <QElapsedTimer>
 #include <QFile>
-#include <QTemporaryDir>
 #include <QThread>
 #include <atomic>
 #include <cstdio>
@@ -20,6 +19,7 @@
 #include "openim/iconversation_service.h"
 #include "openim/service_guids.h"
 #include "support/prosody_server.h"
+#include "support/scratch_folder.h"
 #include "support/test_session.h"
 
 namespace {
@@ -82,10 +82,7 @@ double sdkBurst(const ProsodyServer& server, const QString& name, long* idleRss)
 
 int main(int argc, char** argv) {
     QCoreApplication app(argc, argv);
-    // Stores, server data and downloads of this run only; removed at exit.
-    QTemporaryDir scratch;
-    if (!qEnvironmentVariableIsSet("QUELIX_TEST_TMP"))
-        qputenv("QUELIX_TEST_TMP", scratch.path().toLocal8Bit());
+    const ScratchFolder scratch;  // stores, server data, downloads: this run's only
     ProsodyServer server;
     if (!server.start()) {
         std::fprintf(stderr, "prosody: %s\n", qPrintable(server.lastError()));

@@ -3,12 +3,12 @@
 // the sign-in call to the SDK's report. Prints the medians and their ratio.
 #include <QCoreApplication>
 #include <QElapsedTimer>
-#include <QTemporaryDir>
 #include <cstdio>
 #include <vector>
 
 #include "benchfigures.h"
 #include "support/prosody_server.h"
+#include "support/scratch_folder.h"
 #include "support/test_session.h"
 
 namespace {
@@ -30,9 +30,7 @@ double signIn(const ProsodyServer& server, const QString& name) {
 
 int main(int argc, char** argv) {
     QCoreApplication app(argc, argv);
-    QTemporaryDir scratch;
-    if (!qEnvironmentVariableIsSet("QUELIX_TEST_TMP"))
-        qputenv("QUELIX_TEST_TMP", scratch.path().toLocal8Bit());
+    const ScratchFolder scratch;  // stores, server data, downloads: this run's only
     ProsodyServer tls;
     ProsodyServer plain;
     if (!tls.start() || !plain.start(true)) {

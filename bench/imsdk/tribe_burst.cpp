@@ -11,7 +11,6 @@
 #include <QCoreApplication>
 #include <QElapsedTimer>
 #include <QSet>
-#include <QTemporaryDir>
 #include <QThread>
 #include <atomic>
 #include <cstdio>
@@ -26,6 +25,7 @@
 #include "sdk/wide_text.h"
 #include "support/prosody_server.h"
 #include "support/room_admin.h"
+#include "support/scratch_folder.h"
 #include "support/test_session.h"
 
 namespace {
@@ -80,9 +80,7 @@ int main(int argc, char** argv) {
                              ? qEnvironmentVariable("QUELIX_BENCH_SCALE").toDouble()
                              : 1.0;
     const int kBurst = int(10000 * scale), kCatchUp = int(5000 * scale);
-    QTemporaryDir scratch;
-    if (!qEnvironmentVariableIsSet("QUELIX_TEST_TMP"))
-        qputenv("QUELIX_TEST_TMP", scratch.path().toLocal8Bit());
+    const ScratchFolder scratch;  // stores, server data, downloads: this run's only
     ProsodyServer server;
     if (!server.start()) {
         std::fprintf(stderr, "prosody: %s\n", qPrintable(server.lastError()));

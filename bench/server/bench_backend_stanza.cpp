@@ -5,17 +5,15 @@
 #include <QElapsedTimer>
 #include <QFile>
 #include <QProcess>
-#include <QTemporaryDir>
 #include <cstdio>
 
 #include "support/demobackend.h"
 #include "support/prosody_server.h"
+#include "support/scratch_folder.h"
 
 int main(int argc, char** argv) {
     QCoreApplication app(argc, argv);
-    QTemporaryDir scratch;
-    if (!qEnvironmentVariableIsSet("QUELIX_TEST_TMP"))
-        qputenv("QUELIX_TEST_TMP", scratch.path().toLocal8Bit());
+    const ScratchFolder scratch;  // stores, server data, downloads: this run's only
     ProsodyServer prosody;
     if (!prosody.start()) {
         std::fprintf(stderr, "prosody: %s\n", qPrintable(prosody.lastError()));
