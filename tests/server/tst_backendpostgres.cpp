@@ -3,6 +3,7 @@
 #include "backendserver.h"
 #include "database.h"
 #include "democompany.h"
+#include "support/claimedport.h"
 
 #include <httplib.h>
 
@@ -11,7 +12,6 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QProcess>
-#include <QTcpServer>
 #include <QTemporaryDir>
 #include <QtTest>
 
@@ -75,11 +75,8 @@ void BackendPostgresTest::initTestCase() {
     if (::geteuid() == 0)
         QVERIFY(QProcess::execute(QStringLiteral("chown"),
                                   {QStringLiteral("postgres"), dir_.path()}) == 0);
-    {
-        QTcpServer probe;
-        probe.listen(QHostAddress::LocalHost, 0);
-        port_ = probe.serverPort();
-    }
+    port_ = claimedPort();
+    QVERIFY2(port_ > 0, "no free port for PostgreSQL");
     QString out;
     const QString data = dir_.filePath(QStringLiteral("data"));
     QVERIFY2(run({bin_ + QStringLiteral("initdb"), QStringLiteral("-D"), data, QStringLiteral("-A"),
@@ -186,11 +183,11 @@ void BackendPostgresTest::demoCompanyOverHttp() {
                             asMember))[QStringLiteral("errorCode")]
                  .toInt(),
              0);
-    QCOMPARE(envelope(c.Post("/work/notifies.htm?m=setTaskReadFlag&userId=10002&taskId=70010",
-                             asMember, "", "application/x-www-form-urlencoded"))
-                 [QStringLiteral("errorCode")]
-                 .toInt(),
-             0);
+    QCOMPARE(
+        envelope(c.Post("/work/notifies.htm?m=setTaskReadFlag&userId=10002&taskId=70010", asMember,
+                        "", "application/x-www-form-urlencoded"))[QStringLiteral("errorCode")]
+            .toInt(),
+        0);
     const auto up = c.Post(
         "/work/mobileTopic.htm?m=uploadFromPC",
         httplib::MultipartFormDataItems{{"file", "abc", "a.txt", ""}, {"userId", "10002", "", ""}});

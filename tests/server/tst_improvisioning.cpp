@@ -3,22 +3,16 @@
 #include "commandprovisioner.h"
 #include "ejabberdapiprovisioner.h"
 #include "prosodystoreprovisioner.h"
+#include "support/claimedport.h"
 
 #include <QFile>
 #include <QProcess>
 #include <QStandardPaths>
-#include <QTcpServer>
 #include <QTcpSocket>
 #include <QTemporaryDir>
 #include <QtTest>
 
 namespace {
-
-int freePort() {
-    QTcpServer probe;
-    probe.listen(QHostAddress::LocalHost, 0);
-    return probe.serverPort();
-}
 
 QByteArray readUntil(QTcpSocket& socket, const QList<QByteArray>& ends, QByteArray sofar = {}) {
     QElapsedTimer timer;
@@ -127,7 +121,7 @@ void ImProvisioningTest::accountsSignInToProsody() {
 
     QTemporaryDir dir;
     QVERIFY(dir.isValid());
-    const int port = freePort();
+    const int port = claimedPort();
     const QString data = dir.filePath(QStringLiteral("data"));
     QVERIFY(QDir().mkpath(data));
     const QString config = dir.filePath(QStringLiteral("prosody.cfg.lua"));
@@ -146,7 +140,7 @@ void ImProvisioningTest::accountsSignInToProsody() {
                        "VirtualHost \"localhost\"\n")
             .arg(dir.path(), data)
             .arg(port)
-            .arg(freePort())
+            .arg(claimedPort())
             .toUtf8());
     cfg.close();
 
