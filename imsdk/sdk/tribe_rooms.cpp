@@ -27,9 +27,6 @@ const char kMucUserNs[] = "http://jabber.org/protocol/muc#user";
 const char kStanzasNs[] = "urn:ietf:params:xml:ns:xmpp-stanzas";
 const char kRoomsMeta[] = "tribes";
 const char kKeyPrefix[] = "tribe:";
-// Notices are kept (hidden) under this peer so that one seen live and again in the
-// account's archive is acted on once.
-const char kNoticePeer[] = "tribe-notices";
 // A room that never answers its join must not hold back the "loaded" report for ever.
 constexpr int kLoadedWaitMs = 15000;
 // How long a removal without a reason waits for the back end's word on it.
@@ -50,6 +47,7 @@ QDomElement child(const QDomElement& parent, const char* name, const char* ns) {
 TribeRooms::TribeRooms(ImEngine* engine)
     : QObject(engine),
       engine_(engine),
+      notices_(engine),
       messages_(new TribeMessages(engine, this)),
       loadedTimer_(new QTimer(this)) {
     loadedTimer_->setSingleShot(true);
@@ -362,7 +360,7 @@ bool TribeRooms::handlePresence(const QDomElement& stanza) {
             if (!destroy.isNull()) {
                 if (room.member) gone(tribe, true, false);
             } else if (codes.contains(321) || codes.contains(301) || codes.contains(307)) {
-                if (room.member && reason.isEmpty() && !authority_.isEmpty())
+                if (room.member && reason.isEmpty() && !authority().isEmpty())
                     removedAwaitingNotice(tribe);
                 else if (room.member)
                     gone(tribe, false, reason == QLatin1String("quit"));
@@ -376,7 +374,7 @@ bool TribeRooms::handlePresence(const QDomElement& stanza) {
         }
         const Occupant was = room.occupants.take(nick);
         const QString account = was.account.isEmpty() ? nick : was.account;
-        if (authority_.isEmpty() &&
+        if (authority().isEmpty() &&
             (codes.contains(321) || codes.contains(301) || codes.contains(307))) {
             const QString reason = item.firstChildElement(QStringLiteral("reason")).text();
             memberEvent(
@@ -483,18 +481,9 @@ void TribeRooms::memberEvent(const QString& event, quint64 tribe, const QString&
 }
 
 bool TribeRooms::handleInvitation(const QXmppMessage& message) {
-    // A direct invitation names the room; a mediated one comes from the room itself.
-    QString room = message.mucInvitationJid();
-    if (room.isEmpty()) {
-        for (const QXmppElement& e : message.extensions())
-            if (e.tagName() == QLatin1String("x") &&
-                e.attribute(QStringLiteral("xmlns")) == QLatin1String(kMucUserNs) &&
-                !e.firstChildElement(QStringLiteral("invite")).isNull())
-                room = QXmppUtils::jidToBareJid(message.from());
-    }
+    const QString room = TribeNotices::invitedRoom(message);
     const quint64 tribe = tribeOfJid(room);
     if (tribe == 0) return !room.isEmpty();
-    // Anyone may invite; the room decides whether we may come in.
     Room& r = rooms_[tribe];
     if (r.member && (r.joined || r.joining)) return true;
     if (!r.member || r.since == 0) r.since = QDateTime::currentSecsSinceEpoch();
@@ -507,43 +496,21 @@ bool TribeRooms::handleInvitation(const QXmppMessage& message) {
 
 bool TribeRooms::handleNotice(const QXmppMessage& message, const QString& archiveId,
                               const QDateTime& stamp) {
-    QXmppElement notice;
-    for (const QXmppElement& e : message.extensions())
-        if (e.tagName() == QLatin1String("tribe") &&
-            e.attribute(QStringLiteral("xmlns")) == QLatin1String(kNoticeNamespace)) {
-            notice = e;
+    TribeNotice notice;
+    switch (notices_.read(message, archiveId, stamp, &notice)) {
+        case TribeNotices::Reading::None:
+            return false;
+        case TribeNotices::Reading::Ignored:
+            return true;
+        case TribeNotices::Reading::Notice:
             break;
-        }
-    if (notice.isNull()) return false;
-    const QString fromBare = QXmppUtils::jidToBareJid(message.from());
-    if (authority_.isEmpty() || fromBare != authority_ + QLatin1Char('@') + engine_->domain()) {
-        qInfo().noquote() << "imsdk: tribe notice from" << fromBare << "ignored: not the company's";
-        return true;
     }
-    // Once only, whether it comes live, from offline storage or from the archive.
-    StoredMessage seen;
-    seen.peer = QLatin1String(kNoticePeer);
-    seen.sender = authority_;
-    seen.kind = openim::kContentHidden;
-    seen.time = (stamp.isValid() ? stamp : QDateTime::currentDateTimeUtc()).toSecsSinceEpoch();
-    seen.stanzaId = archiveId;
-    seen.originId = message.originId().isEmpty() ? message.id() : message.originId();
-    if (seen.originId.isEmpty() && archiveId.isEmpty()) seen.originId = message.body();
-    if (!engine_->messageStore().insert(seen)) return true;
-
-    bool ok = false;
-    const quint64 tribe = notice.attribute(QStringLiteral("id")).toULongLong(&ok);
-    if (!ok || tribe == 0) {
-        qInfo().noquote() << "imsdk: tribe notice without a tribe id ignored";
-        return true;
-    }
-    const QString event = notice.attribute(QStringLiteral("event"));
-    const QString account = notice.attribute(QStringLiteral("user"));
-    const QString title = notice.attribute(QStringLiteral("name"));
-    const bool self = account == engine_->account();
+    const quint64 tribe = notice.tribe;
+    const QString& event = notice.event;
+    const bool self = notice.account == engine_->account();
     Room& room = rooms_[tribe];
-    if (!title.isEmpty() && room.name != title) {
-        room.name = title;
+    if (!notice.title.isEmpty() && room.name != notice.title) {
+        room.name = notice.title;
         save();
     }
     if (event == QLatin1String("joined")) {
@@ -551,21 +518,22 @@ bool TribeRooms::handleNotice(const QXmppMessage& message, const QString& archiv
             if (room.member && room.everJoined) return true;
             room.member = true;
             room.invited = true;
-            if (room.since == 0) room.since = seen.time;
+            if (room.since == 0) room.since = notice.time;
             save();
             if (engine_->isOnline()) join(tribe);
         } else if (room.member) {
-            memberEvent(event, tribe, account);
+            memberEvent(event, tribe, notice.account);
         }
     } else if (event == QLatin1String("quit") || event == QLatin1String("kicked")) {
         if (self)
             gone(tribe, false, event == QLatin1String("quit"));
         else if (room.member)
-            memberEvent(event, tribe, account);
+            memberEvent(event, tribe, notice.account);
     } else if (event == QLatin1String("dismissed")) {
         gone(tribe, true, false);
     } else if (event == QLatin1String("renamed")) {
-        if (!callbacks_.name.is_null()) callbacks_.name.Run(openim::IMTribeID(tribe), fromQ(title));
+        if (!callbacks_.name.is_null())
+            callbacks_.name.Run(openim::IMTribeID(tribe), fromQ(notice.title));
         if (!callbacks_.info.is_null()) callbacks_.info.Run(openim::IMTribeID(tribe));
     } else {
         qInfo().noquote() << "imsdk: tribe notice of unknown kind" << event << "ignored";

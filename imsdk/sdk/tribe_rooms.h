@@ -18,6 +18,7 @@
 #include "openim/im_user_id.h"
 #include "openim/result_code.h"
 #include "prg/prg_string.h"
+#include "sdk/tribe_notices.h"
 #include "store/stored_message.h"
 
 class ImEngine;
@@ -60,14 +61,12 @@ public:
         base::Callback<void(openim::ResultCode, openim::DownloadTribeMediaResult)> download;
     };
 
-    static constexpr char kNoticeNamespace[] = "urn:quelix:tribe:1";
-
     explicit TribeRooms(ImEngine* engine);
 
     Callbacks& callbacks() { return callbacks_; }
-    void setAuthority(const QString& account) { authority_ = account; }
+    void setAuthority(const QString& account) { notices_.setAuthority(account); }
     // The back end's own account (its notices are believed), empty when none was named.
-    const QString& authority() const { return authority_; }
+    const QString& authority() const { return notices_.authority(); }
 
     // Store peer keys of tribes: "tribe:<id>", never an account.
     static QString key(quint64 tribe);
@@ -150,7 +149,7 @@ private:
 
     ImEngine* engine_;
     Callbacks callbacks_;
-    QString authority_;
+    TribeNotices notices_;
     QHash<quint64, Room> rooms_;
     QHash<quint64, QList<std::function<void(bool)>>> waiting_;
     TribeMessages* messages_;
