@@ -1,7 +1,7 @@
 #include "backendserver.h"
 
 #include "apihelpers.h"
-#include "avatarpainter.h"
+#include "attachmenthandler.h"
 #include "database.h"
 #include "directory.h"
 #include "filestore.h"
@@ -19,7 +19,6 @@
 #include "sessionstore.h"
 #include "taskeditor.h"
 #include "updatepublisher.h"
-#include "uploadreceiver.h"
 
 #include "sdk/endpoint_list.h"
 
@@ -32,7 +31,6 @@
 #include <QJsonObject>
 #include <QRegularExpression>
 #include <QSqlQuery>
-#include <QUrl>
 #include <QVariant>
 
 using api::fail;
@@ -112,6 +110,8 @@ bool BackendServer::start(const QString& host, int port) {
     tasks_->setAccountMade([this](qint64 userId) { accountMade(userId); });
     pages_ = std::make_unique<PageHandler>(directory_.get(), access_.get(), tasks_.get());
     projects_ = std::make_unique<ProjectEditor>(db_, directory_.get(), sessions_.get(), rooms_);
+    attachments_ = std::make_unique<AttachmentHandler>(directory_.get(), access_.get(),
+                                                       files_.get(), publicUrl_);
 
     // Unknown accounts are checked against a hash of the same cost as the real ones, so a
     // wrong password takes as long for either, whatever cost the directory was seeded with.
@@ -140,7 +140,7 @@ bool BackendServer::start(const QString& host, int port) {
                                 if (auto* s = GatedStream::current()) s->closeAfterReply();
                                 return fail(res, req, ReplyEnvelope::BadParameter);
                             }
-                            upload(req, res, reader);
+                            attachments_->upload(req, res, reader);
                         });
                     }));
     http_->set_pre_routing_handler([this](const httplib::Request& req, httplib::Response& res) {
@@ -365,12 +365,12 @@ void BackendServer::dispatch(const httplib::Request& req, httplib::Response& res
     }
     if (const auto match = attachmentPath.match(path); match.hasMatch()) {
         const QString id = match.captured(1).isEmpty() ? param(req, "id") : match.captured(1);
-        return download(req, res, id);
+        return attachments_->download(req, res, id);
     }
     if (path == QLatin1String("/work/task.htm")) return pages_->task(req, res);
     if (path == QLatin1String("/work/goals.htm")) return pages_->goals(req, res);
     if (const auto match = avatarPath.match(path); match.hasMatch()) {
-        return avatar(res, match.captured(1));
+        return attachments_->avatar(res, match.captured(1));
     }
     if (path == QLatin1String("/update/QX_update.ini")) {
         return reply(res, updates_->description(publicUrl_), "text/plain;charset=UTF-8");
@@ -589,87 +589,4 @@ void BackendServer::taskReadFlags(const httplib::Request& req, httplib::Response
         return ok(res, req, directory_->readFlags(userId, {taskId}));
     }
     fail(res, req, ReplyEnvelope::BadParameter);
-}
-
-void BackendServer::upload(const httplib::Request& req, httplib::Response& res,
-                           const httplib::ContentReader& reader) {
-    GatedStream* stream = GatedStream::current();
-    // Until the body has been read to its end, the connection cannot carry another request.
-    if (stream) stream->closeAfterReply();
-    if (!req.is_multipart_form_data()) return fail(res, req, ReplyEnvelope::BadParameter);
-    // Always in the caller's own name; a userId field is not trusted. Nobody else's body is
-    // read at all.
-    const qint64 owner = access_->signedIn(req, res);
-    if (owner == 0) return;
-    UploadReceiver upload(files_.get());
-    const UploadReceiver::Outcome outcome = upload.receive(reader);
-    if (outcome == UploadReceiver::TooLarge || (stream && stream->bodyTooLarge())) {
-        res.status = 413;
-        qInfo("%s refused (1007): file over %lld bytes", req.path.c_str(), files_->maxBytes());
-        return fail(res, req, ReplyEnvelope::FileTooLarge);
-    }
-    if (outcome == UploadReceiver::WriteFailed) {
-        qWarning("%s failed: cannot write the file: %s", req.path.c_str(),
-                 qPrintable(upload.errorString()));
-        res.status = 500;
-        return fail(res, req, ReplyEnvelope::InternalError);
-    }
-    if (outcome != UploadReceiver::Received) {
-        if (stream && stream->timedOut()) res.status = 408;
-        qInfo("%s refused (1001): %s", req.path.c_str(),
-              outcome == UploadReceiver::NoFile ? "no file part"
-                                                : "the body ended early or too slowly");
-        return fail(res, req, ReplyEnvelope::BadParameter);
-    }
-    if (stream) stream->keepAfterReply();
-    const QString name = FileStore::sanitizeName(upload.clientName());
-    if (name.isEmpty()) return fail(res, req, ReplyEnvelope::BadFileName);
-    if (!upload.commit()) {
-        qWarning("%s failed: cannot keep the file: %s", req.path.c_str(),
-                 qPrintable(upload.errorString()));
-        res.status = 500;
-        return fail(res, req, ReplyEnvelope::InternalError);
-    }
-    const qint64 id = directory_->addAttachment(owner, name, upload.storedName(), upload.size());
-    if (id == 0) {
-        // Not recorded, so not kept: a file nobody can download is only a leak.
-        files_->remove(upload.storedName());
-        return;  // the database failure is answered by guarded()
-    }
-    ok(res, req,
-       QJsonObject{
-           {QStringLiteral("id"), QString::number(id)},
-           {QStringLiteral("fileName"), name},
-           {QStringLiteral("fileSize"), QString::number(upload.size())},
-           {QStringLiteral("url"), publicUrl_ + QStringLiteral("/work/attachment/%1").arg(id)}});
-}
-
-void BackendServer::download(const httplib::Request& req, httplib::Response& res,
-                             const QString& idText) {
-    const qint64 caller = access_->signedIn(req, res);
-    if (caller == 0) return;
-    qint64 id = 0;
-    if (!parseId(idText, &id)) return fail(res, req, ReplyEnvelope::BadParameter);
-    QString name;
-    QString stored;
-    qint64 size = 0;
-    qint64 owner = 0;
-    if (!directory_->attachment(id, &name, &stored, &size, &owner))
-        return fail(res, req, ReplyEnvelope::NotFound);
-    if (!access_->sameCompany(req, res, caller, directory_->companyOf(owner))) return;
-    const QString path = files_->pathOf(stored);
-    // Streamed, so concurrent downloads do not each hold a whole file.
-    if (path.isEmpty() || !api::replyFile(res, path, "application/octet-stream"))
-        return fail(res, req, ReplyEnvelope::NotFound);
-    res.set_header("Content-Disposition",
-                   ("attachment; filename*=UTF-8''" + QUrl::toPercentEncoding(name)).toStdString());
-}
-
-void BackendServer::avatar(httplib::Response& res, const QString& idText) {
-    qint64 id = 0;
-    if (!parseId(idText, &id) || directory_->companyOf(id) == 0) {
-        res.status = 404;
-        return reply(res, ReplyEnvelope::failure(ReplyEnvelope::NotFound));
-    }
-    reply(res, AvatarPainter::png(id), "image/png");
 }

@@ -8,11 +8,11 @@
 #include <thread>
 
 namespace httplib {
-class ContentReader;
 struct Request;
 struct Response;
 }  // namespace httplib
 
+class AttachmentHandler;
 class Database;
 class Directory;
 class FileStore;
@@ -102,13 +102,9 @@ private:
     void projectById(const httplib::Request& req, httplib::Response& res, const char* idParam);
     void editProject(const httplib::Request& req, httplib::Response& res);
     void taskReadFlags(const httplib::Request& req, httplib::Response& res);
-    void upload(const httplib::Request& req, httplib::Response& res,
-                const httplib::ContentReader& reader);
     // Runs a handler and turns any database failure during it into an honest 1500.
     template <typename Handler>
     void guarded(const httplib::Request& req, httplib::Response& res, Handler&& handler);
-    void download(const httplib::Request& req, httplib::Response& res, const QString& idText);
-    void avatar(httplib::Response& res, const QString& idText);
 
     qint64 uploadBodyCap() const;
     static bool isUpload(const httplib::Request& req);
@@ -133,6 +129,7 @@ private:
     std::unique_ptr<RequestAccess> access_;
     std::unique_ptr<TaskEditor> tasks_;  // before the pages, which use it
     std::unique_ptr<PageHandler> pages_;
+    std::unique_ptr<AttachmentHandler> attachments_;
     std::unique_ptr<UpdatePublisher> updates_;
     std::unique_ptr<OriginCheck> origins_;
     RoomKeeper* rooms_ = nullptr;
