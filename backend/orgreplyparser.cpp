@@ -38,6 +38,29 @@ bool OrgReplyParser::expect(char c) {
     return true;
 }
 
+OrgReplyParser::Next OrgReplyParser::enter(char open, char close) {
+    if (!expect(open)) return Next::Broken;
+    ws();
+    if (p_ < end_ && *p_ == close) {
+        ++p_;
+        return Next::Done;
+    }
+    return Next::More;
+}
+
+OrgReplyParser::Next OrgReplyParser::afterItem(char close) {
+    ws();
+    if (p_ < end_ && *p_ == ',') {
+        ++p_;
+        return Next::More;
+    }
+    if (p_ < end_ && *p_ == close) {
+        ++p_;
+        return Next::Done;
+    }
+    return Next::Broken;
+}
+
 bool OrgReplyParser::parse(const QByteArray& body) {
     p_ = body.constData();
     end_ = p_ + body.size();
@@ -226,32 +249,18 @@ bool OrgReplyParser::skipValue(int depth) {
     if (p_ >= end_ || depth > kMaxDepth) return false;
     if (*p_ == '"') return skipString();
     if (*p_ == '{' || *p_ == '[') {
-        const char close = *p_ == '{' ? '}' : ']';
         const bool isObject = *p_ == '{';
-        ++p_;
-        ws();
-        if (p_ < end_ && *p_ == close) {
-            ++p_;
-            return true;
-        }
-        for (;;) {
+        const char close = isObject ? '}' : ']';
+        Next next = enter(*p_, close);
+        while (next == Next::More) {
             if (isObject) {
                 ws();
                 if (p_ >= end_ || *p_ != '"' || !skipString() || !expect(':')) return false;
             }
             if (!skipValue(depth + 1)) return false;
-            ws();
-            if (p_ >= end_) return false;
-            if (*p_ == ',') {
-                ++p_;
-                continue;
-            }
-            if (*p_ == close) {
-                ++p_;
-                return true;
-            }
-            return false;
+            next = afterItem(close);
         }
+        return next == Next::Done;
     }
     QVarLengthArray<QChar, 256> ignored;
     return scalarText(&ignored);
@@ -279,14 +288,9 @@ bool OrgReplyParser::key(const char** begin, int* length, QVarLengthArray<QChar,
 }
 
 bool OrgReplyParser::object(Context context) {
-    if (!expect('{')) return false;
-    ws();
-    if (p_ < end_ && *p_ == '}') {
-        ++p_;
-        return true;
-    }
+    Next next = enter('{', '}');
     QVarLengthArray<QChar, 256> text;
-    for (;;) {
+    while (next == Next::More) {
         const char* k = nullptr;
         int n = 0;
         if (!key(&k, &n, &text)) return false;
@@ -314,38 +318,21 @@ bool OrgReplyParser::object(Context context) {
             ok = skipValue();
         }
         if (!ok) return false;
-        ws();
-        if (p_ >= end_) return false;
-        if (*p_ == ',') {
-            ++p_;
-            continue;
-        }
-        if (*p_ == '}') {
-            ++p_;
-            return true;
-        }
-        return false;
+        next = afterItem('}');
     }
+    return next == Next::Done;
 }
 
 bool OrgReplyParser::departments() {
     deptListSeen_ = true;
-    if (!expect('[')) return false;
-    ws();
-    if (p_ < end_ && *p_ == ']') {
-        ++p_;
-        return true;
-    }
+    Next next = enter('[', ']');
     QVarLengthArray<QChar, 256> text;
-    for (;;) {
+    while (next == Next::More) {
         ws();
         if (p_ < end_ && *p_ == '{') {
-            ++p_;
             Department d;
-            ws();
-            bool empty = p_ < end_ && *p_ == '}';
-            if (empty) ++p_;
-            while (!empty) {
+            Next member = enter('{', '}');
+            while (member == Next::More) {
                 const char* k = nullptr;
                 int n = 0;
                 if (!key(&k, &n, &text) || !scalarText(&text)) return false;
@@ -359,57 +346,33 @@ bool OrgReplyParser::departments() {
                     d.fullNamePinyin = toString(text);
                 else if (sameKey(k, n, "shortNamePinyin"))
                     d.shortNamePinyin = toString(text);
-                ws();
-                if (p_ >= end_) return false;
-                if (*p_ == ',') {
-                    ++p_;
-                    continue;
-                }
-                if (*p_ != '}') return false;
-                ++p_;
-                break;
+                member = afterItem('}');
             }
+            if (member == Next::Broken) return false;
             departmentSink_(std::move(d));
         } else if (!skipValue()) {  // not a department: left out
             return false;
         }
-        ws();
-        if (p_ >= end_) return false;
-        if (*p_ == ',') {
-            ++p_;
-            continue;
-        }
-        if (*p_ == ']') {
-            ++p_;
-            return true;
-        }
-        return false;
+        next = afterItem(']');
     }
+    return next == Next::Done;
 }
 
 bool OrgReplyParser::colleagues() {
-    if (!expect('[')) return false;
-    ws();
-    if (p_ < end_ && *p_ == ']') {
-        ++p_;
-        return true;
-    }
+    Next next = enter('[', ']');
     // One buffer for a whole record; each field is a slice of it.
     QVarLengthArray<QChar, 1024> record;
     QVarLengthArray<QChar, 256> text;
     int begin[Colleague::FieldCount];
     int length[Colleague::FieldCount];
-    for (;;) {
+    while (next == Next::More) {
         ws();
         if (p_ < end_ && *p_ == '{') {
-            ++p_;
             record.clear();
             std::fill(std::begin(length), std::end(length), 0);
             std::fill(std::begin(begin), std::end(begin), 0);
-            ws();
-            bool empty = p_ < end_ && *p_ == '}';
-            if (empty) ++p_;
-            while (!empty) {
+            Next member = enter('{', '}');
+            while (member == Next::More) {
                 const char* k = nullptr;
                 int n = 0;
                 if (!key(&k, &n, &text) || !scalarText(&text)) return false;
@@ -419,16 +382,9 @@ bool OrgReplyParser::colleagues() {
                     length[f] = text.size();
                     record.append(text.constData(), text.size());
                 }
-                ws();
-                if (p_ >= end_) return false;
-                if (*p_ == ',') {
-                    ++p_;
-                    continue;
-                }
-                if (*p_ != '}') return false;
-                ++p_;
-                break;
+                member = afterItem('}');
             }
+            if (member == Next::Broken) return false;
             QStringView views[Colleague::FieldCount];
             for (int f = 0; f < Colleague::FieldCount; ++f)
                 views[f] = QStringView(record.constData() + begin[f], length[f]);
@@ -436,16 +392,7 @@ bool OrgReplyParser::colleagues() {
         } else if (!skipValue()) {
             return false;
         }
-        ws();
-        if (p_ >= end_) return false;
-        if (*p_ == ',') {
-            ++p_;
-            continue;
-        }
-        if (*p_ == ']') {
-            ++p_;
-            return true;
-        }
-        return false;
+        next = afterItem(']');
     }
+    return next == Next::Done;
 }

@@ -44,8 +44,16 @@ private:
     bool skipString();
     bool scalarText(QVarLengthArray<QChar, 256>* out);
     bool key(const char** begin, int* length, QVarLengthArray<QChar, 256>* decoded);
+    // Where a container stands: another item follows, it ended (its bracket consumed), or
+    // the reply is broken.
+    enum class Next { More, Done, Broken };
+
     void ws();
     bool expect(char c);
+    // At a container's opening bracket: Done when it is empty.
+    Next enter(char open, char close);
+    // After one of its items: a comma, the closing bracket or something that breaks it.
+    Next afterItem(char close);
 
     const char* p_ = nullptr;
     const char* end_ = nullptr;

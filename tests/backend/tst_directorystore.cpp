@@ -200,6 +200,10 @@ void TestDirectoryStore::readsWhateverValidJsonTheReplyUses() {
         "{\"errorCode\":1,\"results\":{\"allDeptList\":[{\"id\":\"2\"}]}}",
         "{\"results\":{\"allDeptList\":[{\"id\":\"2\"}]}}",
         "{\"errorCode\":0,\"results\":{\"allDeptList\":{\"id\":\"2\"}}}",
+        "{\"errorCode\":0,\"results\":{\"allDeptList\":[{\"id\":\"2\"},]}}",
+        "{\"errorCode\":0,\"results\":{\"allDeptList\":[{\"id\":\"2\"}],\"x\":[[1,{}] 2]}}",
+        "{\"errorCode\":0,\"results\":{\"allDeptList\":[{\"id\":\"2\"}],"
+        "\"allUserList\":[{\"id\":\"5\" \"deptId\":\"2\"}]}}",
     };
     for (const QByteArray& bad : broken) {
         QVERIFY2(!s.load(bad), bad.constData());
