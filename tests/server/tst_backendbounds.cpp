@@ -2,14 +2,9 @@
 // oversized heads and bodies, too many connections, uploads that break off. Each time a
 // normal client must keep being answered and nothing may be left behind.
 #include "../support/backendlistening.h"
+#include "backendrig.h"
 
-#include <httplib.h>
-
-#include <QDir>
-#include <QJsonDocument>
-#include <QJsonObject>
 #include <QProcess>
-#include <QTemporaryDir>
 #include <QtTest>
 
 #include <arpa/inet.h>
@@ -72,6 +67,12 @@ private:
     bool closedByServer_ = false;
 };
 
+// The opening of an upload's file part.
+QByteArray filePart(const char* name) {
+    return QByteArray("--XyZ\r\nContent-Disposition: form-data; name=\"file\"; filename=\"") +
+           name + "\"\r\n\r\n";
+}
+
 int errorCodeOf(const QByteArray& response) {
     const int body = response.indexOf("\r\n\r\n");
     if (body < 0) return -1;
@@ -110,14 +111,8 @@ private:
         return r && r->status == 200;
     }
     QString signIn() {
-        const auto r = client().Post("/work/checkIn.htm?m=MobileLogin",
-                                     "username=" + account_ + "&password=quelix123&client=3",
-                                     "application/x-www-form-urlencoded");
-        if (!r) return QString();
-        return QJsonDocument::fromJson(QByteArray::fromStdString(r->body))
-            .object()
-            .value("results")
-            .toObject()
+        return results(
+                   client().Post(kLogIn, logInForm(account_, QStringLiteral("quelix123")), kForm))
             .value("sessionId")
             .toString();
     }
@@ -134,7 +129,7 @@ private:
     QTemporaryDir dir_;
     QProcess backend_;
     int port_ = 0;
-    std::string account_;
+    QString account_;
 };
 
 void BackendBoundsTest::initTestCase() {
@@ -146,8 +141,8 @@ void BackendBoundsTest::initTestCase() {
                     QStringLiteral("--pbkdf2-iterations"), QStringLiteral("1"),
                     QStringLiteral("--print-accounts"), QStringLiteral("1")});
     QVERIFY(accounts.waitForFinished(60000));
-    account_ = accounts.readAllStandardOutput().split(' ').value(0).trimmed().toStdString();
-    QVERIFY(!account_.empty());
+    account_ = QString::fromUtf8(accounts.readAllStandardOutput().split(' ').value(0).trimmed());
+    QVERIFY(!account_.isEmpty());
 
     // Two workers: anything that held one while waiting for a peer would show at once.
     backend_.setProcessChannelMode(QProcess::ForwardedErrorChannel);
@@ -274,8 +269,7 @@ void BackendBoundsTest::bodiesAreCappedWhileTheyStream() {
         raw.send(upload ? uploadHead(session, "Transfer-Encoding: chunked\r\n")
                         : QByteArray("POST /work/checkIn.htm?m=MobileLogin HTTP/1.1\r\nHost: "
                                      "x\r\nTransfer-Encoding: chunked\r\n\r\n"));
-        const QByteArray part =
-            "--XyZ\r\nContent-Disposition: form-data; name=\"file\"; filename=\"a.bin\"\r\n\r\n";
+        const QByteArray part = filePart("a.bin");
         raw.send(QByteArray::number(part.size(), 16) + "\r\n" + part + "\r\n");
         const QByteArray chunk = "10000\r\n" + QByteArray(0x10000, 'z') + "\r\n";
         qint64 sent = 0;
@@ -313,30 +307,22 @@ void BackendBoundsTest::brokenOffUploadsLeaveNoFile() {
     QVERIFY(!session.isEmpty());
     {
         Raw raw(port_);
-        raw.send(uploadHead(session, "Content-Length: 500000\r\n") +
-                 "--XyZ\r\nContent-Disposition: form-data; name=\"file\"; "
-                 "filename=\"a.bin\"\r\n\r\n" +
+        raw.send(uploadHead(session, "Content-Length: 500000\r\n") + filePart("a.bin") +
                  QByteArray(200000, 'q'));
         QTest::qWait(300);
     }  // the peer goes away halfway
     // A peer that stops sending halfway is cut off by the body's pace.
     Raw stalled(port_);
-    stalled.send(uploadHead(session, "Content-Length: 500000\r\n") +
-                 "--XyZ\r\nContent-Disposition: form-data; name=\"file\"; "
-                 "filename=\"b.bin\"\r\n\r\n" +
+    stalled.send(uploadHead(session, "Content-Length: 500000\r\n") + filePart("b.bin") +
                  QByteArray(1000, 'q'));
     const QByteArray reply = stalled.readAll(30000);
     QVERIFY2(reply.startsWith("HTTP/1.1 4"), reply.constData());
     QTRY_COMPARE_WITH_TIMEOUT(leftFiles(), QStringList(), 5000);
     // And a whole upload is still kept.
-    httplib::Client c = client();
     const auto r =
-        c.Post(("/work/mobileTopic.htm?m=uploadFromPC&sessionId=" + session).toStdString(),
-               httplib::MultipartFormDataItems{{"file", "abc", "CON.txt", ""}});
-    QVERIFY(r);
-    const QJsonObject results =
-        QJsonDocument::fromJson(QByteArray::fromStdString(r->body)).object()["results"].toObject();
-    QCOMPARE(results["fileName"].toString(), QStringLiteral("_CON.txt"));
+        client().Post(("/work/mobileTopic.htm?m=uploadFromPC&sessionId=" + session).toStdString(),
+                      httplib::MultipartFormDataItems{{"file", "abc", "CON.txt", ""}});
+    QCOMPARE(results(r).value("fileName").toString(), QStringLiteral("_CON.txt"));
     QCOMPARE(leftFiles().size(), 1);
 }
 

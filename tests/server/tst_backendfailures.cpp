@@ -1,59 +1,34 @@
 // The back end when its database fails under it: every failure answers 1500, never an empty
 // success, "wrong password" or "not found"; a failed write is reported; a failed upload
 // leaves no file; once the database is back, so is the service.
-#include "backendserver.h"
-#include "database.h"
-#include "democompany.h"
+#include "backendrig.h"
 
-#include <httplib.h>
-
-#include <QDir>
-#include <QJsonArray>
-#include <QJsonDocument>
-#include <QJsonObject>
-#include <QSqlQuery>
-#include <QTemporaryDir>
 #include <QtTest>
-
-namespace {
-
-const char kForm[] = "application/x-www-form-urlencoded";
-
-int code(const httplib::Result& r) {
-    if (!r) return -1;
-    return QJsonDocument::fromJson(QByteArray::fromStdString(r->body))
-        .object()
-        .value("errorCode")
-        .toInt(-1);
-}
-
-}  // namespace
 
 class BackendFailuresTest : public QObject {
     Q_OBJECT
 
 private slots:
     void initTestCase();
-    void cleanupTestCase();
+    void cleanupTestCase() { rig_.stop(); }
     void readsFailHonestly();
     void logInFailsHonestlyAndFeedsNoLockOut();
     void failedWritesAreReported();
 
 private:
-    httplib::Client client() const {
-        httplib::Client c("127.0.0.1", server_->port());
-        c.set_read_timeout(30, 0);
-        return c;
+    httplib::Result logIn(const char* password) const {
+        return rig_.logIn(account_, QString::fromLatin1(password));
     }
-    httplib::Result logIn(const std::string& password) {
-        return client().Post("/work/checkIn.htm?m=MobileLogin",
-                             "username=" + account_ + "&password=" + password + "&client=3", kForm);
+    httplib::Result get(const std::string& path) const {
+        return rig_.client().Get(path, as(session_));
     }
-    httplib::Result get(const std::string& path) {
-        return client().Get(path, {{"Cookie", "QXSESSION=" + session_}});
+    int post(const std::string& path) const {
+        return code(rig_.client().Post(path, as(session_), "", kForm));
     }
-    httplib::Result post(const std::string& path) {
-        return client().Post(path, {{"Cookie", "QXSESSION=" + session_}}, "", kForm);
+    int upload() const {
+        return code(
+            rig_.client().Post("/work/mobileTopic.htm?m=uploadFromPC", as(session_),
+                               httplib::MultipartFormDataItems{{"file", "abc", "a.txt", ""}}));
     }
     // Takes a table away (as a broken or locked database would) and puts it back.
     void hide(const char* table) {
@@ -63,39 +38,24 @@ private:
         sql(QStringLiteral("ALTER TABLE hidden_%1 RENAME TO %1"), table);
     }
     void sql(const QString& pattern, const char* table) {
-        QSqlQuery q(db_->connection());
+        QSqlQuery q(rig_.db->connection());
         QVERIFY2(q.exec(pattern.arg(QLatin1String(table))), qPrintable(pattern));
     }
 
-    QTemporaryDir dir_;
-    std::unique_ptr<Database> db_;
-    std::unique_ptr<BackendServer> server_;
-    std::string account_;
-    std::string session_;
+    BackendRig rig_;
+    QString account_;
+    QString session_;
 };
 
 void BackendFailuresTest::initTestCase() {
-    QVERIFY(dir_.isValid());
-    db_ = std::make_unique<Database>(QStringLiteral("sqlite:%1/d.db").arg(dir_.path()));
-    QVERIFY(db_->createSchema());
-    QString error;
-    QVERIFY2(DemoCompany::seedDemo(db_.get(), 1, &error), qPrintable(error));
+    QVERIFY2(rig_.seed(1), qPrintable(rig_.error));
     BackendServer::Options options;
-    options.filesDir = dir_.filePath(QStringLiteral("files"));
     options.threads = 4;
-    server_ = std::make_unique<BackendServer>(db_.get(), options);
-    QVERIFY(server_->start(QStringLiteral("127.0.0.1"), 0));
-    account_ = DemoCompany::accounts(db_.get(), 1).value(0).toStdString();
-    const auto r = logIn(DemoCompany::kPassword);
-    QCOMPARE(code(r), 0);
-    session_ = QJsonDocument::fromJson(QByteArray::fromStdString(r->body))
-                   .object()["results"]
-                   .toObject()["sessionId"]
-                   .toString()
-                   .toStdString();
+    QVERIFY(rig_.serve(options));
+    account_ = rig_.accounts(1).value(0);
+    session_ = rig_.signIn(account_);
+    QVERIFY(!session_.isEmpty());
 }
-
-void BackendFailuresTest::cleanupTestCase() { server_.reset(); }
 
 void BackendFailuresTest::readsFailHonestly() {
     const std::string lists[] = {
@@ -131,11 +91,7 @@ void BackendFailuresTest::readsFailHonestly() {
     // Back to normal at once.
     const auto r = get(lists[1]);
     QCOMPARE(code(r), 0);
-    QVERIFY(!QJsonDocument::fromJson(QByteArray::fromStdString(r->body))
-                 .object()["results"]
-                 .toObject()["projectList"]
-                 .toArray()
-                 .isEmpty());
+    QVERIFY(!results(r).value("projectList").toArray().isEmpty());
     QCOMPARE(code(get(lists[4])), 0);
 }
 
@@ -152,28 +108,22 @@ void BackendFailuresTest::logInFailsHonestlyAndFeedsNoLockOut() {
 
 void BackendFailuresTest::failedWritesAreReported() {
     hide("task_read");
-    QCOMPARE(code(post("/work/notifies.htm?m=setTaskReadFlag&taskId=70003")), 1500);
+    QCOMPARE(post("/work/notifies.htm?m=setTaskReadFlag&taskId=70003"), 1500);
     restore("task_read");
-    QCOMPARE(code(post("/work/notifies.htm?m=setTaskReadFlag&taskId=70003")), 0);
+    QCOMPARE(post("/work/notifies.htm?m=setTaskReadFlag&taskId=70003"), 0);
 
     // An upload whose record cannot be written keeps no file.
-    const QDir files(dir_.filePath(QStringLiteral("files")));
+    const QDir files(rig_.path("files"));
     hide("attachment");
-    httplib::Client c = client();
-    c.set_default_headers({{"Cookie", "QXSESSION=" + session_}});
-    const auto r = c.Post("/work/mobileTopic.htm?m=uploadFromPC",
-                          httplib::MultipartFormDataItems{{"file", "abc", "a.txt", ""}});
-    QCOMPARE(code(r), 1500);
+    QCOMPARE(upload(), 1500);
     QCOMPARE(files.entryList(QDir::Files | QDir::Hidden), QStringList());
     restore("attachment");
-    QCOMPARE(code(c.Post("/work/mobileTopic.htm?m=uploadFromPC",
-                         httplib::MultipartFormDataItems{{"file", "abc", "a.txt", ""}})),
-             0);
+    QCOMPARE(upload(), 0);
     QCOMPARE(files.entryList(QDir::Files | QDir::Hidden).size(), 1);
 
     // A project change that cannot be written is not reported as made.
     hide("project_member");
-    QCOMPARE(code(post("/work/editProj.htm?m=createProj&title=t")), 1500);
+    QCOMPARE(post("/work/editProj.htm?m=createProj&title=t"), 1500);
     restore("project_member");
 }
 

@@ -1,16 +1,8 @@
 // The same back end on PostgreSQL: a private server in a temporary folder, the demo company
 // seeded into it, and the main conversations over HTTP.
-#include "backendserver.h"
-#include "database.h"
-#include "democompany.h"
+#include "backendrig.h"
 #include "support/claimedport.h"
 
-#include <httplib.h>
-
-#include <QDir>
-#include <QJsonArray>
-#include <QJsonDocument>
-#include <QJsonObject>
 #include <QProcess>
 #include <QTemporaryDir>
 #include <QtTest>
@@ -23,8 +15,8 @@
 
 namespace {
 
-QJsonObject envelope(const httplib::Result& r) {
-    return r ? QJsonDocument::fromJson(QByteArray::fromStdString(r->body)).object() : QJsonObject();
+QJsonArray projectList(const httplib::Result& r) {
+    return results(r).value("projectList").toArray();
 }
 
 }  // namespace
@@ -127,72 +119,45 @@ void BackendPostgresTest::demoCompanyOverHttp() {
     QVERIFY(server.start(QStringLiteral("127.0.0.1"), 0));
     httplib::Client c("127.0.0.1", server.port());
 
-    const QString owner = DemoCompany::accounts(&db, 1).value(0);
-    auto r = c.Post(
-        "/work/checkIn.htm?m=MobileLogin",
-        "username=" + owner.toStdString() + "&password=" + DemoCompany::kPassword + "&client=3",
-        "application/x-www-form-urlencoded");
-    QJsonObject user = envelope(r)[QStringLiteral("results")].toObject();
-    QCOMPARE(envelope(r)[QStringLiteral("errorCode")].toInt(-1), 0);
+    const QString password = QString::fromLatin1(DemoCompany::kPassword);
+    const QStringList accounts = DemoCompany::accounts(&db, 2);
+    auto r = c.Post(kLogIn, logInForm(accounts.value(0), password), kForm);
+    QCOMPARE(code(r), 0);
+    const QJsonObject user = results(r);
     QCOMPARE(user[QStringLiteral("companyName")].toString(), QStringLiteral("青禾科技有限公司"));
     const std::string sign = user[QStringLiteral("md5Sign")].toString().toStdString();
-    QCOMPARE(envelope(c.Post("/work/checkIn.htm?m=MobileLogin",
-                             "username=" + owner.toStdString() + "&password='--&client=3",
-                             "application/x-www-form-urlencoded"))[QStringLiteral("errorCode")]
-                 .toInt(),
+    QCOMPARE(code(c.Post(kLogIn, logInForm(accounts.value(0), QStringLiteral("'--")), kForm)),
              1002);
 
     // Every later call is made as the signed-in owner.
-    c.set_default_headers(
-        {{"Cookie", "QXSESSION=" + user[QStringLiteral("sessionId")].toString().toStdString()}});
-    r = c.Get("/work/mobileUserInfo.htm?m=findAllUserAndDept&userId=10001&companyId=1");
-    const QJsonObject org = envelope(r)[QStringLiteral("results")].toObject();
-    QCOMPARE(org[QStringLiteral("allUserList")].toArray().size(), DemoCompany::kDemoColleagues);
+    c.set_default_headers(as(user[QStringLiteral("sessionId")].toString()));
+    const QJsonObject org =
+        results(c.Get("/work/mobileUserInfo.htm?m=findAllUserAndDept&userId=10001&companyId=1"));
+    const QJsonArray users = org[QStringLiteral("allUserList")].toArray();
+    QCOMPARE(users.size(), DemoCompany::kDemoColleagues);
     QVERIFY(org[QStringLiteral("allDeptList")].toArray().size() > 15);
-    QCOMPARE(org[QStringLiteral("allUserList")]
-                 .toArray()[0]
-                 .toObject()[QStringLiteral("realName")]
-                 .toString(),
+    QCOMPARE(users[0].toObject()[QStringLiteral("realName")].toString(),
              user[QStringLiteral("nick")].toString());
 
     // The second account's own list, flags and leaving, in its own session.
-    const QString member = DemoCompany::accounts(&db, 2).value(1);
-    const QString memberSession = envelope(c.Post(
-        "/work/checkIn.htm?m=MobileLogin",
-        "username=" + member.toStdString() + "&password=" + DemoCompany::kPassword + "&client=3",
-        "application/x-www-form-urlencoded"))[QStringLiteral("results")]
-                                      .toObject()[QStringLiteral("sessionId")]
-                                      .toString();
-    const httplib::Headers asMember{{"Cookie", "QXSESSION=" + memberSession.toStdString()}};
-    QCOMPARE(envelope(c.Get("/work/project.htm?m=myProjectList&userId=10002",
-                            asMember))[QStringLiteral("results")]
-                 .toObject()[QStringLiteral("projectList")]
-                 .toArray()
-                 .size(),
+    const httplib::Headers asMember =
+        as(results(c.Post(kLogIn, logInForm(accounts.value(1), password), kForm))
+               .value("sessionId")
+               .toString());
+    QCOMPARE(projectList(c.Get("/work/project.htm?m=myProjectList&userId=10002", asMember)).size(),
              12);
+    QCOMPARE(code(c.Get("/work/editProj.htm?&projectId=50001&sign=bad&m=delProj")), 1004);
+    QCOMPARE(code(c.Get("/work/editProj.htm?&projectId=50001&sign=" + sign + "&m=delProj")), 0);
     QCOMPARE(
-        envelope(c.Get(
-            "/work/editProj.htm?&projectId=50001&sign=bad&m=delProj"))[QStringLiteral("errorCode")]
-            .toInt(),
-        1004);
-    QCOMPARE(envelope(c.Get("/work/editProj.htm?&projectId=50001&sign=" + sign +
-                            "&m=delProj"))[QStringLiteral("errorCode")]
-                 .toInt(),
+        code(c.Get("/work/editProj.htm?&kickUserId=10002&projectId=50003&m=exitPro", asMember)), 0);
+    QCOMPARE(code(c.Post("/work/notifies.htm?m=setTaskReadFlag&userId=10002&taskId=70010", asMember,
+                         "", kForm)),
              0);
-    QCOMPARE(envelope(c.Get("/work/editProj.htm?&kickUserId=10002&projectId=50003&m=exitPro",
-                            asMember))[QStringLiteral("errorCode")]
-                 .toInt(),
-             0);
-    QCOMPARE(
-        envelope(c.Post("/work/notifies.htm?m=setTaskReadFlag&userId=10002&taskId=70010", asMember,
-                        "", "application/x-www-form-urlencoded"))[QStringLiteral("errorCode")]
-            .toInt(),
-        0);
-    const auto up = c.Post(
-        "/work/mobileTopic.htm?m=uploadFromPC",
-        httplib::MultipartFormDataItems{{"file", "abc", "a.txt", ""}, {"userId", "10002", "", ""}});
-    const QString id =
-        envelope(up)[QStringLiteral("results")].toObject()[QStringLiteral("id")].toString();
+    const QString id = results(c.Post("/work/mobileTopic.htm?m=uploadFromPC",
+                                      httplib::MultipartFormDataItems{{"file", "abc", "a.txt", ""},
+                                                                      {"userId", "10002", "", ""}}))
+                           .value("id")
+                           .toString();
     QVERIFY(!id.isEmpty());
     QCOMPARE(c.Get("/work/attachment/" + id.toStdString())->body, std::string("abc"));
     server.stop();
@@ -207,30 +172,21 @@ void BackendPostgresTest::survivesTheDatabaseRestarting() {
     options.threads = 8;
     BackendServer server(&db, options);
     QVERIFY(server.start(QStringLiteral("127.0.0.1"), 0));
-    const std::string owner = DemoCompany::accounts(&db, 1).value(0).toStdString();
-    const std::string form =
-        "username=" + owner + "&password=" + DemoCompany::kPassword + "&client=3";
-    const auto logIn = [&] {
+    const std::string form = logInForm(DemoCompany::accounts(&db, 1).value(0),
+                                       QString::fromLatin1(DemoCompany::kPassword));
+    const auto client = [&] {
         httplib::Client c("127.0.0.1", server.port());
         c.set_read_timeout(30, 0);
-        return c.Post("/work/checkIn.htm?m=MobileLogin", form, "application/x-www-form-urlencoded");
+        return c;
     };
-    const std::string session = envelope(logIn())[QStringLiteral("results")]
-                                    .toObject()[QStringLiteral("sessionId")]
-                                    .toString()
-                                    .toStdString();
-    QVERIFY(!session.empty());
+    const auto logIn = [&] { return client().Post(kLogIn, form, kForm); };
+    const QString session = results(logIn()).value("sessionId").toString();
+    QVERIFY(!session.isEmpty());
     // A project list that answers success has projects in it: the owner has some.
     const auto projects = [&] {
-        httplib::Client c("127.0.0.1", server.port());
-        c.set_read_timeout(30, 0);
-        return envelope(
-            c.Get("/work/project.htm?m=myProjectList", {{"Cookie", "QXSESSION=" + session}}));
+        return client().Get("/work/project.htm?m=myProjectList", as(session));
     };
-    QVERIFY(!projects()[QStringLiteral("results")]
-                 .toObject()[QStringLiteral("projectList")]
-                 .toArray()
-                 .isEmpty());
+    QVERIFY(!projectList(projects()).isEmpty());
 
     // Restarted, and with fewer connections than the back end has workers.
     QVERIFY(pgCtl(QStringLiteral("restart"),
@@ -241,13 +197,10 @@ void BackendPostgresTest::survivesTheDatabaseRestarting() {
     for (int t = 0; t < 8; ++t) {
         callers.emplace_back([&] {
             for (int i = 0; i < 6; ++i) {
-                const int login = envelope(logIn())[QStringLiteral("errorCode")].toInt(-1);
-                const QJsonObject list = projects();
-                const int listed = list[QStringLiteral("errorCode")].toInt(-1);
-                const bool empty = list[QStringLiteral("results")]
-                                       .toObject()[QStringLiteral("projectList")]
-                                       .toArray()
-                                       .isEmpty();
+                const int login = code(logIn());
+                const auto list = projects();
+                const int listed = code(list);
+                const bool empty = projectList(list).isEmpty();
                 if ((login != 0 && login != 1500) || (listed != 0 && listed != 1500) ||
                     (listed == 0 && empty)) {
                     ++dishonest;
@@ -263,13 +216,13 @@ void BackendPostgresTest::survivesTheDatabaseRestarting() {
     QVERIFY(pgCtl(QStringLiteral("restart")));
     int failures = 0;
     for (int i = 0; i < 20; ++i) {
-        const int login = envelope(logIn())[QStringLiteral("errorCode")].toInt(-1);
+        const int login = code(logIn());
         QVERIFY2(login == 0 || login == 1500, qPrintable(QString::number(login)));
         failures += int(login != 0);
     }
     // At most one failed request per worker: each finds its lost connection once.
     QVERIFY2(failures <= options.threads, qPrintable(QString::number(failures)));
-    QCOMPARE(envelope(logIn())[QStringLiteral("errorCode")].toInt(-1), 0);
+    QCOMPARE(code(logIn()), 0);
     server.stop();
 }
 

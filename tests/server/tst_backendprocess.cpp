@@ -1,6 +1,8 @@
 // The quelix-backend program as the demo script runs it: seeds, provisions the IM accounts,
 // writes the client's URL table, answers on the port it picked, and stops
 // cleanly on TERM.
+#include "../support/backendlistening.h"
+
 #include <QDir>
 #include <QFile>
 #include <QJsonDocument>
@@ -47,16 +49,10 @@ void BackendProcessTest::runsAsTheDemoStartsIt() {
          QStringLiteral("--port"), QStringLiteral("0"), QStringLiteral("--im-domain"),
          QStringLiteral("quelix.test"), QStringLiteral("--prosody-data"), prosody,
          QStringLiteral("--write-url-table"), table});
-    QVERIFY(server.waitForStarted());
-    QByteArray line;
-    QElapsedTimer timer;
-    timer.start();
-    while (!line.contains('\n') && timer.elapsed() < 30000) {
-        server.waitForReadyRead(200);
-        line += server.readAllStandardOutput();
-    }
-    QVERIFY2(line.startsWith("quelix-backend listening on http://127.0.0.1:"), line.constData());
-    const QString base = QString::fromLatin1(line.trimmed().split(' ').last());
+    QByteArray printed;
+    const QString base = waitForBackendUrl(server, &printed);
+    QVERIFY2(printed.startsWith("quelix-backend listening on http://127.0.0.1:"),
+             printed.constData());
 
     QFile urls(table);
     QVERIFY(urls.open(QIODevice::ReadOnly));

@@ -1,14 +1,8 @@
 // The back end speaking HTTPS itself: a certificate from an authority the client trusts,
 // requests on kept-alive and pipelined connections, nothing in the clear, and a handshake
 // that cannot hold the server.
-#include "backendserver.h"
-#include "database.h"
-#include "democompany.h"
+#include "backendrig.h"
 
-#include <httplib.h>
-
-#include <QJsonDocument>
-#include <QJsonObject>
 #include <QProcess>
 #include <QSslConfiguration>
 #include <QSslSocket>
@@ -17,8 +11,6 @@
 #include <QtTest>
 
 namespace {
-
-const char kForm[] = "application/x-www-form-urlencoded";
 
 // An authority and a certificate it signed for loopback, as a company's would be.
 bool makeCertificates(const QString& dir, QString* error) {
@@ -46,18 +38,13 @@ bool makeCertificates(const QString& dir, QString* error) {
     return true;
 }
 
-QJsonObject envelope(const httplib::Result& r) {
-    if (!r) return QJsonObject();
-    return QJsonDocument::fromJson(QByteArray::fromStdString(r->body)).object();
-}
-
 }  // namespace
 
 class BackendTlsTest : public QObject {
     Q_OBJECT
 private slots:
     void initTestCase();
-    void cleanupTestCase();
+    void cleanupTestCase() { rig_.stop(); }
     void signsInOverVerifiedTls();
     void pipelinedRequestsAreAllAnswered();
     void nothingInTheClearAndNoHandshakeHoldsTheServer();
@@ -65,65 +52,48 @@ private slots:
 
 private:
     std::unique_ptr<httplib::SSLClient> client() const {
-        auto c = std::make_unique<httplib::SSLClient>("127.0.0.1", server_->port());
-        c->set_ca_cert_path(dir_.filePath(QStringLiteral("ca.crt")).toStdString().c_str());
+        auto c = std::make_unique<httplib::SSLClient>("127.0.0.1", rig_.server->port());
+        c->set_ca_cert_path(rig_.path("ca.crt").toStdString().c_str());
         c->enable_server_certificate_verification(true);
         c->set_read_timeout(30, 0);
         return c;
     }
+    std::string logInForm() const {
+        return ::logInForm(account_, QString::fromLatin1(DemoCompany::kPassword));
+    }
 
-    QTemporaryDir dir_;
-    std::unique_ptr<Database> db_;
-    std::unique_ptr<BackendServer> server_;
-    std::string account_;
+    BackendRig rig_;
+    QString account_;
 };
 
 void BackendTlsTest::initTestCase() {
-    QVERIFY(dir_.isValid());
+    QVERIFY2(rig_.seed(), qPrintable(rig_.error));
     QString error;
-    QVERIFY2(makeCertificates(dir_.path(), &error), qPrintable(error));
-    db_ = std::make_unique<Database>(QStringLiteral("sqlite:%1/d.db").arg(dir_.path()));
-    QVERIFY(db_->createSchema());
-    QVERIFY2(DemoCompany::seedDemo(db_.get(), 1000, &error), qPrintable(error));
-    account_ = DemoCompany::accounts(db_.get(), 1).value(0).toStdString();
+    QVERIFY2(makeCertificates(rig_.dir.path(), &error), qPrintable(error));
+    account_ = rig_.accounts(1).value(0);
     BackendServer::Options options;
-    options.filesDir = dir_.filePath(QStringLiteral("files"));
-    options.tlsCert = dir_.filePath(QStringLiteral("server.crt"));
-    options.tlsKey = dir_.filePath(QStringLiteral("server.key"));
+    options.tlsCert = rig_.path("server.crt");
+    options.tlsKey = rig_.path("server.key");
     options.threads = 2;
     options.requestHeadTimeoutMs = 500;
-    server_ = std::make_unique<BackendServer>(db_.get(), options);
-    QVERIFY(server_->start(QStringLiteral("127.0.0.1"), 0));
-    QVERIFY2(server_->publicUrl().startsWith(QLatin1String("https://")),
-             qPrintable(server_->publicUrl()));
-}
-
-void BackendTlsTest::cleanupTestCase() {
-    server_.reset();
-    db_.reset();
+    QVERIFY(rig_.serve(options));
+    QVERIFY2(rig_.server->publicUrl().startsWith(QLatin1String("https://")),
+             qPrintable(rig_.server->publicUrl()));
 }
 
 void BackendTlsTest::signsInOverVerifiedTls() {
     // One kept-alive connection: the sign-in, then requests with its cookie.
     const auto c = client();
     c->set_keep_alive(true);
-    const auto login = c->Post(
-        "/work/checkIn.htm?m=MobileLogin",
-        "username=" + account_ + "&password=" + DemoCompany::kPassword + "&client=3", kForm);
+    const auto login = c->Post(kLogIn, logInForm(), kForm);
     QVERIFY2(login, httplib::to_string(login.error()).c_str());
-    const QString session =
-        envelope(login).value("results").toObject().value("sessionId").toString();
+    const QString session = results(login).value("sessionId").toString();
     QVERIFY(!session.isEmpty());
     // The cookie never travels in the clear.
     QVERIFY(login->get_header_value("Set-Cookie").find("; Secure") != std::string::npos);
-    const httplib::Headers cookie{{"Cookie", "QXSESSION=" + session.toStdString()}};
-    for (int i = 0; i < 3; ++i) {
-        const auto r = c->Get("/rest/auth/client.htm", cookie);
-        QVERIFY(r);
-        QCOMPARE(envelope(r).value("errorCode").toInt(-1), 0);
-    }
+    for (int i = 0; i < 3; ++i) QCOMPARE(code(c->Get("/rest/auth/client.htm", as(session))), 0);
     // A client that does not know the company's authority is not fooled into going on.
-    httplib::SSLClient stranger("127.0.0.1", server_->port());
+    httplib::SSLClient stranger("127.0.0.1", rig_.server->port());
     stranger.set_ca_cert_path("/nonexistent");
     stranger.enable_server_certificate_verification(true);
     QVERIFY(!stranger.Get("/rest/auth/client.htm"));
@@ -133,12 +103,10 @@ void BackendTlsTest::pipelinedRequestsAreAllAnswered() {
     // Requests sent in one write, the second right behind a body the worker streams: its
     // bytes share a TLS record with the body's end, so they wait inside TLS, where polling
     // the socket cannot see them, and must be answered all the same.
-    const auto login = client()->Post(
-        "/work/checkIn.htm?m=MobileLogin",
-        "username=" + account_ + "&password=" + DemoCompany::kPassword + "&client=3", kForm);
-    QVERIFY(login);
-    const QByteArray session =
-        envelope(login).value("results").toObject().value("sessionId").toString().toLatin1();
+    const QByteArray session = results(client()->Post(kLogIn, logInForm(), kForm))
+                                   .value("sessionId")
+                                   .toString()
+                                   .toLatin1();
     QVERIFY(!session.isEmpty());
     const QByteArray body =
         "--b\r\nContent-Disposition: form-data; name=\"file\"; "
@@ -157,9 +125,9 @@ void BackendTlsTest::pipelinedRequestsAreAllAnswered() {
         session + "\r\n\r\n";
     QSslSocket socket;
     QSslConfiguration conf = socket.sslConfiguration();
-    conf.setCaCertificates(QSslCertificate::fromPath(dir_.filePath(QStringLiteral("ca.crt"))));
+    conf.setCaCertificates(QSslCertificate::fromPath(rig_.path("ca.crt")));
     socket.setSslConfiguration(conf);
-    socket.connectToHostEncrypted(QStringLiteral("127.0.0.1"), quint16(server_->port()),
+    socket.connectToHostEncrypted(QStringLiteral("127.0.0.1"), quint16(rig_.server->port()),
                                   QStringLiteral("localhost"));
     QVERIFY2(socket.waitForEncrypted(10000), qPrintable(socket.errorString()));
     socket.write(request + request + upload + request);
@@ -176,11 +144,9 @@ void BackendTlsTest::pipelinedRequestsAreAllAnswered() {
 
 void BackendTlsTest::nothingInTheClearAndNoHandshakeHoldsTheServer() {
     // Plain HTTP to the HTTPS port gets no answer a client could take for one.
-    httplib::Client plain("127.0.0.1", server_->port());
+    httplib::Client plain("127.0.0.1", rig_.server->port());
     plain.set_read_timeout(5, 0);
-    const auto r = plain.Post(
-        "/work/checkIn.htm?m=MobileLogin",
-        "username=" + account_ + "&password=" + DemoCompany::kPassword + "&client=3", kForm);
+    const auto r = plain.Post(kLogIn, logInForm(), kForm);
     QVERIFY(!r || r->status != 200);
 
     // More silent connections than workers, and one that stops mid-handshake: none of them
@@ -188,14 +154,14 @@ void BackendTlsTest::nothingInTheClearAndNoHandshakeHoldsTheServer() {
     std::vector<std::unique_ptr<QTcpSocket>> silent;
     for (int i = 0; i < 8; ++i) {
         silent.push_back(std::make_unique<QTcpSocket>());
-        silent.back()->connectToHost(QStringLiteral("127.0.0.1"), quint16(server_->port()));
+        silent.back()->connectToHost(QStringLiteral("127.0.0.1"), quint16(rig_.server->port()));
         QVERIFY(silent.back()->waitForConnected(5000));
     }
     silent.front()->write(QByteArray("\x16\x03\x01\x02\x00\x01\x00\x01\xfc\x03\x03", 11));
     silent.front()->flush();
     QElapsedTimer clock;
     clock.start();
-    QCOMPARE(envelope(client()->Get("/rest/auth/client.htm")).value("errorCode").toInt(-1), 1003);
+    QCOMPARE(code(client()->Get("/rest/auth/client.htm")), 1003);
     QVERIFY2(clock.elapsed() < 2000, qPrintable(QString::number(clock.elapsed())));
     for (auto& s : silent) {
         if (s->state() == QAbstractSocket::ConnectedState) s->waitForDisconnected(5000);
@@ -211,14 +177,14 @@ void BackendTlsTest::unusableCertificateIsRefusedAtStart() {
     QString error;
     QVERIFY2(makeCertificates(other.path(), &error), qPrintable(error));
     BackendServer::Options options;
-    options.filesDir = dir_.filePath(QStringLiteral("files2"));
-    options.tlsCert = dir_.filePath(QStringLiteral("server.crt"));
-    options.tlsKey = other.filePath(QStringLiteral("server.key"));
-    BackendServer mismatched(db_.get(), options);
-    QVERIFY(!mismatched.start(QStringLiteral("127.0.0.1"), 0));
-    options.tlsKey = dir_.filePath(QStringLiteral("missing.key"));
-    BackendServer missing(db_.get(), options);
-    QVERIFY(!missing.start(QStringLiteral("127.0.0.1"), 0));
+    options.filesDir = rig_.path("files2");
+    options.tlsCert = rig_.path("server.crt");
+    for (const QString& key :
+         {other.filePath(QStringLiteral("server.key")), rig_.path("missing.key")}) {
+        options.tlsKey = key;
+        QVERIFY2(!BackendServer(rig_.db.get(), options).start(QStringLiteral("127.0.0.1"), 0),
+                 qPrintable(key));
+    }
 }
 
 QTEST_GUILESS_MAIN(BackendTlsTest)
