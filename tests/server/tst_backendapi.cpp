@@ -84,9 +84,9 @@ void BackendApiTest::loginReadsTheFormInOrder() {
          {"errorCode", "errorMsg", "results", "redirectUrl", "redirectToBeta", "client"}) {
         QVERIFY2(env.contains(QLatin1String(key)), key);
     }
-    QCOMPARE(env[QStringLiteral("errorCode")].toInt(-1), 0);
-    QCOMPARE(env[QStringLiteral("client")].toString(), QStringLiteral("3"));
-    const QJsonObject user = env[QStringLiteral("results")].toObject();
+    QCOMPARE(env.value("errorCode").toInt(-1), 0);
+    QCOMPARE(env.value("client").toString(), QStringLiteral("3"));
+    const QJsonObject user = env.value("results").toObject();
     for (const char* key :
          {"id",         "nick",           "username",    "userIcon",  "workNick", "deptName",
           "loginType",  "companyId",      "companyName", "crmSys",    "email",    "openId",
@@ -94,17 +94,16 @@ void BackendApiTest::loginReadsTheFormInOrder() {
           "imPort",     "imDomain",       "imHosts"}) {
         QVERIFY2(user[QLatin1String(key)].isString(), key);
     }
-    QCOMPARE(user[QStringLiteral("username")].toString(), owner_);
-    QCOMPARE(user[QStringLiteral("id")].toString(), QStringLiteral("10001"));
+    QCOMPARE(user.value("username").toString(), owner_);
+    QCOMPARE(user.value("id").toString(), QStringLiteral("10001"));
     QCOMPARE(signOf(r).size(), 32);
-    QCOMPARE(user[QStringLiteral("imHosts")].toString(),
-             user[QStringLiteral("imHost")].toString() + ':' +
-                 user[QStringLiteral("imPort")].toString());
-    QVERIFY(!user[QStringLiteral("imSecret")].toString().isEmpty());
-    QVERIFY(user[QStringLiteral("imSecret")].toString() != QLatin1String(DemoCompany::kPassword));
+    QCOMPARE(user.value("imHosts").toString(),
+             user.value("imHost").toString() + ':' + user.value("imPort").toString());
+    QVERIFY(!user.value("imSecret").toString().isEmpty());
+    QVERIFY(user.value("imSecret").toString() != QLatin1String(DemoCompany::kPassword));
     QVERIFY(sessionCookie(r).startsWith(QLatin1String("QXSESSION=")));
     // The authorisation outlives the client's 30-minute renewal period.
-    QVERIFY(user[QStringLiteral("authSeconds")].toString().toInt() >= 1800);
+    QVERIFY(user.value("authSeconds").toString().toInt() >= 1800);
 
     // Signing in again renews the session and keeps the same token while it lives; the
     // session hands the token out again.
@@ -140,7 +139,7 @@ void BackendApiTest::loginFailures() {
     const auto r = rig_.client().Post(kLogIn, body.toStdString(), kForm);
     QVERIFY(r);
     QCOMPARE(code(r), expected);
-    QVERIFY(!envelope(r)[QStringLiteral("errorMsg")].toString().isEmpty());
+    QVERIFY(!envelope(r).value("errorMsg").toString().isEmpty());
     QVERIFY(r->get_header_value("Set-Cookie").empty());
 }
 
@@ -167,8 +166,8 @@ void BackendApiTest::organisationMatchesTheDatabase() {
     const auto uncompressed = rig_.client().Get(address, plain);
     QVERIFY(uncompressed && uncompressed->get_header_value("Content-Encoding").empty());
     QCOMPARE(QByteArray::fromStdString(org->body), QByteArray::fromStdString(uncompressed->body));
-    const QJsonArray depts = results(org)[QStringLiteral("allDeptList")].toArray();
-    const QJsonArray users = results(org)[QStringLiteral("allUserList")].toArray();
+    const QJsonArray depts = results(org).value("allDeptList").toArray();
+    const QJsonArray users = results(org).value("allUserList").toArray();
 
     QSqlQuery q(rig_.db->connection());
     QVERIFY(q.exec(
@@ -184,11 +183,10 @@ void BackendApiTest::organisationMatchesTheDatabase() {
     for (const QJsonValue& v : depts) {
         const QJsonObject d = v.toObject();
         QCOMPARE(d.size(), 5);
-        const QStringList row = dbDepts.value(d[QStringLiteral("id")].toString());
-        QCOMPARE((QStringList{d[QStringLiteral("orgName")].toString(),
-                              d[QStringLiteral("parentId")].toString(),
-                              d[QStringLiteral("fullNamePinyin")].toString(),
-                              d[QStringLiteral("shortNamePinyin")].toString()}),
+        const QStringList row = dbDepts.value(d.value("id").toString());
+        QCOMPARE((QStringList{d.value("orgName").toString(), d.value("parentId").toString(),
+                              d.value("fullNamePinyin").toString(),
+                              d.value("shortNamePinyin").toString()}),
                  row);
         int depth = 0;
         for (QString p = row.value(1); dbDepts.contains(p); p = dbDepts.value(p).value(1)) ++depth;
@@ -214,21 +212,20 @@ void BackendApiTest::organisationMatchesTheDatabase() {
     int signs = 0;
     for (const QJsonValue& v : users) {
         const QJsonObject u = v.toObject();
-        const QString id = u[QStringLiteral("id")].toString();
+        const QString id = u.value("id").toString();
         QStringList got;
         for (const char* k : keys) got << u[QLatin1String(k)].toString();
         QCOMPARE(got, dbUsers.value(id));
-        QVERIFY(u[QStringLiteral("userIcon")].toString().endsWith(
-            QStringLiteral("/avatar/%1.png").arg(id)));
-        const QString s = u[QStringLiteral("md5Sign")].toString();
+        QVERIFY(u.value("userIcon").toString().endsWith(QStringLiteral("/avatar/%1.png").arg(id)));
+        const QString s = u.value("md5Sign").toString();
         if (!s.isEmpty()) {
             ++signs;
             QCOMPARE(id, QStringLiteral("10001"));
             QCOMPARE(s, signOf(r));
         }
         // The short pinyin of a Chinese name is its initials: one letter a character.
-        QCOMPARE(u[QStringLiteral("shortNamePinyin")].toString().size(),
-                 u[QStringLiteral("realName")].toString().size());
+        QCOMPARE(u.value("shortNamePinyin").toString().size(),
+                 u.value("realName").toString().size());
     }
     QCOMPARE(signs, 1);
 
@@ -255,19 +252,18 @@ void BackendApiTest::colleaguesAndProjects() {
     const auto some =
         get("/work/mobileUserInfo.htm?m=findSomeOne&manyUserIds=10002,10001,10002,999");
     QCOMPARE(code(some), 0);
-    const QJsonArray found = envelope(some)[QStringLiteral("results")].toArray();
+    const QJsonArray found = envelope(some).value("results").toArray();
     QCOMPARE(found.size(), 2);
-    QCOMPARE(found[0].toObject()[QStringLiteral("id")].toString(), QStringLiteral("10001"));
+    QCOMPARE(found[0].toObject().value("id").toString(), QStringLiteral("10001"));
     QCOMPARE(codeOf("/work/mobileUserInfo.htm?m=findSomeOne&manyUserIds="), 1001);
     QCOMPARE(codeOf("/work/mobileUserInfo.htm?m=findSomeOne&manyUserIds=1,x"), 1001);
 
     const auto list = get("/work/project.htm?m=myProjectList&userId=10002");
     QCOMPARE(code(list), 0);
-    const QJsonArray projects = results(list)[QStringLiteral("projectList")].toArray();
+    const QJsonArray projects = results(list).value("projectList").toArray();
     QCOMPARE(projects.size(), 12);
     // The project's tribe carries the project's id.
-    QCOMPARE(projects[0].toObject()[QStringLiteral("openimId")],
-             projects[0].toObject()[QStringLiteral("id")]);
+    QCOMPARE(projects[0].toObject().value("openimId"), projects[0].toObject().value("id"));
     // Someone else's list is not handed out.
     QCOMPARE(codeOf("/work/project.htm?m=myProjectList&userId=99999999"), 1004);
 
@@ -280,8 +276,8 @@ void BackendApiTest::colleaguesAndProjects() {
 
     const auto members = get("/work/gen.htm?m=user&projectId=50002");
     QCOMPARE(code(members), 0);
-    QCOMPARE(QString::number(results(members)[QStringLiteral("userList")].toArray().size()),
-             results(byId)[QStringLiteral("memberCount")].toString());
+    QCOMPARE(QString::number(results(members).value("userList").toArray().size()),
+             results(byId).value("memberCount").toString());
     QCOMPARE(codeOf("/work/gen.htm?m=user&projectId=7"), 1006);
 }
 
@@ -293,8 +289,8 @@ void BackendApiTest::deleteNeedsTheSignExitNeedsNone() {
     const httplib::Headers owner = cookie(sessionCookie(r));
     const std::string project = "/work/mobileProject.htm?m=queryProjectById&projectId=50003";
     // The owner sees the sign in its project record, a member does not.
-    QCOMPARE(results(rig_.client().Get(project, owner))[QStringLiteral("sign")].toString(), sign);
-    QCOMPARE(results(get(project))[QStringLiteral("sign")].toString(), QString());
+    QCOMPARE(results(rig_.client().Get(project, owner)).value("sign").toString(), sign);
+    QCOMPARE(results(get(project)).value("sign").toString(), QString());
 
     // The addresses exactly as the client builds them, odd "?&" included.
     const std::string del = "/work/editProj.htm?&projectId=50003&sign=";
@@ -322,14 +318,16 @@ void BackendApiTest::taskPagesAndReadFlags() {
     const std::string flags =
         "/work/notifies.htm?m=getTaskReadFlag&userId=10002&taskIds=70001,70002,99";
     const auto flag = [&](int i) {
-        return envelope(get(flags))[QStringLiteral("results")]
+        return envelope(get(flags))
+            .value("results")
             .toArray()[i]
-            .toObject()[QStringLiteral("readFlag")]
+            .toObject()
+            .value("readFlag")
             .toString();
     };
     const auto first = get(flags);
     QCOMPARE(code(first), 0);
-    QCOMPARE(envelope(first)[QStringLiteral("results")].toArray().size(), 2);  // 99 is left out
+    QCOMPARE(envelope(first).value("results").toArray().size(), 2);  // 99 is left out
     QCOMPARE(flag(0), QStringLiteral("0"));
 
     const auto page = get("/work/task.htm?m=view&taskId=70001&userId=10002");
@@ -359,9 +357,9 @@ void BackendApiTest::uploadAndDownload() {
     const auto r = upload({{"file", content, "../../..\\escape/季度报告.zip", "application/zip"},
                            {"userId", "10002", "", ""}});
     QCOMPARE(code(r), 0);
-    QCOMPARE(results(r)[QStringLiteral("fileName")].toString(), QStringLiteral("季度报告.zip"));
-    QCOMPARE(results(r)[QStringLiteral("fileSize")].toString(), QString::number(content.size()));
-    const std::string id = results(r)[QStringLiteral("id")].toString().toStdString();
+    QCOMPARE(results(r).value("fileName").toString(), QStringLiteral("季度报告.zip"));
+    QCOMPARE(results(r).value("fileSize").toString(), QString::number(content.size()));
+    const std::string id = results(r).value("id").toString().toStdString();
 
     const auto d = get("/work/attachment/" + id);
     QVERIFY(d && d->status == 200);
@@ -422,7 +420,7 @@ void BackendApiTest::sqlMetacharactersInEveryField() {
             get(QString::fromLatin1(a).arg(QString::fromStdString(enc(evil))).toStdString());
         QVERIFY2(r, a);
         QVERIFY2(code(r) > 0, a);
-        QVERIFY2(!envelope(r)[QStringLiteral("errorMsg")].toString().isEmpty(), a);
+        QVERIFY2(!envelope(r).value("errorMsg").toString().isEmpty(), a);
     }
     QCOMPARE(code(rig_.logIn(evil, evil)), 1002);
     QCOMPARE(code(rig_.logIn(evil, evil, "3%27")), 1001);

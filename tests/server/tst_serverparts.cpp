@@ -58,30 +58,25 @@ void ServerPartsTest::passwordHashes() {
 void ServerPartsTest::attachmentNames_data() {
     QTest::addColumn<QString>("given");
     QTest::addColumn<QString>("kept");
-    QTest::newRow("plain") << "报告.docx"
-                           << "报告.docx";
-    QTest::newRow("unix path") << "../../etc/passwd"
-                               << "passwd";
-    QTest::newRow("windows path") << "C:\\Users\\me\\a.txt"
-                                  << "a.txt";
-    QTest::newRow("dots only") << ".."
-                               << "";
-    QTest::newRow("hidden") << ".bashrc"
-                            << "bashrc";
-    QTest::newRow("trailing dots") << "a.txt. . "
-                                   << "a.txt";
-    QTest::newRow("reserved and control") << QStringLiteral("a<b>|c\x01\n.txt") << "abc.txt";
+    const char* const rows[][3] = {
+        {"plain", "报告.docx", "报告.docx"},
+        {"unix path", "../../etc/passwd", "passwd"},
+        {"windows path", "C:\\Users\\me\\a.txt", "a.txt"},
+        {"dots only", "..", ""},
+        {"hidden", ".bashrc", "bashrc"},
+        {"trailing dots", "a.txt. . ", "a.txt"},
+        {"reserved and control", "a<b>|c\x01\n.txt", "abc.txt"},
+        {"device-like", "CONSOLE.txt", "CONSOLE.txt"},
+        {"device in a path", "dir/com9.zip", "_com9.zip"},
+        {"empty", "", ""},
+    };
+    for (const auto& row : rows)
+        QTest::newRow(row[0]) << QString::fromUtf8(row[1]) << QString::fromUtf8(row[2]);
     // Device names stay usable on Windows, whatever the case or extension.
     for (const char* device : {"CON", "NUL.txt", "COM1", "aux.tar.gz", "LPT1.log", "prn"}) {
         QTest::newRow(device) << QString::fromLatin1(device)
                               << QLatin1Char('_') + QString::fromLatin1(device);
     }
-    QTest::newRow("device-like") << "CONSOLE.txt"
-                                 << "CONSOLE.txt";
-    QTest::newRow("device in a path") << "dir/com9.zip"
-                                      << "_com9.zip";
-    QTest::newRow("empty") << ""
-                           << "";
     QTest::newRow("long keeps extension")
         << QString(300, QLatin1Char('x')) + ".pdf" << QString(196, QLatin1Char('x')) + ".pdf";
 }
