@@ -1,12 +1,15 @@
-"""A plain XMPP client (slixmpp): sends one text, prints the first chat text it gets back.
+"""A plain XMPP client (slixmpp), standing for any colleague's software or an attacker's.
 
-usage: plain_client.py JID PASSWORD HOST PORT PEER TEXT
-       plain_client.py JID PASSWORD HOST PORT PEER --raw STANZA...   (send as is, then quit)
+usage: plain_client.py JID PASSWORD HOST PORT PEER --raw STANZA...   (send as is, then quit)
        plain_client.py JID PASSWORD HOST PORT PEER --raw-file FILE  (one stanza a line)
+           both print every message stanza they get, whole
        plain_client.py JID PASSWORD HOST PORT PEER --listen SECONDS TEXT
            sends TEXT (id "plain-1"), then for SECONDS prints every chat message it gets
            ("msg ID STAMP BODY", STAMP "-" without a delay) and every receipt
            ("receipt IDS"); the second time an id comes, it receipts it to the sender.
+       plain_client.py JID PASSWORD HOST PORT ROOM --room TEXT
+           joins the group chat ROOM, says TEXT there, prints the first line someone else
+           says, then leaves
 """
 import ssl
 import sys
@@ -54,24 +57,42 @@ class Listener(slixmpp.ClientXMPP):
                 % (msg["from"].bare, RECEIPTS, msg["id"]))
 
 
-class PlainClient(slixmpp.ClientXMPP):
-    def __init__(self, jid, password, peer, text):
+class RawClient(slixmpp.ClientXMPP):
+    def __init__(self, jid, password, stanzas):
         super().__init__(jid, password)
-        self.peer, self.text = peer, text
+        self.stanzas = stanzas
         self.add_event_handler("session_start", self.start)
-        self.add_event_handler("message", self.message)
+        # Every message, also those without a body of their own (archive results), which
+        # slixmpp's "message" event leaves out.
+        self.register_handler(
+            Callback("any message", MatchXPath("{jabber:client}message"), self.message))
 
     async def start(self, _event):
         self.send_presence()
-        if isinstance(self.text, list):
-            for stanza in self.text:
-                self.send_raw(stanza)
-            self.loop.call_later(1, self.disconnect)
-            return
-        self.send_message(mto=self.peer, mbody=self.text, mtype="chat")
+        for stanza in self.stanzas:
+            self.send_raw(stanza)
+        self.loop.call_later(1, self.disconnect)
 
     def message(self, msg):
-        if msg["type"] in ("chat", "normal") and msg["body"]:
+        print(msg, flush=True)
+
+
+class RoomClient(slixmpp.ClientXMPP):
+    def __init__(self, jid, password, room, text):
+        super().__init__(jid, password)
+        self.room, self.text = room, text
+        self.nick = jid.split("@")[0] + "-plain"
+        self.register_plugin("xep_0045")
+        self.add_event_handler("session_start", self.start)
+        self.add_event_handler("groupchat_message", self.message)
+
+    async def start(self, _event):
+        self.send_presence()
+        await self.plugin["xep_0045"].join_muc_wait(self.room, self.nick, maxstanzas=0)
+        self.send_message(mto=self.room, mbody=self.text, mtype="groupchat")
+
+    def message(self, msg):
+        if msg["mucnick"] != self.nick and msg["body"]:
             print(msg["body"], flush=True)
             self.disconnect()
 
@@ -80,16 +101,15 @@ def main():
     jid, password, host, port, peer = sys.argv[1:6]
     if sys.argv[6] == "--listen":
         client = Listener(jid, password, peer, sys.argv[8], float(sys.argv[7]))
+    elif sys.argv[6] == "--room":
+        client = RoomClient(jid, password, peer, sys.argv[7])
     elif sys.argv[6] == "--raw-file":
         with open(sys.argv[7], encoding="utf-8") as f:
-            text = [line.rstrip("\n") for line in f if line.strip()]
+            client = RawClient(jid, password, [line.rstrip("\n") for line in f if line.strip()])
     else:
-        text = sys.argv[7:] if sys.argv[6] == "--raw" else sys.argv[6]
-    if sys.argv[6] != "--listen":
-        client = PlainClient(jid, password, peer, text)
+        client = RawClient(jid, password, sys.argv[7:])
     client["feature_mechanisms"].unencrypted_plain = True
-    # The test's server requires TLS; this client stands for any colleague's software (or an
-    # attacker's), so it takes the server's certificate as it comes.
+    # The test's server requires TLS; this client takes its certificate as it comes.
     client.ssl_context.check_hostname = False
     client.ssl_context.verify_mode = ssl.CERT_NONE
     client.enable_direct_tls = False

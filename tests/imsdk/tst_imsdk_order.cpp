@@ -6,12 +6,9 @@
 #include <QTimer>
 #include <QtTest>
 
-#include "sdk/wide_text.h"
 #include "support/prosody_server.h"
 #include "support/stream_proxy.h"
 #include "support/test_session.h"
-
-using wide_text::toQ;
 
 namespace {
 
@@ -21,26 +18,6 @@ QStringList lines(int from, int to) {
     QStringList out;
     for (int n = from; n <= to; ++n) out << line(n);
     return out;
-}
-
-QStringList texts(const std::vector<openim::IMMessage>& messages) {
-    QStringList out;
-    for (const auto& m : messages) out << toQ(m.content.content);
-    return out;
-}
-
-// What the session's history gives, page after page back to the start, oldest first.
-QStringList readBack(TestSession& session, const QString& peer, int pageSize) {
-    QStringList all;
-    for (int page = 1; page < 200; ++page) {
-        session.requestHistory(peer, pageSize);
-        if (!waitUntil([&] { return session.probe().historyPages().size() == page; }))
-            return all << QStringLiteral("<no answer>");
-        const QStringList got = texts(session.probe().historyPages().last());
-        if (got.isEmpty()) break;
-        all = got + all;
-    }
-    return all;
 }
 
 }  // namespace
@@ -65,15 +42,12 @@ void OrderTest::initTestCase() {
 void OrderTest::catchUpBesideLiveTrafficKeepsTheSendOrder() {
     StreamProxy proxy(server_.host(), server_.port());
     QVERIFY(proxy.listen());
-    TestSession alice(QStringLiteral("alice")), bob(QStringLiteral("bob"));
-    alice.login(server_, QStringLiteral("alice"), QStringLiteral("pw-alice"));
-    bob.loginVia(server_, proxy.port(), QStringLiteral("bob"), QStringLiteral("pw-bob"));
-    QVERIFY(
-        waitUntil([&] { return alice.probe().count("loginOk") && bob.probe().count("loginOk"); }));
-    const QString alicePeer = QStringLiteral("alice");
+    TestSession alice("alice"), bob("bob");
+    QVERIFY(alice.signIn(server_, "alice") && bob.signInVia(server_, proxy.port(), "bob"));
+    const QString alicePeer = "alice";
     int sent = 0;
     auto send = [&](int n) {
-        for (int i = 0; i < n; ++i) alice.sendText(QStringLiteral("bob"), line(++sent));
+        for (int i = 0; i < n; ++i) alice.sendText("bob", line(++sent));
     };
 
     send(60);
@@ -99,12 +73,7 @@ void OrderTest::catchUpBesideLiveTrafficKeepsTheSendOrder() {
         if (sent < total) send(2);
     });
     more.start(5);
-    QVERIFY(waitUntil([&] {
-        if (bob.probe().count("reloginOk")) return true;
-        bob.relogin();
-        QTest::qWait(50);
-        return false;
-    }));
+    QVERIFY(bob.reloginUntilOk(50));
     QVERIFY(waitUntil([&] { return sent >= total; }, 30000));
     more.stop();
     QVERIFY(waitUntil([&] { return alice.probe().count("sent:0") == total; }, 20000));
@@ -118,43 +87,37 @@ void OrderTest::catchUpBesideLiveTrafficKeepsTheSendOrder() {
 
     QCOMPARE(texts(bob.unread(alicePeer)), expected);
     // The page the conversation opens with, and the sender's own, read the same.
-    QCOMPARE(readBack(bob, alicePeer, 400), expected);
-    QCOMPARE(readBack(alice, QStringLiteral("bob"), 400), expected);
+    QCOMPARE(bob.readBack(alicePeer, 400), expected);
+    QCOMPARE(alice.readBack("bob", 400), expected);
 }
 
 void OrderTest::historyFromTheArchiveKeepsTheSendOrder() {
-    TestSession carol(QStringLiteral("carol")), dave(QStringLiteral("dave"));
-    carol.login(server_, QStringLiteral("carol"), QStringLiteral("pw-carol"));
-    dave.login(server_, QStringLiteral("dave"), QStringLiteral("pw-dave"));
-    QVERIFY(
-        waitUntil([&] { return carol.probe().count("loginOk") && dave.probe().count("loginOk"); }));
+    TestSession carol("carol"), dave("dave");
+    QVERIFY(carol.signIn(server_, "carol") && dave.signIn(server_, "dave"));
     const int total = 90;
     int toDave = 0, toCarol = 0;
     for (int n = 1; n <= total; ++n) {
         // Both sides speak, so that the archive interleaves directions within a second; each
         // side waits until the other's line has reached it, so the server's order is known.
         if (n % 3 == 0) {
-            QVERIFY(waitUntil([&] { return dave.unreadCount(QStringLiteral("carol")) == toDave; }));
-            dave.sendText(QStringLiteral("carol"), line(n));
+            QVERIFY(waitUntil([&] { return dave.unreadCount("carol") == toDave; }));
+            dave.sendText("carol", line(n));
             ++toCarol;
         } else {
-            QVERIFY(
-                waitUntil([&] { return carol.unreadCount(QStringLiteral("dave")) == toCarol; }));
-            carol.sendText(QStringLiteral("dave"), line(n));
+            QVERIFY(waitUntil([&] { return carol.unreadCount("dave") == toCarol; }));
+            carol.sendText("dave", line(n));
             ++toDave;
         }
     }
-    QVERIFY(waitUntil([&] { return dave.unreadCount(QStringLiteral("carol")) == toDave; }));
-    QVERIFY(waitUntil([&] { return carol.unreadCount(QStringLiteral("dave")) == toCarol; }));
-    dave.logout();
-    QVERIFY(waitUntil([&] { return dave.probe().count("logouted") == 1; }));
+    QVERIFY(waitUntil([&] { return dave.unreadCount("carol") == toDave; }));
+    QVERIFY(waitUntil([&] { return carol.unreadCount("dave") == toCarol; }));
+    QVERIFY(dave.signOut());
 
     // Another desktop of dave's, with nothing stored: history comes from the archive, a
     // small page at a time, and pages meet within one second.
-    TestSession fresh(QStringLiteral("dave-fresh"));
-    fresh.login(server_, QStringLiteral("dave"), QStringLiteral("pw-dave"));
-    QVERIFY(waitUntil([&] { return fresh.probe().count("loginOk"); }));
-    const QStringList got = readBack(fresh, QStringLiteral("carol"), 7);
+    TestSession fresh("dave-fresh");
+    QVERIFY(fresh.signIn(server_, "dave"));
+    const QStringList got = fresh.readBack("carol", 7);
     if (got != lines(1, total)) qWarning().noquote() << "read back:" << got.join(' ');
     QCOMPARE(got, lines(1, total));
 }

@@ -35,23 +35,21 @@ void SessionTest::initTestCase() {
 }
 
 void SessionTest::secondDesktopKicksTheFirst() {
-    TestSession first(QStringLiteral("first"));
-    first.login(server_, QStringLiteral("alice"), QStringLiteral("wrong"));
+    TestSession first("first");
+    first.login(server_, "alice", "wrong");
     QVERIFY(waitUntil([&] { return first.probe().count("loginFail") == 1; }));
     // A refused secret is told apart from an unreachable server.
     QCOMPARE(
         first.probe().count(QStringLiteral("loginFail:%1").arg(openim::ResultCode::kAuthFailed)),
         1);
-    first.login(server_, QStringLiteral("alice"), QStringLiteral("pw-alice"));
-    QVERIFY(waitUntil([&] { return first.probe().count("loginOk") == 1; }));
+    QVERIFY(first.signIn(server_, "alice"));
     // Callbacks come on the SDK's own thread, never on the caller's.
     QVERIFY(first.probe().loginThread() != QThread::currentThread());
     QCOMPARE(first.probe().loginThread()->objectName(), QStringLiteral("openim-sdk"));
 
-    TestSession second(QStringLiteral("second"));
-    second.login(server_, QStringLiteral("alice"), QStringLiteral("pw-alice"));
+    TestSession second("second");
+    QVERIFY(second.signIn(server_, "alice"));
     QVERIFY(waitUntil([&] { return first.probe().count("kicked") == 1; }));
-    QVERIFY(waitUntil([&] { return second.probe().count("loginOk") == 1; }));
     // A kick is not a network loss: the client must not try to sign in again by itself.
     QCOMPARE(first.probe().count("disconnected"), 0);
     QCOMPARE(second.probe().count("kicked"), 0);
@@ -59,7 +57,7 @@ void SessionTest::secondDesktopKicksTheFirst() {
 }
 
 void SessionTest::heartbeatSyncRegistrationAndPush() {
-    TestSession alice(QStringLiteral("alice"));
+    TestSession alice("alice");
     base::scoped_refptr<openim::IPresenceService> presence;
     presence.adopt(alice.root()->GetService<openim::IPresenceService>(openim::kPresenceModule,
                                                                       openim::kPresenceInterface));
@@ -70,8 +68,7 @@ void SessionTest::heartbeatSyncRegistrationAndPush() {
     QCOMPARE(alice.probe().events().last(),
              QStringLiteral("presence:%1").arg(openim::ResultCode::kNotLoggedIn));
 
-    alice.login(server_, QStringLiteral("alice"), QStringLiteral("pw-alice"));
-    QVERIFY(waitUntil([&] { return alice.probe().count("loginOk") == 1; }));
+    QVERIFY(alice.signIn(server_, "alice"));
     presence->RequestPresence(L"1", L"2", true, bound);
     QVERIFY(waitUntil([&] { return alice.probe().count("presence") == 2; }));
     QCOMPARE(alice.probe().events().last(), QStringLiteral("presence:0"));
@@ -102,13 +99,9 @@ void SessionTest::heartbeatSyncRegistrationAndPush() {
 }
 
 void SessionTest::serverRestartLosesAndDoublesNothing() {
-    TestSession alice(QStringLiteral("alice"));
-    TestSession bob(QStringLiteral("bob"));
-    alice.login(server_, QStringLiteral("alice"), QStringLiteral("pw-alice"));
-    bob.login(server_, QStringLiteral("bob"), QStringLiteral("pw-bob"));
-    QVERIFY(
-        waitUntil([&] { return alice.probe().count("loginOk") && bob.probe().count("loginOk"); }));
-    alice.sendText(QStringLiteral("bob"), QStringLiteral("before"));
+    TestSession alice("alice"), bob("bob");
+    QVERIFY(alice.signIn(server_, "alice") && bob.signIn(server_, "bob"));
+    alice.sendText("bob", "before");
     QVERIFY(waitUntil([&] { return bob.probe().count("newMessage:alice") == 1; }));
 
     QVERIFY(server_.stopKeepingData());
@@ -119,30 +112,16 @@ void SessionTest::serverRestartLosesAndDoublesNothing() {
     QVERIFY(waitUntil([&] { return alice.probe().count("reloginFail") == 1; }));
 
     QVERIFY2(server_.start(), qPrintable(server_.lastError()));
-    // As the client's retry timer does: ask again until it works.
-    QVERIFY(waitUntil([&] {
-        if (alice.probe().count("reloginOk")) return true;
-        alice.relogin();
-        QTest::qWait(300);
-        return false;
-    }));
-    alice.sendText(QStringLiteral("bob"), QStringLiteral("during 1"));
-    alice.sendText(QStringLiteral("bob"), QStringLiteral("during 2"));
+    QVERIFY(alice.reloginUntilOk());
+    alice.sendText("bob", "during 1");
+    alice.sendText("bob", "during 2");
     QVERIFY2(waitUntil([&] { return alice.probe().count("sent:0") == 3; }),
-             qPrintable(alice.probe().events().join(QLatin1Char(' '))));
+             qPrintable(alice.probe().events().join(' ')));
 
-    QVERIFY(waitUntil([&] {
-        if (bob.probe().count("reloginOk")) return true;
-        bob.relogin();
-        QTest::qWait(300);
-        return false;
-    }));
-    QVERIFY(waitUntil([&] { return bob.unreadCount(QStringLiteral("alice")) == 3; }));
+    QVERIFY(bob.reloginUntilOk());
+    QVERIFY(waitUntil([&] { return bob.unreadCount("alice") == 3; }));
     QTest::qWait(1500);  // the archive catch-up may bring copies; they must be dropped
-    QCOMPARE(bob.unreadCount(QStringLiteral("alice")), 3);
-    QStringList texts;
-    for (const auto& m : bob.unread(QStringLiteral("alice"))) texts << toQ(m.content.content);
-    QCOMPARE(texts, (QStringList{"before", "during 1", "during 2"}));
+    QCOMPARE(texts(bob.unread("alice")), (QStringList{"before", "during 1", "during 2"}));
 }
 
 // "Sent" is the server's acknowledgement, not the socket's write: messages written into a
@@ -152,13 +131,9 @@ void SessionTest::serverRestartLosesAndDoublesNothing() {
 void SessionTest::sentMeansTheServerHasIt() {
     StreamProxy proxy(server_.host(), server_.port());
     QVERIFY(proxy.listen());
-    TestSession alice(QStringLiteral("alice-acks"));
-    TestSession bob(QStringLiteral("bob-acks"));
-    alice.loginVia(server_, proxy.port(), QStringLiteral("alice"), QStringLiteral("pw-alice"));
-    bob.login(server_, QStringLiteral("bob"), QStringLiteral("pw-bob"));
-    QVERIFY(
-        waitUntil([&] { return alice.probe().count("loginOk") && bob.probe().count("loginOk"); }));
-    const QString peer = QStringLiteral("bob");
+    TestSession alice("alice-acks"), bob("bob-acks");
+    QVERIFY(alice.signInVia(server_, proxy.port(), "alice") && bob.signIn(server_, "bob"));
+    const QString peer = "bob";
     QStringList expected;
     for (int i = 0; i < 20; ++i) {
         expected << QString("ack-a%1").arg(i);
@@ -179,46 +154,32 @@ void SessionTest::sentMeansTheServerHasIt() {
     proxy.setDropping(false);
     proxy.setSwallowing(false);
     QVERIFY(waitUntil([&] { return alice.probe().count("disconnected") == 1; }));
-    QVERIFY(waitUntil([&] {
-        if (alice.probe().count("reloginOk")) return true;
-        alice.relogin();
-        QTest::qWait(300);
-        return false;
-    }));
+    QVERIFY(alice.reloginUntilOk());
     QVERIFY2(waitUntil([&] { return alice.probe().count("sent:0:0") == 50; }),
-             qPrintable(alice.probe().events().join(QLatin1Char(' '))));
+             qPrintable(alice.probe().events().join(' ')));
 
     // Written just before the log-out: every one gets there.
     for (int i = 0; i < 300; ++i) {
         expected << QString("ack-c%1").arg(i);
         alice.sendText(peer, expected.last());
     }
-    alice.logout();
-    QVERIFY(waitUntil([&] { return alice.probe().count("logouted") == 1; }));
+    QVERIFY(alice.signOut());
     QCOMPARE(alice.probe().count("sent:0:0"), 350);
 
-    QVERIFY(waitUntil(
-        [&] {
-            QStringList got;
-            for (const auto& m : bob.unread(QStringLiteral("alice"))) got << toQ(m.content.content);
-            return got.filter(QRegularExpression("^ack-")).size() >= 350;
-        },
-        20000));
-    QTest::qWait(1000);  // copies would come now; there must be none
-    QStringList texts;
-    for (const auto& m : bob.unread(QStringLiteral("alice"))) texts << toQ(m.content.content);
     // What the earlier cases left bob offline is not ours to count.
-    QCOMPARE(texts.filter(QRegularExpression("^ack-")), expected);
+    const QRegularExpression ours("^ack-");
+    QVERIFY(
+        waitUntil([&] { return texts(bob.unread("alice")).filter(ours).size() >= 350; }, 20000));
+    QTest::qWait(1000);  // copies would come now; there must be none
+    QCOMPARE(texts(bob.unread("alice")).filter(ours), expected);
 
     // Never confirmed: the log-out waits a while, then the messages are reported failed.
-    TestSession again(QStringLiteral("alice-acks-2"));
-    again.loginVia(server_, proxy.port(), QStringLiteral("alice"), QStringLiteral("pw-alice"));
-    QVERIFY(waitUntil([&] { return again.probe().count("loginOk"); }));
+    TestSession again("alice-acks-2");
+    QVERIFY(again.signInVia(server_, proxy.port(), "alice"));
     proxy.setSwallowing(true);
-    again.sendText(peer, QStringLiteral("lost 1"));
-    again.sendText(peer, QStringLiteral("lost 2"));
-    again.logout();
-    QVERIFY(waitUntil([&] { return again.probe().count("logouted") == 1; }, 15000));
+    again.sendText(peer, "lost 1");
+    again.sendText(peer, "lost 2");
+    QVERIFY(again.signOut());
     QCOMPARE(again.probe().count(QString("sent:%1:0").arg(openim::ResultCode::kNetworkError)), 2);
     proxy.setSwallowing(false);
 }
@@ -232,7 +193,7 @@ void SessionTest::aDeadNodeCostsAReconnect() {
     closed.close();
     StreamProxy node(server_.host(), server_.port());
     QVERIFY(node.listen());
-    TestSession alice(QStringLiteral("alice-cluster"));
+    TestSession alice("alice-cluster");
     alice.setEndpoints(QStringLiteral("%1:%2,%1:%3,%1:%4")
                            .arg(server_.host())
                            .arg(dead)
@@ -240,8 +201,7 @@ void SessionTest::aDeadNodeCostsAReconnect() {
                            .arg(server_.port()));
     QElapsedTimer clock;
     clock.start();
-    alice.login(server_, QStringLiteral("alice"), QStringLiteral("pw-alice"));
-    QVERIFY(waitUntil([&] { return alice.probe().count("loginOk") == 1; }));
+    QVERIFY(alice.signIn(server_, "alice"));
     QVERIFY2(clock.elapsed() < 1500, qPrintable(QString::number(clock.elapsed())));
     QCOMPARE(alice.probe().count("loginFail"), 0);
 
@@ -250,8 +210,8 @@ void SessionTest::aDeadNodeCostsAReconnect() {
     QVERIFY(waitUntil([&] { return alice.probe().count("disconnected") == 1; }));
     alice.relogin();
     QVERIFY2(waitUntil([&] { return alice.probe().count("reloginOk") == 1; }),
-             qPrintable(alice.probe().events().join(QLatin1Char(' '))));
-    alice.sendText(QStringLiteral("bob"), QStringLiteral("via the third node"));
+             qPrintable(alice.probe().events().join(' ')));
+    alice.sendText("bob", "via the third node");
     QVERIFY(waitUntil([&] { return alice.probe().count("sent:0:0") == 1; }));
 }
 

@@ -18,7 +18,7 @@
 #include <QUuid>
 #include <QXmlStreamWriter>
 
-#include "prosody_server.h"
+#include "prosody_trust.h"
 
 namespace {
 
@@ -120,12 +120,6 @@ bool RoomAdmin::createRoom(quint64 tribe, const QString& title, const QString& o
                            const QStringList& members) {
     const QString room = roomJid(tribe);
     // Joining a room that does not exist makes it (locked until configured).
-    QXmppPresence join;
-    join.setTo(room + QStringLiteral("/backend"));
-    QXmppElement x;
-    x.setTagName(QStringLiteral("x"));
-    x.setAttribute(QStringLiteral("xmlns"), QStringLiteral("http://jabber.org/protocol/muc"));
-    join.setExtensions({x});
     bool joined = false;
     QEventLoop loop;
     auto c = connect(client_, &QXmppClient::presenceReceived, &loop, [&](const QXmppPresence& p) {
@@ -134,7 +128,7 @@ bool RoomAdmin::createRoom(quint64 tribe, const QString& title, const QString& o
         loop.quit();
     });
     QTimer::singleShot(10000, &loop, &QEventLoop::quit);
-    client_->sendPacket(join);
+    client_->sendPacket(roomJoin(room, QStringLiteral("backend")));
     loop.exec();
     disconnect(c);
     if (!joined) {

@@ -2,7 +2,7 @@
 
 #include "sdk/wide_text.h"
 
-void SessionProbe::note(const QString& event) {
+void EventLog::note(const QString& event) {
     QMutexLocker guard(&lock_);
     events_ << event;
 }
@@ -13,11 +13,6 @@ void SessionProbe::OnLoginOk(openim::LoginOkParam) {
         loginThread_ = QThread::currentThread();
     }
     note(QStringLiteral("loginOk"));
-}
-
-QThread* SessionProbe::loginThread() const {
-    QMutexLocker guard(&lock_);
-    return loginThread_;
 }
 
 void SessionProbe::OnNewMessage(openim::IMUserID sender) {
@@ -62,40 +57,10 @@ void SessionProbe::OnPresence(openim::ResultCode result,
     note(QStringLiteral("presence:%1").arg(result.code));
 }
 
-int SessionProbe::count(const QString& event) const {
+int EventLog::count(const QString& event) const {
     QMutexLocker guard(&lock_);
     int n = 0;
     for (const QString& e : events_)
         if (e == event || e.startsWith(event + QLatin1Char(':'))) ++n;
     return n;
-}
-
-QStringList SessionProbe::events() const {
-    QMutexLocker guard(&lock_);
-    return events_;
-}
-
-QList<openim::DownloadMediaResult> SessionProbe::downloads() const {
-    QMutexLocker guard(&lock_);
-    return downloads_;
-}
-
-QList<bool> SessionProbe::downloadResults() const {
-    QMutexLocker guard(&lock_);
-    return downloadOk_;
-}
-
-QList<std::vector<openim::IMMessage>> SessionProbe::historyPages() const {
-    QMutexLocker guard(&lock_);
-    return pages_;
-}
-
-QList<openim::IMMessage> SessionProbe::failedSends() const {
-    QMutexLocker guard(&lock_);
-    return failed_;
-}
-
-QList<openim::IMMessage> SessionProbe::sent() const {
-    QMutexLocker guard(&lock_);
-    return sent_;
 }

@@ -15,9 +15,29 @@
 #include "openim/result_code.h"
 #include "openim/xpush_params.h"
 
-// Receives an SDK session's callbacks (on the SDK thread) and keeps them for the test
-// thread to look at.
-class SessionProbe : public base::RefCountedThreadSafe<SessionProbe> {
+// Events noted on the SDK thread, in order ("newMessage:bob", "sent:0:0", ...), for the
+// test thread to look at.
+class EventLog {
+public:
+    // How many events are `event`, or `event` followed by ':' and more.
+    int count(const QString& event) const;
+    QStringList events() const { return locked(events_); }
+
+protected:
+    void note(const QString& event);
+    template <class T>
+    T locked(const T& field) const {
+        QMutexLocker guard(&lock_);
+        return field;
+    }
+    mutable QMutex lock_;
+
+private:
+    QStringList events_;
+};
+
+// Receives an SDK session's callbacks and keeps them.
+class SessionProbe : public base::RefCountedThreadSafe<SessionProbe>, public EventLog {
 public:
     void OnLoginOk(openim::LoginOkParam);
     void OnLoginFail(openim::LoginFailParam p) {
@@ -40,26 +60,20 @@ public:
     void OnPresence(openim::ResultCode result,
                     std::map<openim::IMUserID, openim::IMUserStatus> statuses);
 
-    int count(const QString& event) const;
     // The thread the login success was reported on.
-    QThread* loginThread() const;
-    // Everything noted so far, in order ("newMessage:bob", "sent:0", ...).
-    QStringList events() const;
-    QList<openim::DownloadMediaResult> downloads() const;
-    QList<bool> downloadResults() const;
-    QList<std::vector<openim::IMMessage>> historyPages() const;
-    QList<openim::IMMessage> sent() const;
+    QThread* loginThread() const { return locked(loginThread_); }
+    QList<openim::DownloadMediaResult> downloads() const { return locked(downloads_); }
+    QList<bool> downloadResults() const { return locked(downloadOk_); }
+    QList<std::vector<openim::IMMessage>> historyPages() const { return locked(pages_); }
+    QList<openim::IMMessage> sent() const { return locked(sent_); }
     // Those of sent() the SDK reported failed.
-    QList<openim::IMMessage> failedSends() const;
+    QList<openim::IMMessage> failedSends() const { return locked(failed_); }
 
 private:
     friend class base::RefCountedThreadSafe<SessionProbe>;
     ~SessionProbe() = default;
-    void note(const QString& event);
 
-    mutable QMutex lock_;
     QThread* loginThread_ = nullptr;
-    QStringList events_;
     QList<openim::DownloadMediaResult> downloads_;
     QList<bool> downloadOk_;
     QList<std::vector<openim::IMMessage>> pages_;

@@ -3,13 +3,14 @@
 #include <QCoreApplication>
 #include <QDeadlineTimer>
 #include <QDir>
+#include <QProcess>
 #include <QThread>
 
 #include "base/bind.h"
 #include "openim/iim_core_service.h"
 #include "openim/imedia_service.h"
-#include "openim/ixpush_service.h"
 #include "openim/itribe_service.h"
+#include "openim/ixpush_service.h"
 #include "openim/service_guids.h"
 #include "prosody_server.h"
 #include "sdk/sdk_instance.h"
@@ -27,14 +28,16 @@ bool waitUntil(const std::function<bool()>& done, int timeoutMs) {
     return true;
 }
 
-namespace {
-template <class T>
-base::scoped_refptr<T> fetch(prg::IPrgCOM* root, const char* module, const char* iface) {
-    base::scoped_refptr<T> out;
-    out.adopt(root->GetService<T>(module, iface));
-    return out;
+void startPlainClient(QProcess& process, const ProsodyServer& server, const QString& user,
+                      const QString& peer, const QStringList& args) {
+    const QString domain = QLatin1Char('@') + server.domain();
+    process.start(
+        QStringLiteral("/usr/bin/python3"),
+        QStringList{QStringLiteral(QUELIX_PLAIN_CLIENT), user + domain,
+                    QStringLiteral("pw-") + user, server.host(), QString::number(server.port()),
+                    peer.contains(QLatin1Char('@')) ? peer : peer + domain} +
+            args);
 }
-}  // namespace
 
 TestSession::TestSession(const QString& name) : probe_(new SessionProbe) {
     const QByteArray tmp = qgetenv("QUELIX_TEST_TMP");
@@ -49,11 +52,11 @@ TestSession::TestSession(const QString& name) : probe_(new SessionProbe) {
     sdk_ = std::make_unique<SdkInstance>(folder_);
     sdk_->root()->Init(
         base::FilePath::FromUTF8Unsafe(QCoreApplication::applicationFilePath().toStdString()));
-    auto core = fetch<openim::IIMCoreService>(root(), openim::kCoreModule, openim::kCoreInterface);
+    auto core = service<openim::IIMCoreService>(openim::kCoreModule, openim::kCoreInterface);
     core->Start(base::FilePath(), fromQ(appKey()));
 
     SessionProbe* p = probe_.get();
-    auto push = fetch<openim::IXPushService>(root(), openim::kXPushModule, openim::kXPushInterface);
+    auto push = service<openim::IXPushService>(openim::kXPushModule, openim::kXPushInterface);
     push->RegisterStartOk(base::Bind(&SessionProbe::OnPushStarted, p));
     push->RegisterKicked(base::Bind(&SessionProbe::OnPushKicked, p));
     push->RegisterStoped(base::Bind(&SessionProbe::OnPushStopped, p));
@@ -67,9 +70,8 @@ TestSession::TestSession(const QString& name) : probe_(new SessionProbe) {
     login->RegisterNetDisConnect(base::Bind(&SessionProbe::OnNetDisConnect, p));
     login->RegisterLogouted(base::Bind(&SessionProbe::OnLogouted, p));
     conversationService()->RegisterNewMessageCallback(base::Bind(&SessionProbe::OnNewMessage, p));
-    auto media =
-        fetch<openim::IMediaService>(root(), openim::kMediaModule, openim::kMediaInterface);
-    media->RegisterDownloadCallback(base::Bind(&SessionProbe::OnDownload, p));
+    service<openim::IMediaService>(openim::kMediaModule, openim::kMediaInterface)
+        ->RegisterDownloadCallback(base::Bind(&SessionProbe::OnDownload, p));
 }
 
 TestSession::~TestSession() { sdk_.reset(); }
@@ -77,12 +79,12 @@ TestSession::~TestSession() { sdk_.reset(); }
 prg::IPrgCOM* TestSession::root() { return sdk_->root(); }
 
 base::scoped_refptr<openim::ILoginService> TestSession::loginService() {
-    return fetch<openim::ILoginService>(root(), openim::kLoginModule, openim::kLoginInterface);
+    return service<openim::ILoginService>(openim::kLoginModule, openim::kLoginInterface);
 }
 
 base::scoped_refptr<openim::IConversationService> TestSession::conversationService() {
-    return fetch<openim::IConversationService>(root(), openim::kConversationModule,
-                                               openim::kConversationInterface);
+    return service<openim::IConversationService>(openim::kConversationModule,
+                                                 openim::kConversationInterface);
 }
 
 void TestSession::login(const ProsodyServer& server, const QString& account, const QString& secret,
@@ -110,12 +112,39 @@ void TestSession::loginVia(const ProsodyServer& server, quint16 port, const QStr
 void TestSession::relogin() { loginService()->ReLogin(); }
 void TestSession::logout() { loginService()->Logout(); }
 
+bool TestSession::signIn(const ProsodyServer& server, const QString& account,
+                         const QString& authority) {
+    const int before = probe_->count(QStringLiteral("loginOk"));
+    login(server, account, QStringLiteral("pw-") + account, authority);
+    return waitUntil([&] { return probe_->count(QStringLiteral("loginOk")) > before; });
+}
+
+bool TestSession::signInVia(const ProsodyServer& server, quint16 port, const QString& account) {
+    const int before = probe_->count(QStringLiteral("loginOk"));
+    loginVia(server, port, account, QStringLiteral("pw-") + account);
+    return waitUntil([&] { return probe_->count(QStringLiteral("loginOk")) > before; });
+}
+
+bool TestSession::signOut() {
+    const int before = probe_->count(QStringLiteral("logouted"));
+    logout();
+    return waitUntil([&] { return probe_->count(QStringLiteral("logouted")) > before; });
+}
+
+bool TestSession::reloginUntilOk(int pauseMs) {
+    const int before = probe_->count(QStringLiteral("reloginOk"));
+    return waitUntil([&] {
+        if (probe_->count(QStringLiteral("reloginOk")) > before) return true;
+        relogin();
+        waitUntil([] { return false; }, pauseMs);
+        return false;
+    });
+}
+
 base::scoped_refptr<openim::ITribe> TestSession::tribe(quint64 id) {
-    base::scoped_refptr<openim::ITribeService> service;
-    service.adopt(
-        root()->GetService<openim::ITribeService>(openim::kTribeModule, openim::kTribeInterface));
     openim::ITribe* raw = nullptr;
-    service->GetTribe(openim::IMTribeID(id), &raw);
+    service<openim::ITribeService>(openim::kTribeModule, openim::kTribeInterface)
+        ->GetTribe(openim::IMTribeID(id), &raw);
     base::scoped_refptr<openim::ITribe> out;
     out.adopt(raw);
     return out;
@@ -155,4 +184,20 @@ void TestSession::markRead(const QString& peer) { conversation(peer)->MarkRead()
 
 void TestSession::requestHistory(const QString& peer, int count) {
     conversation(peer)->GetHistory(count, base::Bind(&SessionProbe::OnHistory, probe_.get()));
+}
+
+QStringList TestSession::readBack(const QString& peer, int pageSize) {
+    QStringList all;
+    const int asked = probe_->count(QStringLiteral("history"));
+    const int answered = probe_->count(QStringLiteral("history:0"));
+    for (int page = 1; page < 200; ++page) {
+        requestHistory(peer, pageSize);
+        if (!waitUntil([&] { return probe_->count(QStringLiteral("history")) == asked + page; }) ||
+            probe_->count(QStringLiteral("history:0")) != answered + page)
+            return all << QStringLiteral("<failed>");
+        const QStringList got = texts(probe_->historyPages().last());
+        if (got.isEmpty()) return all;
+        all = got + all;
+    }
+    return all << QStringLiteral("<endless>");
 }

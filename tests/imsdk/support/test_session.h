@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QString>
+#include <QStringList>
 #include <functional>
 #include <memory>
 #include <vector>
@@ -11,9 +12,11 @@
 #include "openim/ilogin_service.h"
 #include "openim/itribe.h"
 #include "prg/iprg_com.h"
+#include "sdk/wide_text.h"
 #include "session_probe.h"
 
 class ProsodyServer;
+class QProcess;
 class SdkInstance;
 
 // One SDK (its own root, thread and store) signed in as one account, with its callbacks
@@ -39,8 +42,22 @@ public:
     void setCaFile(const QString& path) { caFile_ = path; }
     void relogin();
     void logout();
+    // Signs in as `account` (secret "pw-<account>") and waits for the server's word.
+    bool signIn(const ProsodyServer& server, const QString& account,
+                const QString& authority = QString());
+    bool signInVia(const ProsodyServer& server, quint16 port, const QString& account);
+    // Logs out and waits until the SDK says so.
+    bool signOut();
+    // Asks to sign in again until it works, as the client's retry timer does.
+    bool reloginUntilOk(int pauseMs = 300);
 
     SessionProbe& probe() { return *probe_; }
+    template <class T>
+    base::scoped_refptr<T> service(const char* module, const char* iface) {
+        base::scoped_refptr<T> out;
+        out.adopt(root()->GetService<T>(module, iface));
+        return out;
+    }
     base::scoped_refptr<openim::IConversation> conversation(const QString& peer);
     base::scoped_refptr<openim::ITribe> tribe(quint64 id);
     base::scoped_refptr<openim::ILoginService> loginService();
@@ -56,6 +73,9 @@ public:
     std::vector<openim::IMMessage> unread(const QString& peer);
     void markRead(const QString& peer);
     void requestHistory(const QString& peer, int count);
+    // The conversation's history page after page back to its start, oldest first; ends in
+    // "<failed>" if a page fails or never comes, "<endless>" if the pages never run out.
+    QStringList readBack(const QString& peer, int pageSize);
 
     static QString appKey() { return QStringLiteral("23015524"); }
 
@@ -68,6 +88,20 @@ private:
     std::unique_ptr<SdkInstance> sdk_;
     base::scoped_refptr<SessionProbe> probe_;
 };
+
+// The texts of SDK messages (a conversation's or a tribe's), in their order.
+template <class Messages>
+QStringList texts(const Messages& messages) {
+    QStringList out;
+    for (const auto& m : messages) out << wide_text::toQ(m.content.content);
+    return out;
+}
+
+// Starts plain_client.py, a plain XMPP client (slixmpp), as `user` (secret "pw-<user>")
+// towards `peer` (an account of the server, or a whole address), with the rest of its
+// arguments.
+void startPlainClient(QProcess& process, const ProsodyServer& server, const QString& user,
+                      const QString& peer, const QStringList& args);
 
 // Waits (running the caller's events) until `done` holds or `timeoutMs` passes.
 bool waitUntil(const std::function<bool()>& done, int timeoutMs = 15000);
