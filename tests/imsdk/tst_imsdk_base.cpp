@@ -22,6 +22,7 @@
 #include "sdk/sdk_instance.h"
 #include "store/archive_order.h"
 #include "store/message_store.h"
+#include "support/stored_text.h"
 
 namespace {
 
@@ -59,10 +60,8 @@ public:
 class BaseTest : public QObject {
     Q_OBJECT
 private slots:
-    void bindKeepsReceiverAliveUntilLastCopyGoes();
-    void callbackConvertsToCompatibleSignature();
+    void bindKeepsReceiverAliveAndTakesCompatibleSignatures();
     void filePathDirNameAndAppend();
-    void pathServiceGivesTheProgram();
     void rootFindsComponentsByExactGuidText();
     void rootNeedsAnAtExitManagerAndAPath();
     void emoticonCatalogueHasDrawnPictures();
@@ -72,7 +71,7 @@ private slots:
     void archiveReadsTakeTheirPlaceWithinASecond();
 };
 
-void BaseTest::bindKeepsReceiverAliveUntilLastCopyGoes() {
+void BaseTest::bindKeepsReceiverAliveAndTakesCompatibleSignatures() {
     base::Callback<void(const std::string&, int*)> cb;
     {
         auto* r = new Receiver;
@@ -95,20 +94,15 @@ void BaseTest::bindKeepsReceiverAliveUntilLastCopyGoes() {
     QCOMPARE(g_alive.load(), 1);
     cb.Reset();
     QCOMPARE(g_alive.load(), 0);
-}
 
-void BaseTest::callbackConvertsToCompatibleSignature() {
     base::scoped_refptr<Receiver> r(new Receiver);
     // A member taking `const T&` registered where the SDK offers `T` by value.
     base::Callback<void(openim::IMUserID)> byValue = base::Bind(&Receiver::Take, r.get());
     byValue.Run(openim::IMUserID(L"7", L"bob"));
     QVERIFY(r->last == openim::IMUserID(L"7", L"bob"));
-    QVERIFY(base::Callback<void()>().is_null());
     // Const members, members of a base class, and a scoped_refptr as the receiver.
-    auto size = base::Bind(&Receiver::Size, r);
-    QCOMPARE(size.Run(), std::size_t(3));
-    auto inherited = base::Bind(&Named::Name, r.get());
-    QCOMPARE(inherited.Run(), std::string("receiver"));
+    QCOMPARE(base::Bind(&Receiver::Size, r).Run(), std::size_t(3));
+    QCOMPARE(base::Bind(&Named::Name, r.get()).Run(), std::string("receiver"));
 }
 
 void BaseTest::filePathDirNameAndAppend() {
@@ -122,13 +116,6 @@ void BaseTest::filePathDirNameAndAppend() {
     QCOMPARE(base::FilePath("/a/").Append("b").value(), std::string("/a/b"));
     QCOMPARE(base::FilePath("/a").Append("").value(), std::string("/a"));
     QCOMPARE(base::FilePath::FromUTF8Unsafe("/tmp/收到").AsUTF8Unsafe(), std::string("/tmp/收到"));
-}
-
-void BaseTest::pathServiceGivesTheProgram() {
-    base::FilePath path;
-    QVERIFY(PathService::Get(5, &path));
-    QCOMPARE(QString::fromStdString(path.AsUTF8Unsafe()), QCoreApplication::applicationFilePath());
-    QVERIFY(!PathService::Get(99, &path));
 }
 
 void BaseTest::rootFindsComponentsByExactGuidText() {
@@ -170,8 +157,12 @@ void BaseTest::rootNeedsAnAtExitManagerAndAPath() {
         QVERIFY(root);
         QCOMPARE(GetPrgCOM(), root);
         QCOMPARE(root->Init(base::FilePath()), prg::PrgResult(0x80004005u));
+        // The program's path, from the path service.
         base::FilePath program;
         QVERIFY(PathService::Get(5, &program));
+        QCOMPARE(QString::fromStdString(program.AsUTF8Unsafe()),
+                 QCoreApplication::applicationFilePath());
+        QVERIFY(!PathService::Get(99, &program));
         QCOMPARE(root->Init(program), prg::PRG_OK);
         // Every one of the ten services answers under its GUID pair.
         const std::pair<const char*, const char*> table[] = {
@@ -232,14 +223,8 @@ void BaseTest::unreadWaitsForAPictureStillDownloading() {
     MessageStore store;
     QVERIFY(store.open(dir.filePath("messages.db")));
     auto message = [](int kind, const QString& origin, bool pending) {
-        StoredMessage m;
-        m.peer = QStringLiteral("alice");
-        m.sender = m.peer;
+        StoredMessage m = storedText("alice", origin, origin);
         m.kind = kind;
-        m.content = origin;
-        m.originId = origin;
-        m.time = 1700000000;
-        m.unread = true;
         m.pendingMedia = pending;
         return m;
     };
@@ -270,15 +255,8 @@ void BaseTest::batchCommitsOnceAndKeepsDuplicatesOut() {
         MessageStore reader;
         QVERIFY(reader.open(file));
         auto message = [](int i) {
-            StoredMessage m;
-            m.peer = m.sender = QStringLiteral("bob");
-            m.kind = 1;
-            m.content = QStringLiteral("m%1").arg(i);
-            m.stanzaId = QStringLiteral("s%1").arg(i);
-            m.originId = QStringLiteral("o%1").arg(i);
-            m.time = 1700000000 + i;
-            m.unread = true;
-            return m;
+            return storedText("bob", QStringLiteral("m%1").arg(i), QStringLiteral("o%1").arg(i),
+                              QStringLiteral("s%1").arg(i), i);
         };
         const std::optional<quint64> kept = store.insert(message(0));
         QVERIFY(kept);
@@ -365,17 +343,10 @@ void BaseTest::textsComeBackAsWrittenAndOlderStoresOpen() {
 void BaseTest::archiveReadsTakeTheirPlaceWithinASecond() {
     QTemporaryDir dir;
     const QString file = dir.filePath("messages.db");
-    const qint64 t = 1700000000;
     MessageStore store;
     QVERIFY(store.open(file));
-    auto message = [&](const QString& name) {
-        StoredMessage m;
-        m.peer = m.sender = QStringLiteral("bob");
-        m.content = name;
-        m.stanzaId = QStringLiteral("s-") + name;
-        m.originId = QStringLiteral("o-") + name;
-        m.time = t;
-        return m;
+    auto message = [](const QString& name) {
+        return storedText("bob", name, "o-" + name, "s-" + name);  // all in one second
     };
     // Stores a message of an archive read the way the engine does.
     auto fromArchive = [&](ArchiveOrder& order, const QString& name) {

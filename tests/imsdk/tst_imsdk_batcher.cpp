@@ -7,21 +7,7 @@
 
 #include "sdk/store_batcher.h"
 #include "store/message_store.h"
-
-namespace {
-
-StoredMessage message(int i) {
-    StoredMessage m;
-    m.peer = m.sender = QStringLiteral("bob");
-    m.kind = 1;
-    m.content = QStringLiteral("m%1").arg(i);
-    m.originId = QStringLiteral("o%1").arg(i);
-    m.time = 1700000000 + i;
-    m.unread = true;
-    return m;
-}
-
-}  // namespace
+#include "support/stored_text.h"
 
 class BatcherTest : public QObject {
     Q_OBJECT
@@ -59,7 +45,7 @@ void BatcherTest::reportsComeAfterTheCommit() {
 
     batcher.open();
     QVERIFY(batcher.isOpen());
-    QVERIFY(store_.insert(message(1)));
+    QVERIFY(store_.insert(storedText("bob", "m1", "o1")));
     batcher.afterCommit([&] {
         ++reported;
         seenByReader = reader_.unreadCount("bob");

@@ -7,7 +7,6 @@
 #include <QTcpSocket>
 #include <QTemporaryFile>
 #include <QTimer>
-#include <QUuid>
 #include <QtTest>
 
 #include "openim/im_message_content.h"

@@ -30,8 +30,7 @@ private:
 
 void SessionTest::initTestCase() {
     QVERIFY2(server_.start(), qPrintable(server_.lastError()));
-    QVERIFY(server_.registerUser(QStringLiteral("alice"), QStringLiteral("pw-alice")));
-    QVERIFY(server_.registerUser(QStringLiteral("bob"), QStringLiteral("pw-bob")));
+    QVERIFY(server_.registerUser("alice", "pw-alice") && server_.registerUser("bob", "pw-bob"));
 }
 
 void SessionTest::secondDesktopKicksTheFirst() {
@@ -58,9 +57,8 @@ void SessionTest::secondDesktopKicksTheFirst() {
 
 void SessionTest::heartbeatSyncRegistrationAndPush() {
     TestSession alice("alice");
-    base::scoped_refptr<openim::IPresenceService> presence;
-    presence.adopt(alice.root()->GetService<openim::IPresenceService>(openim::kPresenceModule,
-                                                                      openim::kPresenceInterface));
+    auto presence = alice.service<openim::IPresenceService>(openim::kPresenceModule,
+                                                            openim::kPresenceInterface);
     QVERIFY(presence);
     auto bound = base::Bind(&SessionProbe::OnPresence, &alice.probe());
     presence->RequestPresence(L"1", L"2", true, bound);
@@ -73,9 +71,7 @@ void SessionTest::heartbeatSyncRegistrationAndPush() {
     QVERIFY(waitUntil([&] { return alice.probe().count("presence") == 2; }));
     QCOMPARE(alice.probe().events().last(), QStringLiteral("presence:0"));
 
-    base::scoped_refptr<openim::ISyncService> sync;
-    sync.adopt(alice.root()->GetService<openim::ISyncService>(openim::kSyncModule,
-                                                              openim::kSyncInterface));
+    auto sync = alice.service<openim::ISyncService>(openim::kSyncModule, openim::kSyncInterface);
     QVERIFY(sync);
     QString jid;
     QMutex lock;
@@ -91,7 +87,7 @@ void SessionTest::heartbeatSyncRegistrationAndPush() {
     QVERIFY(jid.startsWith(QStringLiteral("alice@") + server_.domain() + QLatin1Char('/')));
 
     QCOMPARE(alice.probe().count("pushStarted"), 1);
-    QVERIFY(server_.announce(QStringLiteral("alice"), QStringLiteral("maintenance at 22:00")));
+    QVERIFY(server_.announce("alice", "maintenance at 22:00"));
     QVERIFY(waitUntil([&] { return alice.probe().count("push") == 1; }));
     QCOMPARE(alice.probe().events().last(), QStringLiteral("push:maintenance at 22:00"));
     // Push notices are not chat messages.
@@ -133,21 +129,20 @@ void SessionTest::sentMeansTheServerHasIt() {
     QVERIFY(proxy.listen());
     TestSession alice("alice-acks"), bob("bob-acks");
     QVERIFY(alice.signInVia(server_, proxy.port(), "alice") && bob.signIn(server_, "bob"));
-    const QString peer = "bob";
     QStringList expected;
-    for (int i = 0; i < 20; ++i) {
-        expected << QString("ack-a%1").arg(i);
-        alice.sendText(peer, expected.last());
-    }
+    auto send = [&](const char* batch, int n) {
+        for (int i = 0; i < n; ++i) {
+            expected << QString("ack-%1%2").arg(batch).arg(i);
+            alice.sendText("bob", expected.last());
+        }
+    };
+    send("a", 20);
     QVERIFY(waitUntil([&] { return alice.probe().count("sent:0:0") == 20; }));
 
     // The link dies without a word: what is written now is not reported sent.
     proxy.setDropping(true);
     proxy.setSwallowing(true);
-    for (int i = 0; i < 30; ++i) {
-        expected << QString("ack-b%1").arg(i);
-        alice.sendText(peer, expected.last());
-    }
+    send("b", 30);
     QTest::qWait(800);
     QCOMPARE(alice.probe().count("sent"), 20);
     proxy.cut();
@@ -159,10 +154,7 @@ void SessionTest::sentMeansTheServerHasIt() {
              qPrintable(alice.probe().events().join(' ')));
 
     // Written just before the log-out: every one gets there.
-    for (int i = 0; i < 300; ++i) {
-        expected << QString("ack-c%1").arg(i);
-        alice.sendText(peer, expected.last());
-    }
+    send("c", 300);
     QVERIFY(alice.signOut());
     QCOMPARE(alice.probe().count("sent:0:0"), 350);
 
@@ -177,8 +169,8 @@ void SessionTest::sentMeansTheServerHasIt() {
     TestSession again("alice-acks-2");
     QVERIFY(again.signInVia(server_, proxy.port(), "alice"));
     proxy.setSwallowing(true);
-    again.sendText(peer, "lost 1");
-    again.sendText(peer, "lost 2");
+    again.sendText("bob", "lost 1");
+    again.sendText("bob", "lost 2");
     QVERIFY(again.signOut());
     QCOMPARE(again.probe().count(QString("sent:%1:0").arg(openim::ResultCode::kNetworkError)), 2);
     proxy.setSwallowing(false);

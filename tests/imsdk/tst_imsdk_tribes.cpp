@@ -4,10 +4,7 @@
 #include <QXmppElement.h>
 #include <QXmppLogger.h>
 #include <QXmppMessage.h>
-#include <QXmppPresence.h>
-#include <QFile>
 #include <QImage>
-#include <QMutex>
 #include <QProcess>
 #include <QtTest>
 
@@ -114,20 +111,10 @@ struct Member {
         tribe(id)->GetUnreadMessages(&out);
         return out;
     }
-    // As TestSession::readBack, for the tribe's history.
     QStringList readBack(quint64 id, int pageSize) {
-        QStringList all;
-        const int asked = probe->count("history"), answered = probe->count("history:0");
-        for (int page = 1; page < 200; ++page) {
-            requestHistory(id, pageSize);
-            if (!waitUntil([&] { return probe->count("history") == asked + page; }) ||
-                probe->count("history:0") != answered + page)
-                return all << QStringLiteral("<failed>");
-            const QStringList got = texts(probe->pages().last());
-            if (got.isEmpty()) return all;
-            all = got + all;
-        }
-        return all << QStringLiteral("<endless>");
+        return readBackPages(
+            *probe, [&] { requestHistory(id, pageSize); },
+            [&] { return texts(probe->pages().last()); });
     }
 
     TestSession session;

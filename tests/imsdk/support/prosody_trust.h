@@ -17,16 +17,18 @@ inline void trustProsody(QXmppConfiguration& config, const ProsodyServer& server
                              QSslCertificate::fromPath(server.caFile()));
 }
 
-// A plain QXmpp client's settings for `user` of the test's server, secret "pw-<user>".
+// A plain QXmpp client's settings for `user` of the test's server (secret "pw-<user>"
+// unless `secret` says otherwise).
 inline QXmppConfiguration plainConfig(const ProsodyServer& server, const QString& user,
-                                      const QString& resource = QStringLiteral("plain")) {
+                                      const QString& resource = QStringLiteral("plain"),
+                                      const QString& secret = QString()) {
     QXmppConfiguration config;
     config.setHost(server.host());
     config.setPort(server.port());
     trustProsody(config, server);
     config.setDomain(server.domain());
     config.setUser(user);
-    config.setPassword(QStringLiteral("pw-") + user);
+    config.setPassword(secret.isNull() ? QStringLiteral("pw-") + user : secret);
     config.setResource(resource);
     config.setAutoReconnectionEnabled(false);
     return config;

@@ -1,11 +1,7 @@
 #include "room_admin.h"
 
-#include <QSslCertificate>
-#include <QSslConfiguration>
-
 #include <QXmppClient.h>
 #include <QXmppClientExtension.h>
-#include <QXmppConfiguration.h>
 #include <QXmppElement.h>
 #include <QXmppIq.h>
 #include <QXmppMessage.h>
@@ -62,33 +58,18 @@ public:
 RoomAdmin::RoomAdmin(const ProsodyServer& server, const QString& account, const QString& secret)
     : client_(new QXmppClient(this)),
       answers_(new IqAnswers),
-      account_(account),
-      secret_(secret),
-      host_(server.host()),
-      domain_(server.domain()),
-      port_(server.port()),
-      caFile_(server.caFile()) {
+      config_(plainConfig(server, account, QStringLiteral("admin"), secret)),
+      domain_(server.domain()) {
     client_->addExtension(answers_);
 }
 
 RoomAdmin::~RoomAdmin() { client_->disconnectFromServer(); }
 
 bool RoomAdmin::connectNow() {
-    QXmppConfiguration config;
-    config.setUser(account_);
-    config.setDomain(domain_);
-    config.setPassword(secret_);
-    config.setHost(host_);
-    config.setPort(port_);
-    if (!caFile_.isEmpty())
-        config.setCaCertificates(QSslConfiguration::systemCaCertificates() +
-                                 QSslCertificate::fromPath(caFile_));
-    config.setResource(QStringLiteral("admin"));
-    config.setAutoReconnectionEnabled(false);
     QEventLoop loop;
     connect(client_, &QXmppClient::connected, &loop, &QEventLoop::quit);
     QTimer::singleShot(10000, &loop, &QEventLoop::quit);
-    client_->connectToServer(config);
+    client_->connectToServer(config_);
     loop.exec();
     return client_->isConnected();
 }

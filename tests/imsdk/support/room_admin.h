@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QXmppConfiguration.h>
 #include <QObject>
 #include <QString>
 #include <QStringList>
@@ -44,7 +45,6 @@ private:
 
     QXmppClient* client_;
     IqAnswers* answers_;
-    QString account_, secret_, host_, domain_;
-    quint16 port_;
-    QString caFile_;
+    QXmppConfiguration config_;
+    QString domain_;
 };

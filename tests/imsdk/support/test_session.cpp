@@ -187,15 +187,22 @@ void TestSession::requestHistory(const QString& peer, int count) {
 }
 
 QStringList TestSession::readBack(const QString& peer, int pageSize) {
+    return readBackPages(
+        *probe_, [&] { requestHistory(peer, pageSize); },
+        [&] { return texts(probe_->historyPages().last()); });
+}
+
+QStringList readBackPages(const EventLog& log, const std::function<void()>& askNext,
+                          const std::function<QStringList()>& lastPage) {
     QStringList all;
-    const int asked = probe_->count(QStringLiteral("history"));
-    const int answered = probe_->count(QStringLiteral("history:0"));
+    const int asked = log.count(QStringLiteral("history"));
+    const int answered = log.count(QStringLiteral("history:0"));
     for (int page = 1; page < 200; ++page) {
-        requestHistory(peer, pageSize);
-        if (!waitUntil([&] { return probe_->count(QStringLiteral("history")) == asked + page; }) ||
-            probe_->count(QStringLiteral("history:0")) != answered + page)
+        askNext();
+        if (!waitUntil([&] { return log.count(QStringLiteral("history")) == asked + page; }) ||
+            log.count(QStringLiteral("history:0")) != answered + page)
             return all << QStringLiteral("<failed>");
-        const QStringList got = texts(probe_->historyPages().last());
+        const QStringList got = lastPage();
         if (got.isEmpty()) return all;
         all = got + all;
     }

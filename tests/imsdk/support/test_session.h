@@ -73,8 +73,7 @@ public:
     std::vector<openim::IMMessage> unread(const QString& peer);
     void markRead(const QString& peer);
     void requestHistory(const QString& peer, int count);
-    // The conversation's history page after page back to its start, oldest first; ends in
-    // "<failed>" if a page fails or never comes, "<endless>" if the pages never run out.
+    // The conversation's history, page after page back to its start (readBackPages).
     QStringList readBack(const QString& peer, int pageSize);
 
     static QString appKey() { return QStringLiteral("23015524"); }
@@ -96,6 +95,12 @@ QStringList texts(const Messages& messages) {
     for (const auto& m : messages) out << wide_text::toQ(m.content.content);
     return out;
 }
+
+// Asks for history page after page (`askNext`, answered in `log` as "history:<code>",
+// `lastPage` then giving the page) back to its start; oldest first, ending in "<failed>" if
+// a page fails or never comes, "<endless>" if the pages never run out.
+QStringList readBackPages(const EventLog& log, const std::function<void()>& askNext,
+                          const std::function<QStringList()>& lastPage);
 
 // Starts plain_client.py, a plain XMPP client (slixmpp), as `user` (secret "pw-<user>")
 // towards `peer` (an account of the server, or a whole address), with the rest of its
