@@ -74,20 +74,6 @@ private:
     QByteArray seen_;
 };
 
-QXmppConfiguration xmpp(const ProsodyServer& server, const QString& user, const QString& secret,
-                        const QString& resource) {
-    QXmppConfiguration c;
-    c.setHost(server.host());
-    c.setPort(server.port());
-    trustProsody(c, server);
-    c.setDomain(server.domain());
-    c.setUser(user);
-    c.setPassword(secret);
-    c.setResource(resource);
-    c.setAutoReconnectionEnabled(false);
-    return c;
-}
-
 // A colleague sending from a thread of its own, as from another machine.
 class Sender {
 public:
@@ -246,7 +232,7 @@ int main(int argc, char** argv) {
                     bare.id, bare.secret, targets.join(QLatin1Char(',')), prosody.caFile()});
     Watched receiverOut(receiver);
 
-    Sender sender(xmpp(prosody, colleague.id, colleague.secret, QStringLiteral("sender")));
+    Sender sender(plainConfig(prosody, colleague.id, QStringLiteral("sender"), colleague.secret));
     const QString clientJid = me.id + QLatin1Char('@') + prosody.domain();
     const QString bareJid = bare.id + QLatin1Char('@') + prosody.domain();
     // One message each first: it proves both are signed in and ready before the clock runs.

@@ -16,16 +16,7 @@ namespace bench {
 // A plain XMPP client's settings for a user of the benchmark's private server (every
 // benchmark user's password is "pw").
 inline QXmppConfiguration xmppConfig(const ProsodyServer& server, const QString& user) {
-    QXmppConfiguration c;
-    c.setHost(server.host());
-    c.setPort(server.port());
-    trustProsody(c, server);
-    c.setDomain(server.domain());
-    c.setUser(user);
-    c.setPassword(QStringLiteral("pw"));
-    c.setResource(QStringLiteral("bench"));
-    c.setAutoReconnectionEnabled(false);
-    return c;
+    return plainConfig(server, user, QStringLiteral("bench"), QStringLiteral("pw"));
 }
 
 // Sends `count` messages of `type` to `to` (bodies "<prefix> <first + i>") and returns the
